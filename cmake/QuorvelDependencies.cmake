@@ -1,0 +1,23 @@
+# The third-party libraries, each under one target name on every platform.
+find_package(Threads REQUIRED)
+
+if(CMAKE_CROSSCOMPILING)
+    # Boost is used through its headers only; a folder that holds nothing but a link to them keeps
+    # the build machine's other headers away from the cross compiler.
+    set(quorvel_boost_include "${PROJECT_BINARY_DIR}/boost-include")
+    file(MAKE_DIRECTORY "${quorvel_boost_include}")
+    file(CREATE_LINK /usr/include/boost "${quorvel_boost_include}/boost" SYMBOLIC)
+    add_library(Boost::headers INTERFACE IMPORTED)
+    set_target_properties(Boost::headers PROPERTIES
+        INTERFACE_INCLUDE_DIRECTORIES "${quorvel_boost_include}")
+else()
+    find_package(Boost 1.74 REQUIRED)
+endif()
+
+if(NOT APPLE AND QUORVEL_PROPERTY_LIST_FILES)
+    find_package(PkgConfig REQUIRED)
+    pkg_check_modules(libplist REQUIRED IMPORTED_TARGET libplist-2.0)
+    find_package(CLI11 REQUIRED)
+    find_package(fmt REQUIRED)
+    find_package(nlohmann_json REQUIRED)
+endif()

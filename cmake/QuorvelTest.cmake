@@ -1,0 +1,45 @@
+# quorvel_test(NAME SOURCES... LIBRARIES... [LABELS...] [TIMEOUT seconds] [ENVIRONMENT...] [SERIAL])
+#
+# One test program; every test in it becomes a ctest entry "NAME.Suite.Test" in a process of its own.
+include(GoogleTest)
+
+if(CMAKE_CROSSCOMPILING)
+    set(INSTALL_GTEST OFF)
+    add_subdirectory(/usr/src/googletest "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+    if(NOT TARGET GTest::gmock_main)
+        add_library(GTest::gtest ALIAS gtest)
+        add_library(GTest::gmock ALIAS gmock)
+        add_library(GTest::gmock_main ALIAS gmock_main)
+    endif()
+else()
+    find_package(GTest REQUIRED)
+endif()
+
+function(quorvel_test name)
+    cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "SOURCES;LIBRARIES;LABELS;ENVIRONMENT" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 300)
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE
+        ${ARG_LIBRARIES} Quorvel::flags GTest::gmock_main Threads::Threads)
+    # Tests reach into each other's namespace through interposed platform functions, which must be
+    # visible to the libraries and to the loaded plug-in.
+    set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON
+        RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+    set(properties TIMEOUT ${ARG_TIMEOUT})
+    if(ARG_LABELS)
+        list(APPEND properties LABELS "${ARG_LABELS}")
+    endif()
+    if(ARG_ENVIRONMENT)
+        list(APPEND properties ENVIRONMENT "${ARG_ENVIRONMENT}")
+    endif()
+    if(ARG_SERIAL)
+        list(APPEND properties RUN_SERIAL ON)
+    endif()
+    gtest_discover_tests(${name}
+        TEST_PREFIX "${name}."
+        DISCOVERY_MODE PRE_TEST
+        DISCOVERY_TIMEOUT 120
+        PROPERTIES ${properties})
+endfunction()

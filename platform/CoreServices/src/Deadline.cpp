@@ -1,0 +1,53 @@
+#include "Deadline.h"
+
+#include <cerrno>
+#include <limits>
+
+namespace CoreServices {
+
+namespace {
+constexpr uint64_t kNanosecondsPerSecond = 1000000000;
+} // namespace
+
+uint64_t DurationToNanoseconds(Duration duration) {
+    if (duration < 0) {
+        return static_cast<uint64_t>(-static_cast<int64_t>(duration)) * 1000;
+    }
+    return static_cast<uint64_t>(duration) * 1000000;
+}
+
+MonotonicCondition::MonotonicCondition() {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&mCondition, &attributes);
+    pthread_condattr_destroy(&attributes);
+}
+
+Deadline::Deadline(Duration timeout) : mTimeout(timeout) {
+    if (timeout == kDurationImmediate || timeout == kDurationForever) {
+        return;
+    }
+    clock_gettime(CLOCK_MONOTONIC, &mMoment);
+    const uint64_t nanoseconds =
+        static_cast<uint64_t>(mMoment.tv_nsec) + DurationToNanoseconds(timeout);
+    const auto seconds = static_cast<time_t>(nanoseconds / kNanosecondsPerSecond);
+    // The clock counts from the machine's start; only a 32-bit count of seconds could overflow.
+    constexpr time_t kLastSecond = std::numeric_limits<time_t>::max();
+    mMoment.tv_sec =
+        mMoment.tv_sec > kLastSecond - seconds ? kLastSecond : mMoment.tv_sec + seconds;
+    mMoment.tv_nsec = static_cast<long>(nanoseconds % kNanosecondsPerSecond);
+}
+
+bool Deadline::Wait(MonotonicCondition& condition, pthread_mutex_t& mutex) const {
+    if (mTimeout == kDurationImmediate) {
+        return false;
+    }
+    if (mTimeout == kDurationForever) {
+        pthread_cond_wait(&condition.mCondition, &mutex);
+        return true;
+    }
+    return pthread_cond_timedwait(&condition.mCondition, &mutex, &mMoment) != ETIMEDOUT;
+}
+
+} // namespace CoreServices

@@ -1,0 +1,42 @@
+#include "Deadline.h"
+
+#include <CoreServices/DriverServices.h>
+
+#include <cstdint>
+#include <ctime>
+#include <limits>
+
+namespace {
+
+uint64_t ToNumber(AbsoluteTime time) {
+    return (static_cast<uint64_t>(time.hi) << 32) | time.lo;
+}
+
+AbsoluteTime FromNumber(uint64_t number) {
+    AbsoluteTime time;
+    time.hi = static_cast<UInt32>(number >> 32);
+    time.lo = static_cast<UInt32>(number);
+    return time;
+}
+
+} // namespace
+
+AbsoluteTime UpTime() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return FromNumber(static_cast<uint64_t>(now.tv_sec) * 1000000000 +
+                      static_cast<uint64_t>(now.tv_nsec));
+}
+
+AbsoluteTime AddDurationToAbsolute(Duration duration, AbsoluteTime absoluteTime) {
+    const uint64_t time = ToNumber(absoluteTime);
+    const uint64_t length = CoreServices::DurationToNanoseconds(duration);
+    constexpr uint64_t kLast = std::numeric_limits<uint64_t>::max();
+    return FromNumber(time > kLast - length ? kLast : time + length);
+}
+
+AbsoluteTime SubDurationFromAbsolute(Duration duration, AbsoluteTime absoluteTime) {
+    const uint64_t time = ToNumber(absoluteTime);
+    const uint64_t length = CoreServices::DurationToNanoseconds(duration);
+    return FromNumber(time < length ? 0 : time - length);
+}

@@ -1,0 +1,102 @@
+#include <CoreFoundation/CFBundle.h>
+
+#include "platform/CoreFoundation/src/BundleModule.h"
+#include "platform/CoreFoundation/src/PlugInError.h"
+#include "platform/CoreFoundation/src/Utf8String.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+const CFStringRef kCFBundleIdentifierKey = CFSTR("CFBundleIdentifier");
+const CFStringRef kCFBundleExecutableKey = CFSTR("CFBundleExecutable");
+
+namespace {
+
+CFURLRef CopyUrl(const std::string& path, bool isDirectory) {
+    return CFURLCreateFromFileSystemRepresentation(nullptr,
+                                                   reinterpret_cast<const UInt8*>(path.data()),
+                                                   static_cast<CFIndex>(path.size()), isDirectory);
+}
+
+} // namespace
+
+CFTypeID CFBundleGetTypeID() {
+    static const CFTypeID id = CFRuntimeRegisterType("CFBundle");
+    return id;
+}
+
+CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL) {
+    char path[PATH_MAX];
+    if (bundleURL == nullptr || CFGetTypeID(bundleURL) != CFURLGetTypeID() ||
+        CFURLGetFileSystemRepresentation(bundleURL, true, reinterpret_cast<UInt8*>(path),
+                                         sizeof path) == 0) {
+        SetPlugInError("expected the URL of a bundle's folder, found none");
+        return nullptr;
+    }
+    char* const real = realpath(path, nullptr);
+    if (real == nullptr) {
+        SetPlugInError(std::string(path) + ": " + std::strerror(errno) +
+                       "; expected a bundle's folder");
+        return nullptr;
+    }
+    const std::string folder(real);
+    std::free(real);
+    return BundleRegistry::Instance().CopyOrMake(folder);
+}
+
+CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle) {
+    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    return object == nullptr ? nullptr : object->mModule->Info();
+}
+
+CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key) {
+    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    return object == nullptr || key == nullptr ? nullptr
+                                               : CFDictionaryGetValue(object->mModule->Info(), key);
+}
+
+CFStringRef CFBundleGetIdentifier(CFBundleRef bundle) {
+    const CFTypeRef value = CFBundleGetValueForInfoDictionaryKey(bundle, kCFBundleIdentifierKey);
+    return value != nullptr && CFGetTypeID(value) == CFStringGetTypeID()
+               ? static_cast<CFStringRef>(value)
+               : nullptr;
+}
+
+CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle) {
+    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    return object == nullptr ? nullptr : CopyUrl(object->mModule->Folder(), true);
+}
+
+CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle) {
+    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    if (object == nullptr) {
+        return nullptr;
+    }
+    const auto path = object->mModule->ExecutablePath();
+    return path ? CopyUrl(*path, false) : nullptr;
+}
+
+Boolean CFBundleLoadExecutable(CFBundleRef bundle) {
+    auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    return object != nullptr && object->mModule->Load();
+}
+
+Boolean CFBundleIsExecutableLoaded(CFBundleRef bundle) {
+    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    return object != nullptr && object->mModule->IsLoaded();
+}
+
+void CFBundleUnloadExecutable(CFBundleRef bundle) {
+    auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    if (object != nullptr && !BundleRegistry::Instance().HasInstances(*object->mModule)) {
+        object->mModule->Unload();
+    }
+}
+
+void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName) {
+    auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    const auto name = Utf8Of(functionName);
+    return object == nullptr || !name ? nullptr : object->mModule->Find(*name);
+}

@@ -1,0 +1,75 @@
+#include "platform/CoreFoundation/src/CFRuntimeObject.h"
+#include "platform/CoreFoundation/src/CFStringObject.h"
+
+#include <CoreFoundation/CFDictionary.h>
+#include <CoreFoundation/CFError.h>
+
+const CFStringRef kCFErrorDomainPOSIX = CFSTR("NSPOSIXErrorDomain");
+const CFStringRef kCFErrorDomainCocoa = CFSTR("NSCocoaErrorDomain");
+const CFStringRef kCFErrorLocalizedDescriptionKey = CFSTR("NSLocalizedDescription");
+
+struct __CFError final : CFRuntimeObject {
+    __CFError(CFStringRef domain, CFIndex code, CFDictionaryRef userInfo)
+        : CFRuntimeObject(kCFRuntimeErrorType),
+          mDomain(static_cast<CFStringRef>(CFRetain(domain))),
+          mCode(code),
+          mUserInfo(static_cast<CFDictionaryRef>(CFRetain(userInfo))) {}
+
+    bool Equals(const CFRuntimeObject& other) const override {
+        const auto& error = static_cast<const __CFError&>(other);
+        return mCode == error.mCode && CFEqual(mDomain.get(), error.mDomain.get()) != 0 &&
+               CFEqual(mUserInfo.get(), error.mUserInfo.get()) != 0;
+    }
+    CFHashCode Hash() const override {
+        return CFHash(mDomain.get()) ^ static_cast<CFHashCode>(mCode);
+    }
+    std::u16string Description(unsigned /*depth*/) const override;
+
+    const CFOwned<CFStringRef> mDomain;
+    const CFIndex mCode;
+    const CFOwned<CFDictionaryRef> mUserInfo;
+};
+
+std::u16string __CFError::Description(unsigned /*depth*/) const {
+    const auto* text = CFRuntimeCast<__CFString>(
+        CFDictionaryGetValue(mUserInfo.get(), kCFErrorLocalizedDescriptionKey));
+    if (text != nullptr) {
+        return text->Text();
+    }
+    const CFOwned<CFStringRef> made(CFStringCreateWithFormat(
+        nullptr, nullptr, CFSTR("error %ld of %@"), static_cast<long>(mCode), mDomain.get()));
+    const auto* string = CFRuntimeCast<__CFString>(made.get());
+    return string == nullptr ? u"error" : string->Text();
+}
+
+CFTypeID CFErrorGetTypeID(void) {
+    return kCFRuntimeErrorType;
+}
+
+CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
+                         CFDictionaryRef userInfo) {
+    return CFRuntimeCast<__CFString>(domain) == nullptr ||
+                   (userInfo != nullptr && CFGetTypeID(userInfo) != kCFRuntimeDictionaryType)
+               ? nullptr
+               : CFRuntimeCreate<__CFError>(allocator, domain, code, userInfo);
+}
+
+CFStringRef CFErrorGetDomain(CFErrorRef err) {
+    const auto* error = CFRuntimeCast<__CFError>(err);
+    return error == nullptr ? nullptr : error->mDomain.get();
+}
+
+CFIndex CFErrorGetCode(CFErrorRef err) {
+    const auto* error = CFRuntimeCast<__CFError>(err);
+    return error == nullptr ? 0 : error->mCode;
+}
+
+CFStringRef CFErrorCopyDescription(CFErrorRef err) {
+    return CFRuntimeCast<__CFError>(err) == nullptr ? nullptr : CFCopyDescription(err);
+}
+
+CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef err) {
+    const auto* error = CFRuntimeCast<__CFError>(err);
+    return error == nullptr ? nullptr
+                            : static_cast<CFDictionaryRef>(CFRetain(error->mUserInfo.get()));
+}

@@ -1,0 +1,153 @@
+#include <CoreFoundation/CFPlugIn.h>
+#include <CoreFoundation/CFPlugInHost.h>
+
+#include "platform/CoreFoundation/src/BundleModule.h"
+#include "platform/CoreFoundation/src/PlugInError.h"
+#include "platform/CoreFoundation/src/Utf8String.h"
+
+#include <cstring>
+
+const CFStringRef kCFPlugInDynamicRegistrationKey = CFSTR("CFPlugInDynamicRegistration");
+const CFStringRef kCFPlugInFactoriesKey = CFSTR("CFPlugInFactories");
+const CFStringRef kCFPlugInTypesKey = CFSTR("CFPlugInTypes");
+
+namespace {
+
+std::optional<UuidBytes> BytesOf(CFUUIDRef uuid) {
+    if (uuid == nullptr || CFGetTypeID(uuid) != CFUUIDGetTypeID()) {
+        return std::nullopt;
+    }
+    const CFUUIDBytes bytes = CFUUIDGetUUIDBytes(uuid);
+    UuidBytes result{};
+    static_assert(sizeof bytes == sizeof result);
+    std::memcpy(result.data(), &bytes, sizeof bytes);
+    return result;
+}
+
+CFArrayRef CopyUuidArray(const std::vector<UuidBytes>& uuids) {
+    const CFMutableArrayRef array = CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
+    for (const UuidBytes& each : uuids) {
+        CFUUIDBytes bytes;
+        std::memcpy(&bytes, each.data(), sizeof bytes);
+        const CFOwned<CFUUIDRef> uuid(CFUUIDCreateFromUUIDBytes(nullptr, bytes));
+        CFArrayAppendValue(array, uuid.get());
+    }
+    return array;
+}
+
+bool Makes(const PlugInFactory& factory, const UuidBytes& type) {
+    for (const UuidBytes& each : factory.types) {
+        if (each == type) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void* MakeInstance(const BundleRegistry::FactoryUse& use, CFAllocatorRef allocator,
+                   CFUUIDRef typeUUID, const UuidBytes& type) {
+    if (!Makes(use.factory, type)) {
+        SetPlugInError(use.module->ListPath() + ": key CFPlugInTypes: expected factory " +
+                       UuidText(use.factory.uuid) + " under type " + UuidText(type) +
+                       ", found it not there");
+        return nullptr;
+    }
+    if (!use.module->Load()) {
+        return nullptr;
+    }
+    void* const symbol = use.module->Find(use.factory.function);
+    if (symbol == nullptr) {
+        SetPlugInError(use.module->ExecutablePath().value_or("") + ": expected the function \"" +
+                       use.factory.function + "\" that key CFPlugInFactories/" +
+                       UuidText(use.factory.uuid) + " of " + use.module->ListPath() +
+                       " names, found no such symbol");
+        return nullptr;
+    }
+    const auto function = reinterpret_cast<CFPlugInFactoryFunction>(symbol);
+    void* const instance = function(allocator, typeUUID);
+    if (instance == nullptr) {
+        SetPlugInError(use.module->ExecutablePath().value_or("") + ": the factory function \"" +
+                       use.factory.function + "\" made no instance of type " + UuidText(type));
+    }
+    return instance;
+}
+
+} // namespace
+
+CFTypeID CFPlugInGetTypeID() {
+    return CFBundleGetTypeID();
+}
+
+CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInURL) {
+    const CFPlugInRef plugIn = CFBundleCreate(allocator, plugInURL);
+    if (plugIn == nullptr) {
+        return nullptr;
+    }
+    const auto& module = plugIn->mModule;
+    const auto factories = module->ExecutablePath()
+                               ? PlugInFactories(module->Info(), module->ListPath())
+                               : std::nullopt;
+    if (!factories) {
+        CFRelease(plugIn);
+        return nullptr;
+    }
+    BundleRegistry::Instance().Register(module, *factories);
+    return plugIn;
+}
+
+CFBundleRef CFPlugInGetBundle(CFPlugInRef plugIn) {
+    return plugIn;
+}
+
+CFArrayRef CFPlugInFindFactoriesForPlugInType(CFUUIDRef typeUUID) {
+    const auto type = BytesOf(typeUUID);
+    return type ? CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, nullptr)) : nullptr;
+}
+
+CFArrayRef CFPlugInFindFactoriesForPlugInTypeInPlugIn(CFUUIDRef typeUUID, CFPlugInRef plugIn) {
+    const auto type = BytesOf(typeUUID);
+    const auto* object = CFRuntimeCast<__CFBundle>(plugIn);
+    return type && object != nullptr ? CopyUuidArray(BundleRegistry::Instance().FactoriesFor(
+                                           *type, object->mModule.get()))
+                                     : nullptr;
+}
+
+void* CFPlugInInstanceCreate(CFAllocatorRef allocator, CFUUIDRef factoryUUID, CFUUIDRef typeUUID) {
+    const auto factory = BytesOf(factoryUUID);
+    const auto type = BytesOf(typeUUID);
+    if (!factory || !type) {
+        SetPlugInError("expected the UUIDs of a factory and of a type, found none");
+        return nullptr;
+    }
+    BundleRegistry& registry = BundleRegistry::Instance();
+    const auto use = registry.BeginUse(*factory);
+    if (!use) {
+        SetPlugInError("expected a plug-in with factory " + UuidText(*factory) +
+                       " to have been created, found none");
+        return nullptr;
+    }
+    void* const instance = MakeInstance(*use, allocator, typeUUID, *type);
+    registry.EndUse(*use);
+    return instance;
+}
+
+void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
+    if (const auto factory = BytesOf(factoryID)) {
+        BundleRegistry::Instance().AddInstance(*factory);
+    }
+}
+
+void CFPlugInRemoveInstanceForFactory(CFUUIDRef factoryID) {
+    if (const auto factory = BytesOf(factoryID)) {
+        BundleRegistry::Instance().RemoveInstance(*factory);
+    }
+}
+
+CFStringRef CFPlugInHostCopyLastError() {
+    const std::string& text = LastPlugInError();
+    return text.empty() ? nullptr : CopyUtf8String(text);
+}
+
+CFIndex CFPlugInHostUnloadUnused() {
+    return static_cast<CFIndex>(BundleRegistry::Instance().UnloadUnused());
+}

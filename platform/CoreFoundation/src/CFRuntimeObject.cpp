@@ -1,0 +1,102 @@
+#include "platform/CoreFoundation/src/CFRuntimeObject.h"
+
+#include "platform/CoreFoundation/src/StringEncoding.h"
+
+#include <CoreFoundation/CFRuntimeHost.h>
+#include <CoreFoundation/CFString.h>
+
+#include <array>
+#include <cstdio>
+#include <limits>
+#include <mutex>
+
+namespace {
+
+constexpr size_t kMaximumTypes = 64;
+
+std::array<std::atomic<const char*>, kMaximumTypes> sTypeNames = {
+    "",        "CFAllocator", "CFArray",  "CFBoolean", "CFData", "CFDate", "CFDictionary",
+    "CFError", "CFNumber",    "CFString", "CFURL",     "CFUUID"};
+std::atomic<size_t> sTypeCount{kCFRuntimeFirstRegisteredType};
+
+// Relaxed: a count is exact only for who has seen the other threads end.
+std::array<std::atomic<CFIndex>, kMaximumTypes> sLiveObjects{};
+
+} // namespace
+
+CFTypeID CFRuntimeRegisterType(const char* name) {
+    const size_t type = sTypeCount.fetch_add(1, std::memory_order_relaxed);
+    if (type >= kMaximumTypes) {
+        sTypeCount.store(kMaximumTypes, std::memory_order_relaxed);
+        return kCFRuntimeNotAType;
+    }
+    sTypeNames[type].store(name, std::memory_order_release);
+    return type;
+}
+
+CFRuntimeObject::CFRuntimeObject(CFTypeID type) noexcept : mType(type), mImmortal(false) {
+    sLiveObjects[mType].fetch_add(1, std::memory_order_relaxed);
+}
+
+CFRuntimeObject::~CFRuntimeObject() {
+    if (!mImmortal) {
+        sLiveObjects[mType].fetch_sub(1, std::memory_order_relaxed);
+    }
+}
+
+bool CFRuntimeObject::Equals(const CFRuntimeObject& other) const {
+    return this == &other;
+}
+
+CFHashCode CFRuntimeObject::Hash() const {
+    return reinterpret_cast<CFHashCode>(this) / alignof(std::max_align_t);
+}
+
+std::u16string CFRuntimeObject::Description(unsigned /*depth*/) const {
+    std::array<char, 80> text{};
+    std::snprintf(text.data(), text.size(), "<%s %p>",
+                  sTypeNames[mType].load(std::memory_order_acquire),
+                  static_cast<const void*>(this));
+    return UTF16FromASCII(text.data());
+}
+
+bool CFRuntimeObject::TryRetain() const {
+    if (mImmortal) {
+        return true;
+    }
+    uint32_t references = mReferences.load(std::memory_order_relaxed);
+    while (references != 0) {
+        if (mReferences.compare_exchange_weak(references, references + 1,
+                                              std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+CFIndex CFRuntimeObject::RetainCount() const {
+    return mImmortal ? std::numeric_limits<CFIndex>::max()
+                     : static_cast<CFIndex>(mReferences.load(std::memory_order_relaxed));
+}
+
+CFStringRef CFCopyTypeIDDescription(CFTypeID type_id) {
+    if (type_id == kCFRuntimeNotAType || type_id >= kMaximumTypes) {
+        return nullptr;
+    }
+    const char* name = sTypeNames[type_id].load(std::memory_order_acquire);
+    return name == nullptr ? nullptr : __CFStringMakeConstantString(name);
+}
+
+CFIndex CFRuntimeHostLiveObjectCount(CFTypeID type) {
+    if (type >= kMaximumTypes || sTypeNames[type].load(std::memory_order_acquire) == nullptr) {
+        return -1;
+    }
+    if (type != kCFRuntimeNotAType) {
+        return sLiveObjects[type].load(std::memory_order_relaxed);
+    }
+    CFIndex sum = 0;
+    for (const auto& count : sLiveObjects) {
+        sum += count.load(std::memory_order_relaxed);
+    }
+    return sum;
+}

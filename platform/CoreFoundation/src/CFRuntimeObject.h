@@ -1,0 +1,171 @@
+// What every object of the library is: a type, a count of references, and how objects of the type
+// are compared and described.
+//
+// A type derives a final struct named after its opaque reference type (`struct __CFUUID final :
+// CFRuntimeObject`) and gives its type number to the constructor: one of those below, or one from
+// `CFRuntimeRegisterType`. Exported functions turn references into objects with `CFRuntimeCast`,
+// which answers null for everything that is not an object of that type, and make objects with
+// `CFRuntimeCreate`.
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+// Types that have constants, which must exist before any code has run, have fixed numbers.
+enum CFRuntimeBuiltInType : CFTypeID {
+    kCFRuntimeNotAType,
+    kCFRuntimeAllocatorType,
+    kCFRuntimeArrayType,
+    kCFRuntimeBooleanType,
+    kCFRuntimeDataType,
+    kCFRuntimeDateType,
+    kCFRuntimeDictionaryType,
+    kCFRuntimeErrorType,
+    kCFRuntimeNumberType,
+    kCFRuntimeStringType,
+    kCFRuntimeURLType,
+    kCFRuntimeUUIDType,
+    kCFRuntimeFirstRegisteredType,
+};
+
+// A new type number; `name` must live as long as the process. 0 when the numbers (64) are used up.
+// Any thread. Kept in a function-local static by the type's `GetTypeID`.
+CFTypeID CFRuntimeRegisterType(const char* name);
+
+// Tells constructors that the object is never destroyed: it is not counted, and retaining and
+// releasing it do nothing.
+struct CFRuntimeImmortal {};
+
+class CFRuntimeObject {
+public:
+    CFRuntimeObject(const CFRuntimeObject&) = delete;
+    CFRuntimeObject& operator=(const CFRuntimeObject&) = delete;
+
+    CFTypeID TypeID() const { return mType; }
+    bool IsImmortal() const { return mImmortal; }
+
+    // `other` is an object of the same type, and not this one.
+    virtual bool Equals(const CFRuntimeObject& other) const;
+    virtual CFHashCode Hash() const;
+    // For people; `depth` is how many more levels of containers are described.
+    virtual std::u16string Description(unsigned depth) const;
+
+    // No ordering is needed to retain: whoever retains has a reference already.
+    void Retain() const {
+        if (!mImmortal) {
+            mReferences.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+
+    // For tables that find objects without owning a reference, under the lock that the object's
+    // destructor takes to leave the table: false when the object is being destroyed.
+    bool TryRetain() const;
+
+    // For tables that find objects without owning a reference, under the lock that the object's
+    // destructor takes to leave the table: false when the object is being destroyed.
+    bool RetainIfAlive() const {
+        uint32_t references = mReferences.load(std::memory_order_relaxed);
+        while (!mImmortal && references != 0) {
+            if (mReferences.compare_exchange_weak(references, references + 1,
+                                                  std::memory_order_relaxed)) {
+                return true;
+            }
+        }
+        return mImmortal;
+    }
+
+    // Acquire and release: what each thread did to the object before its release happens before the
+    // destructor, which runs on the thread that gives up the last reference.
+    void Release() const {
+        if (!mImmortal && mReferences.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            delete this;
+        }
+    }
+
+    CFIndex RetainCount() const;
+
+protected:
+    explicit CFRuntimeObject(CFTypeID type) noexcept;
+    constexpr CFRuntimeObject(CFTypeID type, CFRuntimeImmortal) noexcept
+        : mType(type), mImmortal(true) {}
+    virtual ~CFRuntimeObject();
+
+private:
+    mutable std::atomic<uint32_t> mReferences{1};
+    const CFTypeID mType;
+    const bool mImmortal;
+};
+
+// The reference of any type as an object; null stays null.
+inline const CFRuntimeObject* CFRuntimeObjectOf(CFTypeRef reference) {
+    return static_cast<const CFRuntimeObject*>(reference);
+}
+
+// The reference as an object of the type, null when it is null or of another type. Const as the
+// reference is.
+template <typename Object, typename Reference>
+auto* CFRuntimeCast(Reference* reference) {
+    static_assert(std::is_final_v<Object>, "types are compared exactly");
+    using Void = std::conditional_t<std::is_const_v<Reference>, const void, void>;
+    using Base =
+        std::conditional_t<std::is_const_v<Reference>, const CFRuntimeObject, CFRuntimeObject>;
+    using Result = std::conditional_t<std::is_const_v<Reference>, const Object, Object>;
+    auto* object = static_cast<Base*>(static_cast<Void*>(reference));
+    if (object == nullptr || typeid(*object) != typeid(Object)) {
+        return static_cast<Result*>(nullptr);
+    }
+    return static_cast<Result*>(object);
+}
+
+// Whether objects may be made with the allocator.
+bool CFRuntimeCanAllocate(CFAllocatorRef allocator);
+
+// Calls `body` and gives its result, or `failure` when there was no memory for it.
+template <typename Result, typename Body>
+Result CFRuntimeGuard(Result failure, const Body& body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return failure;
+    } catch (const std::length_error&) {
+        return failure;
+    }
+}
+
+// A new object with one reference, null when there is no memory.
+template <typename Object, typename... Arguments>
+Object* CFRuntimeCreate(CFAllocatorRef allocator, Arguments&&... arguments) noexcept {
+    if (!CFRuntimeCanAllocate(allocator)) {
+        return nullptr;
+    }
+    return CFRuntimeGuard<Object*>(
+        nullptr, [&] { return new Object(std::forward<Arguments>(arguments)...); });
+}
+
+// Owns one reference: `CFOwned<CFStringRef> name(CFStringCreate...)`.
+struct CFRuntimeReleaser {
+    void operator()(CFTypeRef reference) const { CFRelease(reference); }
+};
+template <typename Reference>
+using CFOwned = std::unique_ptr<std::remove_pointer_t<Reference>, CFRuntimeReleaser>;
+
+// An object that is there before any code runs and that no static destructor ends, since threads
+// may still use it when the process exits.
+template <typename Object>
+union CFRuntimeConstant {
+    template <typename... Arguments>
+    constexpr explicit CFRuntimeConstant(Arguments... arguments)
+        : mObject(arguments..., CFRuntimeImmortal{}) {}
+    constexpr ~CFRuntimeConstant() {}
+
+    Object mObject;
+};

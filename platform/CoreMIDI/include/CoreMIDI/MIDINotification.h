@@ -1,0 +1,55 @@
+// What a client's notify procedure is told.
+//
+// Notifications come on the run loop of the thread that created the process's first client (of
+// those that exist), in its default mode: that thread must run its loop to get any. They come after
+// the call that caused them has changed the objects; no lock is held, so the procedure may call
+// anything. `kMIDIMsgSetupChanged` follows the notifications of one change. When more than 1024
+// wait for a client, they are replaced by one `kMIDIMsgSetupChanged`.
+#pragma once
+
+#include <CoreMIDI/CoreMIDIBase.h>
+
+typedef SInt32 MIDINotificationMessageID;
+enum {
+    kMIDIMsgSetupChanged = 1,    // something of the objects or their properties
+    kMIDIMsgObjectAdded = 2,     // MIDIObjectAddRemoveNotification
+    kMIDIMsgObjectRemoved = 3,   // MIDIObjectAddRemoveNotification
+    kMIDIMsgPropertyChanged = 4, // MIDIObjectPropertyChangeNotification
+    kMIDIMsgIOError = 7,         // MIDIIOErrorNotification
+};
+
+// The head of each: what it is and its size in bytes.
+typedef struct MIDINotification {
+    MIDINotificationMessageID messageID;
+    UInt32 messageSize;
+} MIDINotification;
+
+// `parent` is 0 for a device and for a virtual endpoint. Only objects of the setup and virtual
+// endpoints are notified of; a device stands for all that it holds.
+typedef struct MIDIObjectAddRemoveNotification {
+    MIDINotificationMessageID messageID;
+    UInt32 messageSize;
+    MIDIObjectRef parent;
+    MIDIObjectType parentType;
+    MIDIObjectRef child;
+    MIDIObjectType childType;
+} MIDIObjectAddRemoveNotification;
+
+// `propertyName` is valid during the call.
+typedef struct MIDIObjectPropertyChangeNotification {
+    MIDINotificationMessageID messageID;
+    UInt32 messageSize;
+    MIDIObjectRef object;
+    MIDIObjectType objectType;
+    CFStringRef propertyName;
+} MIDIObjectPropertyChangeNotification;
+
+// A driver answered `Send` with an error, after `MIDISend` had returned.
+typedef struct MIDIIOErrorNotification {
+    MIDINotificationMessageID messageID;
+    UInt32 messageSize;
+    MIDIDeviceRef driverDevice;
+    OSStatus errorCode;
+} MIDIIOErrorNotification;
+
+typedef void (*MIDINotifyProc)(const MIDINotification* message, void* refCon);

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <CoreMIDI/CoreMIDIBase.h>
+
+#include <chrono>
+
+namespace CoreMIDI {
+
+// The present moment as a time stamp.
+inline MIDITimeStamp HostTimeNow() {
+    return static_cast<MIDITimeStamp>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                          std::chrono::steady_clock::now().time_since_epoch())
+                                          .count());
+}
+
+} // namespace CoreMIDI

@@ -1,0 +1,31 @@
+#include <CoreMIDI/MIDIProperties.h>
+
+const CFStringRef kMIDIPropertyName = CFSTR("name");
+const CFStringRef kMIDIPropertyManufacturer = CFSTR("manufacturer");
+const CFStringRef kMIDIPropertyModel = CFSTR("model");
+const CFStringRef kMIDIPropertyUniqueID = CFSTR("uniqueID");
+const CFStringRef kMIDIPropertyDeviceID = CFSTR("deviceID");
+const CFStringRef kMIDIPropertyReceiveChannels = CFSTR("receive channels");
+const CFStringRef kMIDIPropertyTransmitChannels = CFSTR("transmit channels");
+const CFStringRef kMIDIPropertyMaxSysExSpeed = CFSTR("max SysEx speed");
+const CFStringRef kMIDIPropertyAdvanceScheduleTimeMuSec = CFSTR("scheduleAheadMuSec");
+const CFStringRef kMIDIPropertyIsEmbeddedEntity = CFSTR("embedded");
+const CFStringRef kMIDIPropertyIsBroadcast = CFSTR("broadcast");
+const CFStringRef kMIDIPropertySingleRealtimeEntity = CFSTR("single realtime entity");
+const CFStringRef kMIDIPropertyConnectionUniqueID = CFSTR("connUniqueID");
+const CFStringRef kMIDIPropertyOffline = CFSTR("offline");
+const CFStringRef kMIDIPropertyPrivate = CFSTR("private");
+const CFStringRef kMIDIPropertyDriverOwner = CFSTR("driver");
+const CFStringRef kMIDIPropertyNameConfiguration = CFSTR("nameConfiguration");
+const CFStringRef kMIDIPropertyImage = CFSTR("image");
+const CFStringRef kMIDIPropertyDriverVersion = CFSTR("driver version");
+const CFStringRef kMIDIPropertySupportsGeneralMIDI = CFSTR("supports General MIDI");
+const CFStringRef kMIDIPropertySupportsMMC = CFSTR("supports MMC");
+const CFStringRef kMIDIPropertyCanRoute = CFSTR("can route");
+const CFStringRef kMIDIPropertyReceivesClock = CFSTR("receives clock");
+const CFStringRef kMIDIPropertyReceivesMTC = CFSTR("receives MTC");
+const CFStringRef kMIDIPropertyTransmitsClock = CFSTR("transmits clock");
+const CFStringRef kMIDIPropertyTransmitsMTC = CFSTR("transmits MTC");
+const CFStringRef kMIDIPropertyDriverDeviceEditorApp = CFSTR("driver device editor app");
+const CFStringRef kMIDIPropertySupportsShowControl = CFSTR("supports show control");
+const CFStringRef kMIDIPropertyDisplayName = CFSTR("displayName");

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <CoreMIDI/CoreMIDIBase.h>
+
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace CoreMIDI {
+
+// Where the setup is kept. Any thread; not under the lock of World, which is taken inside.
+class SetupStore {
+public:
+    // See MIDIServerHostOpenSetup; nothing: in memory only.
+    OSStatus Open(std::optional<std::string> path);
+    // See MIDIServerHostSaveSetup.
+    OSStatus Save();
+    // Saves if there is a file; says so in the system log when that fails.
+    void SaveAfterChange();
+
+private:
+    OSStatus SaveLocked();
+
+    // Held while the setup is read and written, so that files replace each other in the order of
+    // the changes. Taken before the lock of World.
+    std::mutex mMutex;
+    std::optional<std::string> mPath; // under mMutex
+};
+
+} // namespace CoreMIDI

@@ -1,0 +1,507 @@
+#include "runtime/string/ConvertUTF.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstring>
+
+namespace NYPL {
+
+namespace {
+
+constexpr UTF32 kReplacement = 0xFFFD;
+constexpr UTF32 kLastOfBasicPlane = 0xFFFF;
+constexpr UTF32 kLastCharacter = 0x10FFFF;
+constexpr UTF32 kFirstBeyondBasicPlane = 0x10000;
+
+constexpr bool IsHighSurrogate(UTF32 unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+constexpr bool IsLowSurrogate(UTF32 unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+constexpr bool IsSurrogate(UTF32 unit) {
+    return unit >= 0xD800 && unit <= 0xDFFF;
+}
+
+// How many bytes follow a lead byte. Bytes that lead nothing count as if they did, so that a text
+// that ends behind one is exhausted before it is illegal.
+constexpr std::array<unsigned char, 256> MakeTrailingByteCounts() {
+    std::array<unsigned char, 256> counts{};
+    for (std::size_t lead = 0xC0; lead < counts.size(); ++lead) {
+        counts[lead] = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : lead < 0xF8 ? 3 : lead < 0xFC ? 4 : 5;
+    }
+    return counts;
+}
+constexpr std::array<unsigned char, 256> kTrailingBytes = MakeTrailingByteCounts();
+
+// Whether the `length` bytes at `source` are one well-formed character. The second byte of four
+// leads is bounded more tightly: no overlong form, no surrogate, nothing above U+10FFFF.
+bool IsLegalCharacter(const UTF8* source, std::size_t length) {
+    const UTF8 lead = source[0];
+    if (length == 1) {
+        return lead < 0x80;
+    }
+    if (length > 4 || lead < 0xC2 || lead > 0xF4) {
+        return false;
+    }
+    for (std::size_t i = 2; i < length; ++i) {
+        if ((source[i] & 0xC0) != 0x80) {
+            return false;
+        }
+    }
+    const UTF8 second = source[1];
+    switch (lead) {
+    case 0xE0:
+        return second >= 0xA0 && second <= 0xBF;
+    case 0xED:
+        return second >= 0x80 && second <= 0x9F;
+    case 0xF0:
+        return second >= 0x90 && second <= 0xBF;
+    case 0xF4:
+        return second >= 0x80 && second <= 0x8F;
+    default:
+        return (second & 0xC0) == 0x80;
+    }
+}
+
+// The value of a legal character.
+UTF32 DecodeUTF8(const UTF8* source, std::size_t length) {
+    switch (length) {
+    case 1:
+        return source[0];
+    case 2:
+        return (source[0] & 0x1FU) << 6 | (source[1] & 0x3FU);
+    case 3:
+        return (source[0] & 0x0FU) << 12 | (source[1] & 0x3FU) << 6 | (source[2] & 0x3FU);
+    default:
+        return (source[0] & 0x07U) << 18 | (source[1] & 0x3FU) << 12 | (source[2] & 0x3FU) << 6 |
+               (source[3] & 0x3FU);
+    }
+}
+
+constexpr std::size_t LengthAsUTF8(UTF32 character) {
+    return character < 0x80 ? 1 : character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
+}
+
+inline void EncodeUTF8(UTF32 character, std::size_t length, UTF8* target) {
+    switch (length) {
+    case 1:
+        target[0] = static_cast<UTF8>(character);
+        break;
+    case 2:
+        target[0] = static_cast<UTF8>(0xC0 | character >> 6);
+        target[1] = static_cast<UTF8>(0x80 | (character & 0x3F));
+        break;
+    case 3:
+        target[0] = static_cast<UTF8>(0xE0 | character >> 12);
+        target[1] = static_cast<UTF8>(0x80 | (character >> 6 & 0x3F));
+        target[2] = static_cast<UTF8>(0x80 | (character & 0x3F));
+        break;
+    default:
+        target[0] = static_cast<UTF8>(0xF0 | character >> 18);
+        target[1] = static_cast<UTF8>(0x80 | (character >> 12 & 0x3F));
+        target[2] = static_cast<UTF8>(0x80 | (character >> 6 & 0x3F));
+        target[3] = static_cast<UTF8>(0x80 | (character & 0x3F));
+        break;
+    }
+}
+
+constexpr UTF32 CombineSurrogates(UTF32 high, UTF32 low) {
+    return ((high - 0xD800) << 10) + (low - 0xDC00) + kFirstBeyondBasicPlane;
+}
+
+void EncodeSurrogatePair(UTF32 character, UTF16* target) {
+    const UTF32 offset = character - kFirstBeyondBasicPlane;
+    target[0] = static_cast<UTF16>(0xD800 + (offset >> 10));
+    target[1] = static_cast<UTF16>(0xDC00 + (offset & 0x3FF));
+}
+
+// The fast paths below alternate between blocks of ASCII, which are copied whole, and runs of
+// single characters, of which as many are converted as both sides surely have room for, so that no
+// bound needs to be looked at for each of them.
+constexpr std::ptrdiff_t kBlock = 32;
+constexpr std::ptrdiff_t kRun = 48;
+
+// Whether the 32 units at `source` are ASCII.
+template <typename Unit>
+bool IsASCIIBlock(const Unit* source) {
+    constexpr std::uint64_t kOthers = sizeof(Unit) == 1 ? 0x8080808080808080U : 0xFF80FF80FF80FF80U;
+    std::uint64_t words[kBlock * sizeof(Unit) / sizeof(std::uint64_t)];
+    std::memcpy(words, source, sizeof words);
+    std::uint64_t all = 0;
+    for (const std::uint64_t word : words) {
+        all |= word;
+    }
+    return (all & kOthers) == 0;
+}
+
+template <typename Source, typename Target>
+void CopyASCIIBlocks(const Source*& source, const Source* sourceEnd, Target*& target,
+                     const Target* targetEnd) {
+    while (sourceEnd - source >= kBlock && targetEnd - target >= kBlock && IsASCIIBlock(source)) {
+        for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
+            target[i] = static_cast<Target>(source[i]);
+        }
+        source += kBlock;
+        target += kBlock;
+    }
+}
+
+constexpr bool TakesThreeBytes(UTF32 unit) {
+    return unit >= 0x800 && (unit & 0xF800) != 0xD800;
+}
+
+// The three bytes of a character, the first in the least significant byte.
+constexpr std::uint32_t PackThreeBytes(std::uint32_t character) {
+    return 0x8080E0 | character >> 12 | (character & 0xFC0) << 2 | (character & 0x3F) << 16;
+}
+
+// Writes a value's bytes, the least significant first; one store where the host does just that.
+template <typename Value>
+void StoreLeastFirst(Value value, UTF8* target) {
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(target, &value, sizeof value);
+    } else {
+        for (std::size_t i = 0; i < sizeof value; ++i) {
+            target[i] = static_cast<UTF8>(value >> 8 * i);
+        }
+    }
+}
+
+// Whether the four units at `source` take three bytes each.
+inline bool AreFourThreeBytes(const UTF16* source) {
+    return TakesThreeBytes(source[0]) && TakesThreeBytes(source[1]) && TakesThreeBytes(source[2]) &&
+           TakesThreeBytes(source[3]);
+}
+
+inline void CopyThreeByteBlocks(const UTF16*& source, const UTF16* sourceEnd, UTF8*& target,
+                                const UTF8* targetEnd) {
+    while (sourceEnd - source >= 4 && targetEnd - target >= 12 && AreFourThreeBytes(source)) {
+        const std::uint64_t second = PackThreeBytes(source[1]);
+        const std::uint64_t third = PackThreeBytes(source[2]);
+        StoreLeastFirst(PackThreeBytes(source[0]) | second << 24 | third << 48, target);
+        StoreLeastFirst(static_cast<std::uint32_t>(third >> 16) | PackThreeBytes(source[3]) << 8,
+                        target + 8);
+        source += 4;
+        target += 12;
+    }
+}
+
+bool IsContinuation(UTF8 byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// Converts what is well formed and far enough from both ends, and leaves all else, and every
+// decision about it, to the caller.
+void ConvertWellFormed(const UTF8*& sourceStart, const UTF8* sourceEnd, UTF16*& targetStart,
+                       const UTF16* targetEnd) {
+    const UTF8* source = sourceStart;
+    UTF16* target = targetStart;
+    std::ptrdiff_t run = 1;
+    while (run > 0) {
+        CopyASCIIBlocks(source, sourceEnd, target, targetEnd);
+        run = std::min({kRun, (sourceEnd - source) / 4, (targetEnd - target) / 2});
+        for (std::ptrdiff_t i = 0; i < run; ++i) {
+            const UTF32 lead = source[0];
+            if (lead < 0x80) {
+                *target++ = static_cast<UTF16>(lead);
+                ++source;
+            } else if (lead >= 0xE0 && lead < 0xF0) {
+                const UTF32 character =
+                    (lead & 0x0F) << 12 | (source[1] & 0x3FU) << 6 | (source[2] & 0x3FU);
+                if (!IsContinuation(source[1]) || !IsContinuation(source[2]) || character < 0x800 ||
+                    IsSurrogate(character)) {
+                    run = 0;
+                    break;
+                }
+                *target++ = static_cast<UTF16>(character);
+                source += 3;
+            } else if (lead >= 0xC2 && lead < 0xE0 && IsContinuation(source[1])) {
+                *target++ = static_cast<UTF16>((lead & 0x1F) << 6 | (source[1] & 0x3FU));
+                source += 2;
+            } else if (lead >= 0xF0 && IsLegalCharacter(source, 4)) {
+                EncodeSurrogatePair(DecodeUTF8(source, 4), target);
+                target += 2;
+                source += 4;
+            } else {
+                run = 0;
+                break;
+            }
+        }
+    }
+    sourceStart = source;
+    targetStart = target;
+}
+
+void ConvertWellFormed(const UTF16*& sourceStart, const UTF16* sourceEnd, UTF8*& targetStart,
+                       const UTF8* targetEnd) {
+    const UTF16* source = sourceStart;
+    UTF8* target = targetStart;
+    std::ptrdiff_t run = 1;
+    while (run > 0) {
+        CopyASCIIBlocks(source, sourceEnd, target, targetEnd);
+        CopyThreeByteBlocks(source, sourceEnd, target, targetEnd);
+        // Units enough for the four behind the last one of the run to be looked at.
+        run = std::min({kRun, (sourceEnd - source - 4) / 2, (targetEnd - target) / 4});
+        for (std::ptrdiff_t i = 0; i < run; ++i) {
+            const UTF32 unit = source[0];
+            if (unit < 0x80) {
+                *target++ = static_cast<UTF8>(unit);
+                ++source;
+            } else if (unit < 0x800) {
+                EncodeUTF8(unit, 2, target);
+                target += 2;
+                ++source;
+            } else if (!IsSurrogate(unit)) {
+                EncodeUTF8(unit, 3, target);
+                target += 3;
+                ++source;
+                if (AreFourThreeBytes(source)) {
+                    break;
+                }
+            } else if (IsHighSurrogate(unit) && IsLowSurrogate(source[1])) {
+                EncodeUTF8(CombineSurrogates(unit, source[1]), 4, target);
+                target += 4;
+                source += 2;
+            } else {
+                run = 0;
+                break;
+            }
+        }
+    }
+    sourceStart = source;
+    targetStart = target;
+}
+
+// Reads one character of UTF-16 at `source` and advances behind it. `source` stays where it is when
+// the result is not conversionOK.
+ConversionResult ReadUTF16(const UTF16*& source, const UTF16* sourceEnd, ConversionFlags flags,
+                           UTF32& character) {
+    character = *source;
+    if (IsHighSurrogate(character)) {
+        if (source + 1 == sourceEnd) {
+            return sourceExhausted;
+        }
+        const UTF32 next = source[1];
+        if (IsLowSurrogate(next)) {
+            character = CombineSurrogates(character, next);
+            source += 2;
+            return conversionOK;
+        }
+        if (flags == strictConversion) {
+            return sourceIllegal;
+        }
+    } else if (flags == strictConversion && IsLowSurrogate(character)) {
+        return sourceIllegal;
+    }
+    ++source;
+    return conversionOK;
+}
+
+} // namespace
+
+ConversionResult ConvertUTF32toUTF16(const UTF32** sourceStart, const UTF32* sourceEnd,
+                                     UTF16** targetStart, UTF16* targetEnd, ConversionFlags flags) {
+    ConversionResult result = conversionOK;
+    const UTF32* source = *sourceStart;
+    UTF16* target = *targetStart;
+    for (; source < sourceEnd; ++source) {
+        if (target >= targetEnd) {
+            result = targetExhausted;
+            break;
+        }
+        const UTF32 character = *source;
+        if (character <= kLastOfBasicPlane) {
+            if (!IsSurrogate(character)) {
+                *target++ = static_cast<UTF16>(character);
+            } else if (flags == strictConversion) {
+                result = sourceIllegal;
+                break;
+            } else {
+                *target++ = static_cast<UTF16>(kReplacement);
+            }
+        } else if (character > kLastCharacter) {
+            // Intended: a strict conversion reports such a value and goes on without it.
+            if (flags == strictConversion) {
+                result = sourceIllegal;
+            } else {
+                *target++ = static_cast<UTF16>(kReplacement);
+            }
+        } else {
+            if (targetEnd - target < 2) {
+                result = targetExhausted;
+                break;
+            }
+            EncodeSurrogatePair(character, target);
+            target += 2;
+        }
+    }
+    *sourceStart = source;
+    *targetStart = target;
+    return result;
+}
+
+ConversionResult ConvertUTF16toUTF32(const UTF16** sourceStart, const UTF16* sourceEnd,
+                                     UTF32** targetStart, UTF32* targetEnd, ConversionFlags flags) {
+    ConversionResult result = conversionOK;
+    const UTF16* source = *sourceStart;
+    UTF32* target = *targetStart;
+    while (source < sourceEnd) {
+        const UTF16* behind = source;
+        UTF32 character = 0;
+        result = ReadUTF16(behind, sourceEnd, flags, character);
+        if (result != conversionOK) {
+            break;
+        }
+        if (target >= targetEnd) {
+            result = targetExhausted;
+            break;
+        }
+        *target++ = character;
+        source = behind;
+    }
+    *sourceStart = source;
+    *targetStart = target;
+    return result;
+}
+
+ConversionResult ConvertUTF16toUTF8(const UTF16** sourceStart, const UTF16* sourceEnd,
+                                    UTF8** targetStart, UTF8* targetEnd, ConversionFlags flags) {
+    ConversionResult result = conversionOK;
+    const UTF16* source = *sourceStart;
+    UTF8* target = *targetStart;
+    for (;;) {
+        ConvertWellFormed(source, sourceEnd, target, targetEnd);
+        if (source >= sourceEnd) {
+            break;
+        }
+        const UTF16* behind = source;
+        UTF32 character = 0;
+        result = ReadUTF16(behind, sourceEnd, flags, character);
+        if (result != conversionOK) {
+            break;
+        }
+        const std::size_t length = LengthAsUTF8(character);
+        if (targetEnd - target < static_cast<std::ptrdiff_t>(length)) {
+            result = targetExhausted;
+            break;
+        }
+        EncodeUTF8(character, length, target);
+        target += length;
+        source = behind;
+    }
+    *sourceStart = source;
+    *targetStart = target;
+    return result;
+}
+
+ConversionResult ConvertUTF8toUTF16(const UTF8** sourceStart, const UTF8* sourceEnd,
+                                    UTF16** targetStart, UTF16* targetEnd,
+                                    ConversionFlags /*flags*/) {
+    // What the flags would tell apart, surrogates and values above U+10FFFF, is not well-formed
+    // UTF-8 and stops the conversion before they matter.
+    ConversionResult result = conversionOK;
+    const UTF8* source = *sourceStart;
+    UTF16* target = *targetStart;
+    for (;;) {
+        ConvertWellFormed(source, sourceEnd, target, targetEnd);
+        if (source >= sourceEnd) {
+            break;
+        }
+        const std::size_t length = kTrailingBytes[*source] + std::size_t{1};
+        if (sourceEnd - source < static_cast<std::ptrdiff_t>(length)) {
+            result = sourceExhausted;
+            break;
+        }
+        if (!IsLegalCharacter(source, length)) {
+            result = sourceIllegal;
+            break;
+        }
+        const std::ptrdiff_t units = length == 4 ? 2 : 1;
+        if (targetEnd - target < units) {
+            result = targetExhausted;
+            break;
+        }
+        const UTF32 character = DecodeUTF8(source, length);
+        if (units == 1) {
+            *target = static_cast<UTF16>(character);
+        } else {
+            EncodeSurrogatePair(character, target);
+        }
+        target += units;
+        source += length;
+    }
+    *sourceStart = source;
+    *targetStart = target;
+    return result;
+}
+
+ConversionResult ConvertUTF32toUTF8(const UTF32** sourceStart, const UTF32* sourceEnd,
+                                    UTF8** targetStart, UTF8* targetEnd, ConversionFlags flags) {
+    ConversionResult result = conversionOK;
+    const UTF32* source = *sourceStart;
+    UTF8* target = *targetStart;
+    for (; source < sourceEnd; ++source) {
+        UTF32 character = *source;
+        if (flags == strictConversion && IsSurrogate(character)) {
+            result = sourceIllegal;
+            break;
+        }
+        if (character > kLastCharacter) {
+            // Intended: reported under both flags, replaced, and the conversion goes on.
+            character = kReplacement;
+            result = sourceIllegal;
+        }
+        const std::size_t length = LengthAsUTF8(character);
+        if (targetEnd - target < static_cast<std::ptrdiff_t>(length)) {
+            result = targetExhausted;
+            break;
+        }
+        EncodeUTF8(character, length, target);
+        target += length;
+    }
+    *sourceStart = source;
+    *targetStart = target;
+    return result;
+}
+
+ConversionResult ConvertUTF8toUTF32(const UTF8** sourceStart, const UTF8* sourceEnd,
+                                    UTF32** targetStart, UTF32* targetEnd,
+                                    ConversionFlags /*flags*/) {
+    ConversionResult result = conversionOK;
+    const UTF8* source = *sourceStart;
+    UTF32* target = *targetStart;
+    while (source < sourceEnd) {
+        const std::size_t length = kTrailingBytes[*source] + std::size_t{1};
+        if (sourceEnd - source < static_cast<std::ptrdiff_t>(length)) {
+            result = sourceExhausted;
+            break;
+        }
+        if (!IsLegalCharacter(source, length)) {
+            result = sourceIllegal;
+            break;
+        }
+        if (target >= targetEnd) {
+            result = targetExhausted;
+            break;
+        }
+        *target++ = DecodeUTF8(source, length);
+        source += length;
+    }
+    *sourceStart = source;
+    *targetStart = target;
+    return result;
+}
+
+bool isLegalUTF8Sequence(const unsigned char* source, const unsigned char* sourceEnd) {
+    if (source >= sourceEnd) {
+        return false;
+    }
+    const std::size_t length = kTrailingBytes[*source] + std::size_t{1};
+    return sourceEnd - source >= static_cast<std::ptrdiff_t>(length) &&
+           IsLegalCharacter(source, length);
+}
+
+} // namespace NYPL

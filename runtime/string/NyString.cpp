@@ -1,0 +1,41 @@
+#include "runtime/string/NyString.h"
+
+#include <cstring>
+
+#include "runtime/string/ConvertUTF.h"
+
+namespace {
+
+// Intended: longer texts are cut here, whatever memory there is.
+constexpr std::size_t kConversionUnits = 4095;
+
+} // namespace
+
+int NyStringToString(const char* text, std::string& out) {
+    out = text;
+    return 0;
+}
+
+int NyStringToString(const unsigned short* text, std::string& out) {
+    unsigned char buffer[kConversionUnits];
+    unsigned char* end = buffer;
+    const unsigned short* source = text;
+    const NYPL::ConversionResult result =
+        NYPL::ConvertUTF16toUTF8(&source, text + UTF16Traits::length(text), &end,
+                                 buffer + kConversionUnits, NYPL::lenientConversion);
+    out.assign(buffer, end);
+    return result == NYPL::conversionOK ? 0 : 1;
+}
+
+int NyStringToString(const char* text, tString& out) {
+    unsigned short buffer[kConversionUnits];
+    unsigned short* end = buffer;
+    // UTF-8 is read as bytes, which any object may be.
+    const auto* start = reinterpret_cast<const unsigned char*>(text);
+    const unsigned char* source = start;
+    const NYPL::ConversionResult result =
+        NYPL::ConvertUTF8toUTF16(&source, start + std::strlen(text), &end,
+                                 buffer + kConversionUnits, NYPL::lenientConversion);
+    out.assign(buffer, end);
+    return result == NYPL::conversionOK ? 0 : 1;
+}

@@ -1,0 +1,27 @@
+#include "runtime/time/MacDuration.h"
+
+#include "runtime/time/NyTime.h"
+
+#include <cstdint>
+
+namespace {
+constexpr long kForever = 0x7FFFFFFF;
+constexpr int32_t kLastSecondInMicroseconds = 0x3FFFF;
+} // namespace
+
+long ConvertNyTimeToMacDuration(const NyTime& time) {
+    if (time.mSpecial != NyTime::kZero) {
+        return kForever;
+    }
+    if (time.mMicroseconds == 0) {
+        return 0;
+    }
+    const auto seconds = static_cast<int32_t>(time.mMicroseconds / 1000000);
+    const int64_t rest = time.mMicroseconds % 1000000;
+    // Unsigned, so that the intended wrap-around is defined.
+    const auto factor = static_cast<uint32_t>(seconds);
+    if (seconds > kLastSecondInMicroseconds) {
+        return static_cast<int32_t>(factor * 1000U + static_cast<uint32_t>(rest / 1000));
+    }
+    return static_cast<int32_t>(0U - factor * 1000000U - static_cast<uint32_t>(rest));
+}

@@ -1,0 +1,54 @@
+// Time values. NyTime and NyTimeOfDay are plain values without locking; nothing here blocks,
+// allocates or reports an error.
+#pragma once
+
+#include <cstdint>
+
+// A time in microseconds, or infinity. As a moment it counts from the Unix epoch (UTC) on the wall
+// clock, so that a set of the clock shows in the difference of two moments; as an interval it is a
+// length. Users subtract the microseconds of two finite values themselves.
+struct NyTime {
+    // What `Set` makes of the value. The underlying type is fixed: a selector outside the list is
+    // an ordinary value, treated as kZero.
+    enum tNySpecialTime : int32_t {
+        kZero = 0,         // 0 microseconds; the argument is ignored
+        kInfinite = 1,     // no limit; the argument is ignored
+        kNow = 2,          // the present moment; the argument is ignored
+        kMicroseconds = 3, // the argument, in microseconds
+    };
+
+    // Stores the kind and the value; the stored kind is kZero (finite) or kInfinite.
+    void Set(tNySpecialTime kind, long long value);
+
+    // The present moment; zero (finite) when the clock cannot be read.
+    void SetToCurrentTime();
+
+    int32_t mSpecial = kZero;  // kZero: finite; kInfinite: no limit; never another value
+    int64_t mMicroseconds = 0; // 0 when infinite
+};
+
+using tNySpecialTime = NyTime::tNySpecialTime;
+
+// A local time in calendar fields.
+struct NyTimeOfDay {
+    int32_t mSecond = 0;  // 0..60
+    int32_t mMinute = 0;  // 0..59
+    int32_t mHour = 0;    // 0..23
+    int32_t mDay = 0;     // 1..31
+    int32_t mMonth = 0;   // 0..11, January is 0
+    int32_t mYear = 0;    // years since 1900
+    int32_t mWeekDay = 0; // 0..6, Sunday is 0
+    int32_t mYearDay = 0; // 0..365
+    int32_t mIsDST = 0;   // 1 while daylight saving time is in force, else 0
+};
+
+// Calendar fields of wall-clock moments, in the time zone that `TZ` names at the call. Any thread;
+// no thread may change the environment meanwhile.
+class NyClockTime {
+public:
+    // The present moment.
+    static void GetTime(NyTimeOfDay& out);
+
+    // The moment `seconds` after the Unix epoch. Only the low 32 bits count, as a signed number.
+    static void GetTime(NyTimeOfDay& out, long long seconds);
+};

@@ -1,0 +1,370 @@
+#include "runtime/workqueue/NyWorkQueue.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include <sched.h>
+
+#include <boost/make_shared.hpp>
+
+#include "runtime/thread/NyThread.h"
+#include "runtime/workqueue/NyAutoWorkerCommand.h"
+#include "runtime/workqueue/NyWorkQueueHelper.h"
+#include "runtime/workqueue/WorkerThreadExtension.h"
+
+namespace {
+
+constexpr unsigned int kNoLimit = 0xFFFFFFFF;
+constexpr int kMaximumPending = 0x7FFFFFFF;
+
+// Stops the queue by having run.
+class KillCommand : public NyWorkQueue::CCommand {
+public:
+    KillCommand() : CCommand(true) {}
+    void Do() override {}
+};
+
+// The check of a shared pointer's own dereference, which release builds of the library leave out.
+void AbortIfEmpty(const boost::shared_ptr<NyWorkQueue::CCommand>& px) {
+    if (px == nullptr) {
+        std::fputs("NyWorkQueue: assertion failed: px != 0\n", stderr);
+        std::abort();
+    }
+}
+
+} // namespace
+
+NyThreadLocal<NyWorkQueue::CCommand*> NyWorkQueue::mstlsCurCommand;
+
+NyWorkQueue::CCommand::CCommand(bool stopsQueue) : mStopsQueue(stopsQueue) {}
+
+NyWorkQueue::CCommand::~CCommand() = default;
+
+void NyWorkQueue::CCommand::RegisterHelperFuncs(const boost::shared_ptr<NyWorkQueueHelper>& funcs) {
+    if (funcs != nullptr) {
+        mQueuedFunc = funcs->mQueuedFunc;
+        mDoneFunc = funcs->mDoneFunc;
+    }
+}
+
+void NyWorkQueue::CCommand::done() {
+    mIsDone = true;
+    if (mDoneEvent != nullptr) {
+        mDoneEvent->Signal();
+        mDoneEvent.reset();
+    }
+}
+
+boost::shared_ptr<NyEvent> NyWorkQueue::CCommand::GetDoneEvent() {
+    if (mDoneEvent == nullptr && !mIsDone) {
+        mDoneEvent = boost::make_shared<NyEvent>(NyEvent::kManualReset, NyEvent::kNotSignaled,
+                                                 "CCommand done event");
+    }
+    return mDoneEvent;
+}
+
+NyWorkQueue::NyWorkQueue(const char* name, const boost::function<void(NyWorkQueue*)>& callback,
+                         tQueueMode mode)
+    : mCommandSemaphore(0, kMaximumPending),
+      mName(name),
+      mQueueMode(mode),
+      mCallback(callback),
+      mResumeEvent(NyEvent::kManualReset, NyEvent::kSignaled, "Worker thread resume event") {}
+
+NyWorkQueue::~NyWorkQueue() {
+    // Whoever adopted the last command may still be about to raise the semaphore for it.
+    while (mRaising.load(std::memory_order_acquire) != 0) {
+        sched_yield();
+    }
+    NyWorkQueueDiscardTaskRun(mThreadExtension);
+}
+
+int NyWorkQueue::AdoptCommand(boost::shared_ptr<CCommand>& cmd, int& handle, bool last) {
+    NyLockGuard guard(mLock, true);
+    if (!mAccepting) {
+        handle = -1;
+        cmd.reset();
+        return kQueueOK;
+    }
+    AbortIfEmpty(cmd);
+    ++cmd->mQueuedCount;
+    mAccepting = !last;
+    handle = TakeSerialNumber();
+    if (!cmd->mQueuedFunc.empty()) {
+        cmd->mQueuedFunc(handle);
+    }
+    cmd->mHandle = handle;
+    mCommands.push_back(cmd);
+    mHasCommands.store(true, std::memory_order_relaxed);
+    if (mQueueMode == kThreadMode) {
+        // Without the lock, which the consumer that is woken needs first of all.
+        mRaising.fetch_add(1, std::memory_order_relaxed);
+        guard.Unlock();
+        mCommandSemaphore.Raise();
+        mRaising.fetch_sub(1, std::memory_order_release);
+    } else if (!mCallback.empty()) {
+        mCallback(this);
+    }
+    return kQueueOK;
+}
+
+int NyWorkQueue::AdoptCommand(boost::shared_ptr<CCommand>& cmd, bool last) {
+    int handle = -1;
+    return AdoptCommand(cmd, handle, last);
+}
+
+int NyWorkQueue::RequeueCommand(CCommand* cmd, int& handle, bool last) {
+    boost::shared_ptr<CCommand> owner = cmd->shared_from_this();
+    return AdoptCommand(owner, handle, last);
+}
+
+int NyWorkQueue::RequeueCommand(CCommand* cmd, bool last) {
+    int handle = -1;
+    return RequeueCommand(cmd, handle, last);
+}
+
+boost::shared_ptr<NyWorkQueue::CCommand> NyWorkQueue::FindCommand(int handle, bool& pending) const {
+    for (const boost::shared_ptr<CCommand>& command : mCommands) {
+        if (command->mHandle == handle) {
+            pending = true;
+            return command;
+        }
+    }
+    pending = false;
+    return mCurrentCommand != nullptr && mCurrentCommand->mHandle == handle
+               ? mCurrentCommand
+               : boost::shared_ptr<CCommand>();
+}
+
+int NyWorkQueue::WaitOnCommand(int handle, NyTime* timeout, tWaitMode mode) {
+    NyLockGuard guard(mLock, true);
+    bool pending = false;
+    const boost::shared_ptr<CCommand> command = FindCommand(handle, pending);
+    return command == nullptr ? kQueueOK : waitOnCommand(guard, command, timeout, mode);
+}
+
+int NyWorkQueue::CancelCommand(int handle, NyTime* timeout, tWaitMode mode) {
+    NyLockGuard guard(mLock, true);
+    bool pending = false;
+    const boost::shared_ptr<CCommand> command = FindCommand(handle, pending);
+    if (command == nullptr) {
+        return kNoSuchCommand;
+    }
+    // A command that has not begun keeps its place and is skipped there, but nobody waits for that.
+    if (pending) {
+        command->done();
+    }
+    command->cancel();
+    return waitOnCommand(guard, command, timeout, mode);
+}
+
+int NyWorkQueue::waitOnCommand(NyLockGuard& guard, const boost::shared_ptr<CCommand>& cmd,
+                               NyTime* timeout, tWaitMode mode) {
+    if (cmd == nullptr) {
+        return kNullCommand;
+    }
+    if (mode == kWaitUnlessCanceled) {
+        if (cmd->wasCanceled() && cmd != mCurrentCommand) {
+            return kQueueOK;
+        }
+    } else if (mode != kWait) {
+        return kQueueOK;
+    }
+    // A reference of our own: the command drops its own when it is done.
+    const boost::shared_ptr<NyEvent> doneEvent = cmd->GetDoneEvent();
+    if (doneEvent == nullptr) {
+        return kCommandAlreadyDone;
+    }
+    guard.Unlock();
+    if (timeout != nullptr) {
+        doneEvent->Wait(*timeout);
+    } else {
+        doneEvent->Wait(kNoLimit);
+    }
+    return kQueueOK;
+}
+
+int NyWorkQueue::ProcessCommands() {
+    if (mStopped.load(std::memory_order_acquire)) {
+        return kQueueStopped;
+    }
+    if (mThreadExtension == nullptr) {
+        BeginConsuming();
+    }
+    if (mQueueMode == kThreadMode) {
+        mCommandSemaphore.Wait(kNoLimit);
+        mResumeEvent.Wait(kNoLimit);
+    } else if (const NyLockGuard guard(mLock, true); mPaused) {
+        return kQueueOK;
+    }
+
+    NyWorkQueuePreCommandBlock(mThreadExtension);
+    // The semaphore counts every command and a batch takes all there are, so many a call finds
+    // nothing; that needs no lock. Whoever raised the semaphore stored the flag before.
+    if (mHasCommands.load(std::memory_order_relaxed)) {
+        NyLockGuard guard(mLock, true);
+        while (!mCommands.empty() && !mStopped.load(std::memory_order_relaxed)) {
+            RunFrontCommand(guard);
+        }
+    }
+    NyWorkQueuePostCommandBlock(mThreadExtension);
+    if (!mStopped.load(std::memory_order_acquire)) {
+        return kQueueOK;
+    }
+    NyWorkQueuePostTaskRun(mThreadExtension);
+    mThreadExtension = nullptr;
+    return kQueueStopped;
+}
+
+void NyWorkQueue::BeginConsuming() {
+    {
+        const NyLockGuard guard(mLock, true);
+        if (pthread_equal(mWorkThreadID, pthread_t{}) != 0) {
+            mWorkThreadID = NyThread::GetCurrentId();
+        }
+    }
+    mThreadExtension = NyWorkQueuePreTaskRun();
+}
+
+void NyWorkQueue::RunFrontCommand(NyLockGuard& guard) {
+    // Kept here, and not only as the current command: a command may process commands itself.
+    const boost::shared_ptr<CCommand> command = std::move(mCommands.front());
+    mCommands.pop_front();
+    mHasCommands.store(!mCommands.empty(), std::memory_order_relaxed);
+    mCurrentCommand = command;
+    --command->mQueuedCount;
+    guard.Unlock();
+    NyWorkQueuePreCommand(mThreadExtension);
+    try {
+        RunUnlocked(*command);
+    } catch (...) {
+        // Nobody waits for ever for a command that failed.
+        mstlsCurCommand.Set(nullptr);
+        FinishCommand(guard, *command);
+        throw;
+    }
+    FinishCommand(guard, *command);
+}
+
+void NyWorkQueue::RunUnlocked(CCommand& command) {
+    if (command.wasCanceled()) {
+        return;
+    }
+    mstlsCurCommand.Set(&command);
+    command.Do();
+    mstlsCurCommand.Set(nullptr);
+    if (!command.mDoneFunc.empty()) {
+        command.mDoneFunc(command.mHandle);
+    }
+}
+
+void NyWorkQueue::FinishCommand(NyLockGuard& guard, CCommand& command) {
+    NyWorkQueuePostCommand(mThreadExtension);
+    guard.Lock();
+    if (command.mQueuedCount < 1) {
+        command.done();
+    }
+    if (command.mStopsQueue) {
+        mStopped.store(true, std::memory_order_release);
+    }
+    mCurrentCommand.reset();
+}
+
+int NyWorkQueue::Pause(tPauseAdverb adverb) {
+    const NyLockGuard guard(mLock, true);
+    if (mPauseHandle != -1) {
+        return kPauseAlreadyQueued;
+    }
+    if (adverb == kPauseQueued) {
+        NyAutoWorkerCommand::QueueGetHandle(&NyWorkQueue::pause, this, mPauseHandle,
+                                            kGivenWorkQueue, this);
+    } else {
+        pause();
+    }
+    return kQueueOK;
+}
+
+void NyWorkQueue::pause() {
+    const NyLockGuard guard(mLock, true);
+    if (mQueueMode == kThreadMode) {
+        mResumeEvent.Reset();
+    } else {
+        mPaused = true;
+    }
+}
+
+int NyWorkQueue::Resume() {
+    NyLockGuard guard(mLock, true);
+    int result = kQueueOK;
+    if (mPauseHandle != -1) {
+        const int handle = mPauseHandle;
+        guard.Unlock();
+        result = WaitOnCommand(handle, nullptr, kWait);
+        guard.Lock();
+        mPauseHandle = -1;
+    }
+    if (mQueueMode == kThreadMode) {
+        mResumeEvent.Signal();
+    } else {
+        mPaused = false;
+        if (!mCallback.empty()) {
+            mCallback(this);
+        }
+    }
+    return result;
+}
+
+int NyWorkQueue::Stop(tStopAdverb adverb, bool wait) {
+    NyLockGuard guard(mLock, true);
+    if (adverb == kStopNow) {
+        mCommands.clear();
+    }
+    if (!wait || pthread_equal(NyThread::GetCurrentId(), mWorkThreadID) == 0) {
+        boost::shared_ptr<CCommand> terminating = boost::make_shared<KillCommand>();
+        int handle = -1;
+        AdoptCommand(terminating, handle, true);
+        guard.Unlock();
+        if (wait) {
+            WaitOnCommand(handle, nullptr, kWait);
+        }
+    } else {
+        mAccepting = false;
+        guard.Unlock();
+        ProcessCommands();
+    }
+    if (adverb == kStopAfterPending) {
+        guard.Lock();
+        mCommands.clear();
+        guard.Unlock();
+    }
+    return kQueueOK;
+}
+
+pthread_t NyWorkQueue::GetWorkThreadID() {
+    const NyLockGuard guard(mLock, true);
+    return mWorkThreadID;
+}
+
+int NyWorkQueue::getNextCommandSerialNumber() {
+    const NyLockGuard guard(mLock, true);
+    return TakeSerialNumber();
+}
+
+int NyWorkQueue::TakeSerialNumber() {
+    const int32_t number = mNextSerialNumber;
+    // Wraps, which signed arithmetic must not.
+    mNextSerialNumber = static_cast<int32_t>(static_cast<uint32_t>(number) + 1U);
+    return number < 0 ? 0 : number;
+}
+
+void NyWorkQueue::Initialize() {
+    InitTLS();
+    if (!NyThread::mAtStartFunctions.Contains(&InitTLS)) {
+        NyThread::mAtStartFunctions.Append(&InitTLS);
+    }
+}
+
+void NyWorkQueue::InitTLS() {
+    mstlsCurCommand.Set(nullptr);
+}

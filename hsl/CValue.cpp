@@ -1,0 +1,12 @@
+#include "hsl/CValue.h"
+
+#include "hsl/RecordWriter.h"
+
+namespace HSL {
+
+int CValue::Serialize(CCircularBuffer* buffer) const {
+    CRecordWriter(*buffer).PutValue(*this);
+    return 0;
+}
+
+} // namespace HSL

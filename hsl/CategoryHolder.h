@@ -1,0 +1,42 @@
+#pragma once
+
+#include <array>
+
+#include "hsl/CCat.h"
+#include "hsl/LogManager.h"
+
+namespace HSL {
+
+// An application's category, typically a static object: its id, its name, and the sets that it
+// forms with each severity level, kept so that a log call builds none.
+//
+//     const CCategoryHolder kTransport(20, "Transport");
+//     context->Log(kTransport[kWarning], "late by %d us", late);
+//
+// `name` is not copied and must live as long as the object. Reading is for any thread.
+class CCategoryHolder {
+public:
+    constexpr CCategoryHolder(unsigned char id, const char* name)
+        : mID(id), mName(name), mSets{CCat(kUltraVerbose, id), CCat(kVerbose, id),
+                                      CCat(kChatty, id),       CCat(kInfo, id),
+                                      CCat(kWarning, id),      CCat(kError, id),
+                                      CCat(kCatastrophy, id)} {}
+
+    // Names the category; once after each Initialize. An earlier name stays.
+    void Register() const {
+        if (CLogManager* const manager = CLogManager::Instance()) {
+            manager->SetCategoryName(mID, mName);
+        }
+    }
+
+    constexpr unsigned char ID() const { return mID; }
+    constexpr const char* Name() const { return mName; }
+    constexpr const CCat& operator[](tLevel level) const { return mSets[level]; }
+
+private:
+    unsigned char mID;
+    const char* mName;
+    std::array<CCat, kCatastrophy + 1> mSets;
+};
+
+} // namespace HSL

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+
+#include "hsl/LogManager.h"
+
+namespace HSL {
+
+// A format that is registered once and then logged by its id, typically a static object:
+//
+//     CFormatHolder gLate("late by %d us");
+//     gLate.Register();                               // after Initialize
+//     context->Log(cat, gLate, late);
+//
+// The id is -1, which prints as an uninitialised format, before Register and again once logging
+// was initialised anew without it. `text` is not copied and must live as long as the object. Any
+// thread may read the id; Register is called by one at a time and waits for a collection pass.
+class CFormatHolder {
+public:
+    constexpr explicit CFormatHolder(const char* text) : mText(text) {}
+    CFormatHolder(const CFormatHolder&) = delete;
+    CFormatHolder& operator=(const CFormatHolder&) = delete;
+
+    void Register() {
+        CLogManager* const manager = CLogManager::Instance();
+        if (manager != nullptr && ID() == -1) {
+            const short id = manager->AddFormatString(mText);
+            mRegistration.store(Pack(CLogManager::Generation(), id), std::memory_order_relaxed);
+        }
+    }
+
+    short ID() const {
+        // Relaxed: the format behind the id is handed to the collection thread under a lock.
+        const unsigned int registration = mRegistration.load(std::memory_order_relaxed);
+        const auto id = static_cast<short>(registration & 0xFFFF);
+        return registration == Pack(CLogManager::Generation(), id) ? id : short{-1};
+    }
+    operator short() const { return ID(); }
+
+private:
+    // The id and the generation that it belongs to, in one word so that both are read together. No
+    // generation that logs is 0.
+    static unsigned int Pack(unsigned int generation, short id) {
+        return generation << 16 | static_cast<unsigned short>(id);
+    }
+
+    const char* mText;
+    std::atomic<unsigned int> mRegistration{0xFFFF};
+};
+
+} // namespace HSL

@@ -1,0 +1,238 @@
+#include "hsl/LogManager.h"
+
+#include <bit>
+#include <cstddef>
+#include <cstdio>
+#include <limits>
+#include <mutex>
+#include <vector>
+
+#include <libkern/OSAtomic.h>
+
+#include "hsl/CollectionThread.h"
+#include "hsl/LogContext.h"
+#include "hsl/LogStatics.h"
+#include "runtime/sync/NyLock.h"
+#include "runtime/thread/NyThread.h"
+
+namespace HSL {
+
+namespace {
+
+void PrintLine(const char* line) {
+    std::printf("%s", line);
+}
+
+// Relaxed but for the pair of callback and type: who sees that structured output is in use sees
+// the callback that it came with.
+constinit std::atomic<CLogManager::OutputCallback> msOutputCallback{PrintLine};
+constinit std::atomic<CLogManager::StructuredOutputCallback> msStructuredOutputCallback{nullptr};
+constinit std::atomic<int> msOutputCallbackType{0};
+
+// The generation that the thread's slot was filled in. Under another one the slot points to a
+// context that Cleanup destroyed.
+thread_local unsigned int tlsGeneration = 0;
+
+} // namespace
+
+constinit std::atomic<CLogManager*> CLogManager::msThis{nullptr};
+constinit std::atomic<bool> CLogManager::msEnabled{false};
+constinit std::atomic<unsigned int> CLogManager::msGeneration{0};
+constinit std::array<std::atomic<unsigned char>, 256> CLogManager::msFilter{};
+constinit std::int32_t CLogManager::mNextSequence = 0;
+
+CLogManager::Statics::~Statics() {
+    // A process, or a plug-in, that ends while it logs: no thread may outlive its code.
+    Cleanup();
+}
+
+CLogManager::Statics& CLogManager::TheStatics() {
+    static Statics statics;
+    return statics;
+}
+
+NyLock& CLogManager::AddRemoveContextLock() {
+    return TheStatics().mAddRemoveContextLock;
+}
+
+void CLogManager::Initialize() {
+    if (IsInitialized()) {
+        return;
+    }
+    Statics& statics = TheStatics();
+    CLogManager& manager = statics.mManager;
+    manager.mStopCollecting = 0;
+    manager.mBufferSize = kDefaultBufferSize;
+    mNextSequence = 0;
+    for (std::atomic<unsigned char>& enabled : msFilter) {
+        enabled.store(0, std::memory_order_relaxed);
+    }
+    msGeneration.fetch_add(1, std::memory_order_relaxed);
+    msThis.store(&manager, std::memory_order_release);
+    CCat::Initialize();
+    statics.mCollectionThread.Start();
+    GetTLSContext()->SetName("Main");
+}
+
+void CLogManager::Cleanup() {
+    CLogManager* const manager = Instance();
+    if (manager == nullptr) {
+        return;
+    }
+    SetEnable(false);
+    Statics& statics = TheStatics();
+    {
+        const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+        manager->mStopCollecting = 1;
+    }
+    statics.mCollectionThread.WaitForExit();
+    CCat::Cleanup();
+    {
+        const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+        // Taken out first: a context's end does not look for itself among the adopted ones.
+        std::vector<CLogContext*> adopted;
+        adopted.swap(statics.mAdoptedTLSContexts);
+        for (CLogContext* const context : adopted) {
+            delete context;
+        }
+        statics.mFormatStrings.clear();
+        statics.mLogContexts.clear();
+    }
+    {
+        const std::lock_guard guard(statics.mNameMutex);
+        for (std::string& name : statics.mCategoryNames) {
+            name.clear();
+        }
+    }
+    // Contexts of client code that outlive this log nothing more.
+    for (std::atomic<unsigned char>& enabled : msFilter) {
+        enabled.store(0, std::memory_order_relaxed);
+    }
+    statics.mTLSLogContext.Set(nullptr);
+    msThis.store(nullptr, std::memory_order_release);
+}
+
+CLogContext* CLogManager::GetTLSContext() {
+    Statics& statics = TheStatics();
+    const unsigned int generation = Generation();
+    CLogContext* context = statics.mTLSLogContext.Get();
+    if (context != nullptr && tlsGeneration == generation) {
+        return context;
+    }
+    // The handle as a number, whatever its type is.
+    const auto handle = std::bit_cast<unsigned long>(NyThread::GetCurrentId());
+    const std::string name = "TID " + std::to_string(handle);
+    context = new CLogContext(name.c_str(), Instance()->GetBufferSize(), CLogContext::MallocFunc,
+                              CLogContext::FreeFunc);
+    AdoptTLSContext(context);
+    statics.mTLSLogContext.Set(context);
+    tlsGeneration = generation;
+    return context;
+}
+
+void CLogManager::CleanupTLSContext() {
+    if (!IsInitialized()) {
+        return;
+    }
+    Statics& statics = TheStatics();
+    CLogContext* const context = statics.mTLSLogContext.Get();
+    statics.mTLSLogContext.Set(nullptr);
+    if (context == nullptr) {
+        return;
+    }
+    {
+        const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+        // A Cleanup that came first has destroyed it, also while this thread waited for the lock.
+        if (tlsGeneration != Generation() ||
+            std::erase(statics.mAdoptedTLSContexts, context) == 0) {
+            return;
+        }
+    }
+    delete context;
+}
+
+bool CLogManager::RegisterCategoryRange(int first, int last) const {
+    // Two ranges, fixed on purpose.
+    return first <= last && ((first == 20 && last <= 59) || (first == 60 && last <= 79));
+}
+
+void CLogManager::SetCategoryName(unsigned char id, const char* name) {
+    Statics& statics = TheStatics();
+    const std::lock_guard guard(statics.mNameMutex);
+    if (statics.mCategoryNames[id].empty()) {
+        statics.mCategoryNames[id] = name;
+    }
+}
+
+std::string CLogManager::GetCategoryName(unsigned char id) const {
+    Statics& statics = TheStatics();
+    const std::lock_guard guard(statics.mNameMutex);
+    return statics.mCategoryNames[id];
+}
+
+void CLogManager::AddContext(CLogContext* context) {
+    Statics& statics = TheStatics();
+    const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+    statics.mLogContexts.push_back(context);
+}
+
+void CLogManager::RemoveContext(CLogContext* context) {
+    Statics& statics = TheStatics();
+    const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+    std::erase(statics.mLogContexts, context);
+}
+
+void CLogManager::AdoptTLSContext(CLogContext* context) {
+    Statics& statics = TheStatics();
+    const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+    statics.mAdoptedTLSContexts.push_back(context);
+}
+
+CLogManager::OutputCallback CLogManager::SetOutputCallback(OutputCallback callback) {
+    const OutputCallback previous = msOutputCallback.exchange(callback, std::memory_order_relaxed);
+    msOutputCallbackType.store(0, std::memory_order_release);
+    return previous;
+}
+
+CLogManager::OutputCallback CLogManager::GetOutputCallback() const {
+    return msOutputCallback.load(std::memory_order_relaxed);
+}
+
+CLogManager::StructuredOutputCallback
+CLogManager::SetStructuredOutputCallback(StructuredOutputCallback callback) {
+    const StructuredOutputCallback previous =
+        msStructuredOutputCallback.exchange(callback, std::memory_order_relaxed);
+    msOutputCallbackType.store(1, std::memory_order_release);
+    return previous;
+}
+
+CLogManager::StructuredOutputCallback CLogManager::GetStructuredOutputCallback() const {
+    return msStructuredOutputCallback.load(std::memory_order_relaxed);
+}
+
+int CLogManager::GetOutputCallbackType() const {
+    return msOutputCallbackType.load(std::memory_order_acquire);
+}
+
+short CLogManager::AddFormatString(const char* text) {
+    return TheStatics().AddFormat(CFormatStringEntry{true, text, {}});
+}
+
+short CLogManager::AddFormatString(const wchar_t* text) {
+    return TheStatics().AddFormat(CFormatStringEntry{false, {}, text});
+}
+
+short CLogManager::Statics::AddFormat(CFormatStringEntry entry) {
+    const NyLockGuard guard(mAddRemoveContextLock, true);
+    if (mFormatStrings.size() > static_cast<std::size_t>(std::numeric_limits<short>::max())) {
+        return -1;
+    }
+    mFormatStrings.push_back(std::move(entry));
+    return static_cast<short>(mFormatStrings.size() - 1);
+}
+
+std::int32_t CLogManager::NextSequence() {
+    return OSAtomicAdd32Barrier(1, &mNextSequence);
+}
+
+} // namespace HSL

@@ -1,0 +1,80 @@
+#include "hsl/RecordWriter.h"
+
+#include <cstdint>
+#include <cwchar>
+
+#include "hsl/CValue.h"
+
+namespace HSL {
+
+namespace {
+
+constexpr char kNull[] = "<NULL>";
+constexpr wchar_t kWideNull[] = L"<NULL>";
+constexpr std::uint16_t kNullLength = sizeof kNull - 1;
+
+} // namespace
+
+void CRecordWriter::Write(const void* bytes, std::size_t size) {
+    int count = static_cast<int>(size);
+    mBuffer.Write(bytes, count);
+}
+
+void CRecordWriter::PutText(const char* text) {
+    // A length of more than 16 bits is cut to its low ones.
+    const auto length =
+        text == nullptr ? kNullLength : static_cast<std::uint16_t>(std::strlen(text));
+    Put(length);
+    PutBytes(text == nullptr ? kNull : text, length);
+}
+
+void CRecordWriter::PutWideText(const wchar_t* text) {
+    if (text == nullptr) {
+        // Intended: the count of the null text is that of its bytes.
+        constexpr std::uint16_t kBytes = kNullLength * sizeof(wchar_t);
+        Put(kBytes);
+        PutBytes(kWideNull, kBytes);
+        return;
+    }
+    const auto count = static_cast<std::uint16_t>(std::wcslen(text));
+    Put(count);
+    PutBytes(text, count * sizeof(wchar_t));
+}
+
+void CRecordWriter::PutValue(const CValue& value) {
+    Put(static_cast<unsigned char>(value.mKind));
+    switch (value.mKind) {
+    case eInt8:
+    case eUInt8:
+        Put(value.mPayload.mUInt8);
+        break;
+    case eInt16:
+    case eUInt16:
+        Put(value.mPayload.mUInt16);
+        break;
+    case eInt32:
+    case eUInt32:
+    case eLong:
+    case ePointer:
+        Put(value.mPayload.mUInt32);
+        break;
+    case eInt64:
+    case eUInt64:
+        Put(value.mPayload.mUInt64);
+        break;
+    case eFloat:
+        Put(value.mPayload.mFloat);
+        break;
+    case eDouble:
+        Put(value.mPayload.mDouble);
+        break;
+    case eString:
+        PutText(value.mPayload.mString);
+        break;
+    case eWideString:
+        PutWideText(value.mPayload.mWideString);
+        break;
+    }
+}
+
+} // namespace HSL

@@ -1,0 +1,224 @@
+#include "MidiDriver/MidiDriverPlugin.h"
+
+#include "MidiDriver/DeviceSetup.h"
+#include "MidiDriver/MidiConfigFile.h"
+#include "MidiDriver/MidiPlugin.h"
+#include "MidiDriver/PacketPaths.h"
+#include "MidiDriver/worker/ActiveSense.h"
+#include "MidiDriver/worker/MidiCallbackWorker.h"
+#include "runtime/thread/NyInit.h"
+
+#include <syslog.h>
+
+#include <cstddef>
+#include <type_traits>
+#include <vector>
+
+const CFStringRef kDeviceName = CFSTR("Quorvel MIDI");
+const CFStringRef kManufName = CFSTR("Quorvel");
+const CFStringRef kModelName = CFSTR("Control Surface");
+const CFStringRef kReceivePortName = CFSTR("Quorvel Virtual Source IDs Port");
+
+std::atomic<MIDIPlugin*> sPluginRef{nullptr};
+UniqueIDList sVirtualSourceIDs;
+static_assert(std::is_trivially_destructible_v<UniqueIDList>); // a run loop may still read it
+
+void ThrowIfError(long err) {
+    if (err != 0) {
+        throw err;
+    }
+}
+
+void ThrowIfNull(const void* p) {
+    if (p == nullptr) {
+        throw -1;
+    }
+}
+
+namespace {
+
+constexpr int kDataElementSize = 1;
+constexpr int kInfoElementSize = 4;
+constexpr int kThrottleElementSize = 12;
+constexpr int kThrottleRate = 14336; // bytes per second and port
+
+void LogDisposeFailure(OSStatus err, const char* text) {
+    syslog(LOG_ERR, "Error: %d, %s", static_cast<int>(err), text);
+}
+
+tActiveSenseFn ActiveSenseFnFor(CFStringRef protocol) {
+    if (CFStringCompare(protocol, CFSTR("HUI"), 0) == kCFCompareEqualTo) {
+        return IsHUIActiveSenseFn;
+    }
+    if (CFStringCompare(protocol, CFSTR("MackieControl"), 0) == kCFCompareEqualTo) {
+        return IsMackieControlActiveSenseFn;
+    }
+    return nullptr;
+}
+
+void ReadActiveSenseFns(std::vector<tActiveSenseFn>& functions) {
+    std::vector<CFStringRef> protocols(kMaxPorts, nullptr);
+    CopyEmulatedProtocols(&protocols);
+    functions.assign(kMaxPorts, nullptr);
+    for (std::size_t port = 0; port < protocols.size(); port++) {
+        if (protocols[port] != nullptr) {
+            functions[port] = ActiveSenseFnFor(protocols[port]);
+            CFRelease(protocols[port]);
+        }
+    }
+}
+
+/// Takes down what the construction reached, also when it was cut short.
+void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
+    if (plugin == nullptr) {
+        return;
+    }
+    if (plugin->factoryID != nullptr) {
+        CFPlugInRemoveInstanceForFactory(plugin->factoryID);
+        CFRelease(plugin->factoryID);
+    }
+    // The device's endpoints are the device's own and stay.
+    plugin->portSources.Clear();
+    const std::size_t numSources = plugin->virtualSources.Size();
+    for (std::size_t port = 0; port < numSources; port++) {
+        const OSStatus err = MIDIEndpointDispose(plugin->virtualSources.At(port).value_or(0));
+        if (err != noErr) {
+            LogDisposeFailure(err, "DeallocMIDIPluginInstance: Error when disposing MIDI Virtual "
+                                   "Source Endpoints\n");
+        }
+    }
+    // Before the worker ends: what it still forwards finds no endpoint and is dropped.
+    plugin->virtualSources.Clear();
+    if (plugin->client != 0) {
+        const OSStatus err = MIDIClientDispose(plugin->client);
+        if (err != noErr) {
+            LogDisposeFailure(err, "DeallocMIDIPluginInstance: Error when disposing MIDI Client\n");
+        }
+    }
+    if (plugin->worker != nullptr) {
+        ShutDown(plugin->worker);
+        DeleteMidiCallbackWorker(plugin->worker);
+    }
+    // No thread replies any more, and the bundle may be unloaded next.
+    FreeSendPacketBuffer();
+    delete plugin;
+}
+
+HRESULT MIDIPluginQueryInterface(void* self, CFUUIDBytes iid, void** ppv) {
+    CFUUIDRef interfaceID = CFUUIDCreateFromUUIDBytes(nullptr, iid);
+    // IUnknown is left out on purpose: CoreMIDI asks for the driver interface alone.
+    const bool known = CFEqual(interfaceID, kMIDIDriverInterfaceID);
+    if (known) {
+        PluginOf(self)->interface->AddRef(self);
+        *ppv = self;
+    } else {
+        *ppv = nullptr;
+    }
+    CFRelease(interfaceID);
+    return known ? S_OK : E_NOINTERFACE;
+}
+
+ULONG MIDIPluginAddRef(void* self) {
+    return ++PluginOf(self)->refCount;
+}
+
+ULONG MIDIPluginRelease(void* self) {
+    const UInt32 refCount = --PluginOf(self)->refCount;
+    if (refCount == 0) {
+        DeallocMIDIPluginInstance(PluginOf(self));
+    }
+    return refCount;
+}
+
+// The driver manages its one device itself, in Start; these have nothing to do.
+
+OSStatus MIDIDriverFindDevices(MIDIDriverRef /*self*/, MIDIDeviceListRef /*devices*/) {
+    return noErr;
+}
+
+OSStatus MIDIDriverConfigure(MIDIDriverRef /*self*/, MIDIDeviceRef /*device*/) {
+    return noErr;
+}
+
+OSStatus MIDIDriverEnableSource(MIDIDriverRef /*self*/, MIDIEndpointRef /*source*/,
+                                Boolean /*enabled*/) {
+    return noErr;
+}
+
+OSStatus MIDIDriverFlush(MIDIDriverRef /*self*/, MIDIEndpointRef /*destination*/,
+                         void* /*destRef1*/, void* /*destRef2*/) {
+    return noErr;
+}
+
+OSStatus MIDIDriverMonitor(MIDIDriverRef /*self*/, MIDIEndpointRef /*destination*/,
+                           const MIDIPacketList* /*list*/) {
+    return noErr;
+}
+
+MIDIDriverInterface sDriverInterface = {
+    nullptr,
+    MIDIPluginQueryInterface,
+    MIDIPluginAddRef,
+    MIDIPluginRelease,
+    MIDIDriverFindDevices,
+    MIDIDriverStart,
+    MIDIDriverStop,
+    MIDIDriverConfigure,
+    MIDIDriverSend,
+    MIDIDriverEnableSource,
+    MIDIDriverFlush,
+    MIDIDriverMonitor,
+};
+
+void BuildInstance(MIDIPlugin& plugin, CFUUIDRef factoryID) {
+    plugin.receiver.SetEndpoint(0);
+    plugin.interface = &sDriverInterface;
+    CFRetain(factoryID);
+    plugin.factoryID = factoryID;
+    CFPlugInAddInstanceForFactory(factoryID);
+    plugin.refCount = 1;
+
+    // Without a client the driver still publishes its device; only Start will fail, at the virtual
+    // sources.
+    if (MIDIClientCreate(CFSTR("QuorvelMIDIClient driver"), nullptr, nullptr, &plugin.client) !=
+        noErr) {
+        syslog(LOG_ERR, "AllocMIDIPluginInstance: Error when creating MIDI Client\n");
+    }
+    ReadActiveSenseFns(plugin.activeSenseFns);
+    plugin.worker = CreateMidiCallbackWorker(kMIDIPacketList, kDataElementSize, kInfoElementSize,
+                                             kThrottleElementSize, ForwardMIDIPacketList,
+                                             ReplyMIDIPacketList, &plugin.activeSenseFns, nullptr,
+                                             kThrottleRate, static_cast<int>(kMaxPorts));
+}
+
+MIDIPlugin* AllocMIDIPluginInstance(CFUUIDRef factoryID) {
+    auto* const plugin = new MIDIPlugin;
+    try {
+        BuildInstance(*plugin, factoryID);
+    } catch (...) {
+        DeallocMIDIPluginInstance(plugin);
+        throw;
+    }
+    return plugin;
+}
+
+} // namespace
+
+void* MIDIPluginFactory(CFAllocatorRef /*allocator*/, CFUUIDRef typeID) {
+    try {
+        NyInit();
+        if (!CFEqual(typeID, kMIDIDriverTypeID)) {
+            return nullptr;
+        }
+        // The reference from this Create is kept for good; the instance takes its own.
+        CFUUIDRef factoryID =
+            CFUUIDCreateFromString(CFAllocatorGetDefault(), CFSTR(QUORVEL_FACTORY_UUID));
+        ThrowIfNull(factoryID);
+        MIDIPlugin* const plugin = AllocMIDIPluginInstance(factoryID);
+        sPluginRef.store(plugin, std::memory_order_release);
+        return plugin;
+    } catch (...) {
+        // No exception leaves the plug-in; what can fail here is the allocation of memory.
+        return nullptr;
+    }
+}

@@ -1,0 +1,9 @@
+#include "MidiDriver/MidiReceiver.h"
+
+MidiReceiver::MidiReceiver(bool honourPortSelect) : MIDIParser(honourPortSelect) {}
+
+void MidiReceiver::EmitPacketList(unsigned char /*port*/, const MIDIPacketList& list) {
+    if (mEndpoint != 0) {
+        MIDIReceived(mEndpoint, &list);
+    }
+}

@@ -1,0 +1,458 @@
+#include "MidiDriver/worker/circular_buffer/circular_buffer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <limits>
+
+// How the two sides meet. The producer alone stores writeOffset, the consumer alone readOffset, and
+// each operation loads the other side's position once and decides everything on that value, as if
+// it had run whole at that moment.
+//
+// - The producer copies elements in, then stores writeOffset with release; the consumer loads it
+//   with acquire before it copies out. So whoever sees the position sees the bytes before it.
+// - The consumer copies elements out, then stores readOffset with release; the producer loads it
+//   with acquire before it copies in. So a slot is overwritten only after its bytes were read.
+// - A side loads its own position relaxed: no other thread stores it.
+//
+// On x86 these are plain loads and stores. PowerPC lets stores pass each other and loads run ahead:
+// there release is an lwsync before the store and acquire a barrier behind the load.
+//
+// Flags and error bytes carry no other data, so they are relaxed.
+
+namespace {
+
+using Ring = _t_circular_buffer;
+
+static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
+static_assert(std::atomic_ref<std::uint8_t>::is_always_lock_free);
+static_assert(std::atomic_ref<std::uint32_t>::required_alignment == alignof(std::uint32_t));
+
+// Writes of up to this many bytes do without the copy function.
+constexpr std::int64_t kLargestElementPathBytes = 32;
+
+template <typename T>
+T Load(const T& field, std::memory_order order) {
+    // A reference to const cannot be made into an atomic one; nothing is stored through it.
+    return std::atomic_ref<T>(const_cast<T&>(field)).load(order);
+}
+
+void Publish(std::uint32_t& offset, std::uint32_t value) {
+    std::atomic_ref(offset).store(value, std::memory_order_release);
+}
+
+std::uint64_t CalcSize(std::uint32_t elemSize, std::uint32_t numElems) {
+    // At most (2^32 - 1) * 2^32 + 64.
+    return std::uint64_t{elemSize} * (std::uint64_t{numElems} + 1) + kCBHeaderSize;
+}
+
+unsigned int LastError(const Ring& ring) {
+    return Load(ring.lastError, std::memory_order_relaxed);
+}
+
+// Either side records, so the first error is settled by an exchange: whichever came first stays.
+unsigned int RecordError(Ring& ring, std::uint8_t error) {
+    std::uint8_t none = kCBNoError;
+    std::atomic_ref(ring.firstError)
+        .compare_exchange_strong(none, error, std::memory_order_relaxed);
+    std::atomic_ref(ring.lastError).store(error, std::memory_order_relaxed);
+    return error;
+}
+
+unsigned int Overflow(Ring& ring) {
+    if ((Load(ring.flags, std::memory_order_relaxed) & kCBNoOverflowError) != 0) {
+        return LastError(ring);
+    }
+    return RecordError(ring, kCBOverflow);
+}
+
+// The sums of offsets and sizes below stay within 32 bits, since the size of the whole block does.
+
+bool IsFull(const Ring& ring, std::uint32_t read, std::uint32_t write) {
+    return write + ring.elemSize == read ||
+           (write == ring.lastSlotOffset && read == ring.startOffset);
+}
+
+std::uint32_t UsedBytes(const Ring& ring, std::uint32_t read, std::uint32_t write) {
+    if (read <= write) {
+        return write - read;
+    }
+    return (write - ring.startOffset) + (ring.lastSlotOffset + ring.elemSize - read);
+}
+
+unsigned char* Block(Ring& ring) {
+    return reinterpret_cast<unsigned char*>(&ring);
+}
+
+template <std::size_t Size>
+void CopyEnds(unsigned char* destination, const unsigned char* source, std::size_t size) {
+    unsigned char first[Size];
+    unsigned char last[Size];
+    std::memcpy(first, source, Size);
+    std::memcpy(last, source + size - Size, Size);
+    std::memcpy(destination, first, Size);
+    std::memcpy(destination + size - Size, last, Size);
+}
+
+// Most elements are small, and a library call costs more than moving them. Two fixed-size moves
+// that may overlap serve each range of sizes.
+void CopyBytes(unsigned char* destination, const unsigned char* source, std::size_t size) {
+    if (size > 32) {
+        std::memcpy(destination, source, size);
+    } else if (size >= 16) {
+        CopyEnds<16>(destination, source, size);
+    } else if (size >= 8) {
+        CopyEnds<8>(destination, source, size);
+    } else if (size >= 4) {
+        CopyEnds<4>(destination, source, size);
+    } else if (size >= 2) {
+        CopyEnds<2>(destination, source, size);
+    } else if (size == 1) {
+        *destination = *source;
+    }
+}
+
+// Stores `size` bytes, which fit, in element after element from `write`. Returns the position
+// behind them.
+std::uint32_t CopyIn(Ring& ring, std::uint32_t write, const unsigned char* source,
+                     std::uint32_t size) {
+    const std::uint32_t end = ring.lastSlotOffset + ring.elemSize;
+    const std::uint32_t run = end - write;
+    if (size < run) [[likely]] {
+        CopyBytes(Block(ring) + write, source, size);
+        return write + size;
+    }
+    CopyBytes(Block(ring) + write, source, run);
+    CopyBytes(Block(ring) + ring.startOffset, source + run, size - run);
+    return ring.startOffset + (size - run);
+}
+
+// Copies out `size` bytes, which are stored, from `read`. Returns the position behind them.
+std::uint32_t CopyOut(Ring& ring, std::uint32_t read, unsigned char* destination,
+                      std::uint32_t size) {
+    const std::uint32_t end = ring.lastSlotOffset + ring.elemSize;
+    const std::uint32_t run = end - read;
+    if (size < run) [[likely]] {
+        CopyBytes(destination, Block(ring) + read, size);
+        return read + size;
+    }
+    CopyBytes(destination, Block(ring) + read, run);
+    CopyBytes(destination + run, Block(ring) + ring.startOffset, size - run);
+    return ring.startOffset + (size - run);
+}
+
+// Elements one by one until all are stored or the ring is full. The outcome is that of a loop over
+// elements; contiguous ones are copied together.
+unsigned int WriteElements(Ring& ring, std::uint32_t read, std::uint32_t write,
+                           const unsigned char* source, std::int64_t size, int* count) {
+    if (size <= 0) {
+        *count = 0;
+        return LastError(ring);
+    }
+    const std::uint32_t capacity = ring.lastSlotOffset - ring.startOffset;
+    const std::uint32_t room = capacity - UsedBytes(ring, read, write);
+    if (size <= room) [[likely]] {
+        Publish(ring.writeOffset, CopyIn(ring, write, source, static_cast<std::uint32_t>(size)));
+        return LastError(ring);
+    }
+    Publish(ring.writeOffset, CopyIn(ring, write, source, room));
+    *count = static_cast<int>(room / ring.elemSize);
+    return Overflow(ring);
+}
+
+unsigned int WriteBlocks(Ring& ring, std::uint32_t read, std::uint32_t write,
+                         const unsigned char* source, std::int64_t size, int* count) {
+    std::int64_t stored = 0;
+    std::uint32_t position = write;
+    if (write >= read) {
+        // The last slot must stay free as long as the first one is the oldest.
+        const std::uint32_t room =
+            ring.lastSlotOffset - write + (read == ring.startOffset ? 0 : ring.elemSize);
+        stored = std::min<std::int64_t>(room, size);
+        ring.copyFunc(Block(ring) + write, source, static_cast<unsigned long>(stored));
+        position += static_cast<std::uint32_t>(stored);
+        if (position > ring.lastSlotOffset) {
+            position = ring.startOffset;
+        }
+    }
+    bool overflowed = false;
+    // A first run that stops at the end because the oldest element is in the first slot ends the
+    // write here: intended to go unrecorded even if it left some behind.
+    if (stored < size && position < read) {
+        const std::uint32_t room = read - position - ring.elemSize;
+        const std::int64_t run = std::min<std::int64_t>(room, size - stored);
+        if (run > 0) {
+            ring.copyFunc(Block(ring) + position, source + stored, static_cast<unsigned long>(run));
+            position += static_cast<std::uint32_t>(run);
+            stored += run;
+        }
+        overflowed = stored < size;
+    }
+    Publish(ring.writeOffset, position);
+    if (stored < size) {
+        *count = static_cast<int>(stored / ring.elemSize);
+    }
+    return overflowed ? Overflow(ring) : LastError(ring);
+}
+
+void SetUp(Ring& ring, std::uint32_t elemSize, std::uint32_t numElems) {
+    std::memset(Block(ring), 0, kCBHeaderSize);
+    ring.elemSize = elemSize;
+    ring.numElems = numElems;
+    ring.startOffset = kCBHeaderSize;
+    ring.lastSlotOffset = kCBHeaderSize + numElems * elemSize;
+    ring.readOffset = kCBHeaderSize;
+    ring.writeOffset = kCBHeaderSize;
+}
+
+// Copies from a start position that the wrap has put `before` bytes ahead of the first slot. There
+// is the control block or memory of somebody else, neither of them elements: the slots that do not
+// exist yield zeros and none of their bytes is touched. The number of elements copied, and where in
+// the destination the first slot lands, are those of the position as it stands. Returns the
+// position behind the copied elements, which a position still ahead of the first slot may not be
+// stored as.
+std::uint32_t CopyOutFromBefore(Ring& ring, std::uint32_t write, std::uint64_t before,
+                                unsigned char* destination, int* count) {
+    const std::uint64_t available = before + (write - ring.startOffset);
+    std::uint64_t size = std::uint64_t{ring.elemSize} * static_cast<unsigned int>(*count);
+    if (size > available) {
+        size = available;
+        *count = static_cast<int>(available / ring.elemSize);
+    }
+    const std::uint64_t zeros = std::min(size, before);
+    if (zeros > 0) {
+        std::memset(destination, 0, static_cast<std::size_t>(zeros));
+    }
+    return CopyOut(ring, ring.startOffset, destination + zeros,
+                   static_cast<std::uint32_t>(size - zeros));
+}
+
+// Copies up to `*count` of the elements in the `stored` bytes from `position`. Returns the position
+// behind them.
+std::uint32_t CopyOutElements(Ring& ring, std::uint32_t position, std::uint32_t stored,
+                              unsigned char* destination, int* count) {
+    const std::uint64_t size = std::uint64_t{ring.elemSize} * static_cast<unsigned int>(*count);
+    if (size <= stored) [[likely]] {
+        return CopyOut(ring, position, destination, static_cast<std::uint32_t>(size));
+    }
+    *count = static_cast<int>(stored / ring.elemSize);
+    return CopyOut(ring, position, destination, stored);
+}
+
+unsigned int ReadFrom(Ring& ring, unsigned int start, unsigned char* destination, int* count,
+                      bool consume) {
+    const std::uint32_t read = Load(ring.readOffset, std::memory_order_relaxed);
+    const std::uint32_t write = Load(ring.writeOffset, std::memory_order_acquire);
+    if (read == write) {
+        *count = 0;
+        return LastError(ring);
+    }
+    const std::uint32_t stored = UsedBytes(ring, read, write);
+    // 64 bits, so that no index wraps.
+    const std::uint64_t skipped = std::uint64_t{start} * ring.elemSize;
+    if (skipped > stored) {
+        return RecordError(ring, kCBIndexBeyondStored);
+    }
+    if (*count < 0) {
+        *count = 0;
+    }
+    const std::uint64_t wanted = read + skipped;
+    const std::uint32_t position =
+        wanted <= ring.lastSlotOffset
+            ? CopyOutElements(ring, static_cast<std::uint32_t>(wanted),
+                              stored - static_cast<std::uint32_t>(skipped), destination, count)
+            : CopyOutFromBefore(ring, write, wanted - ring.lastSlotOffset, destination, count);
+    if (consume) {
+        Publish(ring.readOffset, position);
+    }
+    return LastError(ring);
+}
+
+} // namespace
+
+std::uint32_t cb_calc_buffer_size(std::uint32_t elemSize, std::uint32_t numElems) {
+    constexpr std::uint64_t kLargest = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(std::min(CalcSize(elemSize, numElems), kLargest));
+}
+
+unsigned int cb_initialize(_t_circular_buffer** ring, std::uint32_t elemSize,
+                           std::uint32_t numElems, cb_malloc_func mallocFunc,
+                           cb_free_func freeFunc) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    *ring = nullptr;
+    const std::uint64_t size = CalcSize(elemSize, numElems);
+    // A size cut down to what the allocator can be told would make a block smaller than the ring.
+    if (mallocFunc == nullptr || size > std::numeric_limits<int>::max()) {
+        return kCBAllocationFailed;
+    }
+    *ring = static_cast<_t_circular_buffer*>(mallocFunc(static_cast<int>(size)));
+    if (*ring == nullptr) {
+        return kCBAllocationFailed;
+    }
+    SetUp(**ring, elemSize, numElems);
+    (*ring)->mallocFunc = mallocFunc;
+    (*ring)->freeFunc = freeFunc;
+    (*ring)->flags = kCBOwned;
+    return kCBNoError;
+}
+
+unsigned int cb_initialize_with_buffer(_t_circular_buffer* ring, std::uint32_t elemSize,
+                                       std::uint32_t numElems) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    if (CalcSize(elemSize, numElems) > std::numeric_limits<std::uint32_t>::max()) {
+        std::memset(Block(*ring), 0, kCBHeaderSize);
+        return kCBAllocationFailed;
+    }
+    SetUp(*ring, elemSize, numElems);
+    return kCBNoError;
+}
+
+unsigned int cb_set_copy_func(_t_circular_buffer* ring, cb_copy_func copyFunc) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    ring->copyFunc = copyFunc;
+    return kCBNoError;
+}
+
+unsigned int cb_set_flags(_t_circular_buffer* ring, unsigned char mask) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    std::atomic_ref(ring->flags).fetch_or(mask, std::memory_order_relaxed);
+    return kCBNoError;
+}
+
+unsigned int cb_clear_flags(_t_circular_buffer* ring, unsigned char mask) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    std::atomic_ref(ring->flags)
+        .fetch_and(static_cast<std::uint8_t>(~mask), std::memory_order_relaxed);
+    return kCBNoError;
+}
+
+unsigned int cb_get_flags(const _t_circular_buffer* ring) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    return Load(ring->flags, std::memory_order_relaxed);
+}
+
+unsigned int cb_clear_errors(_t_circular_buffer* ring) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    // One exchange hands the first error out, so one that is being recorded cannot get lost between
+    // a load and a store.
+    const unsigned int first =
+        std::atomic_ref(ring->firstError).exchange(kCBNoError, std::memory_order_relaxed);
+    std::atomic_ref(ring->lastError)
+        .store(static_cast<std::uint8_t>(kCBNoError), std::memory_order_relaxed);
+    return first;
+}
+
+unsigned int cb_is_full(const _t_circular_buffer* ring) {
+    if (ring == nullptr) {
+        return 0;
+    }
+    return IsFull(*ring, Load(ring->readOffset, std::memory_order_acquire),
+                  Load(ring->writeOffset, std::memory_order_acquire))
+               ? 1
+               : 0;
+}
+
+unsigned int cb_get_num_elem_used(const _t_circular_buffer* ring) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    // Acquire on both, since the caller may be on either side.
+    const std::uint32_t used = UsedBytes(*ring, Load(ring->readOffset, std::memory_order_acquire),
+                                         Load(ring->writeOffset, std::memory_order_acquire));
+    return used == 0 ? 0 : used / ring->elemSize;
+}
+
+unsigned int cb_write(_t_circular_buffer* ring, const void* source, int* count) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    const std::uint32_t write = Load(ring->writeOffset, std::memory_order_relaxed);
+    const std::uint32_t read = Load(ring->readOffset, std::memory_order_acquire);
+    if (IsFull(*ring, read, write)) {
+        *count = 0;
+        return Overflow(*ring);
+    }
+    const auto* bytes = static_cast<const unsigned char*>(source);
+    // 64 bits, so that neither a large count nor a negative one wraps.
+    const std::int64_t size = std::int64_t{ring->elemSize} * *count;
+    if (ring->copyFunc == nullptr || size <= kLargestElementPathBytes) {
+        return WriteElements(*ring, read, write, bytes, size, count);
+    }
+    return WriteBlocks(*ring, read, write, bytes, size, count);
+}
+
+unsigned int cb_read(_t_circular_buffer* ring, void* destination, int* count) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    return ReadFrom(*ring, 0, static_cast<unsigned char*>(destination), count, true);
+}
+
+unsigned int cb_read_ex(_t_circular_buffer* ring, unsigned int start, void* destination, int* count,
+                        unsigned int options) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    return ReadFrom(*ring, start, static_cast<unsigned char*>(destination), count,
+                    (options & kCBConsume) != 0);
+}
+
+unsigned int cb_peek(_t_circular_buffer* ring, unsigned int start, void* destination, int* count) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    return ReadFrom(*ring, start, static_cast<unsigned char*>(destination), count, false);
+}
+
+unsigned int cb_remove(_t_circular_buffer* ring, int* count) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    const std::uint32_t read = Load(ring->readOffset, std::memory_order_relaxed);
+    const std::uint32_t write = Load(ring->writeOffset, std::memory_order_acquire);
+    if (read == write) {
+        *count = 0;
+        return LastError(*ring);
+    }
+    // A ring that holds something has slots of at least a byte and less than 4 GB in all, so this
+    // stays well within 64 bits.
+    std::int64_t position = read + std::int64_t{ring->elemSize} * *count;
+    if (position > ring->lastSlotOffset) {
+        // One slot less than the ring's length: intended.
+        position -= ring->lastSlotOffset - ring->startOffset;
+    }
+    // The write position bounds it from above. From below only a negative count gets past the first
+    // slot, where the control block is.
+    position = std::clamp<std::int64_t>(position, ring->startOffset, write);
+    Publish(ring->readOffset, static_cast<std::uint32_t>(position));
+    return LastError(*ring);
+}
+
+unsigned int cb_destroy(_t_circular_buffer* ring) {
+    if (ring == nullptr) {
+        return kCBNullRing;
+    }
+    const std::uint64_t size = CalcSize(ring->elemSize, ring->numElems);
+    const cb_free_func freeFunc = ring->freeFunc;
+    const bool owned = (ring->flags & kCBOwned) != 0;
+    std::memset(Block(*ring), 0, kCBHeaderSize);
+    if (owned && freeFunc != nullptr) {
+        // An owned block was allocated with a size that fits.
+        freeFunc(ring, static_cast<int>(size));
+    }
+    return kCBNoError;
+}

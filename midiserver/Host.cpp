@@ -1,0 +1,116 @@
+#include "midiserver/Host.h"
+
+#include "midiserver/CFText.h"
+#include "midiserver/InputError.h"
+#include "midiserver/LogCategories.h"
+#include "midiserver/Logging.h"
+
+#include <CoreMIDI/MIDIServerHost.h>
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace MidiServer {
+
+namespace {
+
+void RequireNoErr(OSStatus status, const char* what) {
+    if (status != noErr) {
+        throw HostError(fmt::format("{} (status {})", what, status));
+    }
+}
+
+std::string NameOf(MIDIObjectRef object, CFStringRef property) {
+    CFStringRef value = nullptr;
+    if (MIDIObjectGetStringProperty(object, property, &value) != noErr) {
+        return {};
+    }
+    return TextOf(CFOwned<CFStringRef>(value).Get());
+}
+
+} // namespace
+
+Host::Host(const std::filesystem::path& bundle,
+           const std::optional<std::filesystem::path>& setupFile)
+    : mLoader(bundle) {
+    OpenSetup(setupFile);
+    const CFOwned<CFStringRef> identity = MakeCFString(mLoader.Identity());
+    RequireNoErr(MIDIServerHostAttachDriver(mLoader.Driver(), identity.Get()),
+                 "the driver cannot be attached");
+    mAttached = true;
+    Log(kHostLog[HSL::kChatty], "attached driver %s", mLoader.Identity());
+}
+
+void Host::OpenSetup(const std::optional<std::filesystem::path>& file) {
+    if (!file) {
+        RequireNoErr(MIDIServerHostOpenSetup(nullptr), "the setup cannot be opened");
+        Log(kHostLog[HSL::kChatty], "opened a setup that is not kept");
+        return;
+    }
+    const CFOwned<CFStringRef> path = MakeCFString(std::filesystem::absolute(*file).string());
+    const OSStatus status = MIDIServerHostOpenSetup(path.Get());
+    if (status == kMIDISetupFormatErr) {
+        mSetupWarning = fmt::format("{}: not a setup; it was moved aside and a new one is made",
+                                    file->string());
+    } else if (status != noErr) {
+        throw InputError(fmt::format("{}: the setup cannot be opened: {}", file->string(),
+                                     std::generic_category().message(errno)));
+    }
+    mSetupIsKept = true;
+    Log(kHostLog[HSL::kChatty], "opened setup %s", file->string());
+}
+
+Host::~Host() {
+    Stop();
+    if (mAttached) {
+        MIDIServerHostDetachDriver(mLoader.Driver());
+    }
+}
+
+void Host::Start() {
+    MIDIDriverRef driver = mLoader.Driver();
+    const MIDIDeviceListRef devices = MIDIServerHostCopyDeviceList(driver);
+    const OSStatus status = (*driver)->Start(driver, devices);
+    MIDIDeviceListDispose(devices);
+    RequireNoErr(status, "the driver did not start");
+    mRunning = true;
+    Log(kHostLog[HSL::kInfo], "started driver %s", mLoader.Identity());
+    ListPorts();
+    Log(kHostLog[HSL::kInfo], "ports found: %u", mPorts.size());
+    if (mSetupIsKept) {
+        RequireNoErr(MIDIServerHostSaveSetup(), "the setup cannot be saved");
+    }
+}
+
+void Host::Stop() {
+    if (!mRunning) {
+        return;
+    }
+    mRunning = false;
+    mPorts.clear();
+    // Detaching drains what DAWs have sent, so the driver still gets it before it stops.
+    MIDIDriverRef driver = mLoader.Driver();
+    mAttached = false;
+    MIDIServerHostDetachDriver(driver);
+    (*driver)->Stop(driver);
+    Log(kHostLog[HSL::kInfo], "stopped driver %s", mLoader.Identity());
+}
+
+void Host::ListPorts() {
+    mPorts.clear();
+    for (ItemCount d = 0; d < MIDIGetNumberOfDevices(); ++d) {
+        const MIDIDeviceRef device = MIDIGetDevice(d);
+        if (NameOf(device, kMIDIPropertyDriverOwner) != mLoader.Identity()) {
+            continue;
+        }
+        for (ItemCount e = 0; e < MIDIDeviceGetNumberOfEntities(device); ++e) {
+            const MIDIEntityRef entity = MIDIDeviceGetEntity(device, e);
+            mPorts.push_back({NameOf(entity, kMIDIPropertyName), MIDIEntityGetSource(entity, 0),
+                              MIDIEntityGetDestination(entity, 0)});
+            Log(kHostLog[HSL::kChatty], "port %u: %s", mPorts.size(), mPorts.back().name);
+        }
+    }
+}
+
+} // namespace MidiServer

@@ -1,0 +1,18 @@
+#pragma once
+
+namespace MidiServer {
+
+// Counts SIGINT and SIGTERM instead of dying of them, while it lives: the first asks to end what
+// goes on in order, the second to stop waiting, the third ends the process as usual. One at a time.
+class Interrupt {
+public:
+    Interrupt();
+    ~Interrupt();
+    Interrupt(const Interrupt&) = delete;
+    Interrupt& operator=(const Interrupt&) = delete;
+
+    // How many came since construction. Any thread; does not block.
+    static unsigned Count();
+};
+
+} // namespace MidiServer

@@ -1,0 +1,72 @@
+#include "midiserver/backends/embedded/Backend.h"
+
+#include "midiserver/CFText.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace MidiServer {
+
+struct Backend::Connection {
+    std::size_t port;
+    MIDIEndpointRef source;
+    MIDIEndpointRef destination;
+};
+
+Backend::Backend(FromDriver fromDriver) : mFromDriver(std::move(fromDriver)) {
+    const CFOwned<CFStringRef> name = MakeCFString("midiserver embedded backend");
+    OSStatus status = MIDIClientCreate(name.Get(), nullptr, nullptr, &mClient);
+    if (status == noErr) {
+        status = MIDIOutputPortCreate(mClient, name.Get(), &mOutput);
+    }
+    if (status != noErr) {
+        MIDIClientDispose(mClient);
+        throw HostError(fmt::format("the DAW's MIDI client cannot be made (status {})", status));
+    }
+}
+
+Backend::~Backend() {
+    WithdrawPorts();
+    MIDIPortDispose(mOutput);
+    MIDIClientDispose(mClient);
+}
+
+void Backend::PublishPorts(const std::vector<DriverPort>& ports) {
+    const CFOwned<CFStringRef> name = MakeCFString("from the driver");
+    OSStatus status = MIDIInputPortCreate(mClient, name.Get(), ReadProcedure, this, &mInput);
+    for (const DriverPort& port : ports) {
+        mConnections.push_back(std::make_unique<Connection>(
+            Connection{mConnections.size(), port.source, port.destination}));
+        if (status == noErr && port.source != 0) {
+            status = MIDIPortConnectSource(mInput, port.source, mConnections.back().get());
+        }
+    }
+    if (status != noErr) {
+        WithdrawPorts();
+        throw HostError(
+            fmt::format("the driver's sources cannot be listened to (status {})", status));
+    }
+}
+
+void Backend::WithdrawPorts() {
+    if (mInput != 0) {
+        MIDIPortDispose(mInput);
+        mInput = 0;
+    }
+    mConnections.clear();
+}
+
+OSStatus Backend::DeliverToDriver(std::size_t port, MIDIPacketList& packets) {
+    if (port >= mConnections.size()) {
+        return kMIDIInvalidPort;
+    }
+    return MIDISend(mOutput, mConnections[port]->destination, &packets);
+}
+
+void Backend::ReadProcedure(const MIDIPacketList* packets, void* backend, void* connection) {
+    static_cast<Backend*>(backend)->mFromDriver(static_cast<Connection*>(connection)->port,
+                                                *packets);
+}
+
+} // namespace MidiServer

@@ -1,0 +1,157 @@
+#include "midiserver/commands/Prefs.h"
+
+#include "midiserver/InputError.h"
+#include "midiserver/PreferencesEditor.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+
+namespace MidiServer {
+
+namespace {
+
+// What is shown for a value that an entry does not have.
+std::string ValueText(const std::optional<std::string>& value) {
+    return value ? OneLine(*value) : "-";
+}
+
+nlohmann::ordered_json ValueJson(const std::optional<std::string>& value) {
+    return value ? nlohmann::ordered_json(*value) : nullptr;
+}
+
+void PrintText(const PreferencesEditor& preferences, const PortConfiguration& configuration) {
+    fmt::print("{}\n", OneLine(preferences.File().string()));
+    for (std::size_t i = 0; i < preferences.Entries().size(); ++i) {
+        const PreferenceEntry& entry = preferences.Entries()[i];
+        fmt::print("  {}. {}: ports {}, protocol {}\n", i + 1, ValueText(entry.name),
+                   ValueText(entry.ports), ValueText(entry.protocol));
+    }
+    if (preferences.Entries().empty()) {
+        fmt::print("  no applications\n");
+    }
+    for (const PreferenceNotice& notice : configuration.notices) {
+        fmt::print("note: {}\n", OneLine(notice.text));
+    }
+    fmt::print("The driver publishes {} ports{}.\n", configuration.publishedPorts,
+               configuration.portsFromPreferences ? "" : ", its default");
+    for (unsigned first = 0; first < configuration.publishedPorts;) {
+        unsigned last = first;
+        while (last + 1 < configuration.publishedPorts &&
+               configuration.protocols[last + 1] == configuration.protocols[first]) {
+            ++last;
+        }
+        fmt::print("  {}-{}: {}\n", first + 1, last + 1,
+                   ProtocolName(configuration.protocols[first]));
+        first = last + 1;
+    }
+}
+
+void PrintJson(const PreferencesEditor& preferences, const PortConfiguration& configuration) {
+    nlohmann::ordered_json applications = nlohmann::ordered_json::array();
+    for (const PreferenceEntry& entry : preferences.Entries()) {
+        applications.push_back({{"name", ValueJson(entry.name)},
+                                {"ports", ValueJson(entry.ports)},
+                                {"protocol", ValueJson(entry.protocol)}});
+    }
+    nlohmann::ordered_json ports = nlohmann::ordered_json::array();
+    for (unsigned port = 0; port < configuration.publishedPorts; ++port) {
+        const Protocol protocol = configuration.protocols[port];
+        ports.push_back({{"port", port + 1},
+                         {"protocol", protocol == Protocol::kNone
+                                          ? nlohmann::ordered_json(nullptr)
+                                          : nlohmann::ordered_json(ProtocolName(protocol))}});
+    }
+    nlohmann::ordered_json notices = nlohmann::ordered_json::array();
+    for (const PreferenceNotice& notice : configuration.notices) {
+        notices.push_back(
+            {{"entry", notice.entry ? nlohmann::ordered_json(*notice.entry + 1) : nullptr},
+             {"text", notice.text}});
+    }
+    const nlohmann::ordered_json document = {
+        {"file", preferences.File().string()},
+        {"applications", std::move(applications)},
+        {"driver",
+         {{"portCount", configuration.publishedPorts},
+          {"portCountFromPreferences", configuration.portsFromPreferences},
+          {"ports", std::move(ports)}}},
+        {"notices", std::move(notices)}};
+    fmt::print("{}\n",
+               document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+} // namespace
+
+PrefsCommand::PrefsCommand(CLI::App& program)
+    : mCommand(program.add_subcommand("prefs",
+                                      "Show and change the control-surface system's preferences")),
+      mShow(mCommand->add_subcommand("show", "Show the applications and what the driver makes of "
+                                             "them")),
+      mSet(mCommand->add_subcommand("set", "Set an application's ports and protocol")),
+      mClear(mCommand->add_subcommand("clear", "Remove an application, or all of them")) {
+    mCommand->require_subcommand(1);
+    for (CLI::App* command : {mShow, mSet, mClear}) {
+        command->add_option("--prefs", mFolder, "Folder of the preferences");
+    }
+    mShow->add_flag("--json", mJson, "Print one JSON document");
+    mSet->add_option("APP", mApplication, "Name of the application")->required();
+    mSet->add_option("--ports", mPorts,
+                     "First and last port: 1-4, 5-8, ... 29-32. Any other range gives its ports\n"
+                     "the protocol and does not count for the number of ports");
+    mSet->add_option("--protocol", mProtocol, "HUI or MackieControl");
+    mSet->add_flag("--force", mForce, "Write a protocol that the driver does not know");
+    mClear->add_option("APP", mApplication, "Name of the application; without it, all");
+}
+
+int PrefsCommand::Run() {
+    if (mShow->parsed()) {
+        Show();
+    } else if (mSet->parsed()) {
+        Set();
+    } else {
+        Clear();
+    }
+    return EXIT_SUCCESS;
+}
+
+void PrefsCommand::Show() const {
+    PreferencesEditor preferences(mFolder);
+    preferences.Load();
+    const PortConfiguration configuration = preferences.Configuration();
+    if (mJson) {
+        PrintJson(preferences, configuration);
+    } else {
+        PrintText(preferences, configuration);
+    }
+}
+
+void PrefsCommand::Set() const {
+    if (mApplication.empty()) {
+        throw InputError("the application needs a name");
+    }
+    if (!mPorts && !mProtocol) {
+        throw InputError("nothing to set: give --ports, --protocol or both");
+    }
+    for (const std::string& warning : CheckPreferenceValues(mPorts, mProtocol, mForce)) {
+        fmt::print(stderr, "midiserver: warning: {}\n", OneLine(warning));
+    }
+    PreferencesEditor preferences(mFolder);
+    preferences.Load();
+    preferences.Set(mApplication, mPorts, mProtocol);
+    preferences.Save();
+}
+
+void PrefsCommand::Clear() const {
+    PreferencesEditor preferences(mFolder);
+    preferences.Load();
+    if (mClear->count("APP") == 0) {
+        preferences.ClearAll();
+    } else if (!preferences.Clear(mApplication)) {
+        throw InputError(fmt::format("{}: there is no application \"{}\"",
+                                     preferences.File().string(), mApplication));
+    }
+    preferences.Save();
+}
+
+} // namespace MidiServer

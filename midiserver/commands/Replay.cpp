@@ -1,0 +1,190 @@
+#include "midiserver/commands/Replay.h"
+
+#include "midiserver/ControlQueue.h"
+#include "midiserver/Host.h"
+#include "midiserver/InputError.h"
+#include "midiserver/Interrupt.h"
+#include "midiserver/LogCategories.h"
+#include "midiserver/PreferencesEditor.h"
+#include "midiserver/PrivateRuntimeFolder.h"
+#include "midiserver/ProgressDisplay.h"
+#include "midiserver/ReplaySession.h"
+#include "midiserver/SessionFile.h"
+
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+namespace MidiServer {
+
+namespace {
+
+// Reads the preferences that the driver is going to read, and says on standard error what in them
+// has no effect: the driver itself keeps silent about it.
+PortConfiguration ReadConfiguration(const std::optional<std::string>& folder) {
+    PreferencesEditor preferences(folder);
+    preferences.Load();
+    PortConfiguration configuration = preferences.Configuration();
+    for (const PreferenceNotice& notice : configuration.notices) {
+        Tell(kPreferencesLog, fmt::format("preferences: {}", notice.text));
+    }
+    if (!configuration.portsFromPreferences) {
+        Tell(kPreferencesLog,
+             fmt::format("preferences: {} gives no number of ports, the driver publishes {}",
+                         preferences.File().string(), configuration.publishedPorts));
+    }
+    Log(kPreferencesLog[HSL::kInfo], "read %s; applications: %u, ports: %u",
+        preferences.File().string(), preferences.Entries().size(), configuration.publishedPorts);
+    return configuration;
+}
+
+// Plays the session on a thread of its own while this thread's run loop serves the driver.
+ReplayReport PlayBesideTheRunLoop(ReplaySession& session, ControlQueue& control) {
+    ReplayReport report;
+    std::exception_ptr failure;
+    bool finished = false; // this thread's
+    std::thread thread([&] {
+        // The log keeps the context when the thread ends: what it logged last is still to be
+        // written.
+        if (HSL::CLogManager::IsInitialized()) {
+            HSL::CLogManager::GetTLSContext()->SetName("Session");
+        }
+        try {
+            report = session.Run();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        control.Post([&finished] { finished = true; });
+    });
+    control.ServeUntil(finished);
+    thread.join();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+    return report;
+}
+
+void LogFault(std::uint64_t count, const char* fault) {
+    if (count > 0) {
+        Log(kReplayLog[HSL::kError], "%s: %u", fault, count);
+    }
+}
+
+void LogFindings(const ReplayReport& report) {
+    const ReplayFindings& findings = report.findings;
+    if (report.stalled) {
+        Log(kReplayLog[HSL::kError], "the driver let nothing through any more");
+    }
+    LogFault(findings.lost, "messages lost");
+    LogFault(findings.reordered, "messages reordered");
+    LogFault(findings.altered, "messages altered");
+    LogFault(findings.surplus, "messages that were not sent");
+    LogFault(findings.refused, "packet lists refused");
+    LogFault(findings.pings - findings.answered, "pings not answered");
+    LogFault(findings.surplusReplies, "ping replies that were wrong or not due");
+    if (report.Clean()) {
+        Log(kReplayLog[HSL::kInfo], "messages arrived as they were sent: %u; pings answered: %u",
+            findings.forwarded, findings.answered);
+    }
+}
+
+// The parser's own range check lets "nan" pass.
+std::string CheckSpeed(const std::string& text) {
+    double speed = 0;
+    return CLI::detail::lexical_cast(text, speed) && speed >= 0.001 && speed <= 1000.0
+               ? std::string()
+               : fmt::format("{} is no speed from 0.001 to 1000", text);
+}
+
+} // namespace
+
+ReplayCommand::ReplayCommand(CLI::App& program)
+    : mCommand(program.add_subcommand(
+          "replay", "Play a recorded DAW session through the plug-in, check that all of it\n"
+                    "arrives, and report")) {
+    mCommand
+        ->add_option("FILE", mFile,
+                     "Capture (\"<microseconds> <hex bytes>\" a line) or Standard MIDI File;\n"
+                     "- reads standard input")
+        ->required();
+    mCommand->add_option("--port", mPort, "Port to play to")
+        ->capture_default_str()
+        ->check(CLI::Range(1U, kMaximumPorts));
+    CLI::Option* speed = mCommand->add_option("--speed", mSpeed, "Times the recorded speed")
+                             ->capture_default_str()
+                             ->check(CheckSpeed);
+    mCommand->add_flag("--as-fast-as-possible", mAsFastAsPossible, "Do not wait between messages")
+        ->excludes(speed);
+    mCommand->add_option("--prefs", mPreferences, "Folder of the preferences to use");
+    mCommand->add_option("--plugin", mPlugIn, "Plug-in bundle to load");
+    mCommand->add_option("--setup", mSetup, "File that keeps the driver's device for the next run");
+    mCommand->add_flag("--json", mJson, "Print the summary as one JSON document");
+    AddLogOptions(*mCommand, mLog);
+}
+
+int ReplayCommand::Run() {
+    ReplayReport report;
+    {
+        const Logging logging(mLog);
+        try {
+            report = Play();
+        } catch (const std::exception& error) {
+            // Plain lines need it no second time: the program ends with the same line.
+            if (Logging::IsStructured()) {
+                Log(kReplayLog[HSL::kError], "%s", error.what());
+            }
+            throw;
+        }
+        LogFindings(report);
+    }
+    fmt::print("{}", mJson ? SummaryJson(report) : SummaryText(report));
+    return report.Clean() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+ReplayReport ReplayCommand::Play() const {
+    const RecordedSession recording = ReadSessionFile(mFile);
+    if (mPreferences) {
+        ::setenv("QUORVEL_PREFERENCES_DIR", std::filesystem::absolute(*mPreferences).c_str(), 1);
+    }
+    const PortConfiguration configuration = ReadConfiguration(mPreferences);
+    if (mPort > configuration.publishedPorts) {
+        throw InputError(fmt::format("port {} is not there: the driver publishes {} ports with "
+                                     "these preferences",
+                                     mPort, configuration.publishedPorts));
+    }
+    ReplayOptions options;
+    options.file = mFile;
+    options.port = mPort - 1;
+    options.protocol = configuration.protocols[options.port];
+    if (!mAsFastAsPossible) {
+        options.speed = mSpeed;
+    }
+
+    const PrivateRuntimeFolder runtimeFolder;
+    const Interrupt interrupt;
+    ControlQueue control;
+    std::optional<Host> host;
+    control.Run([&] {
+        host.emplace(mPlugIn ? std::filesystem::path(*mPlugIn) : PlugInLoader::DefaultBundle(),
+                     mSetup);
+    });
+    if (host->SetupWarning()) {
+        Tell(kHostLog, *host->SetupWarning());
+    }
+    control.Run([&] { host->Start(); });
+    ReplaySession session(recording, options, *host);
+    ReplayReport report;
+    {
+        const ProgressDisplay display([&session] { return session.Report(); });
+        report = PlayBesideTheRunLoop(session, control);
+    }
+    control.Run([&] { host->Stop(); });
+    return report;
+}
+
+} // namespace MidiServer

@@ -1,0 +1,88 @@
+#include "tests/support/AllocationFaults.h"
+
+#include "tests/support/ProgramCode.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+struct Watch {
+    bool active = false;
+    int failing = 0;
+    int count = 0;
+    std::array<std::size_t, 64> sizes{};
+};
+
+thread_local Watch tlsWatch;
+
+void* Allocate(std::size_t size, const void* caller) {
+    Watch& watch = tlsWatch;
+    if (watch.active && TestSupport::IsInProgram(caller)) {
+        if (static_cast<std::size_t>(watch.count) < watch.sizes.size()) {
+            watch.sizes[static_cast<std::size_t>(watch.count)] = size;
+        }
+        watch.count++;
+        if (watch.count == watch.failing) {
+            return nullptr;
+        }
+    }
+    return std::malloc(size);
+}
+
+void* AllocateOrThrow(std::size_t size, const void* caller) {
+    if (void* const memory = Allocate(size, caller)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+} // namespace
+
+namespace TestSupport {
+
+void WatchAllocations(int failing) {
+    tlsWatch = Watch{};
+    tlsWatch.failing = failing;
+    tlsWatch.active = true;
+}
+
+std::vector<std::size_t> AllocationsWatched() {
+    tlsWatch.active = false;
+    const auto count = std::min(static_cast<std::size_t>(tlsWatch.count), tlsWatch.sizes.size());
+    const auto* const begin = tlsWatch.sizes.data();
+    return {begin, begin + count};
+}
+
+} // namespace TestSupport
+
+void* operator new(std::size_t size) {
+    return AllocateOrThrow(size, __builtin_return_address(0));
+}
+
+void* operator new[](std::size_t size) {
+    return AllocateOrThrow(size, __builtin_return_address(0));
+}
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return Allocate(size, __builtin_return_address(0));
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return Allocate(size, __builtin_return_address(0));
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}

@@ -1,0 +1,24 @@
+// Strings between the test and CoreFoundation.
+#pragma once
+
+#include "tests/support/CFHandle.h"
+
+#include <CoreFoundation/CFString.h>
+
+#include <string>
+
+namespace TestSupport {
+
+inline CFHandle<CFStringRef> MakeString(const std::string& text) {
+    return CFHandle(CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8));
+}
+
+// "" for null and for what is too long or has no UTF-8 form.
+inline std::string TextOf(CFStringRef string) {
+    char text[1024];
+    return string != nullptr && CFStringGetCString(string, text, sizeof text, kCFStringEncodingUTF8)
+               ? text
+               : "";
+}
+
+} // namespace TestSupport

@@ -1,0 +1,187 @@
+// Short forms of what the tests of CoreMIDI do often.
+#pragma once
+
+#include <CoreMIDI/MIDIServerHost.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace MidiTest {
+
+using Bytes = std::vector<Byte>;
+using Packet = std::pair<MIDITimeStamp, Bytes>;
+using Packets = std::vector<Packet>;
+
+// A text of the process's life, as CFSTR is for literals.
+inline CFStringRef Text(const char* text) {
+    return __CFStringMakeConstantString(text);
+}
+
+inline std::string ToString(CFStringRef string) {
+    char buffer[256] = "(none)";
+    CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8);
+    return buffer;
+}
+
+// A packet list in a block of exactly its size, so that reading past its end is noticed.
+class List {
+public:
+    explicit List(const Packets& packets) {
+        const auto append = [this](const void* from, std::size_t size) {
+            const auto* bytes = static_cast<const Byte*>(from);
+            mBytes.insert(mBytes.end(), bytes, bytes + size);
+        };
+        const auto count = static_cast<UInt32>(packets.size());
+        append(&count, sizeof count);
+        for (const auto& [time, data] : packets) {
+            const auto length = static_cast<UInt16>(data.size());
+            append(&time, sizeof time);
+            append(&length, sizeof length);
+            append(data.data(), data.size());
+        }
+        mBytes.shrink_to_fit();
+    }
+    const MIDIPacketList* Get() const {
+        return reinterpret_cast<const MIDIPacketList*>(mBytes.data());
+    }
+
+private:
+    Bytes mBytes;
+};
+
+inline Packets PacketsOf(const MIDIPacketList* list) {
+    Packets packets;
+    const MIDIPacket* packet = &list->packet[0];
+    for (UInt32 i = 0; i < list->numPackets; ++i) {
+        const auto* data = reinterpret_cast<const Byte*>(packet) + offsetof(MIDIPacket, data);
+        // No reference to the field, which may lie at any address.
+        const MIDITimeStamp time = packet->timeStamp;
+        packets.emplace_back(time, Bytes(data, data + packet->length));
+        packet = MIDIPacketNext(packet);
+    }
+    return packets;
+}
+
+inline MIDITimeStamp Now() {
+    return static_cast<MIDITimeStamp>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                          std::chrono::steady_clock::now().time_since_epoch())
+                                          .count());
+}
+constexpr MIDITimeStamp kMillisecond = 1'000'000;
+constexpr MIDITimeStamp kHour = 3'600'000 * kMillisecond;
+
+// Keeps what read procedures get. As refCon of `Read`.
+class Received {
+public:
+    static void Read(const MIDIPacketList* list, void* received, void* connection) {
+        auto& self = *static_cast<Received*>(received);
+        const std::lock_guard lock(self.mMutex);
+        for (const Packet& packet : PacketsOf(list)) {
+            self.mPackets.push_back(packet);
+            self.mTimes.push_back(Now());
+        }
+        ++self.mLists;
+        self.mConnection = connection;
+        // Under the lock: the test that waits may be over, and this object gone, right after it.
+        self.mChanged.notify_all();
+    }
+
+    Packets All() {
+        const std::lock_guard lock(mMutex);
+        return mPackets;
+    }
+    std::vector<MIDITimeStamp> Times() {
+        const std::lock_guard lock(mMutex);
+        return mTimes;
+    }
+    int Lists() {
+        const std::lock_guard lock(mMutex);
+        return mLists;
+    }
+    void* LastConnection() {
+        const std::lock_guard lock(mMutex);
+        return mConnection;
+    }
+    // Blocks until so many packets have come; the test's own time-out ends it otherwise.
+    void WaitFor(std::size_t packets) {
+        std::unique_lock lock(mMutex);
+        mChanged.wait(lock, [&] { return mPackets.size() >= packets; });
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    Packets mPackets;
+    std::vector<MIDITimeStamp> mTimes;
+    int mLists = 0;
+    void* mConnection = nullptr;
+};
+
+inline MIDIClientRef MakeClient() {
+    MIDIClientRef client = 0;
+    EXPECT_EQ(MIDIClientCreate(CFSTR("test"), nullptr, nullptr, &client), noErr);
+    return client;
+}
+inline MIDIEndpointRef MakeSource(MIDIClientRef client, const char* name = "source") {
+    MIDIEndpointRef source = 0;
+    EXPECT_EQ(MIDISourceCreate(client, Text(name), &source), noErr);
+    return source;
+}
+inline MIDIEndpointRef MakeDestination(MIDIClientRef client, Received& received) {
+    MIDIEndpointRef destination = 0;
+    EXPECT_EQ(MIDIDestinationCreate(client, CFSTR("destination"), Received::Read, &received,
+                                    &destination),
+              noErr);
+    return destination;
+}
+inline MIDIPortRef MakeInput(MIDIClientRef client, Received& received) {
+    MIDIPortRef port = 0;
+    EXPECT_EQ(MIDIInputPortCreate(client, CFSTR("in"), Received::Read, &received, &port), noErr);
+    return port;
+}
+inline MIDIPortRef MakeOutput(MIDIClientRef client) {
+    MIDIPortRef port = 0;
+    EXPECT_EQ(MIDIOutputPortCreate(client, CFSTR("out"), &port), noErr);
+    return port;
+}
+// A device with entities of one source and one destination each, not in the setup.
+inline MIDIDeviceRef MakeDevice(MIDIDriverRef owner, int entities, const char* name = "Box") {
+    MIDIDeviceRef device = 0;
+    EXPECT_EQ(MIDIDeviceCreate(owner, Text(name), CFSTR("Maker"), CFSTR("Model"), &device), noErr);
+    for (int i = 1; i <= entities; ++i) {
+        const std::string port = "Port " + std::to_string(i);
+        EXPECT_EQ(MIDIDeviceAddEntity(device, Text(port.c_str()), false, 1, 1, nullptr), noErr);
+    }
+    return device;
+}
+inline MIDIEndpointRef DestinationOf(MIDIDeviceRef device, ItemCount entity) {
+    return MIDIEntityGetDestination(MIDIDeviceGetEntity(device, entity), 0);
+}
+inline MIDIEndpointRef SourceOf(MIDIDeviceRef device, ItemCount entity) {
+    return MIDIEntityGetSource(MIDIDeviceGetEntity(device, entity), 0);
+}
+
+inline std::string StringProperty(MIDIObjectRef object, CFStringRef name) {
+    CFStringRef value = nullptr;
+    const OSStatus status = MIDIObjectGetStringProperty(object, name, &value);
+    if (status != noErr) {
+        return "status " + std::to_string(status);
+    }
+    const std::string text = ToString(value);
+    CFRelease(value);
+    return text;
+}
+inline SInt32 IntegerProperty(MIDIObjectRef object, CFStringRef name) {
+    SInt32 value = -1;
+    EXPECT_EQ(MIDIObjectGetIntegerProperty(object, name, &value), noErr);
+    return value;
+}
+
+} // namespace MidiTest

@@ -1,0 +1,16 @@
+// Compiled without sanitizers: their start-up calls this before they can bear instrumented code.
+#include "tests/unit/runtime/sync/PlatformCalls.h"
+
+constinit bool PlatformCalls::gKeyCreateIsHooked = false;
+
+extern "C" {
+
+int HookedKeyCreate(pthread_key_t* key, void (*destructor)(void*));
+
+int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
+int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) {
+    return PlatformCalls::gKeyCreateIsHooked ? HookedKeyCreate(key, destructor)
+                                             : __real_pthread_key_create(key, destructor);
+}
+
+} // extern "C"

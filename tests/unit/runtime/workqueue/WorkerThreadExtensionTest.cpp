@@ -1,0 +1,123 @@
+#include "runtime/workqueue/WorkerThreadExtension.h"
+
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "runtime/thread/NyThread.h"
+#include "runtime/workqueue/AutoreleasePool.h"
+#include "runtime/workqueue/NyAutoWorkerCommand.h"
+
+namespace {
+
+// What the hooks did with pools: 'n' a new one, 'r' a release of one, '-' a release of none.
+std::vector<char> gPools;
+int gPool = 0;
+
+} // namespace
+
+// This program's pools stand in for the host's.
+void* NewAutoreleasePool() {
+    gPools.push_back('n');
+    return &gPool;
+}
+
+void ReleaseAutoreleasePool(void* pool) {
+    gPools.push_back(pool == nullptr ? '-' : 'r');
+}
+
+namespace {
+
+class WorkerThreadExtensionTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        NyThread::Initialize();
+        gPools.clear();
+    }
+
+    template <typename Body>
+    void OnAnotherThread(Body body) {
+        std::thread(body).join();
+    }
+};
+
+TEST_F(WorkerThreadExtensionTest, AConsumerOffTheMainThreadGetsAPoolAndReleasesItAtTheEnd) {
+    OnAnotherThread([] { NyWorkQueuePostTaskRun(NyWorkQueuePreTaskRun()); });
+    EXPECT_EQ(gPools, (std::vector<char>{'n', 'r', '-'}));
+}
+
+TEST_F(WorkerThreadExtensionTest, TheMainThreadKeepsItsOwnPool) {
+    void* extension = NyWorkQueuePreTaskRun();
+    NyWorkQueuePreCommand(extension);
+    EXPECT_EQ(static_cast<WorkerThreadExtension*>(extension)->GetCount(), 1);
+    NyWorkQueuePostCommandBlock(extension);
+    EXPECT_EQ(static_cast<WorkerThreadExtension*>(extension)->GetCount(), 0)
+        << "the count restarts all the same";
+    NyWorkQueuePostTaskRun(extension);
+    EXPECT_TRUE(gPools.empty());
+}
+
+TEST_F(WorkerThreadExtensionTest, TheHundredthCommandSinceTheLastDrainDrainsThePool) {
+    OnAnotherThread([] {
+        void* extension = NyWorkQueuePreTaskRun();
+        for (int round = 0; round < 2; ++round) {
+            for (int i = 0; i < 99; ++i) {
+                NyWorkQueuePreCommand(extension);
+                NyWorkQueuePostCommand(extension);
+            }
+            const std::size_t before = gPools.size();
+            NyWorkQueuePreCommand(extension);
+            EXPECT_EQ(gPools.size(), before);
+            NyWorkQueuePostCommand(extension);
+            EXPECT_EQ(gPools.size(), before + 2);
+        }
+        NyWorkQueuePostTaskRun(extension);
+    });
+    EXPECT_EQ(gPools, (std::vector<char>{'n', 'r', 'n', 'r', 'n', 'r', '-'}));
+}
+
+TEST_F(WorkerThreadExtensionTest, TheQueueDrainsAfterEachBatchAndEveryHundredCommands) {
+    NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
+    const auto adopt = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            boost::shared_ptr<NyWorkQueue::CCommand> command =
+                boost::make_shared<NyAutoWorkerCommand>([] {});
+            queue.AdoptCommand(command, false);
+        }
+    };
+    OnAnotherThread([&] {
+        adopt(3);
+        queue.ProcessCommands();
+        EXPECT_EQ(gPools, (std::vector<char>{'n', 'r', 'n'}));
+        gPools.clear();
+        adopt(250);
+        queue.ProcessCommands();
+        EXPECT_EQ(gPools, (std::vector<char>{'r', 'n', 'r', 'n', 'r', 'n'}));
+        gPools.clear();
+        queue.Stop(NyWorkQueue::kStopNow, false);
+        EXPECT_EQ(queue.ProcessCommands(), NyWorkQueue::kQueueStopped);
+        EXPECT_EQ(gPools, (std::vector<char>{'r', 'n', 'r', '-'}));
+    });
+}
+
+TEST_F(WorkerThreadExtensionTest, HooksWithoutARecordDoNothing) {
+    NyWorkQueuePreCommandBlock(nullptr);
+    NyWorkQueuePreCommand(nullptr);
+    NyWorkQueuePostCommand(nullptr);
+    NyWorkQueuePostCommandBlock(nullptr);
+    NyWorkQueuePostTaskRun(nullptr);
+    NyWorkQueueDiscardTaskRun(nullptr);
+    EXPECT_TRUE(gPools.empty());
+}
+
+TEST_F(WorkerThreadExtensionTest, AQueueThatWasNeverStoppedLeavesThePoolToItsThread) {
+    OnAnotherThread([] {
+        NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
+        queue.ProcessCommands();
+        gPools.clear();
+    });
+    EXPECT_TRUE(gPools.empty());
+}
+
+} // namespace

@@ -1,0 +1,62 @@
+// The code that docs/runtime.md shows is the code that is compiled and run here.
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const std::filesystem::path kDocs = QUORVEL_DOCS_DIR;
+
+std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << path;
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// The page's code blocks by the sample that the line above each one links to.
+std::map<std::string, std::string> ShownSamples(const std::string& page) {
+    std::map<std::string, std::string> shown;
+    std::istringstream lines(page);
+    std::string line;
+    std::string linked;
+    while (std::getline(lines, line)) {
+        const std::size_t link = line.find("](samples/");
+        if (link != std::string::npos) {
+            const std::size_t name = link + std::string("](samples/").size();
+            linked = line.substr(name, line.find(')', name) - name);
+        } else if (line == "```cpp") {
+            EXPECT_NE(linked, "") << "a code block without a link to its sample";
+            std::string code;
+            while (std::getline(lines, line) && line != "```") {
+                code += line + '\n';
+            }
+            EXPECT_TRUE(shown.emplace(linked, code).second) << linked << " is shown twice";
+            linked.clear();
+        }
+    }
+    return shown;
+}
+
+TEST(SamplesInDocsTest, RuntimePageShowsEverySampleAsItIsCompiled) {
+    const auto shown = ShownSamples(ReadFile(kDocs / "runtime.md"));
+    std::set<std::string> compiled;
+    for (const auto& entry : std::filesystem::directory_iterator(kDocs / "samples")) {
+        compiled.insert(entry.path().filename().string());
+    }
+    EXPECT_EQ(compiled.size(), 9U);
+    for (const std::string& name : compiled) {
+        ASSERT_TRUE(shown.contains(name)) << name << " is not shown";
+        EXPECT_EQ(shown.at(name), ReadFile(kDocs / "samples" / name)) << name;
+    }
+    EXPECT_EQ(shown.size(), compiled.size());
+}
+
+} // namespace

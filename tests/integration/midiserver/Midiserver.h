@@ -1,0 +1,39 @@
+#pragma once
+
+#include "tests/support/Program.h"
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+namespace QuorvelTest {
+
+// Runs midiserver with these arguments, by default as from a shell, not connected to the journal.
+ProgramResult Midiserver(std::vector<std::string> arguments, const std::string& input = {},
+                         std::vector<std::string> environment = {});
+
+// The command line of midiserver with these arguments.
+std::vector<std::string> MidiserverCommand(std::vector<std::string> arguments);
+
+// The path of a recorded session.
+std::string Capture(const std::string& name);
+
+// The bundle that the build made.
+std::string PlugInBundle();
+
+// A folder of preferences for one application.
+class Preferences : public TemporaryFolder {
+public:
+    Preferences(const std::string& ports, const std::string& protocol);
+
+    std::string Folder() const { return Path().string(); }
+};
+
+// Whether a text is exactly one line.
+bool IsOneLine(const std::string& text);
+
+// The parsed summary of a replay that printed one; a test failure when it is no JSON document.
+nlohmann::json Summary(const ProgramResult& result);
+
+} // namespace QuorvelTest

@@ -1,0 +1,211 @@
+// A work queue with a thread beside Asio's executor on one thread and beside the barest hand-over
+// there is: a deque of functions under a mutex and a condition.
+//
+// Throughput is measured from the first adoption to the last execution of a batch; latency from
+// just before a command is adopted to its first instruction, one at a time with the consumer
+// asleep, and as percentiles.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/make_shared.hpp>
+
+#include "runtime/workqueue/NyAutoWorkerCommand.h"
+#include "runtime/workqueue/NyWorkQueue.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kBatch = 20000; // commands of one throughput measurement, over all producers
+
+// Every subject takes calls of any callable and runs them on one thread of its own.
+
+class QuorvelQueue {
+public:
+    QuorvelQueue() : mQueue("bench", {}, NyWorkQueue::kThreadMode), mThread([this] { Run(); }) {}
+    ~QuorvelQueue() {
+        mQueue.Stop(NyWorkQueue::kStopNow, true);
+        mThread.join();
+    }
+    template <typename Call>
+    void Post(Call call) {
+        boost::shared_ptr<NyWorkQueue::CCommand> command =
+            boost::make_shared<NyAutoWorkerCommand>(boost::function<void()>(call));
+        mQueue.AdoptCommand(command, false);
+    }
+
+private:
+    void Run() {
+        while (mQueue.ProcessCommands() != NyWorkQueue::kQueueStopped) {
+        }
+    }
+
+    NyWorkQueue mQueue;
+    std::thread mThread;
+};
+
+class AsioQueue {
+public:
+    AsioQueue() : mWork(mContext.get_executor()), mThread([this] { mContext.run(); }) {}
+    ~AsioQueue() {
+        mContext.stop();
+        mThread.join();
+    }
+    template <typename Call>
+    void Post(Call call) {
+        boost::asio::post(mContext, call);
+    }
+
+private:
+    boost::asio::io_context mContext;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> mWork;
+    std::thread mThread;
+};
+
+class BareQueue {
+public:
+    BareQueue() : mThread([this] { Run(); }) {}
+    ~BareQueue() {
+        Post([this] { mStopped = true; });
+        mThread.join();
+    }
+    void Post(std::function<void()> call) {
+        {
+            const std::lock_guard lock(mMutex);
+            mCalls.push_back(std::move(call));
+        }
+        mChanged.notify_one();
+    }
+
+private:
+    void Run() {
+        while (!mStopped) {
+            std::unique_lock lock(mMutex);
+            mChanged.wait(lock, [this] { return !mCalls.empty(); });
+            const std::function<void()> call = std::move(mCalls.front());
+            mCalls.pop_front();
+            lock.unlock();
+            call();
+        }
+    }
+
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::deque<std::function<void()>> mCalls;
+    bool mStopped = false; // the thread's own
+    std::thread mThread;
+};
+
+// The moment at which the last command of a batch has run.
+class Batch {
+public:
+    void Begin() { mLeft.store(kBatch, std::memory_order_relaxed); }
+    void CountOne() {
+        if (mLeft.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            const std::lock_guard lock(mMutex);
+            mDone = true;
+            mChanged.notify_one();
+        }
+    }
+    void Wait() {
+        std::unique_lock lock(mMutex);
+        mChanged.wait(lock, [this] { return mDone; });
+        mDone = false;
+    }
+
+private:
+    std::atomic<int> mLeft{0};
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    bool mDone = false;
+};
+
+template <typename Queue>
+void Throughput(benchmark::State& state) {
+    const auto producers = static_cast<std::size_t>(state.range(0));
+    Queue queue;
+    Batch batch;
+    for (auto _ : state) {
+        batch.Begin();
+        std::atomic<bool> go{false};
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < producers; ++i) {
+            threads.emplace_back([&] {
+                go.wait(false, std::memory_order_acquire);
+                for (std::size_t n = 0; n < kBatch / producers; ++n) {
+                    queue.Post([&batch] { batch.CountOne(); });
+                }
+            });
+        }
+        const Clock::time_point begin = Clock::now();
+        go.store(true, std::memory_order_release);
+        go.notify_all();
+        batch.Wait();
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - begin).count());
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kBatch);
+}
+
+double Percentile(const std::vector<double>& sorted, double share) {
+    const auto last = static_cast<double>(sorted.size() - 1);
+    return sorted[static_cast<std::size_t>(share * last)];
+}
+
+template <typename Queue>
+void Latency(benchmark::State& state) {
+    // Adopted one after the other, with a pause in which the consumer falls asleep.
+    constexpr int kRounds = 2000;
+    constexpr auto kPause = std::chrono::microseconds(50);
+    Queue queue;
+    std::vector<double> microseconds;
+    for (auto _ : state) {
+        double sum = 0;
+        for (int round = 0; round < kRounds; ++round) {
+            std::this_thread::sleep_for(kPause);
+            std::atomic<bool> ran{false};
+            Clock::time_point executed;
+            const Clock::time_point adopted = Clock::now();
+            queue.Post([&] {
+                executed = Clock::now();
+                ran.store(true, std::memory_order_release);
+                ran.notify_one();
+            });
+            ran.wait(false, std::memory_order_acquire);
+            const double took =
+                std::chrono::duration<double, std::micro>(executed - adopted).count();
+            microseconds.push_back(took);
+            sum += took;
+        }
+        state.SetIterationTime(sum / kRounds * 1e-6);
+    }
+    std::sort(microseconds.begin(), microseconds.end());
+    state.counters["p50_us"] = Percentile(microseconds, 0.5);
+    state.counters["p90_us"] = Percentile(microseconds, 0.9);
+    state.counters["p99_us"] = Percentile(microseconds, 0.99);
+    state.counters["p999_us"] = Percentile(microseconds, 0.999);
+}
+
+BENCHMARK(Throughput<QuorvelQueue>)->Arg(1)->Arg(4)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(Throughput<AsioQueue>)->Arg(1)->Arg(4)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(Throughput<BareQueue>)->Arg(1)->Arg(4)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(Latency<QuorvelQueue>)->Iterations(5)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(Latency<AsioQueue>)->Iterations(5)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(Latency<BareQueue>)->Iterations(5)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+} // namespace

@@ -1,0 +1,256 @@
+// Arbitrary bytes as the records in a context's ring, arbitrary formats with arbitrary arguments
+// through a log call, and single conversions through the fast way and the formatter.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "fuzz/Require.h"
+#include "hsl/CCat.h"
+#include "hsl/FormatString.h"
+#include "hsl/LogContext.h"
+#include "hsl/LogManager.h"
+#include "runtime/sync/NyLock.h"
+
+namespace {
+
+constexpr int kRingSize = 262144;
+constexpr unsigned char kCategory = 20;
+
+std::size_t gLines = 0;
+
+void TakeLine(const char* line) {
+    Require(std::string_view(line).ends_with('\n'), "a line ends");
+    ++gLines;
+}
+
+// An escaped per-cent sign makes the search for a conversion endless, on purpose: none may be
+// formed, wherever in the input a format begins.
+void BreakEscapes(std::string& bytes) {
+    for (std::size_t i = 1; i < bytes.size(); ++i) {
+        if (bytes[i] == '%' && (bytes[i - 1] == '%' || bytes[i - 1] == '\\')) {
+            bytes[i] = '_';
+        }
+    }
+}
+
+// Takes the input apart; what is not there is zeros.
+class Input {
+public:
+    explicit Input(std::string bytes) : mBytes(std::move(bytes)) {}
+
+    template <typename T>
+    T Take() {
+        T value{};
+        const std::size_t size = std::min(sizeof value, mBytes.size() - mPosition);
+        std::memcpy(&value, mBytes.data() + mPosition, size);
+        mPosition += size;
+        return value;
+    }
+    std::string TakeText() {
+        const std::size_t size =
+            std::min<std::size_t>(Take<unsigned char>(), mBytes.size() - mPosition);
+        std::string text = mBytes.substr(mPosition, size);
+        mPosition += size;
+        return text;
+    }
+
+private:
+    std::string mBytes;
+    std::size_t mPosition = 0;
+};
+
+HSL::CLogManager& Manager() {
+    static HSL::CLogManager* const manager = [] {
+        HSL::CLogManager::Initialize();
+        HSL::CLogManager::Instance()->SetFilterValue(kCategory, true);
+        HSL::CLogManager::Instance()->SetOutputCallback(TakeLine);
+        return HSL::CLogManager::Instance();
+    }();
+    return *manager;
+}
+
+HSL::CLogContext& Context() {
+    // Never destroyed: the manager's own end comes at an unknown time.
+    static auto* const context = new HSL::CLogContext(
+        "Fuzz", kRingSize, HSL::CLogContext::MallocFunc, HSL::CLogContext::FreeFunc);
+    return *context;
+}
+
+void Empty(CCircularBuffer& buffer) {
+    char scrap[256];
+    int count = 0;
+    do {
+        count = sizeof scrap;
+        buffer.Read(scrap, count);
+    } while (count > 0);
+}
+
+// Records that no log call wrote. They are not counted as pending, so nobody else reads them.
+void ReadArbitraryRecords(const std::string& bytes) {
+    CCircularBuffer& buffer = Context().GetBuffer();
+    for (const bool doFormat : {true, false}) {
+        int count = static_cast<int>(bytes.size());
+        buffer.Write(bytes.data(), count);
+        if (!doFormat) {
+            Manager().StringifyFormatArgs(false, buffer);
+        }
+        for (std::int32_t sequence = 1; sequence < 5; ++sequence) {
+            Manager().OutputNextMessage(&Context(), sequence);
+        }
+        Empty(buffer);
+    }
+}
+
+HSL::CValue TakeValue(Input& input, std::vector<std::string>& texts,
+                      std::vector<std::wstring>& wideTexts) {
+    switch (input.Take<unsigned char>() % 13) {
+    case 0:
+        return input.Take<signed char>();
+    case 1:
+        return input.Take<unsigned char>();
+    case 2:
+        return input.Take<short>();
+    case 3:
+        return input.Take<unsigned short>();
+    case 4:
+        return input.Take<int>();
+    case 5:
+        return input.Take<unsigned int>();
+    case 6:
+        return input.Take<long>();
+    case 7:
+        return input.Take<long long>();
+    case 8:
+        return input.Take<unsigned long long>();
+    case 9:
+        return input.Take<float>();
+    case 10:
+        return input.Take<double>();
+    case 11:
+        texts.push_back(input.TakeText());
+        return texts.back();
+    default: {
+        std::wstring wide;
+        for (const char c : input.TakeText()) {
+            wide += static_cast<wchar_t>(static_cast<unsigned char>(c) * 0x101);
+        }
+        wideTexts.push_back(std::move(wide));
+        return wideTexts.back();
+    }
+    }
+}
+
+// One log call through the ring: one line, and nothing is left behind in the ring.
+void LogArbitraryArguments(Input input) {
+    const std::string format = input.TakeText();
+    std::vector<std::string> texts;
+    std::vector<std::wstring> wideTexts;
+    texts.reserve(10);
+    wideTexts.reserve(10);
+    std::vector<HSL::CValue> values;
+    const std::size_t count = input.Take<unsigned char>() % 11;
+    while (values.size() < count) {
+        values.push_back(TakeValue(input, texts, wideTexts));
+    }
+    const HSL::CCat cat(HSL::kError, kCategory);
+    const char* const text = format.c_str();
+    const auto log = [&]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
+        return Context().Log(cat, text, values[kIndex]...);
+    };
+    const auto logFirst = [&](auto& self, auto number) -> void {
+        constexpr std::size_t kNumber = decltype(number)::value;
+        if (count == kNumber) {
+            log(std::make_index_sequence<kNumber>());
+        } else if constexpr (kNumber < 10) {
+            self(self, std::integral_constant<std::size_t, kNumber + 1>());
+        }
+    };
+    const std::size_t before = gLines;
+    logFirst(logFirst, std::integral_constant<std::size_t, 0>());
+    Manager().Collect();
+    Require(gLines == before + 1, "one log call gives one line");
+    int left = 1;
+    char byte = 0;
+    Context().GetBuffer().Read(&byte, left);
+    Require(left <= 0, "a record is read to its end");
+}
+
+// The fast way gives the formatter's text.
+void CompareWays(Input input) {
+    HSL::CRecordValue value{static_cast<HSL::tValueKind>(4 + input.Take<unsigned char>() % 14)};
+    const auto integer = input.Take<std::int64_t>();
+    switch (value.mKind) {
+    case HSL::eInt8:
+        value.mInteger = static_cast<std::int8_t>(integer);
+        break;
+    case HSL::eUInt8:
+        value.mInteger = static_cast<std::uint8_t>(integer);
+        break;
+    case HSL::eInt16:
+        value.mInteger = static_cast<std::int16_t>(integer);
+        break;
+    case HSL::eUInt16:
+        value.mInteger = static_cast<std::uint16_t>(integer);
+        break;
+    case HSL::eInt32:
+    case HSL::eLong:
+        value.mInteger = static_cast<std::int32_t>(integer);
+        break;
+    case HSL::eUInt32:
+    case HSL::ePointer:
+        value.mInteger = static_cast<std::uint32_t>(integer);
+        break;
+    default:
+        value.mInteger = integer;
+        break;
+    }
+    value.mDouble = value.mKind == HSL::eFloat ? static_cast<double>(input.Take<float>())
+                                               : input.Take<double>();
+    const std::string text = input.TakeText();
+    value.mText = text.c_str();
+    value.mWideText = L"wide";
+    std::string segment = input.TakeText();
+    std::erase_if(segment, [](char c) {
+        return c == '%' || c == '\0' ||
+               HSL::kConversionCharacters.find(c) != std::string_view::npos;
+    });
+    segment.insert(0, 1, '%');
+    segment +=
+        HSL::kConversionCharacters[input.Take<unsigned char>() % HSL::kConversionCharacters.size()];
+    std::string fast;
+    std::string plain;
+    HSL::AppendPiece(fast, segment, value);
+    HSL::AppendPieceByPrintf(plain, segment, value);
+    Require(fast == plain, "both ways give the same text");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
+    BreakEscapes(bytes);
+    Manager();
+    Context();
+    // The working buffers are the collection thread's, which stands still meanwhile.
+    const NyLockGuard guard(HSL::CLogManager::AddRemoveContextLock(), true);
+    switch (data[0] % 3) {
+    case 0:
+        ReadArbitraryRecords(bytes);
+        break;
+    case 1:
+        LogArbitraryArguments(Input(std::move(bytes)));
+        break;
+    default:
+        CompareWays(Input(std::move(bytes)));
+        break;
+    }
+    return 0;
+}

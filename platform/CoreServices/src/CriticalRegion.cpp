@@ -2,9 +2,10 @@
 #include "ObjectTable.h"
 
 #include <CoreServices/Multiprocessing.h>
-#include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 
 namespace {
 
@@ -13,47 +14,66 @@ using CoreServices::Deadline;
 // A region is taken and left by one atomic step each while nobody waits for it. Whoever has to wait
 // does so under the record's mutex, having said so in the state.
 //
-// The state is the generation that the region is in, so that a stale identifier never matches, and
-// the two flags; 0 between two lives. Taking the region acquires and leaving it releases, which
-// makes what was done within it visible to the next holder.
-constexpr uintptr_t kHeld = 1;
-constexpr uintptr_t kAwaited = 2; // set while threads wait; changed under the mutex
-constexpr unsigned kFlagBits = 2;
+// All that a caller decides by is in that one word, so that each decision holds at one moment
+// whatever other threads do, a deletion and the record's next life included:
+//   bit 0         threads wait; changed under the mutex
+//   bit 1         the region exists
+//   bits 2 to 17  how often the holder has entered
+//   bits 18 to 39 the thread that holds the region, 0 when none does
+//   bits 40 to 63 the generation of the identifier, its low bits on a 64-bit host
+// A record that is in no life has a word of 0. Taking the region acquires and leaving it releases,
+// which makes what was done within it visible to the next holder.
+constexpr uint64_t kAwaited = 1;
+constexpr uint64_t kExists = 2;
+constexpr uint64_t kOnce = 4;
+constexpr uint64_t kDepthMask = uint64_t{0xFFFF} << 2;
+constexpr unsigned kThreadShift = 18;
+constexpr uint64_t kThreadMask = uint64_t{0x3FFFFF} << kThreadShift;
+constexpr unsigned kGenerationShift = 40;
 
 // How often a held region is looked at again before the thread sleeps: for about as long as a
 // short critical section takes, which is less than a sleep and a wake-up cost.
 constexpr int kLooks = 100;
 
+// The calling thread, as a region's word holds it. The kernel never gives out more than 22 bits,
+// and no number twice at a time.
+uint64_t CallingThread() {
+    thread_local const uint64_t thread = static_cast<uint64_t>(gettid()) << kThreadShift;
+    return thread;
+}
+
 struct Region : CoreServices::ObjectRecord {
-    std::atomic<uintptr_t> mState{0};
-    // The thread that holds the region, zero when none does. Relaxed: a thread finds itself here
-    // only where it wrote itself.
-    std::atomic<pthread_t> mOwner{};
-    UInt32 mDepth = 0;   // the holder's own
+    std::atomic<uint64_t> mState{0};
     UInt32 mWaiters = 0; // under the mutex
 
-    void Begin() { mState.store(mGeneration << kFlagBits, std::memory_order_release); }
+    void Begin(uint64_t freeState) { mState.store(freeState, std::memory_order_release); }
     void Reset() {
         mState.store(0, std::memory_order_release);
-        mOwner.store(pthread_t{}, std::memory_order_relaxed);
         mWaiters = 0;
     }
 
-    bool IsHeldByCaller() const {
-        return pthread_equal(mOwner.load(std::memory_order_relaxed), pthread_self()) != 0;
-    }
-    void BecomeHolder() {
-        mOwner.store(pthread_self(), std::memory_order_relaxed);
-        mDepth = 1;
-    }
-    // Takes the region if it is free and its state, but for kAwaited, is `generation`'s.
-    bool TryTake(uintptr_t freeState) {
-        uintptr_t expected = mState.load(std::memory_order_relaxed);
+    // Takes the region for the caller if it is free and in the life that `freeState` names.
+    bool TryTake(uint64_t freeState) {
+        uint64_t expected = mState.load(std::memory_order_relaxed);
         return (expected & ~kAwaited) == freeState &&
-               mState.compare_exchange_strong(expected, expected | kHeld, std::memory_order_acquire,
-                                              std::memory_order_relaxed);
+               mState.compare_exchange_strong(expected, expected | CallingThread() | kOnce,
+                                              std::memory_order_acquire, std::memory_order_relaxed);
     }
 };
+
+// The word of a region of that generation which nobody holds and nobody waits for.
+uint64_t FreeState(uintptr_t generation) {
+    return (uint64_t{generation} << kGenerationShift) | kExists;
+}
+
+// Whether a word belongs to the life that `freeState` names.
+bool IsOfLife(uint64_t state, uint64_t freeState) {
+    return (state & ~(kAwaited | kDepthMask | kThreadMask)) == freeState;
+}
+
+bool IsHeldByCaller(uint64_t state) {
+    return (state & kThreadMask) == CallingThread();
+}
 
 using Regions = CoreServices::ObjectTable<Region>;
 
@@ -69,7 +89,7 @@ Region* FindRegion(MPCriticalRegionID identifier) {
 }
 
 // Waits for a held region under its mutex.
-OSStatus WaitAndTake(Regions::Locked& region, uintptr_t freeState, Duration timeout) {
+OSStatus WaitAndTake(Regions::Locked& region, uint64_t freeState, Duration timeout) {
     const Deadline deadline(timeout);
     ++region->mWaiters;
     bool taken = false;
@@ -94,7 +114,6 @@ OSStatus WaitAndTake(Regions::Locked& region, uintptr_t freeState, Duration time
     if (!taken) {
         return kMPTimeoutErr;
     }
-    region->BecomeHolder();
     return noErr;
 }
 
@@ -105,7 +124,7 @@ OSStatus MPCreateCriticalRegion(MPCriticalRegionID* criticalRegion) {
         return paramErr;
     }
     *criticalRegion = static_cast<MPCriticalRegionID>(
-        AllRegions().Create([](Region& region) { region.Begin(); }));
+        AllRegions().Create([](Region& region) { region.Begin(FreeState(region.mGeneration)); }));
     return *criticalRegion == nullptr ? OSStatus{kMPInsufficientResourcesErr} : OSStatus{noErr};
 }
 
@@ -118,21 +137,22 @@ OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeo
     if (found == nullptr) {
         return kMPInvalidIDErr;
     }
-    const uintptr_t freeState = Regions::GenerationOf(criticalRegion) << kFlagBits;
+    const uint64_t freeState = FreeState(Regions::GenerationOf(criticalRegion));
     if (found->TryTake(freeState)) {
-        found->BecomeHolder();
         return noErr;
     }
-    const auto isAlive = [found, freeState] {
-        return (found->mState.load(std::memory_order_relaxed) & ~(kHeld | kAwaited)) == freeState;
-    };
-    if (found->IsHeldByCaller() && isAlive()) {
-        ++found->mDepth;
-        return noErr;
+    // Fails only where a waiter arrives or the region is deleted: nobody else enters or leaves.
+    uint64_t state = found->mState.load(std::memory_order_relaxed);
+    while (IsOfLife(state, freeState) && IsHeldByCaller(state)) {
+        if ((state & kDepthMask) == kDepthMask) {
+            return kMPInsufficientResourcesErr;
+        }
+        if (found->mState.compare_exchange_weak(state, state + kOnce, std::memory_order_relaxed)) {
+            return noErr;
+        }
     }
-    for (int look = 0; timeout != kDurationImmediate && look < kLooks && isAlive(); ++look) {
+    for (int look = 0; timeout != kDurationImmediate && look < kLooks; ++look) {
         if (found->TryTake(freeState)) {
-            found->BecomeHolder();
             return noErr;
         }
     }
@@ -145,36 +165,38 @@ OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion) {
     if (found == nullptr) {
         return kMPInvalidIDErr;
     }
-    const uintptr_t freeState = Regions::GenerationOf(criticalRegion) << kFlagBits;
-    const uintptr_t state = found->mState.load(std::memory_order_relaxed);
-    if ((state & ~(kHeld | kAwaited)) != freeState) {
-        return kMPInvalidIDErr;
+    const uint64_t freeState = FreeState(Regions::GenerationOf(criticalRegion));
+    uint64_t state = found->mState.load(std::memory_order_relaxed);
+    for (;;) {
+        if (!IsOfLife(state, freeState)) {
+            return kMPInvalidIDErr;
+        }
+        if (!IsHeldByCaller(state)) {
+            return kMPInsufficientResourcesErr;
+        }
+        const bool isLast = (state & kDepthMask) == kOnce;
+        if (isLast && (state & kAwaited) != 0) {
+            break;
+        }
+        const uint64_t left = isLast ? freeState : state - kOnce;
+        if (found->mState.compare_exchange_weak(state, left, std::memory_order_release,
+                                                std::memory_order_relaxed)) {
+            return noErr;
+        }
     }
-    if (!found->IsHeldByCaller()) {
-        return kMPInsufficientResourcesErr;
-    }
-    if (--found->mDepth != 0) {
-        return noErr;
-    }
-    found->mOwner.store(pthread_t{}, std::memory_order_relaxed);
-    uintptr_t held = freeState | kHeld;
-    if (found->mState.compare_exchange_strong(held, freeState, std::memory_order_release,
-                                              std::memory_order_relaxed)) {
-        return noErr;
-    }
-    bool isAwaited = false;
     {
+        // Under the mutex, so that no waiter is between its look at the state and its sleep.
         Regions::Locked region(AllRegions(), criticalRegion);
         if (!region) {
             return kMPInvalidIDErr;
         }
-        region->mState.fetch_and(~kHeld, std::memory_order_release);
-        isAwaited = region->mWaiters != 0;
+        region->mState.fetch_and(~(kThreadMask | kDepthMask), std::memory_order_release);
+        if (region->mWaiters == 0) {
+            return noErr;
+        }
     }
-    if (isAwaited) {
-        // Outside the mutex, which the waiter needs at once. Records stay for ever: should this one
-        // have been deleted meanwhile, the signal wakes nobody or is a spurious wake-up.
-        found->mCondition.Signal();
-    }
+    // Outside the mutex, which the waiter needs at once. Records stay for ever: should this one
+    // have been deleted meanwhile, the signal wakes nobody or is a spurious wake-up.
+    found->mCondition.Signal();
     return noErr;
 }

@@ -3,7 +3,8 @@
 // Contract of all functions: any thread may call. An identifier that never existed, was deleted or
 // is null is answered with kMPInvalidIDErr. Nothing but the two Create functions allocates, and
 // nothing but MPEnterCriticalRegion and MPWaitOnSemaphore blocks; an uncontended call costs no
-// system call. Deleting an object wakes its waiters, whose calls return kMPDeletedErr.
+// system call, but for a thread's first on a region, which asks the kernel for the thread's number.
+// Deleting an object wakes its waiters, whose calls return kMPDeletedErr.
 //
 // A wait takes a Duration: kDurationImmediate (0) polls, kDurationForever has no limit, a positive
 // value counts milliseconds, a negative one microseconds, both on the monotonic clock.
@@ -29,9 +30,10 @@ CORESERVICES_EXPORT OSStatus MPCreateCriticalRegion(MPCriticalRegionID* critical
 // Deletes the region, whoever holds it. Results: noErr; kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPDeleteCriticalRegion(MPCriticalRegionID criticalRegion);
 
-// Takes the region. The thread that holds it may enter again and must exit as often.
-// Everything done before the last exit is visible to the thread that enters next.
-// Results: noErr; kMPTimeoutErr; kMPDeletedErr; kMPInvalidIDErr.
+// Takes the region. The thread that holds it may enter again, up to 65535 times in all, and must
+// exit as often. Everything done before the last exit is visible to the thread that enters next.
+// Results: noErr; kMPTimeoutErr; kMPDeletedErr; kMPInvalidIDErr; kMPInsufficientResourcesErr (the
+// caller is in it 65535 times; nothing changes).
 CORESERVICES_EXPORT OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion,
                                                    Duration timeout);
 

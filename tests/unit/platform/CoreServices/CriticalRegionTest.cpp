@@ -79,6 +79,19 @@ TEST_F(CriticalRegionTest, LetsTheHolderEnterAgainAndWantsAsManyExits) {
     EXPECT_EQ(EnterElsewhere(kDurationImmediate), noErr);
 }
 
+TEST_F(CriticalRegionTest, RefusesTheHolderBeyondTheDeepestNesting) {
+    constexpr int kDeepest = 65535;
+    for (int i = 0; i < kDeepest; ++i) {
+        ASSERT_EQ(MPEnterCriticalRegion(mRegion, kDurationForever), noErr);
+    }
+    EXPECT_EQ(MPEnterCriticalRegion(mRegion, kDurationForever), kMPInsufficientResourcesErr);
+    for (int i = 0; i < kDeepest; ++i) {
+        ASSERT_EQ(MPExitCriticalRegion(mRegion), noErr);
+    }
+    EXPECT_EQ(MPExitCriticalRegion(mRegion), kMPInsufficientResourcesErr);
+    EXPECT_EQ(EnterElsewhere(kDurationImmediate), noErr);
+}
+
 TEST_F(CriticalRegionTest, RefusesAnExitByAThreadThatDoesNotHoldIt) {
     EXPECT_EQ(MPExitCriticalRegion(mRegion), kMPInsufficientResourcesErr);
     Holder holder(mRegion);
@@ -228,6 +241,49 @@ TEST_F(CriticalRegionTest, WakesItsWaitersWhenItIsDeleted) {
     EXPECT_EQ(holder.Leave(), kMPInvalidIDErr);
 }
 
+TEST_F(CriticalRegionTest, IsNotDisturbedByUsersOfItsRecordsEarlierLife) {
+    // All records of the first block but one are kept, so that each new region gets that one.
+    std::vector<MPCriticalRegionID> kept;
+    std::atomic<uintptr_t> shared{reinterpret_cast<uintptr_t>(mRegion)};
+    std::atomic<bool> stop{false};
+    std::thread user([&shared, &stop] {
+        while (!stop) {
+            auto* region = reinterpret_cast<MPCriticalRegionID>(shared.load());
+            const OSStatus status = MPEnterCriticalRegion(region, kDurationImmediate);
+            if (status == noErr) {
+                EXPECT_THAT(MPExitCriticalRegion(region),
+                            testing::AnyOf(OSStatus{noErr}, OSStatus{kMPInvalidIDErr}));
+            } else {
+                EXPECT_THAT(status, testing::AnyOf(kMPTimeoutErr, kMPInvalidIDErr));
+            }
+        }
+    });
+    constexpr uintptr_t kRecordMask = 0xFFFFF;
+    for (int i = 0; i < 200000; ++i) {
+        const uintptr_t old = shared.load();
+        EXPECT_EQ(MPDeleteCriticalRegion(reinterpret_cast<MPCriticalRegionID>(old)), noErr);
+        MPCriticalRegionID next = nullptr;
+        ASSERT_EQ(MPCreateCriticalRegion(&next), noErr);
+        while ((reinterpret_cast<uintptr_t>(next) & kRecordMask) != (old & kRecordMask)) {
+            kept.push_back(next);
+            ASSERT_EQ(MPCreateCriticalRegion(&next), noErr);
+        }
+        // Only this thread knows the region yet; the user is still busy with the record's last.
+        ASSERT_EQ(MPEnterCriticalRegion(next, kDurationImmediate), noErr);
+        ASSERT_EQ(MPEnterCriticalRegion(next, kDurationImmediate), noErr);
+        ASSERT_EQ(MPExitCriticalRegion(next), noErr);
+        ASSERT_EQ(MPExitCriticalRegion(next), noErr);
+        ASSERT_EQ(MPExitCriticalRegion(next), kMPInsufficientResourcesErr);
+        shared = reinterpret_cast<uintptr_t>(next);
+    }
+    stop = true;
+    user.join();
+    EXPECT_EQ(MPDeleteCriticalRegion(reinterpret_cast<MPCriticalRegionID>(shared.load())), noErr);
+    for (MPCriticalRegionID region : kept) {
+        EXPECT_EQ(MPDeleteCriticalRegion(region), noErr);
+    }
+}
+
 TEST_F(CriticalRegionTest, StandsUpToDeletionUnderFullUse) {
     std::atomic<uintptr_t> shared{reinterpret_cast<uintptr_t>(mRegion)};
     std::atomic<bool> stop{false};
@@ -246,7 +302,7 @@ TEST_F(CriticalRegionTest, StandsUpToDeletionUnderFullUse) {
             }
         });
     }
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 40000; ++i) {
         MPCriticalRegionID next = nullptr;
         ASSERT_EQ(MPCreateCriticalRegion(&next), noErr);
         auto* old = reinterpret_cast<MPCriticalRegionID>(

@@ -1,4 +1,4 @@
-// The code that docs/runtime.md shows is the code that is compiled and run here.
+// The code that the pages in docs/ show is the code that is compiled and run here.
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -21,9 +21,8 @@ std::string ReadFile(const std::filesystem::path& path) {
     return text.str();
 }
 
-// The page's code blocks by the sample that the line above each one links to.
-std::map<std::string, std::string> ShownSamples(const std::string& page) {
-    std::map<std::string, std::string> shown;
+// Adds a page's code blocks, by the sample that the line above each one links to.
+void CollectShownSamples(const std::string& page, std::map<std::string, std::string>& shown) {
     std::istringstream lines(page);
     std::string line;
     std::string linked;
@@ -42,16 +41,17 @@ std::map<std::string, std::string> ShownSamples(const std::string& page) {
             linked.clear();
         }
     }
-    return shown;
 }
 
-TEST(SamplesInDocsTest, RuntimePageShowsEverySampleAsItIsCompiled) {
-    const auto shown = ShownSamples(ReadFile(kDocs / "runtime.md"));
+TEST(SamplesInDocsTest, PagesShowEverySampleAsItIsCompiled) {
+    std::map<std::string, std::string> shown;
+    CollectShownSamples(ReadFile(kDocs / "runtime.md"), shown);
+    CollectShownSamples(ReadFile(kDocs / "logging.md"), shown);
     std::set<std::string> compiled;
     for (const auto& entry : std::filesystem::directory_iterator(kDocs / "samples")) {
         compiled.insert(entry.path().filename().string());
     }
-    EXPECT_EQ(compiled.size(), 9U);
+    EXPECT_EQ(compiled.size(), 10U);
     for (const std::string& name : compiled) {
         ASSERT_TRUE(shown.contains(name)) << name << " is not shown";
         EXPECT_EQ(shown.at(name), ReadFile(kDocs / "samples" / name)) << name;

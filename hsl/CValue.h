@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <type_traits>
 
@@ -80,6 +81,46 @@ public:
     // a count of 24, its bytes and not its characters: intended. Returns 0. The ring's producer
     // only.
     int Serialize(CCircularBuffer* buffer) const;
+
+    // The most that PutNumber writes.
+    static constexpr std::uint32_t kLargestNumber = 9;
+
+    // Writes kind and payload of a value that is no text to memory, and returns their end. Where
+    // the kind is known at compile time, so is the size.
+    unsigned char* PutNumber(unsigned char* end) const {
+        end = PutRaw(end, static_cast<unsigned char>(mKind));
+        switch (mKind) {
+        case eInt8:
+        case eUInt8:
+            return PutRaw(end, mPayload.mUInt8);
+        case eInt16:
+        case eUInt16:
+            return PutRaw(end, mPayload.mUInt16);
+        case eInt32:
+        case eUInt32:
+        case eLong:
+        case ePointer:
+            return PutRaw(end, mPayload.mUInt32);
+        case eInt64:
+        case eUInt64:
+            return PutRaw(end, mPayload.mUInt64);
+        case eFloat:
+            return PutRaw(end, mPayload.mFloat);
+        case eDouble:
+            return PutRaw(end, mPayload.mDouble);
+        case eString:
+        case eWideString:
+            break;
+        }
+        return end;
+    }
+
+    // Writes a number as it lies in memory.
+    template <typename T>
+    static unsigned char* PutRaw(unsigned char* end, T value) {
+        std::memcpy(end, &value, sizeof value);
+        return end + sizeof value;
+    }
 
 private:
     friend class CRecordWriter;

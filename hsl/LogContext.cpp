@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include <libkern/OSAtomic.h>
 
+#include "MidiDriver/worker/circular_buffer/InPlaceRoom.h"
 #include "hsl/RecordFormat.h"
 #include "hsl/RecordWriter.h"
 #include "runtime/sync/NyLock.h"
@@ -18,6 +20,10 @@ namespace {
 constexpr int kHeadroom = 4096;
 constexpr char kDroppedBanner[] = "*** HSLOG DROPPED MESSAGE(S) ***";
 constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
+// Of a record up to its categories.
+constexpr std::size_t kHeadSize = 14;
+// As many bytes of a set are copied at once, its count included.
+constexpr std::size_t kFewCategories = 8;
 
 int SizeOrDefault(int size) {
     return size == 0 ? CLogManager::Instance()->GetBufferSize() : size;
@@ -52,17 +58,49 @@ void CLogContext::SetName(const char* name) {
     mName = name;
 }
 
-void CLogContext::WriteHead(CRecordWriter& writer, const CCat& cat) {
+unsigned char* CLogContext::PutHead(unsigned char* end) const {
     const std::int32_t sequence = CLogManager::NextSequence();
     NyTime now;
     now.SetToCurrentTime();
-    writer.Put(kRecordMarker);
-    writer.Put(sequence);
-    writer.Put(static_cast<std::uint32_t>(now.mMicroseconds / kMicrosecondsPerSecond));
-    writer.Put(static_cast<std::uint32_t>(now.mMicroseconds % kMicrosecondsPerSecond));
-    writer.Put(static_cast<unsigned char>(std::clamp(mIndent, 0, 255)));
-    writer.Put(cat.Count());
-    writer.PutBytes(cat.IDs(), cat.Count());
+    end = CValue::PutRaw(end, kRecordMarker);
+    end = CValue::PutRaw(end, sequence);
+    end =
+        CValue::PutRaw(end, static_cast<std::uint32_t>(now.mMicroseconds / kMicrosecondsPerSecond));
+    end =
+        CValue::PutRaw(end, static_cast<std::uint32_t>(now.mMicroseconds % kMicrosecondsPerSecond));
+    return CValue::PutRaw(end, static_cast<unsigned char>(std::clamp(mIndent, 0, 255)));
+}
+
+void CLogContext::WriteHead(CRecordWriter& writer, const CCat& cat) const {
+    unsigned char head[kHeadSize];
+    PutHead(head);
+    writer.PutBytes(head, sizeof head);
+    writer.PutBytes(&cat, 1U + cat.Count());
+}
+
+unsigned char* CLogContext::BeginInPlace(const CCat& cat, std::uint32_t size) {
+    _t_circular_buffer* const ring = mBuffer.GetRing();
+    if (mDropping || ring == nullptr) {
+        return nullptr;
+    }
+    const CInPlaceRoom room(*ring);
+    if (static_cast<std::int32_t>(room.Used()) >= mDropThreshold ||
+        room.Run() <= kHeadSize + kFewCategories + cat.Count() + size) {
+        return nullptr;
+    }
+    unsigned char* const end = PutHead(room.Start());
+    if (cat.Count() < kFewCategories) {
+        // Of a fixed size. What is too much is written over, or is never stored.
+        std::memcpy(end, &cat, kFewCategories);
+    } else {
+        std::memcpy(end, &cat, 1U + cat.Count());
+    }
+    return end + 1 + cat.Count();
+}
+
+int CLogContext::EndInPlace(const unsigned char* end) {
+    CInPlaceRoom::Store(*mBuffer.GetRing(), end);
+    return LogPost();
 }
 
 void CLogContext::LogPre(const CCat& cat) {

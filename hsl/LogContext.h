@@ -8,6 +8,7 @@
 #include "hsl/CCat.h"
 #include "hsl/CValue.h"
 #include "hsl/LogManager.h"
+#include "hsl/RecordFormat.h"
 
 namespace HSL {
 
@@ -59,7 +60,7 @@ public:
     requires(sizeof...(Values) <= 10 && (std::is_convertible_v<const Values&, CValue> &&
                                          ...)) int Log(const CCat& cat, short formatId,
                                                        const Values&... values) {
-        return Filtered(cat) ? 0 : LogValues(cat, Format{nullptr, formatId}, values...);
+        return Filtered(cat) ? 0 : LogByID(cat, formatId, values...);
     }
     template <typename... Values>
     requires(sizeof...(Values) <= 10 && (std::is_convertible_v<const Values&, CValue> &&
@@ -91,8 +92,27 @@ private:
         int mID;
     };
 
+    template <typename Value>
+    static constexpr bool kIsNumber = std::is_arithmetic_v<Value> || std::is_enum_v<Value>;
+
     static bool Filtered(const CCat& cat) {
         return !CLogManager::PassesFilter(cat.Count(), cat.IDs());
+    }
+
+    // Numbers alone have a size that is known here, and go straight to their place in the ring.
+    template <typename... Values>
+    int LogByID(const CCat& cat, short formatId, const Values&... values) {
+        if constexpr ((kIsNumber<Values> && ...)) {
+            constexpr std::uint32_t kLargest = 4 + sizeof...(Values) * CValue::kLargestNumber;
+            if (unsigned char* end = BeginInPlace(cat, kLargest)) {
+                end = CValue::PutRaw(end, kFormatID);
+                end = CValue::PutRaw(end, static_cast<std::int16_t>(formatId));
+                end = CValue::PutRaw(end, static_cast<unsigned char>(sizeof...(Values)));
+                ((end = CValue(values).PutNumber(end)), ...);
+                return EndInPlace(end);
+            }
+        }
+        return LogValues(cat, Format{nullptr, formatId}, values...);
     }
 
     template <typename... Values>
@@ -105,9 +125,16 @@ private:
         }
     }
 
+    // Writes a record's head in place where all is well: nothing dropped, and room in one run for
+    // it and `size` bytes more. Returns where those go, and else null, with nothing done yet.
+    unsigned char* BeginInPlace(const CCat& cat, std::uint32_t size);
+    int EndInPlace(const unsigned char* end);
+
     int LogRecord(const CCat& cat, const Format& format, const CValue* values, int count);
     void WriteRecord(const CCat& cat, const Format& format, const CValue* values, int count);
-    void WriteHead(CRecordWriter& writer, const CCat& cat);
+    void WriteHead(CRecordWriter& writer, const CCat& cat) const;
+    // The fields in front of the categories. Takes a sequence number and returns their end.
+    unsigned char* PutHead(unsigned char* end) const;
 
     // Records completely written and not yet collected. Added to by the writer behind a record's
     // last byte, taken from by the collection thread, both atomically with a barrier.

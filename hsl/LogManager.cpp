@@ -39,7 +39,7 @@ constinit std::atomic<CLogManager*> CLogManager::msThis{nullptr};
 constinit std::atomic<bool> CLogManager::msEnabled{false};
 constinit std::atomic<unsigned int> CLogManager::msGeneration{0};
 constinit std::array<std::atomic<unsigned char>, 256> CLogManager::msFilter{};
-constinit std::int32_t CLogManager::mNextSequence = 0;
+constinit CLogManager::Sequence CLogManager::msSequence;
 
 CLogManager::Statics::~Statics() {
     // A process, or a plug-in, that ends while it logs: no thread may outlive its code.
@@ -63,7 +63,7 @@ void CLogManager::Initialize() {
     CLogManager& manager = statics.mManager;
     manager.mStopCollecting = 0;
     manager.mBufferSize = kDefaultBufferSize;
-    mNextSequence = 0;
+    msSequence.mLast = 0;
     for (std::atomic<unsigned char>& enabled : msFilter) {
         enabled.store(0, std::memory_order_relaxed);
     }
@@ -232,7 +232,7 @@ short CLogManager::Statics::AddFormat(CFormatStringEntry entry) {
 }
 
 std::int32_t CLogManager::NextSequence() {
-    return OSAtomicAdd32Barrier(1, &mNextSequence);
+    return OSAtomicAdd32Barrier(1, &msSequence.mLast);
 }
 
 } // namespace HSL

@@ -151,8 +151,12 @@ private:
     static constexpr std::int32_t kDefaultBufferSize = 262144;
 
     // Changed by atomic addition only; 1 is the first record's. Not on the instance's account, so
-    // that a context that outlives the manager counts on in memory that exists.
-    static std::int32_t mNextSequence;
+    // that a context that outlives the manager counts on in memory that exists. On cache lines of
+    // its own: every log call writes it, and the filter, say, is only read by all.
+    struct alignas(128) Sequence {
+        std::int32_t mLast = 0;
+    };
+    static Sequence msSequence;
     std::int32_t mBufferSize = kDefaultBufferSize;
     std::int32_t mStopCollecting = 0; // under the lock
 

@@ -42,38 +42,20 @@ void CRecordWriter::PutWideText(const wchar_t* text) {
 }
 
 void CRecordWriter::PutValue(const CValue& value) {
-    Put(static_cast<unsigned char>(value.mKind));
     switch (value.mKind) {
-    case eInt8:
-    case eUInt8:
-        Put(value.mPayload.mUInt8);
-        break;
-    case eInt16:
-    case eUInt16:
-        Put(value.mPayload.mUInt16);
-        break;
-    case eInt32:
-    case eUInt32:
-    case eLong:
-    case ePointer:
-        Put(value.mPayload.mUInt32);
-        break;
-    case eInt64:
-    case eUInt64:
-        Put(value.mPayload.mUInt64);
-        break;
-    case eFloat:
-        Put(value.mPayload.mFloat);
-        break;
-    case eDouble:
-        Put(value.mPayload.mDouble);
-        break;
     case eString:
+        Put(static_cast<unsigned char>(value.mKind));
         PutText(value.mPayload.mString);
         break;
     case eWideString:
+        Put(static_cast<unsigned char>(value.mKind));
         PutWideText(value.mPayload.mWideString);
         break;
+    default: {
+        unsigned char number[CValue::kLargestNumber];
+        PutBytes(number, static_cast<std::size_t>(value.PutNumber(number) - number));
+        break;
+    }
     }
 }
 

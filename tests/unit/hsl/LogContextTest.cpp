@@ -307,6 +307,37 @@ TEST_F(LogContextTest, RecordsThatWrapAroundTheRingsEndReadTheSame) {
     }
 }
 
+TEST_F(LogContextTest, NumbersThatWrapAroundTheRingsEndReadTheSame) {
+    OwnContext context("Own", 4500);
+    CCat cat{kInfo};
+    for (int i = 0; i < 4600; ++i) {
+        if (i == 2300) {
+            cat = CCat{1, 2, kInfo, 4, 5, 6, 7, 8, 9, 10, 11};
+        }
+        // From every offset, with nothing else in the ring.
+        context.FillUpTo(1);
+        context.Take();
+        context.SetIndent(i % 256);
+        context.Log(cat, short{77}, i, -1LL, 2.5, 'c', 0.5F, short{-3}, true, 1ULL << 63);
+        const Record record = Only(context);
+        ASSERT_EQ(record.mMarker, 0);
+        ASSERT_EQ(record.mSequence, i + 1);
+        ASSERT_EQ(record.mSeconds, 1000000000u);
+        ASSERT_EQ(record.mIndent, i % 256);
+        ASSERT_EQ(record.mCategories, Bytes(cat.IDs(), cat.IDs() + cat.Count()));
+        ASSERT_EQ(record.mFormatID, 77);
+        ASSERT_EQ(record.mArguments.size(), 8u);
+        ASSERT_EQ(record.mArguments[0].As<std::int32_t>(), i);
+        ASSERT_EQ(record.mArguments[1].As<std::int64_t>(), -1);
+        ASSERT_EQ(record.mArguments[2].As<double>(), 2.5);
+        ASSERT_EQ(record.mArguments[3].As<char>(), 'c');
+        ASSERT_EQ(record.mArguments[4].As<float>(), 0.5F);
+        ASSERT_EQ(record.mArguments[5].As<std::int16_t>(), -3);
+        ASSERT_EQ(record.mArguments[6].As<std::uint8_t>(), 1);
+        ASSERT_EQ(record.mArguments[7].As<std::uint64_t>(), 1ULL << 63);
+    }
+}
+
 TEST_F(LogContextTest, RecordsWrittenByHandAreRead) {
     OwnContext context;
     context.LogPre(kCat);

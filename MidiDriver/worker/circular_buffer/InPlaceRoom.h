@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "MidiDriver/worker/circular_buffer/circular_buffer.h"
+
+// Room for the producer of a ring of single bytes to write to in place, as it was found at the
+// write position. It can only grow until the producer's next write. The consumer sees nothing of
+// what is written before it is stored. May be mixed with the cb_ functions.
+class CInPlaceRoom {
+public:
+    explicit CInPlaceRoom(_t_circular_buffer& ring) {
+        // Acquire: the consumer is done with what lies before the position that it stored.
+        const std::uint32_t read = std::atomic_ref(ring.readOffset).load(std::memory_order_acquire);
+        const std::uint32_t write =
+            std::atomic_ref(ring.writeOffset).load(std::memory_order_relaxed);
+        const std::uint32_t end = ring.lastSlotOffset + 1;
+        mStart = reinterpret_cast<unsigned char*>(&ring) + write;
+        if (read <= write) {
+            mUsed = write - read;
+            mRun = end - write - (read == ring.startOffset ? 1 : 0);
+        } else {
+            mUsed = write - ring.startOffset + end - read;
+            mRun = read - write - 1;
+        }
+    }
+
+    // How many bytes are stored, at most.
+    std::uint32_t Used() const { return mUsed; }
+    // How many bytes may be written from `Start` on, all in one run; further room may follow at the
+    // start of the ring.
+    std::uint32_t Run() const { return mRun; }
+    unsigned char* Start() const { return mStart; }
+
+    // Stores what was written up to `end`, which lies before the end of the run.
+    static void Store(_t_circular_buffer& ring, const unsigned char* end) {
+        const auto offset =
+            static_cast<std::uint32_t>(end - reinterpret_cast<const unsigned char*>(&ring));
+        // Release: who sees the position sees the bytes before it.
+        std::atomic_ref(ring.writeOffset).store(offset, std::memory_order_release);
+    }
+
+private:
+    unsigned char* mStart;
+    std::uint32_t mRun;
+    std::uint32_t mUsed;
+};

@@ -3,11 +3,6 @@
 #include "platform/CoreFoundation/src/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/CFStringObject.h"
 
-#include <CoreFoundation/CFString.h>
-
-#include <array>
-#include <cstdio>
-
 namespace {
 
 // Levels of containers that are described, and compared by value.
@@ -70,23 +65,4 @@ CFStringRef CFCopyDescription(CFTypeRef cf) {
     return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
         return new __CFString(object->Description(kDescriptionDepth));
     });
-}
-
-void CFShow(CFTypeRef obj) {
-    const CFOwned<CFStringRef> description(CFCopyDescription(obj));
-    if (!description) {
-        std::fputs("(null)\n", stderr);
-        return;
-    }
-    const CFRange all = CFRangeMake(0, CFStringGetLength(description.get()));
-    std::array<UInt8, 512> buffer{};
-    for (CFRange rest = all; rest.length > 0;) {
-        CFIndex used = 0;
-        const CFIndex done = CFStringGetBytes(description.get(), rest, kCFStringEncodingUTF8, '?',
-                                              false, buffer.data(), buffer.size(), &used);
-        std::fwrite(buffer.data(), 1, static_cast<size_t>(used), stderr);
-        rest.location += done;
-        rest.length -= done;
-    }
-    std::fputc('\n', stderr);
 }

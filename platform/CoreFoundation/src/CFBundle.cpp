@@ -64,11 +64,6 @@ CFStringRef CFBundleGetIdentifier(CFBundleRef bundle) {
                : nullptr;
 }
 
-CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle) {
-    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
-    return object == nullptr ? nullptr : CopyUrl(object->mModule->Folder(), true);
-}
-
 CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle) {
     const auto* object = CFRuntimeCast<__CFBundle>(bundle);
     if (object == nullptr) {
@@ -76,11 +71,6 @@ CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle) {
     }
     const auto path = object->mModule->ExecutablePath();
     return path ? CopyUrl(*path, false) : nullptr;
-}
-
-Boolean CFBundleLoadExecutable(CFBundleRef bundle) {
-    auto* object = CFRuntimeCast<__CFBundle>(bundle);
-    return object != nullptr && object->mModule->Load();
 }
 
 Boolean CFBundleIsExecutableLoaded(CFBundleRef bundle) {

@@ -18,13 +18,7 @@ struct __CFData final : CFRuntimeObject {
     bool Equals(const CFRuntimeObject& other) const override {
         return mBytes == static_cast<const __CFData&>(other).mBytes;
     }
-    CFHashCode Hash() const override {
-        uint32_t hash = 2166136261U; // FNV-1a
-        for (const UInt8 byte : mBytes) {
-            hash = (hash ^ byte) * 16777619U;
-        }
-        return hash;
-    }
+    CFHashCode Hash() const override { return CFRuntimeHash(mBytes); }
     std::u16string Description(unsigned /*depth*/) const override {
         constexpr std::u16string_view kDigits = u"0123456789abcdef";
         std::u16string text = u"<";
@@ -70,15 +64,6 @@ CFMutableDataRef CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity)
     return capacity < 0 ? nullptr
                         : CFRuntimeCreate<__CFData>(allocator, true,
                                                     static_cast<const UInt8*>(nullptr), size_t{0});
-}
-
-CFMutableDataRef CFDataCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
-                                         CFDataRef theData) {
-    const auto* data = CFRuntimeCast<__CFData>(theData);
-    return data == nullptr || capacity < 0
-               ? nullptr
-               : CFRuntimeCreate<__CFData>(allocator, true, data->mBytes.data(),
-                                           data->mBytes.size());
 }
 
 CFIndex CFDataGetLength(CFDataRef theData) {

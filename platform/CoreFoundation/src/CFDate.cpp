@@ -49,10 +49,6 @@ CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) {
            static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-CFTypeID CFDateGetTypeID(void) {
-    return kCFRuntimeDateType;
-}
-
 CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at) {
     return CFRuntimeCreate<__CFDate>(allocator, at);
 }

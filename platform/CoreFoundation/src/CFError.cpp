@@ -42,10 +42,6 @@ std::u16string __CFError::Description(unsigned /*depth*/) const {
     return string == nullptr ? u"error" : string->Text();
 }
 
-CFTypeID CFErrorGetTypeID(void) {
-    return kCFRuntimeErrorType;
-}
-
 CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
                          CFDictionaryRef userInfo) {
     return CFRuntimeCast<__CFString>(domain) == nullptr ||
@@ -66,10 +62,4 @@ CFIndex CFErrorGetCode(CFErrorRef err) {
 
 CFStringRef CFErrorCopyDescription(CFErrorRef err) {
     return CFRuntimeCast<__CFError>(err) == nullptr ? nullptr : CFCopyDescription(err);
-}
-
-CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef err) {
-    const auto* error = CFRuntimeCast<__CFError>(err);
-    return error == nullptr ? nullptr
-                            : static_cast<CFDictionaryRef>(CFRetain(error->mUserInfo.get()));
 }

@@ -283,13 +283,6 @@ CFStringRef CFMessagePortGetName(CFMessagePortRef ms) {
     return port == nullptr ? nullptr : port->mNameString;
 }
 
-void CFMessagePortGetContext(CFMessagePortRef ms, CFMessagePortContext* context) {
-    const auto* port = CFRuntimeCast<__CFMessagePort>(ms);
-    if (port != nullptr && context != nullptr && context->version == 0) {
-        *context = port->mContext;
-    }
-}
-
 CFMessagePortInvalidationCallBack CFMessagePortGetInvalidationCallBack(CFMessagePortRef ms) {
     const auto* port = CFRuntimeCast<__CFMessagePort>(ms);
     if (port == nullptr) {

@@ -74,10 +74,6 @@ void* MakeInstance(const BundleRegistry::FactoryUse& use, CFAllocatorRef allocat
 
 } // namespace
 
-CFTypeID CFPlugInGetTypeID() {
-    return CFBundleGetTypeID();
-}
-
 CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInURL) {
     const CFPlugInRef plugIn = CFBundleCreate(allocator, plugInURL);
     if (plugIn == nullptr) {

@@ -60,20 +60,6 @@ std::u16string CFRuntimeObject::Description(unsigned /*depth*/) const {
     return UTF16FromASCII(text.data());
 }
 
-bool CFRuntimeObject::TryRetain() const {
-    if (mImmortal) {
-        return true;
-    }
-    uint32_t references = mReferences.load(std::memory_order_relaxed);
-    while (references != 0) {
-        if (mReferences.compare_exchange_weak(references, references + 1,
-                                              std::memory_order_relaxed)) {
-            return true;
-        }
-    }
-    return false;
-}
-
 CFIndex CFRuntimeObject::RetainCount() const {
     return mImmortal ? std::numeric_limits<CFIndex>::max()
                      : static_cast<CFIndex>(mReferences.load(std::memory_order_relaxed));

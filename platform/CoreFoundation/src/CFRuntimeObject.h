@@ -68,10 +68,6 @@ public:
 
     // For tables that find objects without owning a reference, under the lock that the object's
     // destructor takes to leave the table: false when the object is being destroyed.
-    bool TryRetain() const;
-
-    // For tables that find objects without owning a reference, under the lock that the object's
-    // destructor takes to leave the table: false when the object is being destroyed.
     bool RetainIfAlive() const {
         uint32_t references = mReferences.load(std::memory_order_relaxed);
         while (!mImmortal && references != 0) {
@@ -124,6 +120,16 @@ auto* CFRuntimeCast(Reference* reference) {
         return static_cast<Result*>(nullptr);
     }
     return static_cast<Result*>(object);
+}
+
+// A hash over bytes or units: FNV-1a, 32 bits.
+template <typename Units>
+CFHashCode CFRuntimeHash(const Units& units) {
+    uint32_t hash = 2166136261U;
+    for (const auto unit : units) {
+        hash = (hash ^ unit) * 16777619U;
+    }
+    return hash;
 }
 
 // Whether objects may be made with the allocator.

@@ -61,13 +61,7 @@ struct __CFUUID final : CFRuntimeObject {
     bool Equals(const CFRuntimeObject& other) const override {
         return mBytes == static_cast<const __CFUUID&>(other).mBytes;
     }
-    CFHashCode Hash() const override {
-        uint32_t hash = 2166136261U; // FNV-1a
-        for (const UInt8 byte : mBytes) {
-            hash = (hash ^ byte) * 16777619U;
-        }
-        return hash;
-    }
+    CFHashCode Hash() const override { return CFRuntimeHash(mBytes); }
     std::u16string Description(unsigned /*depth*/) const override {
         return u"<CFUUID " + Text() + u">";
     }

@@ -97,5 +97,3 @@ CF_EXPORT CFHashCode CFHash(CFTypeRef cf);
 // A text for people: the string itself, the number's digits, a container's values (nothing below 64
 // levels), "<CFUUID ...>". Null for null. Copy rule.
 CF_EXPORT CFStringRef CFCopyDescription(CFTypeRef cf);
-// Writes the description and a line break to standard error.
-CF_EXPORT void CFShow(CFTypeRef obj);

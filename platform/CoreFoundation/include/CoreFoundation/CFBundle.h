@@ -31,12 +31,9 @@ CF_EXPORT CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle);
 CF_EXPORT CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key);
 CF_EXPORT CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);
 
-// The caller owns the result. The executable's URL is null when the property list names none.
-CF_EXPORT CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle);
+// The caller owns the result. Null when the property list names no executable.
 CF_EXPORT CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle);
 
-// Loads the module unless it is loaded: false when it cannot be.
-CF_EXPORT Boolean CFBundleLoadExecutable(CFBundleRef bundle);
 CF_EXPORT Boolean CFBundleIsExecutableLoaded(CFBundleRef bundle);
 
 // Unloads the module. The caller sees to it that none of its code runs or is called any more. A

@@ -12,8 +12,6 @@ CF_EXPORT CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, C
 CF_EXPORT CFDataRef CFDataCreateCopy(CFAllocatorRef allocator, CFDataRef theData);
 // `capacity` is a hint; the data grows as needed. Null when it is negative.
 CF_EXPORT CFMutableDataRef CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
-CF_EXPORT CFMutableDataRef CFDataCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
-                                                   CFDataRef theData);
 
 CF_EXPORT CFIndex CFDataGetLength(CFDataRef theData);
 // Valid until the data is changed or destroyed. Never null for data, even when it is empty. The

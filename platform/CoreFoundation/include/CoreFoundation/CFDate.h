@@ -13,7 +13,6 @@ CF_EXPORT const CFTimeInterval kCFAbsoluteTimeIntervalSince1970;
 // The present moment of the system's clock, which may be set back.
 CF_EXPORT CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 
-CF_EXPORT CFTypeID CFDateGetTypeID(void);
 CF_EXPORT CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at);
 // 0 for what is not a date.
 CF_EXPORT CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef theDate);

@@ -8,8 +8,6 @@ CF_EXPORT const CFStringRef kCFErrorDomainCocoa; // codes are those of CFPropert
 
 CF_EXPORT const CFStringRef kCFErrorLocalizedDescriptionKey;
 
-CF_EXPORT CFTypeID CFErrorGetTypeID(void);
-
 // `userInfo` may be null. Null when the domain is not a string.
 CF_EXPORT CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
                                    CFDictionaryRef userInfo);
@@ -19,4 +17,3 @@ CF_EXPORT CFIndex CFErrorGetCode(CFErrorRef err);
 // One line for people, without a line break: `kCFErrorLocalizedDescriptionKey` of the user info, or
 // else one made from domain and code. Never null for an error.
 CF_EXPORT CFStringRef CFErrorCopyDescription(CFErrorRef err);
-CF_EXPORT CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef err);

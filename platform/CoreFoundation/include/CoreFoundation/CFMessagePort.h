@@ -76,7 +76,6 @@ CF_EXPORT Boolean CFMessagePortIsRemote(CFMessagePortRef ms);
 
 // The port's name; the port owns it.
 CF_EXPORT CFStringRef CFMessagePortGetName(CFMessagePortRef ms);
-CF_EXPORT void CFMessagePortGetContext(CFMessagePortRef ms, CFMessagePortContext* context);
 
 // Called once when the port becomes invalid, on the thread on which that shows: for a remote port
 // that is the next `CFMessagePortIsValid` or `CFMessagePortSendRequest`. If the port is invalid

@@ -26,8 +26,6 @@ CF_EXPORT const CFStringRef kCFPlugInTypesKey;               // "CFPlugInTypes"
 
 typedef void* (*CFPlugInFactoryFunction)(CFAllocatorRef allocator, CFUUIDRef typeUUID);
 
-CF_EXPORT CFTypeID CFPlugInGetTypeID(void);
-
 // The plug-in at a bundle's folder, its factories registered; the caller owns a reference, and
 // while the plug-in lives the same folder gives the same one. Null when the bundle is missing or
 // its property list is not that of a plug-in: `CFPlugInHostCopyLastError` tells which file and key.

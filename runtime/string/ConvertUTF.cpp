@@ -300,101 +300,100 @@ ConversionResult ReadUTF16(const UTF16*& source, const UTF16* sourceEnd, Convers
     return conversionOK;
 }
 
+// Runs a conversion on copies of the caller's pointers, which a store through the target cannot
+// alias, and hands back how far it came.
+template <typename Source, typename Target, typename Conversion>
+ConversionResult Advance(const Source** sourceStart, Target** targetStart,
+                         const Conversion& conversion) {
+    const Source* source = *sourceStart;
+    Target* target = *targetStart;
+    const ConversionResult result = conversion(source, target);
+    *sourceStart = source;
+    *targetStart = target;
+    return result;
+}
+
 } // namespace
 
 ConversionResult ConvertUTF32toUTF16(const UTF32** sourceStart, const UTF32* sourceEnd,
                                      UTF16** targetStart, UTF16* targetEnd, ConversionFlags flags) {
-    ConversionResult result = conversionOK;
-    const UTF32* source = *sourceStart;
-    UTF16* target = *targetStart;
-    for (; source < sourceEnd; ++source) {
-        if (target >= targetEnd) {
-            result = targetExhausted;
-            break;
-        }
-        const UTF32 character = *source;
-        if (character <= kLastOfBasicPlane) {
-            if (!IsSurrogate(character)) {
-                *target++ = static_cast<UTF16>(character);
-            } else if (flags == strictConversion) {
-                result = sourceIllegal;
-                break;
+    return Advance(sourceStart, targetStart, [&](const UTF32*& source, UTF16*& target) {
+        ConversionResult result = conversionOK;
+        for (; source < sourceEnd; ++source) {
+            if (target >= targetEnd) {
+                return targetExhausted;
+            }
+            const UTF32 character = *source;
+            if (character <= kLastOfBasicPlane) {
+                if (!IsSurrogate(character)) {
+                    *target++ = static_cast<UTF16>(character);
+                } else if (flags == strictConversion) {
+                    return sourceIllegal;
+                } else {
+                    *target++ = static_cast<UTF16>(kReplacement);
+                }
+            } else if (character > kLastCharacter) {
+                // Intended: a strict conversion reports such a value and goes on without it.
+                if (flags == strictConversion) {
+                    result = sourceIllegal;
+                } else {
+                    *target++ = static_cast<UTF16>(kReplacement);
+                }
             } else {
-                *target++ = static_cast<UTF16>(kReplacement);
+                if (targetEnd - target < 2) {
+                    return targetExhausted;
+                }
+                EncodeSurrogatePair(character, target);
+                target += 2;
             }
-        } else if (character > kLastCharacter) {
-            // Intended: a strict conversion reports such a value and goes on without it.
-            if (flags == strictConversion) {
-                result = sourceIllegal;
-            } else {
-                *target++ = static_cast<UTF16>(kReplacement);
-            }
-        } else {
-            if (targetEnd - target < 2) {
-                result = targetExhausted;
-                break;
-            }
-            EncodeSurrogatePair(character, target);
-            target += 2;
         }
-    }
-    *sourceStart = source;
-    *targetStart = target;
-    return result;
+        return result;
+    });
 }
 
 ConversionResult ConvertUTF16toUTF32(const UTF16** sourceStart, const UTF16* sourceEnd,
                                      UTF32** targetStart, UTF32* targetEnd, ConversionFlags flags) {
-    ConversionResult result = conversionOK;
-    const UTF16* source = *sourceStart;
-    UTF32* target = *targetStart;
-    while (source < sourceEnd) {
-        const UTF16* behind = source;
-        UTF32 character = 0;
-        result = ReadUTF16(behind, sourceEnd, flags, character);
-        if (result != conversionOK) {
-            break;
+    return Advance(sourceStart, targetStart, [&](const UTF16*& source, UTF32*& target) {
+        while (source < sourceEnd) {
+            const UTF16* behind = source;
+            UTF32 character = 0;
+            const ConversionResult result = ReadUTF16(behind, sourceEnd, flags, character);
+            if (result != conversionOK) {
+                return result;
+            }
+            if (target >= targetEnd) {
+                return targetExhausted;
+            }
+            *target++ = character;
+            source = behind;
         }
-        if (target >= targetEnd) {
-            result = targetExhausted;
-            break;
-        }
-        *target++ = character;
-        source = behind;
-    }
-    *sourceStart = source;
-    *targetStart = target;
-    return result;
+        return conversionOK;
+    });
 }
 
 ConversionResult ConvertUTF16toUTF8(const UTF16** sourceStart, const UTF16* sourceEnd,
                                     UTF8** targetStart, UTF8* targetEnd, ConversionFlags flags) {
-    ConversionResult result = conversionOK;
-    const UTF16* source = *sourceStart;
-    UTF8* target = *targetStart;
-    for (;;) {
-        ConvertWellFormed(source, sourceEnd, target, targetEnd);
-        if (source >= sourceEnd) {
-            break;
+    return Advance(sourceStart, targetStart, [&](const UTF16*& source, UTF8*& target) {
+        for (;;) {
+            ConvertWellFormed(source, sourceEnd, target, targetEnd);
+            if (source >= sourceEnd) {
+                return conversionOK;
+            }
+            const UTF16* behind = source;
+            UTF32 character = 0;
+            const ConversionResult result = ReadUTF16(behind, sourceEnd, flags, character);
+            if (result != conversionOK) {
+                return result;
+            }
+            const std::size_t length = LengthAsUTF8(character);
+            if (targetEnd - target < static_cast<std::ptrdiff_t>(length)) {
+                return targetExhausted;
+            }
+            EncodeUTF8(character, length, target);
+            target += length;
+            source = behind;
         }
-        const UTF16* behind = source;
-        UTF32 character = 0;
-        result = ReadUTF16(behind, sourceEnd, flags, character);
-        if (result != conversionOK) {
-            break;
-        }
-        const std::size_t length = LengthAsUTF8(character);
-        if (targetEnd - target < static_cast<std::ptrdiff_t>(length)) {
-            result = targetExhausted;
-            break;
-        }
-        EncodeUTF8(character, length, target);
-        target += length;
-        source = behind;
-    }
-    *sourceStart = source;
-    *targetStart = target;
-    return result;
+    });
 }
 
 ConversionResult ConvertUTF8toUTF16(const UTF8** sourceStart, const UTF8* sourceEnd,
@@ -402,97 +401,80 @@ ConversionResult ConvertUTF8toUTF16(const UTF8** sourceStart, const UTF8* source
                                     ConversionFlags /*flags*/) {
     // What the flags would tell apart, surrogates and values above U+10FFFF, is not well-formed
     // UTF-8 and stops the conversion before they matter.
-    ConversionResult result = conversionOK;
-    const UTF8* source = *sourceStart;
-    UTF16* target = *targetStart;
-    for (;;) {
-        ConvertWellFormed(source, sourceEnd, target, targetEnd);
-        if (source >= sourceEnd) {
-            break;
+    return Advance(sourceStart, targetStart, [&](const UTF8*& source, UTF16*& target) {
+        for (;;) {
+            ConvertWellFormed(source, sourceEnd, target, targetEnd);
+            if (source >= sourceEnd) {
+                return conversionOK;
+            }
+            const std::size_t length = kTrailingBytes[*source] + std::size_t{1};
+            if (sourceEnd - source < static_cast<std::ptrdiff_t>(length)) {
+                return sourceExhausted;
+            }
+            if (!IsLegalCharacter(source, length)) {
+                return sourceIllegal;
+            }
+            const std::ptrdiff_t units = length == 4 ? 2 : 1;
+            if (targetEnd - target < units) {
+                return targetExhausted;
+            }
+            const UTF32 character = DecodeUTF8(source, length);
+            if (units == 1) {
+                *target = static_cast<UTF16>(character);
+            } else {
+                EncodeSurrogatePair(character, target);
+            }
+            target += units;
+            source += length;
         }
-        const std::size_t length = kTrailingBytes[*source] + std::size_t{1};
-        if (sourceEnd - source < static_cast<std::ptrdiff_t>(length)) {
-            result = sourceExhausted;
-            break;
-        }
-        if (!IsLegalCharacter(source, length)) {
-            result = sourceIllegal;
-            break;
-        }
-        const std::ptrdiff_t units = length == 4 ? 2 : 1;
-        if (targetEnd - target < units) {
-            result = targetExhausted;
-            break;
-        }
-        const UTF32 character = DecodeUTF8(source, length);
-        if (units == 1) {
-            *target = static_cast<UTF16>(character);
-        } else {
-            EncodeSurrogatePair(character, target);
-        }
-        target += units;
-        source += length;
-    }
-    *sourceStart = source;
-    *targetStart = target;
-    return result;
+    });
 }
 
 ConversionResult ConvertUTF32toUTF8(const UTF32** sourceStart, const UTF32* sourceEnd,
                                     UTF8** targetStart, UTF8* targetEnd, ConversionFlags flags) {
-    ConversionResult result = conversionOK;
-    const UTF32* source = *sourceStart;
-    UTF8* target = *targetStart;
-    for (; source < sourceEnd; ++source) {
-        UTF32 character = *source;
-        if (flags == strictConversion && IsSurrogate(character)) {
-            result = sourceIllegal;
-            break;
+    return Advance(sourceStart, targetStart, [&](const UTF32*& source, UTF8*& target) {
+        ConversionResult result = conversionOK;
+        for (; source < sourceEnd; ++source) {
+            UTF32 character = *source;
+            if (flags == strictConversion && IsSurrogate(character)) {
+                return sourceIllegal;
+            }
+            if (character > kLastCharacter) {
+                // Intended: reported under both flags, replaced, and the conversion goes on.
+                character = kReplacement;
+                result = sourceIllegal;
+            }
+            const std::size_t length = LengthAsUTF8(character);
+            if (targetEnd - target < static_cast<std::ptrdiff_t>(length)) {
+                return targetExhausted;
+            }
+            EncodeUTF8(character, length, target);
+            target += length;
         }
-        if (character > kLastCharacter) {
-            // Intended: reported under both flags, replaced, and the conversion goes on.
-            character = kReplacement;
-            result = sourceIllegal;
-        }
-        const std::size_t length = LengthAsUTF8(character);
-        if (targetEnd - target < static_cast<std::ptrdiff_t>(length)) {
-            result = targetExhausted;
-            break;
-        }
-        EncodeUTF8(character, length, target);
-        target += length;
-    }
-    *sourceStart = source;
-    *targetStart = target;
-    return result;
+        return result;
+    });
 }
 
 ConversionResult ConvertUTF8toUTF32(const UTF8** sourceStart, const UTF8* sourceEnd,
                                     UTF32** targetStart, UTF32* targetEnd,
                                     ConversionFlags /*flags*/) {
-    ConversionResult result = conversionOK;
-    const UTF8* source = *sourceStart;
-    UTF32* target = *targetStart;
-    while (source < sourceEnd) {
-        const std::size_t length = kTrailingBytes[*source] + std::size_t{1};
-        if (sourceEnd - source < static_cast<std::ptrdiff_t>(length)) {
-            result = sourceExhausted;
-            break;
+    return Advance(sourceStart, targetStart, [&](const UTF8*& source, UTF32*& target) {
+        while (source < sourceEnd) {
+            const std::size_t length = kTrailingBytes[*source] + std::size_t{1};
+            if (sourceEnd - source < static_cast<std::ptrdiff_t>(length)) {
+                return sourceExhausted;
+            }
+            if (!IsLegalCharacter(source, length)) {
+                return sourceIllegal;
+            }
+            if (target >= targetEnd) {
+                return targetExhausted;
+            }
+            *target++ = DecodeUTF8(source, length);
+            source += length;
         }
-        if (!IsLegalCharacter(source, length)) {
-            result = sourceIllegal;
-            break;
-        }
-        if (target >= targetEnd) {
-            result = targetExhausted;
-            break;
-        }
-        *target++ = DecodeUTF8(source, length);
-        source += length;
-    }
-    *sourceStart = source;
-    *targetStart = target;
-    return result;
+        return conversionOK;
+    });
 }
 
 bool isLegalUTF8Sequence(const unsigned char* source, const unsigned char* sourceEnd) {

@@ -1,9 +1,11 @@
 // Arbitrary bytes as the records in a context's ring, arbitrary formats with arbitrary arguments
-// through a log call, and single conversions through the fast way and the formatter.
+// through a log call, as text and registered, to either callback, and single conversions through
+// the fast way and the formatter.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +16,7 @@
 #include "hsl/FormatString.h"
 #include "hsl/LogContext.h"
 #include "hsl/LogManager.h"
+#include "hsl/TextBuffer.h"
 #include "runtime/sync/NyLock.h"
 
 namespace {
@@ -22,9 +25,22 @@ constexpr int kRingSize = 262144;
 constexpr unsigned char kCategory = 20;
 
 std::size_t gLines = 0;
+std::string gMessage;
 
 void TakeLine(const char* line) {
-    Require(std::string_view(line).ends_with('\n'), "a line ends");
+    const std::string_view text(line);
+    Require(text.ends_with('\n'), "a line ends");
+    const std::size_t tab = std::min(text.find('\t'), text.size() - 1);
+    gMessage = text.substr(tab + 1, text.size() - tab - 2);
+    ++gLines;
+}
+
+void TakeMessage(const char* message, const std::string& contextName, unsigned char /*indent*/,
+                 unsigned char categoryCount, const unsigned char* categoryIDs,
+                 unsigned int /*seconds*/, unsigned int /*microseconds*/) {
+    Require(contextName == "Fuzz", "the context is named");
+    Require(HSL::CLogManager::PassesFilter(categoryCount, categoryIDs), "the categories pass");
+    gMessage = message;
     ++gLines;
 }
 
@@ -90,10 +106,17 @@ void Empty(CCircularBuffer& buffer) {
     } while (count > 0);
 }
 
+// The next output goes to the callback of this kind.
+void Choose(bool isStructured) {
+    isStructured ? (void)Manager().SetStructuredOutputCallback(TakeMessage)
+                 : (void)Manager().SetOutputCallback(TakeLine);
+}
+
 // Records that no log call wrote. They are not counted as pending, so nobody else reads them.
 void ReadArbitraryRecords(const std::string& bytes) {
     CCircularBuffer& buffer = Context().GetBuffer();
     for (const bool doFormat : {true, false}) {
+        Choose(doFormat);
         int count = static_cast<int>(bytes.size());
         buffer.Write(bytes.data(), count);
         if (!doFormat) {
@@ -145,7 +168,22 @@ HSL::CValue TakeValue(Input& input, std::vector<std::string>& texts,
     }
 }
 
-// One log call through the ring: one line, and nothing is left behind in the ring.
+// The id of a format, the same for the same text; -1 when there are too many.
+short RegisteredFormat(const std::string& format) {
+    constexpr std::size_t kMost = 20000;
+    static std::map<std::string, short> registered;
+    const auto found = registered.find(format);
+    if (found != registered.end()) {
+        return found->second;
+    }
+    if (registered.size() == kMost) {
+        return -1;
+    }
+    return registered[format] = Manager().AddFormatString(format.c_str());
+}
+
+// One log call through the ring, and one more with the format registered: one line, and nothing is
+// left behind in the ring.
 void LogArbitraryArguments(Input input) {
     const std::string format = input.TakeText();
     std::vector<std::string> texts;
@@ -158,26 +196,34 @@ void LogArbitraryArguments(Input input) {
         values.push_back(TakeValue(input, texts, wideTexts));
     }
     const HSL::CCat cat(HSL::kError, kCategory);
-    const char* const text = format.c_str();
-    const auto log = [&]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
-        return Context().Log(cat, text, values[kIndex]...);
+    const auto log = [&]<std::size_t... kIndex>(auto logged, std::index_sequence<kIndex...>) {
+        return Context().Log(cat, logged, values[kIndex]...);
     };
-    const auto logFirst = [&](auto& self, auto number) -> void {
+    const auto logFirst = [&](auto& self, auto logged, auto number) -> void {
         constexpr std::size_t kNumber = decltype(number)::value;
         if (count == kNumber) {
-            log(std::make_index_sequence<kNumber>());
+            log(logged, std::make_index_sequence<kNumber>());
         } else if constexpr (kNumber < 10) {
-            self(self, std::integral_constant<std::size_t, kNumber + 1>());
+            self(self, logged, std::integral_constant<std::size_t, kNumber + 1>());
         }
     };
-    const std::size_t before = gLines;
-    logFirst(logFirst, std::integral_constant<std::size_t, 0>());
-    Manager().Collect();
-    Require(gLines == before + 1, "one log call gives one line");
-    int left = 1;
-    char byte = 0;
-    Context().GetBuffer().Read(&byte, left);
-    Require(left <= 0, "a record is read to its end");
+    const auto collected = [&](auto logged) {
+        const std::size_t before = gLines;
+        logFirst(logFirst, logged, std::integral_constant<std::size_t, 0>());
+        Manager().Collect();
+        Require(gLines == before + 1, "one log call gives one line");
+        int left = 1;
+        char byte = 0;
+        Context().GetBuffer().Read(&byte, left);
+        Require(left <= 0, "a record is read to its end");
+        return gMessage;
+    };
+    Choose(input.Take<unsigned char>() % 2 != 0);
+    const std::string byText = collected(format.c_str());
+    if (const short id = RegisteredFormat(format); id != -1) {
+        Choose(input.Take<unsigned char>() % 2 != 0);
+        Require(collected(id) == byText, "a registered format gives the same text");
+    }
 }
 
 // The fast way gives the formatter's text.
@@ -222,11 +268,12 @@ void CompareWays(Input input) {
     segment.insert(0, 1, '%');
     segment +=
         HSL::kConversionCharacters[input.Take<unsigned char>() % HSL::kConversionCharacters.size()];
-    std::string fast;
-    std::string plain;
-    HSL::AppendPiece(fast, segment, value);
-    HSL::AppendPieceByPrintf(plain, segment, value);
-    Require(fast == plain, "both ways give the same text");
+    HSL::CTextBuffer fast;
+    HSL::CTextBuffer plain;
+    HSL::CFormatPiece piece(segment, 0, 0, segment.size());
+    piece.Append(fast, segment, value);
+    piece.AppendByPrintf(plain, segment, value);
+    Require(fast.View() == plain.View(), "both ways give the same text");
 }
 
 } // namespace

@@ -11,6 +11,7 @@ class NyLock;
 namespace HSL {
 
 class CLogContext;
+class CRecordReader;
 
 // The hub of the logging library: the category filter, the contexts that threads log into, the
 // registry of format strings, and the output callbacks, to which a collection thread hands the
@@ -147,6 +148,10 @@ private:
     constexpr CLogManager() = default;
 
     static Statics& TheStatics();
+
+    // Outputs the record at the head of the context's ring, whose marker and sequence are read.
+    void OutputRecord(Statics& statics, CRecordReader& reader, const CLogContext& context,
+                      std::int32_t sequence) const;
 
     static constexpr std::int32_t kDefaultBufferSize = 262144;
 

@@ -9,6 +9,7 @@
 #include "hsl/CollectionThread.h"
 #include "hsl/FormatString.h"
 #include "hsl/LogManager.h"
+#include "hsl/TextBuffer.h"
 #include "runtime/sync/NyLock.h"
 #include "runtime/sync/NyThreadLocal.h"
 
@@ -40,7 +41,7 @@ struct CLogManager::Statics {
     NyThreadLocal<CLogContext*> mTLSLogContext;
     // The text of the record that is being output, kept from record to record for its memory. The
     // collection thread's alone.
-    std::string mText;
+    CTextBuffer mText;
     CCollectionThread mCollectionThread;
 };
 

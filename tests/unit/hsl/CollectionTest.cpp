@@ -1,12 +1,17 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <bit>
+#include <cstdio>
+#include <ctime>
 #include <memory>
 #include <random>
 #include <thread>
+#include <utility>
 
 #include "tests/support/TestSeed.h"
 #include "tests/unit/hsl/LoggingTest.h"
+#include "tests/unit/hsl/RecordBytes.h"
 
 namespace HSL {
 namespace {
@@ -58,6 +63,49 @@ TEST_F(CollectionTest, ColumnsWidenWhereTheirContentsDo) {
     LogAfter(context, seconds(123456));
     EXPECT_THAT(CollectLines(), ElementsAre("1234567  12:04:16.000000  (123456.000000) :  "
                                             "[A name of more than 18 characters]\tx\n"));
+}
+
+TEST_F(CollectionTest, RandomColumnsAreAsTheFormatterPrintsThem) {
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(DescribeSeed(seed));
+    std::mt19937_64 random(seed);
+    SetDeltaBase();
+    double before = 1000000000;
+    for (int i = 0; i < 5000; ++i) {
+        const auto sequence = static_cast<std::int32_t>(random()) >> random() % 32;
+        // Mostly within the second, and at times far away; 0 would leave no base.
+        const std::uint32_t second =
+            random() % 4 == 0 ? static_cast<std::uint32_t>(random() >> 33) + 1 : 1000000000;
+        const auto microsecond = static_cast<std::uint32_t>(random() % 1000000);
+        const std::string name(random() % 30, 'n');
+        OwnContext context(name.c_str(), 8192);
+        RecordBytes::Bytes record;
+        for (const std::uint32_t number : {second, microsecond}) {
+            record = RecordBytes::Join(record, RecordBytes::Raw(number));
+        }
+        record = RecordBytes::Join(record, RecordBytes::Bytes{0, 1, kInfo, 1, 1, 0, 'x', 0});
+        if (std::endian::native == std::endian::big) {
+            std::swap(record[12], record[13]);
+        }
+        int count = static_cast<int>(record.size());
+        context.GetBuffer().Write(record.data(), count);
+        Manager().OutputNextMessage(&context, sequence);
+
+        const double moment = second + microsecond / 1e6;
+        const double delta = moment - before;
+        before = moment;
+        const auto whole = static_cast<int>(delta);
+        const auto part = static_cast<int>((delta - whole) * 1e6);
+        const auto time = static_cast<std::time_t>(second);
+        std::tm fields{};
+        ::gmtime_r(&time, &fields);
+        char expected[200];
+        std::snprintf(expected, sizeof expected,
+                      "%6d  %02d:%02d:%02d.%06d  (%02d.%06d) :  [%-18s]\tx\n", sequence,
+                      fields.tm_hour, fields.tm_min, fields.tm_sec, static_cast<int>(microsecond),
+                      whole, part, name.c_str());
+        ASSERT_THAT(Output::TakeLines(), ElementsAre(expected)) << i;
+    }
 }
 
 TEST_F(CollectionTest, EachIndentIsOneMark) {

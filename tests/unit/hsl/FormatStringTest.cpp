@@ -299,9 +299,12 @@ public:
 
     std::string Modifiers(std::string_view flags) {
         std::string text = "%";
-        // Half of them plain, as most are.
+        // Half of them plain, as most are, and many of the others with usual flags alone.
         if (Below(2) == 0) {
             return text;
+        }
+        if (Below(3) == 0) {
+            flags = flags.find('0') == std::string_view::npos ? "-" : "-0";
         }
         for (std::size_t i = Below(4); i > 0; --i) {
             text += OneOf(flags);
@@ -376,11 +379,28 @@ private:
 
 constexpr int kRandomRounds = 50000;
 
+// What a piece appends, by the fast way and by the formatter.
+std::string Fast(const std::string& format, const CRecordValue& value) {
+    CTextBuffer out;
+    out.Append("before ");
+    CFormatPiece piece(format, 0, format.find('%'), format.size());
+    // Twice: what is kept of the first value must serve the second.
+    piece.Append(out, format, value);
+    const std::size_t size = out.Size();
+    piece.Append(out, format, value);
+    EXPECT_EQ(out.View().substr(7, size - 7), out.View().substr(size));
+    return std::string(out.View().substr(0, size));
+}
+std::string Slow(const std::string& format, const CRecordValue& value) {
+    CTextBuffer out;
+    out.Append("before ");
+    CFormatPiece(format, 0, format.find('%'), format.size()).AppendByPrintf(out, format, value);
+    return std::string(out.View());
+}
+
 void Check(const std::string& conversion, const CRecordValue& value, const std::string& expected) {
-    std::string fast = "before ";
-    AppendPiece(fast, "x " + conversion, value);
-    std::string slow = "before ";
-    AppendPieceByPrintf(slow, "x " + conversion, value);
+    const std::string fast = Fast("x " + conversion, value);
+    const std::string slow = Slow("x " + conversion, value);
     ASSERT_EQ(fast, slow) << conversion << " of kind " << int{value.mKind};
     ASSERT_EQ(slow, "before x " + expected) << conversion << " of kind " << int{value.mKind};
 }
@@ -463,6 +483,48 @@ TEST_F(FormatStringTest, RandomTextsAreAsTheFormatterPrintsThem) {
     }
 }
 
+// Whole messages: text between the conversions, more and fewer arguments than conversions.
+TEST_F(FormatStringTest, RandomMessagesAreAsTheFormatterPrintsTheirPieces) {
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(DescribeSeed(seed));
+    RandomConversion random(seed);
+    constexpr std::string_view kText = "abc :,()[]\n";
+    const auto text = [&] {
+        std::string some;
+        for (std::size_t i = random.Below(20); i > 0; --i) {
+            some += kText[random.Below(kText.size())];
+        }
+        return some;
+    };
+    for (int i = 0; i < kRandomRounds / 10 && !HasFailure(); ++i) {
+        const auto number = static_cast<std::int32_t>(random.Integer());
+        const std::int64_t wide = random.Integer();
+        const double real = random.Double();
+        const std::string word = text();
+        const std::string first = text() + random.Modifiers("-+ 0") + random.OneOf("diouxX");
+        const std::string second = text() + random.Modifiers("-+ 0") + "ll" + random.OneOf("dux");
+        const std::string third = text() + random.Modifiers("-+ #0") + random.OneOf("eEfgG");
+        const std::string fourth = text() + random.Modifiers("-") + "s";
+        const std::string tail = text();
+        const std::string format = first + second + third + fourth + tail;
+        const std::string expected =
+            Printf(first.c_str(), number) + Printf(second.c_str(), static_cast<long long>(wide)) +
+            Printf(third.c_str(), real) + Printf(fourth.c_str(), word.c_str()) + tail;
+        EXPECT_EQ(Text(format.c_str(), number, wide, real, word), expected) << format;
+        EXPECT_EQ(Text(format.c_str(), number, wide, real, word, number),
+                  expected + " (" + std::to_string(number) + ") ")
+            << format;
+        if (i < 1000) {
+            const short id = Manager().AddFormatString(format.c_str());
+            // Twice: what is kept with a registered format must serve again.
+            EXPECT_EQ(Text(id, number, wide, real, word), expected) << format;
+            EXPECT_EQ(Text(id, number, wide, real, word), expected) << format;
+            // And of other kinds.
+            EXPECT_EQ(Text(id, 1.5, "x", 2, 3U), Text(format.c_str(), 1.5, "x", 2, 3U)) << format;
+        }
+    }
+}
+
 TEST_F(FormatStringTest, CharactersAndAddressesAreAsTheFormatterPrintsThem) {
     for (int character = 1; character < 256; ++character) {
         Check("%c", {eInt32, character}, Printf("%c", character));
@@ -491,12 +553,9 @@ TEST_F(FormatStringTest, RandomFormatsNeverReadWhatIsNotThere) {
         const auto kind = static_cast<tValueKind>(4 + random.Below(14));
         const std::string text = random.Text();
         const CRecordValue value{kind, random.Integer(), random.Double(), text.c_str(), L"wide"};
-        std::string fast;
-        AppendPiece(fast, conversion, value);
-        std::string slow;
-        AppendPieceByPrintf(slow, conversion, value);
-        ASSERT_EQ(fast, slow) << conversion << " of kind " << int{kind};
-        ASSERT_LE(fast.size(), 65535u);
+        const std::string fast = Fast(conversion, value);
+        ASSERT_EQ(fast, Slow(conversion, value)) << conversion << " of kind " << int{kind};
+        ASSERT_LE(fast.size(), 7 + 65535u);
     }
 }
 

@@ -24,9 +24,10 @@ class CRecordWriter;
 //
 // A ring that fills up drops messages: once its last 4096 bytes are touched, the next message is
 // replaced by the banner "*** HSLOG DROPPED MESSAGE(S) ***" in that message's categories, and all
-// further ones are dropped until less than three quarters are stored. Every dropped message takes a
-// sequence number, so the gaps in the output count them. A single message that is larger than the
-// room behind the threshold is cut, and what is read back of it and behind it may be nonsense.
+// further ones are dropped until less than three quarters are stored. The banner has the sequence
+// number of the message that it replaced, and every further dropped message takes one: each banner,
+// and each number missing in the output, is a message lost. A single message that is larger than
+// the room behind the threshold is cut, and what is read back of it and behind it may be nonsense.
 class CLogContext {
 public:
     // A ring of `size` bytes from `mallocFunc`; 0 stands for the manager's default, which needs an

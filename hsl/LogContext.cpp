@@ -72,9 +72,7 @@ unsigned char* CLogContext::PutHead(unsigned char* end) const {
 }
 
 void CLogContext::WriteHead(CRecordWriter& writer, const CCat& cat) const {
-    unsigned char head[kHeadSize];
-    PutHead(head);
-    writer.PutBytes(head, sizeof head);
+    writer.Advance(PutHead(writer.Room(kHeadSize)));
     writer.PutBytes(&cat, 1U + cat.Count());
 }
 

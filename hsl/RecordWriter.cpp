@@ -51,11 +51,9 @@ void CRecordWriter::PutValue(const CValue& value) {
         Put(static_cast<unsigned char>(value.mKind));
         PutWideText(value.mPayload.mWideString);
         break;
-    default: {
-        unsigned char number[CValue::kLargestNumber];
-        PutBytes(number, static_cast<std::size_t>(value.PutNumber(number) - number));
+    default:
+        Advance(value.PutNumber(Room(CValue::kLargestNumber)));
         break;
-    }
     }
 }
 

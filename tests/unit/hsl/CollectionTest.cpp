@@ -75,9 +75,9 @@ TEST_F(CollectionTest, RandomColumnsAreAsTheFormatterPrintsThem) {
         const auto sequence = static_cast<std::int32_t>(random()) >> random() % 32;
         // Mostly within the second, and at times far away; 0 would leave no base.
         const std::uint32_t second =
-            random() % 4 == 0 ? static_cast<std::uint32_t>(random() >> 33) + 1 : 1000000000;
+            random() % 4 == 0 ? static_cast<std::uint32_t>(random() % 2000000000) + 1 : 1000000000;
         const auto microsecond = static_cast<std::uint32_t>(random() % 1000000);
-        const std::string name(random() % 30, 'n');
+        const std::string name(static_cast<std::size_t>(random() % 30), 'n');
         OwnContext context(name.c_str(), 8192);
         RecordBytes::Bytes record;
         for (const std::uint32_t number : {second, microsecond}) {

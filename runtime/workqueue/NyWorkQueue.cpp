@@ -18,6 +18,9 @@ namespace {
 constexpr unsigned int kNoLimit = 0xFFFFFFFF;
 constexpr int kMaximumPending = 0x7FFFFFFF;
 
+// How often the consumer looks for another command before it sleeps.
+constexpr int kLooks = 1000;
+
 // Stops the queue by having run.
 class KillCommand : public NyWorkQueue::CCommand {
 public:
@@ -39,29 +42,46 @@ NyThreadLocal<NyWorkQueue::CCommand*> NyWorkQueue::mstlsCurCommand;
 
 NyWorkQueue::CCommand::CCommand(bool stopsQueue) : mStopsQueue(stopsQueue) {}
 
-NyWorkQueue::CCommand::~CCommand() = default;
+NyWorkQueue::CCommand::~CCommand() {
+    delete mExtras.load(std::memory_order_relaxed);
+}
 
 void NyWorkQueue::CCommand::RegisterHelperFuncs(const boost::shared_ptr<NyWorkQueueHelper>& funcs) {
     if (funcs != nullptr) {
-        mQueuedFunc = funcs->mQueuedFunc;
-        mDoneFunc = funcs->mDoneFunc;
+        Extras& extras = GetExtras();
+        extras.mQueuedFunc = funcs->mQueuedFunc;
+        extras.mDoneFunc = funcs->mDoneFunc;
     }
+}
+
+NyWorkQueue::CCommand::Extras& NyWorkQueue::CCommand::GetExtras() {
+    Extras* extras = mExtras.load(std::memory_order_relaxed);
+    if (extras == nullptr) {
+        extras = new Extras;
+        mExtras.store(extras, std::memory_order_release);
+    }
+    return *extras;
 }
 
 void NyWorkQueue::CCommand::done() {
     mIsDone = true;
-    if (mDoneEvent != nullptr) {
-        mDoneEvent->Signal();
-        mDoneEvent.reset();
+    Extras* const extras = mExtras.load(std::memory_order_relaxed);
+    if (extras != nullptr && extras->mDoneEvent != nullptr) {
+        extras->mDoneEvent->Signal();
+        extras->mDoneEvent.reset();
     }
 }
 
 boost::shared_ptr<NyEvent> NyWorkQueue::CCommand::GetDoneEvent() {
-    if (mDoneEvent == nullptr && !mIsDone) {
-        mDoneEvent = boost::make_shared<NyEvent>(NyEvent::kManualReset, NyEvent::kNotSignaled,
-                                                 "CCommand done event");
+    if (mIsDone) {
+        return {};
     }
-    return mDoneEvent;
+    Extras& extras = GetExtras();
+    if (extras.mDoneEvent == nullptr) {
+        extras.mDoneEvent = boost::make_shared<NyEvent>(
+            NyEvent::kManualReset, NyEvent::kNotSignaled, "CCommand done event");
+    }
+    return extras.mDoneEvent;
 }
 
 NyWorkQueue::NyWorkQueue(const char* name, const boost::function<void(NyWorkQueue*)>& callback,
@@ -88,21 +108,27 @@ int NyWorkQueue::AdoptCommand(boost::shared_ptr<CCommand>& cmd, int& handle, boo
         return kQueueOK;
     }
     AbortIfEmpty(cmd);
-    ++cmd->mQueuedCount;
+    cmd->mQueuedCount.fetch_add(1, std::memory_order_relaxed);
     mAccepting = !last;
     handle = TakeSerialNumber();
-    if (!cmd->mQueuedFunc.empty()) {
-        cmd->mQueuedFunc(handle);
+    const CCommand::Extras* const extras = cmd->mExtras.load(std::memory_order_acquire);
+    if (extras != nullptr && !extras->mQueuedFunc.empty()) {
+        extras->mQueuedFunc(handle);
     }
-    cmd->mHandle = handle;
+    cmd->mHandle.store(handle, std::memory_order_relaxed);
     mCommands.push_back(cmd);
     mHasCommands.store(true, std::memory_order_relaxed);
     if (mQueueMode == kThreadMode) {
-        // Without the lock, which the consumer that is woken needs first of all.
-        mRaising.fetch_add(1, std::memory_order_relaxed);
-        guard.Unlock();
-        mCommandSemaphore.Raise();
-        mRaising.fetch_sub(1, std::memory_order_release);
+        mUnitsGiven.store(mUnitsGiven.load(std::memory_order_relaxed) + 1,
+                          std::memory_order_release);
+        if (mConsumerSleeps) {
+            mConsumerSleeps = false;
+            // Without the lock, which the consumer that is woken needs first of all.
+            mRaising.fetch_add(1, std::memory_order_relaxed);
+            guard.Unlock();
+            mCommandSemaphore.Raise();
+            mRaising.fetch_sub(1, std::memory_order_release);
+        }
     } else if (!mCallback.empty()) {
         mCallback(this);
     }
@@ -124,6 +150,26 @@ int NyWorkQueue::RequeueCommand(CCommand* cmd, bool last) {
     return RequeueCommand(cmd, handle, last);
 }
 
+void NyWorkQueue::Recall() {
+    const std::size_t progress = mProgress.exchange(0, std::memory_order_acquire);
+    if (progress == 0) {
+        return;
+    }
+    const std::size_t next = progress / 2;
+    const bool isRunning = progress % 2 == 0;
+    for (std::size_t place = mBatch.size(); place-- > next;) {
+        mCommands.push_front(std::move(mBatch[place]));
+    }
+    mHasCommands.store(!mCommands.empty(), std::memory_order_relaxed);
+    mCurrentCommand = isRunning ? mBatch[next - 1].get() : nullptr;
+}
+
+void NyWorkQueue::DropPending() {
+    Recall();
+    mCommands.clear();
+    mHasCommands.store(false, std::memory_order_relaxed);
+}
+
 boost::shared_ptr<NyWorkQueue::CCommand> NyWorkQueue::FindCommand(int handle, bool& pending) const {
     for (const boost::shared_ptr<CCommand>& command : mCommands) {
         if (command->mHandle == handle) {
@@ -133,12 +179,13 @@ boost::shared_ptr<NyWorkQueue::CCommand> NyWorkQueue::FindCommand(int handle, bo
     }
     pending = false;
     return mCurrentCommand != nullptr && mCurrentCommand->mHandle == handle
-               ? mCurrentCommand
+               ? mCurrentCommand->shared_from_this()
                : boost::shared_ptr<CCommand>();
 }
 
 int NyWorkQueue::WaitOnCommand(int handle, NyTime* timeout, tWaitMode mode) {
     NyLockGuard guard(mLock, true);
+    Recall();
     bool pending = false;
     const boost::shared_ptr<CCommand> command = FindCommand(handle, pending);
     return command == nullptr ? kQueueOK : waitOnCommand(guard, command, timeout, mode);
@@ -146,6 +193,7 @@ int NyWorkQueue::WaitOnCommand(int handle, NyTime* timeout, tWaitMode mode) {
 
 int NyWorkQueue::CancelCommand(int handle, NyTime* timeout, tWaitMode mode) {
     NyLockGuard guard(mLock, true);
+    Recall();
     bool pending = false;
     const boost::shared_ptr<CCommand> command = FindCommand(handle, pending);
     if (command == nullptr) {
@@ -165,7 +213,7 @@ int NyWorkQueue::waitOnCommand(NyLockGuard& guard, const boost::shared_ptr<CComm
         return kNullCommand;
     }
     if (mode == kWaitUnlessCanceled) {
-        if (cmd->wasCanceled() && cmd != mCurrentCommand) {
+        if (cmd->wasCanceled() && cmd.get() != mCurrentCommand) {
             return kQueueOK;
         }
     } else if (mode != kWait) {
@@ -193,20 +241,18 @@ int NyWorkQueue::ProcessCommands() {
         BeginConsuming();
     }
     if (mQueueMode == kThreadMode) {
-        mCommandSemaphore.Wait(kNoLimit);
+        TakeUnit();
         mResumeEvent.Wait(kNoLimit);
     } else if (const NyLockGuard guard(mLock, true); mPaused) {
         return kQueueOK;
     }
 
     NyWorkQueuePreCommandBlock(mThreadExtension);
-    // The semaphore counts every command and a batch takes all there are, so many a call finds
-    // nothing; that needs no lock. Whoever raised the semaphore stored the flag before.
-    if (mHasCommands.load(std::memory_order_relaxed)) {
-        NyLockGuard guard(mLock, true);
-        while (!mCommands.empty() && !mStopped.load(std::memory_order_relaxed)) {
-            RunFrontCommand(guard);
-        }
+    // A command that processes commands itself also runs those behind it in its batch.
+    if (mQueueMode == kCallbackMode || mRunsBatch) {
+        RunOneByOne();
+    } else {
+        RunBatches();
     }
     NyWorkQueuePostCommandBlock(mThreadExtension);
     if (!mStopped.load(std::memory_order_acquire)) {
@@ -227,24 +273,146 @@ void NyWorkQueue::BeginConsuming() {
     mThreadExtension = NyWorkQueuePreTaskRun();
 }
 
-void NyWorkQueue::RunFrontCommand(NyLockGuard& guard) {
-    // Kept here, and not only as the current command: a command may process commands itself.
-    const boost::shared_ptr<CCommand> command = std::move(mCommands.front());
-    mCommands.pop_front();
-    mHasCommands.store(!mCommands.empty(), std::memory_order_relaxed);
-    mCurrentCommand = command;
-    --command->mQueuedCount;
-    guard.Unlock();
-    NyWorkQueuePreCommand(mThreadExtension);
+bool NyWorkQueue::TryTakeUnit() {
+    if (mUnitsGiven.load(std::memory_order_acquire) == mUnitsTaken) {
+        return false;
+    }
+    ++mUnitsTaken;
+    return true;
+}
+
+void NyWorkQueue::TakeUnit() {
+    for (int look = 0; look < kLooks; ++look) {
+        if (TryTakeUnit()) {
+            return;
+        }
+    }
+    {
+        const NyLockGuard guard(mLock, true);
+        if (TryTakeUnit()) {
+            return;
+        }
+        mConsumerSleeps = true;
+    }
+    if (mCommandSemaphore.Wait(kNoLimit)) {
+        ++mUnitsTaken;
+    }
+}
+
+void NyWorkQueue::RunBatches() {
+    mRunsBatch = true;
     try {
-        RunUnlocked(*command);
+        while (!mStopped.load(std::memory_order_relaxed) && TakeBatch()) {
+            RunBatch();
+        }
     } catch (...) {
-        // Nobody waits for ever for a command that failed.
-        mstlsCurCommand.Set(nullptr);
-        FinishCommand(guard, *command);
+        mRunsBatch = false;
         throw;
     }
-    FinishCommand(guard, *command);
+    mRunsBatch = false;
+}
+
+bool NyWorkQueue::TakeBatch() {
+    // There is a unit for every command and a batch takes all commands, so many a call finds
+    // nothing; that needs no lock. Whoever gave the unit stored the flag before.
+    if (!mHasCommands.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    const NyLockGuard guard(mLock, true);
+    mBatch.clear();
+    if (mCommands.empty()) {
+        return false;
+    }
+    mBatch.swap(mCommands);
+    mHasCommands.store(false, std::memory_order_relaxed);
+    mProgress.store(1, std::memory_order_relaxed);
+    return true;
+}
+
+void NyWorkQueue::RunBatch() {
+    const std::size_t size = mBatch.size();
+    for (std::size_t place = 0; place < size; ++place) {
+        std::size_t expected = 2 * place + 1;
+        if (!mProgress.compare_exchange_strong(expected, expected + 1, std::memory_order_relaxed)) {
+            return;
+        }
+        CCommand& command = *mBatch[place];
+        command.mQueuedCount.fetch_sub(1, std::memory_order_relaxed);
+        NyWorkQueuePreCommand(mThreadExtension);
+        try {
+            RunUnlocked(command);
+        } catch (...) {
+            // Nobody waits for ever for a command that failed.
+            mstlsCurCommand.Set(nullptr);
+            NyWorkQueuePostCommand(mThreadExtension);
+            Retire(place, false);
+            throw;
+        }
+        NyWorkQueuePostCommand(mThreadExtension);
+        if (!RetireAlone(place)) {
+            Retire(place, !command.mStopsQueue);
+        }
+    }
+    // All places are retired, so nobody else looks at them. Without the lock, as it takes a while.
+    mBatch.clear();
+}
+
+bool NyWorkQueue::RetireAlone(std::size_t place) {
+    boost::shared_ptr<CCommand>& command = mBatch[place];
+    // Nobody else has it, so nobody asks whether it is done, unless through the queue, which takes
+    // a recall first.
+    if (command.use_count() != 1 || command->mStopsQueue ||
+        command->mExtras.load(std::memory_order_relaxed) != nullptr) {
+        return false;
+    }
+    std::size_t expected = 2 * place + 2;
+    const std::size_t next = place + 1 == mBatch.size() ? 0 : expected + 1;
+    if (!mProgress.compare_exchange_strong(expected, next, std::memory_order_release,
+                                           std::memory_order_relaxed)) {
+        return false;
+    }
+    command.reset();
+    return true;
+}
+
+void NyWorkQueue::Retire(std::size_t place, bool goOn) {
+    const NyLockGuard guard(mLock, true);
+    const boost::shared_ptr<CCommand> command = std::move(mBatch[place]);
+    FinishCommand(*command);
+    if (!goOn) {
+        Recall();
+        mCurrentCommand = nullptr;
+    } else if (mProgress.load(std::memory_order_relaxed) != 0) {
+        mProgress.store(place + 1 == mBatch.size() ? 0 : 2 * place + 3, std::memory_order_relaxed);
+    }
+}
+
+void NyWorkQueue::RunOneByOne() {
+    NyLockGuard guard(mLock, true);
+    Recall();
+    while (!mCommands.empty() && !mStopped.load(std::memory_order_relaxed)) {
+        // Kept here, and not only as the current command: a command may process commands itself.
+        const boost::shared_ptr<CCommand> command = std::move(mCommands.front());
+        mCommands.pop_front();
+        mHasCommands.store(!mCommands.empty(), std::memory_order_relaxed);
+        mCurrentCommand = command.get();
+        command->mQueuedCount.fetch_sub(1, std::memory_order_relaxed);
+        guard.Unlock();
+        NyWorkQueuePreCommand(mThreadExtension);
+        try {
+            RunUnlocked(*command);
+        } catch (...) {
+            // Nobody waits for ever for a command that failed.
+            mstlsCurCommand.Set(nullptr);
+            NyWorkQueuePostCommand(mThreadExtension);
+            guard.Lock();
+            FinishCommand(*command);
+            throw;
+        }
+        NyWorkQueuePostCommand(mThreadExtension);
+        guard.Lock();
+        FinishCommand(*command);
+    }
 }
 
 void NyWorkQueue::RunUnlocked(CCommand& command) {
@@ -254,21 +422,20 @@ void NyWorkQueue::RunUnlocked(CCommand& command) {
     mstlsCurCommand.Set(&command);
     command.Do();
     mstlsCurCommand.Set(nullptr);
-    if (!command.mDoneFunc.empty()) {
-        command.mDoneFunc(command.mHandle);
+    const CCommand::Extras* const extras = command.mExtras.load(std::memory_order_acquire);
+    if (extras != nullptr && !extras->mDoneFunc.empty()) {
+        extras->mDoneFunc(command.mHandle.load(std::memory_order_relaxed));
     }
 }
 
-void NyWorkQueue::FinishCommand(NyLockGuard& guard, CCommand& command) {
-    NyWorkQueuePostCommand(mThreadExtension);
-    guard.Lock();
-    if (command.mQueuedCount < 1) {
+void NyWorkQueue::FinishCommand(CCommand& command) {
+    if (command.mQueuedCount.load(std::memory_order_relaxed) < 1) {
         command.done();
     }
     if (command.mStopsQueue) {
         mStopped.store(true, std::memory_order_release);
     }
-    mCurrentCommand.reset();
+    mCurrentCommand = nullptr;
 }
 
 int NyWorkQueue::Pause(tPauseAdverb adverb) {
@@ -318,7 +485,7 @@ int NyWorkQueue::Resume() {
 int NyWorkQueue::Stop(tStopAdverb adverb, bool wait) {
     NyLockGuard guard(mLock, true);
     if (adverb == kStopNow) {
-        mCommands.clear();
+        DropPending();
     }
     if (!wait || pthread_equal(NyThread::GetCurrentId(), mWorkThreadID) == 0) {
         boost::shared_ptr<CCommand> terminating = boost::make_shared<KillCommand>();
@@ -335,7 +502,7 @@ int NyWorkQueue::Stop(tStopAdverb adverb, bool wait) {
     }
     if (adverb == kStopAfterPending) {
         guard.Lock();
-        mCommands.clear();
+        DropPending();
         guard.Unlock();
     }
     return kQueueOK;

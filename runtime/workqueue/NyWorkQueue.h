@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -142,19 +143,39 @@ public:
     static CCommand* GetCurrentCommand() { return mstlsCurCommand.Get(); }
 
 private:
-    // Finds a command by its handle, pending or running; empty when there is none.
+    // Under the lock: has the consumer give back what it has not begun of its batch, so that all
+    // pending commands are in `mCommands`, and go by the lock for the command it runs, which is
+    // `mCurrentCommand`.
+    void Recall();
+    // Under the lock: releases all pending commands.
+    void DropPending();
+    // Finds a command by its handle, pending or running; empty when there is none. Under the lock,
+    // after Recall.
     boost::shared_ptr<CCommand> FindCommand(int handle, bool& pending) const;
     int waitOnCommand(NyLockGuard& guard, const boost::shared_ptr<CCommand>& cmd, NyTime* timeout,
                       tWaitMode mode);
     // Does what Pause(kPauseNow) does; the body of a queued pause.
     void pause();
-    // Takes the front command and runs it; called and returns with the lock held.
-    void RunFrontCommand(NyLockGuard& guard);
+    // Runs pending commands until there are none, in batches that it takes over.
+    void RunBatches();
+    // Takes all pending commands over. False when there are none.
+    bool TakeBatch();
+    void RunBatch();
+    // Takes the command at `place` of the batch out of it without the lock, if nobody but the batch
+    // knows of it.
+    bool RetireAlone(std::size_t place);
+    // Does so under the lock. `goOn`: whether the commands behind it may still run.
+    void Retire(std::size_t place, bool goOn);
+    // The same as RunBatches, command by command under the lock, which it releases meanwhile.
+    void RunOneByOne();
     void RunUnlocked(CCommand& command);
-    // Called without the lock; returns with it.
-    void FinishCommand(NyLockGuard& guard, CCommand& command);
+    // Under the lock.
+    void FinishCommand(CCommand& command);
     // Records the consumer and makes its record, on the consumer's first call.
     void BeginConsuming();
+    // In kThreadMode: takes the unit of one adopted command; blocks until there is one.
+    void TakeUnit();
+    bool TryTakeUnit();
     // Under the lock.
     int TakeSerialNumber();
 
@@ -172,14 +193,32 @@ protected:
 
 private:
     int mPauseHandle = -1;
-    boost::shared_ptr<CCommand> mCurrentCommand;
+    // Kept alive by the consumer, which runs it. Known only after Recall, if it is in a batch.
+    CCommand* mCurrentCommand = nullptr;
     NyEvent mResumeEvent;
     std::deque<boost::shared_ptr<CCommand>> mCommands;
+    // The commands that the consumer took over and how far it is: 2n + 1 when the n-th is the next
+    // one, 2n + 2 while it runs, 0 when there is nothing in the batch for anybody else to look at.
+    //
+    // The consumer begins and ends each command by one atomic step from the value it expects, and
+    // Recall exchanges the value for 0. So of each command it is decided at one moment whether the
+    // consumer took it or Recall took it back; the commands themselves are only touched by whoever
+    // has them, and after a recall by the consumer under the lock only. A command's end releases
+    // and Recall acquires: what the command did is visible to whoever does not find it any more.
+    std::deque<boost::shared_ptr<CCommand>> mBatch;
+    std::atomic<std::size_t> mProgress{0};
+    bool mRunsBatch = false; // the consumer's own
     pthread_t mWorkThreadID{};
     NyLock mLock;
     // Whether there are pending commands: written under the lock, a hint without it. Relaxed: the
-    // semaphore orders it for the consumer, and the commands are read under the lock.
+    // unit orders it for the consumer, and the commands are read under the lock.
     std::atomic<bool> mHasCommands{false};
+    // The units that adopters gave and that the consumer took, one per command; both wrap. Given
+    // under the lock and released there, which the consumer acquires. Taken by the consumer alone.
+    std::atomic<uint32_t> mUnitsGiven{0};
+    uint32_t mUnitsTaken = 0;
+    // The consumer sleeps, or is about to, until the semaphore is raised; under the lock.
+    bool mConsumerSleeps = false;
     // Adopters that are about to raise the semaphore. Released by each when it has done so, which
     // the destructor acquires.
     std::atomic<int32_t> mRaising{0};
@@ -213,22 +252,35 @@ public:
 private:
     friend class NyWorkQueue;
 
+    // What few commands need, made when one first does; so most stay small, and small is fast, as a
+    // command and its memory travel between the adopter's processor and the consumer's.
+    struct Extras {
+        // The event that done() signals. Empty until the first waiter asks for it and once the
+        // command is done. Under the queue's lock.
+        boost::shared_ptr<NyEvent> mDoneEvent;
+        // Both set before the command is queued.
+        boost::function<void(int)> mQueuedFunc;
+        boost::function<void(int)> mDoneFunc;
+    };
+
+    // Before the command is queued or under the queue's lock.
+    Extras& GetExtras();
     // Both under the queue's lock. Releases whoever waits, for good.
     void done();
-    // The event that done() signals, made when the first waiter asks for it, as most commands are
-    // never waited for. Empty once the command is done.
+    // The event that done() signals; empty once the command is done.
     boost::shared_ptr<NyEvent> GetDoneEvent();
 
     // Relaxed: the flag orders nothing. Whether a command that is just starting still sees it is
     // open anyway.
     std::atomic<bool> mCanceled{false};
     const bool mStopsQueue;
+    bool mIsDone = false; // under the queue's lock
     // Of the last adoption. Relaxed: written under the lock; the consumer reads it without, for the
     // done function, and any adoption's handle will do there.
     std::atomic<int> mHandle{-1};
-    boost::shared_ptr<NyEvent> mDoneEvent;
-    bool mIsDone = false;     // under the queue's lock
-    int32_t mQueuedCount = 0; // adoptions that are still pending
-    boost::function<void(int)> mQueuedFunc;
-    boost::function<void(int)> mDoneFunc;
+    // Adoptions that are still pending. Relaxed: looked at under the lock, where all adoptions are
+    // counted; the consumer counts them off without.
+    std::atomic<int32_t> mQueuedCount{0};
+    // Owned. Released when made and acquired by the consumer, which looks without the lock.
+    std::atomic<Extras*> mExtras{nullptr};
 };

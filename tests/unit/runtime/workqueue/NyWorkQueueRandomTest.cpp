@@ -29,18 +29,31 @@ struct Ledger {
     }
 };
 
-class CountedCommand : public NyWorkQueue::CCommand {
-public:
-    explicit CountedCommand(Ledger& ledger) : CCommand(false), mLedger(ledger) {}
-    void Do() override {
-        ++mRuns;
-        mLedger.Ran(mPlace);
-    }
+// What became of a command; outlives it.
+struct Record {
     std::atomic<int> mPlace{-1};
     std::atomic<int> mRuns{0};
+    std::atomic<bool> mCanceled{false};
+    std::atomic<bool> mReleased{false};
+};
+
+class CountedCommand : public NyWorkQueue::CCommand {
+public:
+    CountedCommand(Ledger& ledger, Record& record)
+        : CCommand(false), mLedger(ledger), mRecord(record) {}
+    ~CountedCommand() override { mRecord.mReleased = true; }
+    void Do() override {
+        ++mRecord.mRuns;
+        mLedger.Ran(mRecord.mPlace);
+    }
+    void cancel() override {
+        mRecord.mCanceled = true;
+        CCommand::cancel();
+    }
 
 private:
     Ledger& mLedger;
+    Record& mRecord;
 };
 
 class NyWorkQueueRandomTest : public ::testing::TestWithParam<NyWorkQueue::tQueueMode> {};
@@ -70,32 +83,42 @@ TEST_P(NyWorkQueueRandomTest, EveryCommandRunsOnceOrIsCancelledAndEveryWaiterIsR
 
     Ledger ledger;
     std::mutex commandsMutex;
-    std::vector<boost::shared_ptr<CountedCommand>> commands;
+    std::vector<std::unique_ptr<Record>> records;
+    // Of every second command or so: the queue ends those that it has to itself in another way.
+    std::vector<boost::shared_ptr<NyWorkQueue::CCommand>> kept;
     std::atomic<int> highestHandle{0};
     std::atomic<bool> producing{true};
 
     std::vector<std::thread> threads;
+    threads.reserve(kProducers);
     for (int producer = 0; producer < kProducers; ++producer) {
         threads.emplace_back([&, producer] {
             std::mt19937 random(seed + static_cast<unsigned>(producer));
             for (int i = 0; i < kCommandsEach; ++i) {
-                auto command = boost::make_shared<CountedCommand>(ledger);
-                boost::shared_ptr<NyWorkQueue::CCommand> adopted = command;
+                auto owned = std::make_unique<Record>();
+                Record& record = *owned;
+                boost::shared_ptr<NyWorkQueue::CCommand> command =
+                    boost::make_shared<CountedCommand>(ledger, record);
+                const bool keeps = random() % 2 == 0;
                 // One step, so that places are in the order of adoption.
                 int handle = -1;
                 {
                     const std::lock_guard lock(commandsMutex);
-                    command->mPlace = static_cast<int>(commands.size());
-                    queue.AdoptCommand(adopted, handle, false);
+                    record.mPlace = static_cast<int>(records.size());
+                    queue.AdoptCommand(command, handle, false);
                     ASSERT_GE(handle, 0);
                     highestHandle = handle;
-                    commands.push_back(command);
+                    records.push_back(std::move(owned));
+                    if (keeps) {
+                        kept.push_back(command);
+                    }
                 }
+                command.reset();
                 switch (random() % 8) {
                 case 0:
                     queue.WaitOnCommand(handle, nullptr, NyWorkQueue::kWait);
                     // A canceller releases the waiter just before it marks the command.
-                    while (command->mRuns == 0 && !command->wasCanceled()) {
+                    while (record.mRuns == 0 && !record.mCanceled) {
                         std::this_thread::yield();
                     }
                     break;
@@ -140,15 +163,17 @@ TEST_P(NyWorkQueueRandomTest, EveryCommandRunsOnceOrIsCancelledAndEveryWaiterIsR
     consumer.join();
     EXPECT_TRUE(stopped);
 
-    ASSERT_EQ(commands.size(), static_cast<std::size_t>(kProducers * kCommandsEach));
+    ASSERT_EQ(records.size(), static_cast<std::size_t>(kProducers * kCommandsEach));
     int previous = -1;
     for (const int place : ledger.mRunOrder) {
         EXPECT_GT(place, previous) << "out of order, or twice";
         previous = place;
     }
-    for (const auto& command : commands) {
-        EXPECT_LE(command->mRuns, 1);
-        EXPECT_TRUE(command->mRuns == 1 || command->wasCanceled()) << command->mPlace;
+    kept.clear();
+    for (const auto& record : records) {
+        EXPECT_LE(record->mRuns, 1);
+        EXPECT_TRUE(record->mRuns == 1 || record->mCanceled) << record->mPlace;
+        EXPECT_TRUE(record->mReleased) << record->mPlace;
     }
 }
 

@@ -496,6 +496,121 @@ TEST(NyWorkQueueTest, ACommandThatNobodyWaitedForIsDoneAllTheSame) {
     queue.ProcessCommands();
 }
 
+// Three commands that the consumer takes over together; the first waits until it may go on.
+class TakenOver {
+public:
+    TakenOver() {
+        mQueue->Pause(NyWorkQueue::kPauseNow);
+        Adopt(*mQueue, MakeCommand([this](TestCommand&) {
+            mStarted.Open();
+            mGoOn.Wait();
+        }));
+        for (int i = 0; i < 2; ++i) {
+            mBehind.push_back(MakeCommand());
+            mHandles.push_back(Adopt(*mQueue, mBehind.back()));
+        }
+        mQueue->Resume();
+        mStarted.Wait();
+    }
+    ~TakenOver() { mGoOn.Open(); }
+
+    Gate mStarted;
+    Gate mGoOn;
+    std::vector<boost::shared_ptr<TestCommand>> mBehind;
+    std::vector<int> mHandles;
+    ThreadQueue mQueue; // the last, as its thread uses the others
+};
+
+TEST(NyWorkQueueTest, ACommandBehindTheRunningOneOfABatchCanStillBeCancelled) {
+    TakenOver taken;
+    EXPECT_EQ(taken.mQueue->CancelCommand(taken.mHandles[0], nullptr, NyWorkQueue::kWait), 4);
+    taken.mGoOn.Open();
+    taken.mQueue->WaitOnCommand(taken.mHandles[1], nullptr, NyWorkQueue::kWait);
+    EXPECT_EQ(taken.mBehind[0]->mRuns, 0);
+    EXPECT_EQ(taken.mBehind[1]->mRuns, 1);
+}
+
+TEST(NyWorkQueueTest, StoppingNowReleasesWhatIsBehindTheRunningCommandAtOnce) {
+    TakenOver taken;
+    EXPECT_EQ(taken.mBehind[0].use_count(), 2);
+    EXPECT_EQ(taken.mQueue->Stop(NyWorkQueue::kStopNow, false), 0);
+    EXPECT_EQ(taken.mBehind[0].use_count(), 1);
+    EXPECT_EQ(taken.mBehind[1].use_count(), 1);
+    taken.mGoOn.Open();
+    taken.mQueue.Join();
+    EXPECT_EQ(taken.mBehind[0]->mRuns + taken.mBehind[1]->mRuns, 0);
+}
+
+TEST(NyWorkQueueTest, TheRunningCommandOfABatchIsFoundAndWaitedForThoughOnlyTheQueueHasIt) {
+    TakenOver taken;
+    std::atomic<bool> waited{false};
+    std::thread waiter([&] {
+        EXPECT_EQ(taken.mQueue->WaitOnCommand(0, nullptr, NyWorkQueue::kWait), 0);
+        waited = true;
+    });
+    EXPECT_EQ(taken.mQueue->CancelCommand(0, nullptr, NyWorkQueue::kNoWait), 0) << "found";
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(waited);
+    taken.mGoOn.Open();
+    waiter.join();
+}
+
+TEST(NyWorkQueueTest, EveryCommandGivesOneCallOfTheConsumerThatDoesNotBlock) {
+    NyWorkQueue queue("test", {}, NyWorkQueue::kThreadMode);
+    const auto late = MakeCommand();
+    for (int i = 0; i < 3; ++i) {
+        Adopt(queue, MakeCommand());
+    }
+    EXPECT_EQ(queue.ProcessCommands(), 0);
+    EXPECT_EQ(queue.ProcessCommands(), 0) << "nothing is left, and it does not wait";
+    Adopt(queue, late);
+    EXPECT_EQ(queue.ProcessCommands(), 0);
+    EXPECT_EQ(late->mRuns, 1) << "run by an earlier command's call";
+    EXPECT_EQ(queue.ProcessCommands(), 0);
+}
+
+TEST(NyWorkQueueTest, ACommandIsReleasedBeforeTheNextOneRuns) {
+    NyWorkQueue queue("test", {}, NyWorkQueue::kThreadMode);
+    std::vector<std::string> order;
+    for (const char* name : {"a", "b"}) {
+        const std::shared_ptr<const char> token(name, [&order](const char* released) {
+            order.push_back(std::string(released) + " released");
+        });
+        Adopt(queue,
+              MakeCommand([&order, token](TestCommand&) { order.emplace_back(token.get()); }));
+    }
+    queue.ProcessCommands();
+    EXPECT_EQ(order, (std::vector<std::string>{"a", "a released", "b", "b released"}));
+}
+
+TEST(NyWorkQueueTest, ACommandOfABatchThatProcessesCommandsRunsThoseBehindIt) {
+    NyWorkQueue queue("test", {}, NyWorkQueue::kThreadMode);
+    std::vector<int> order;
+    Adopt(queue, MakeCommand([&](TestCommand&) {
+              order.push_back(1);
+              EXPECT_EQ(queue.ProcessCommands(), 0);
+              order.push_back(4);
+          }));
+    for (const int number : {2, 3}) {
+        Adopt(queue, MakeCommand([&order, number](TestCommand&) { order.push_back(number); }));
+    }
+    EXPECT_EQ(queue.ProcessCommands(), 0);
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
+}
+
+TEST(NyWorkQueueTest, WhatIsBehindACommandOfABatchThatFailsStaysPending) {
+    NyWorkQueue queue("test", {}, NyWorkQueue::kThreadMode);
+    Adopt(queue, MakeCommand([](TestCommand&) { throw std::string("failed"); }));
+    const auto next = MakeCommand();
+    const int handle = Adopt(queue, next);
+    EXPECT_THROW(queue.ProcessCommands(), std::string);
+    EXPECT_EQ(queue.CancelCommand(0, nullptr, NyWorkQueue::kNoWait), 2) << "done and gone";
+    EXPECT_EQ(queue.WaitOnCommand(handle, nullptr, NyWorkQueue::kNoWait), 0);
+    EXPECT_EQ(next->mRuns, 0);
+    EXPECT_EQ(queue.ProcessCommands(), 0);
+    EXPECT_EQ(next->mRuns, 1);
+}
+
 TEST(NyWorkQueueTest, TheConsumerIsKnownFromItsFirstProcessing) {
     NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
     EXPECT_TRUE(pthread_equal(queue.GetWorkThreadID(), pthread_t{}));

@@ -35,8 +35,9 @@ using cb_malloc_func = void* (*)(int size);
 using cb_free_func = void (*)(void* block, int size);
 using cb_copy_func = void* (*)(void* destination, const void* source, unsigned long size);
 
-// The control block at the start of the block. Its layout is fixed; outside the cb_ functions it is
-// there to be looked at, not changed. Integers are in the host's byte order.
+// The control block at the start of the block. Its layout is fixed; outside the cb_ functions, and
+// those that do a side's part in place (InPlaceRoom.h, HSL's record reader), it is there to be
+// looked at, not changed. Integers are in the host's byte order.
 struct _t_circular_buffer {
     std::uint32_t elemSize;       // bytes per element
     std::uint32_t numElems;       // capacity in elements

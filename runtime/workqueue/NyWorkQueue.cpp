@@ -314,11 +314,13 @@ void NyWorkQueue::RunBatches() {
 
 bool NyWorkQueue::TakeBatch() {
     // There is a unit for every command and a batch takes all commands, so many a call finds
-    // nothing; that needs no lock. Whoever gave the unit stored the flag before.
-    if (!mHasCommands.load(std::memory_order_relaxed)) {
+    // nothing; that needs no lock. Whoever gave the unit stored the flag before. But a batch that
+    // was recalled has no units left, and who recalled it may be about to store the flag only now.
+    if (!mWasRecalled && !mHasCommands.load(std::memory_order_relaxed)) {
         return false;
     }
     const NyLockGuard guard(mLock, true);
+    mWasRecalled = false;
     mBatch.clear();
     if (mCommands.empty()) {
         return false;
@@ -334,6 +336,7 @@ void NyWorkQueue::RunBatch() {
     for (std::size_t place = 0; place < size; ++place) {
         std::size_t expected = 2 * place + 1;
         if (!mProgress.compare_exchange_strong(expected, expected + 1, std::memory_order_relaxed)) {
+            mWasRecalled = true;
             return;
         }
         CCommand& command = *mBatch[place];

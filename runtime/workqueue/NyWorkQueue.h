@@ -207,7 +207,8 @@ private:
     // and Recall acquires: what the command did is visible to whoever does not find it any more.
     std::deque<boost::shared_ptr<CCommand>> mBatch;
     std::atomic<std::size_t> mProgress{0};
-    bool mRunsBatch = false; // the consumer's own
+    bool mRunsBatch = false;   // the consumer's own
+    bool mWasRecalled = false; // also; what was in the batch may be pending again
     pthread_t mWorkThreadID{};
     NyLock mLock;
     // Whether there are pending commands: written under the lock, a hint without it. Relaxed: the

@@ -611,6 +611,36 @@ TEST(NyWorkQueueTest, WhatIsBehindACommandOfABatchThatFailsStaysPending) {
     EXPECT_EQ(next->mRuns, 1);
 }
 
+TEST(NyWorkQueueTest, NoCommandIsForgottenWhenABatchIsTakenBackBetweenItsCommands) {
+    ThreadQueue queue;
+    std::atomic<bool> stop{false};
+    // Whoever looks for a command takes the batch back; these do little else.
+    std::vector<std::thread> lookers;
+    for (int i = 0; i < 3; ++i) {
+        lookers.emplace_back([&queue, &stop] {
+            while (!stop) {
+                queue->WaitOnCommand(-5, nullptr, NyWorkQueue::kNoWait);
+            }
+        });
+    }
+    constexpr int kRounds = 3000;
+    constexpr int kPerRound = 5;
+    std::atomic<int> runs{0};
+    for (int round = 1; round <= kRounds; ++round) {
+        for (int i = 0; i < kPerRound; ++i) {
+            Adopt(*queue, MakeCommand([&runs](TestCommand&) { ++runs; }));
+        }
+        // Nothing more is adopted until all have run, so nothing else can wake the consumer.
+        while (runs != round * kPerRound) {
+            std::this_thread::yield();
+        }
+    }
+    stop = true;
+    for (std::thread& looker : lookers) {
+        looker.join();
+    }
+}
+
 TEST(NyWorkQueueTest, TheConsumerIsKnownFromItsFirstProcessing) {
     NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
     EXPECT_TRUE(pthread_equal(queue.GetWorkThreadID(), pthread_t{}));

@@ -64,7 +64,7 @@ NyWorkQueue::CCommand::Extras& NyWorkQueue::CCommand::GetExtras() {
 }
 
 void NyWorkQueue::CCommand::done() {
-    mIsDone = true;
+    mIsDone.store(true, std::memory_order_relaxed);
     Extras* const extras = mExtras.load(std::memory_order_relaxed);
     if (extras != nullptr && extras->mDoneEvent != nullptr) {
         extras->mDoneEvent->Signal();
@@ -73,7 +73,7 @@ void NyWorkQueue::CCommand::done() {
 }
 
 boost::shared_ptr<NyEvent> NyWorkQueue::CCommand::GetDoneEvent() {
-    if (mIsDone) {
+    if (mIsDone.load(std::memory_order_relaxed)) {
         return {};
     }
     Extras& extras = GetExtras();
@@ -117,7 +117,10 @@ int NyWorkQueue::AdoptCommand(boost::shared_ptr<CCommand>& cmd, int& handle, boo
     }
     cmd->mHandle.store(handle, std::memory_order_relaxed);
     mCommands.push_back(cmd);
-    mHasCommands.store(true, std::memory_order_relaxed);
+    // Looked at first: the consumer reads it again and again.
+    if (!mHasCommands.load(std::memory_order_relaxed)) {
+        mHasCommands.store(true, std::memory_order_relaxed);
+    }
     if (mQueueMode == kThreadMode) {
         mUnitsGiven.store(mUnitsGiven.load(std::memory_order_relaxed) + 1,
                           std::memory_order_release);
@@ -274,8 +277,11 @@ void NyWorkQueue::BeginConsuming() {
 }
 
 bool NyWorkQueue::TryTakeUnit() {
-    if (mUnitsGiven.load(std::memory_order_acquire) == mUnitsTaken) {
-        return false;
+    if (mUnitsTaken == mUnitsSeen) {
+        mUnitsSeen = mUnitsGiven.load(std::memory_order_acquire);
+        if (mUnitsTaken == mUnitsSeen) {
+            return false;
+        }
     }
     ++mUnitsTaken;
     return true;
@@ -295,7 +301,7 @@ void NyWorkQueue::TakeUnit() {
         mConsumerSleeps = true;
     }
     if (mCommandSemaphore.Wait(kNoLimit)) {
-        ++mUnitsTaken;
+        TryTakeUnit();
     }
 }
 
@@ -326,6 +332,7 @@ bool NyWorkQueue::TakeBatch() {
         return false;
     }
     mBatch.swap(mCommands);
+    mUnitsSeen = mUnitsGiven.load(std::memory_order_relaxed);
     mHasCommands.store(false, std::memory_order_relaxed);
     mProgress.store(1, std::memory_order_relaxed);
     return true;
@@ -352,7 +359,7 @@ void NyWorkQueue::RunBatch() {
             throw;
         }
         NyWorkQueuePostCommand(mThreadExtension);
-        if (!RetireAlone(place)) {
+        if (!TryRetire(place)) {
             Retire(place, !command.mStopsQueue);
         }
     }
@@ -360,12 +367,9 @@ void NyWorkQueue::RunBatch() {
     mBatch.clear();
 }
 
-bool NyWorkQueue::RetireAlone(std::size_t place) {
-    boost::shared_ptr<CCommand>& command = mBatch[place];
-    // Nobody else has it, so nobody asks whether it is done, unless through the queue, which takes
-    // a recall first.
-    if (command.use_count() != 1 || command->mStopsQueue ||
-        command->mExtras.load(std::memory_order_relaxed) != nullptr) {
+bool NyWorkQueue::TryRetire(std::size_t place) {
+    CCommand& command = *mBatch[place];
+    if (command.mStopsQueue || command.mExtras.load(std::memory_order_relaxed) != nullptr) {
         return false;
     }
     std::size_t expected = 2 * place + 2;
@@ -374,7 +378,12 @@ bool NyWorkQueue::RetireAlone(std::size_t place) {
                                            std::memory_order_relaxed)) {
         return false;
     }
-    command.reset();
+    // From here on the queue does not know the command any more. Somebody who does may adopt it
+    // again at this moment, and wait; then its next run releases them.
+    if (command.mQueuedCount.load(std::memory_order_relaxed) < 1) {
+        command.mIsDone.store(true, std::memory_order_relaxed);
+    }
+    mBatch[place].reset();
     return true;
 }
 

@@ -161,9 +161,10 @@ private:
     // Takes all pending commands over. False when there are none.
     bool TakeBatch();
     void RunBatch();
-    // Takes the command at `place` of the batch out of it without the lock, if nobody but the batch
-    // knows of it.
-    bool RetireAlone(std::size_t place);
+    // Takes the command at `place` of the batch, which has run, out of it without the lock. False,
+    // with nothing done, when that takes the lock: somebody waits for it, or the batch was
+    // recalled.
+    bool TryRetire(std::size_t place);
     // Does so under the lock. `goOn`: whether the commands behind it may still run.
     void Retire(std::size_t place, bool goOn);
     // The same as RunBatches, command by command under the lock, which it releases meanwhile.
@@ -179,24 +180,48 @@ private:
     // Under the lock.
     int TakeSerialNumber();
 
+    // The fields lie apart by who writes them how often, so that adopters and the consumer do not
+    // pull at one cache line while neither waits for the other.
+    static constexpr std::size_t kApart = 64;
+
+    // Seldom written.
     NySemaphore mCommandSemaphore;
-    bool mAccepting = true;
     // Set under the lock; released there, as the consumer also reads it without.
     std::atomic<bool> mStopped{false};
+    // Whether there are pending commands: written under the lock, where it changes, and a hint
+    // without it. Relaxed: the unit orders it for the consumer, and the commands are read under the
+    // lock.
+    std::atomic<bool> mHasCommands{false};
     bool mPaused = false;
     std::string mName;
     tQueueMode mQueueMode;
     boost::function<void(NyWorkQueue*)> mCallback;
+    int mPauseHandle = -1;
+    NyEvent mResumeEvent;
+    pthread_t mWorkThreadID{};
+    // The consumer sleeps, or is about to, until the semaphore is raised; under the lock.
+    bool mConsumerSleeps = false;
+    // Adopters that are about to raise the semaphore. Released by each when it has done so, which
+    // the destructor acquires.
+    std::atomic<int32_t> mRaising{0};
+
+    // Written by each adoption.
+    alignas(kApart) NyLock mLock;
+    bool mAccepting = true;
 
 protected:
     int32_t mNextSerialNumber = 0;
 
 private:
-    int mPauseHandle = -1;
+    std::deque<boost::shared_ptr<CCommand>> mCommands;
+    // The units that adopters gave, one per command; wraps. Given under the lock and released
+    // there, which the consumer acquires.
+    std::atomic<uint32_t> mUnitsGiven{0};
     // Kept alive by the consumer, which runs it. Known only after Recall, if it is in a batch.
     CCommand* mCurrentCommand = nullptr;
-    NyEvent mResumeEvent;
-    std::deque<boost::shared_ptr<CCommand>> mCommands;
+
+    // The consumer's.
+    //
     // The commands that the consumer took over and how far it is: 2n + 1 when the n-th is the next
     // one, 2n + 2 while it runs, 0 when there is nothing in the batch for anybody else to look at.
     //
@@ -205,25 +230,15 @@ private:
     // consumer took it or Recall took it back; the commands themselves are only touched by whoever
     // has them, and after a recall by the consumer under the lock only. A command's end releases
     // and Recall acquires: what the command did is visible to whoever does not find it any more.
-    std::deque<boost::shared_ptr<CCommand>> mBatch;
+    alignas(kApart) std::deque<boost::shared_ptr<CCommand>> mBatch;
     std::atomic<std::size_t> mProgress{0};
-    bool mRunsBatch = false;   // the consumer's own
-    bool mWasRecalled = false; // also; what was in the batch may be pending again
-    pthread_t mWorkThreadID{};
-    NyLock mLock;
-    // Whether there are pending commands: written under the lock, a hint without it. Relaxed: the
-    // unit orders it for the consumer, and the commands are read under the lock.
-    std::atomic<bool> mHasCommands{false};
-    // The units that adopters gave and that the consumer took, one per command; both wrap. Given
-    // under the lock and released there, which the consumer acquires. Taken by the consumer alone.
-    std::atomic<uint32_t> mUnitsGiven{0};
+    // What follows is touched by the consumer alone.
+    bool mRunsBatch = false;
+    bool mWasRecalled = false; // what was in the batch may be pending again
+    // The units that it took, and those that it knows were given; both wrap.
     uint32_t mUnitsTaken = 0;
-    // The consumer sleeps, or is about to, until the semaphore is raised; under the lock.
-    bool mConsumerSleeps = false;
-    // Adopters that are about to raise the semaphore. Released by each when it has done so, which
-    // the destructor acquires.
-    std::atomic<int32_t> mRaising{0};
-    // The consumer's record, see WorkerThreadExtension.h; touched by the consumer alone.
+    uint32_t mUnitsSeen = 0;
+    // Its record, see WorkerThreadExtension.h.
     void* mThreadExtension = nullptr;
 
     static NyThreadLocal<CCommand*> mstlsCurCommand;
@@ -275,7 +290,9 @@ private:
     // open anyway.
     std::atomic<bool> mCanceled{false};
     const bool mStopsQueue;
-    bool mIsDone = false; // under the queue's lock
+    // Relaxed: read under the queue's lock, and written without it only by the consumer, for a
+    // command that the queue does not know any more.
+    std::atomic<bool> mIsDone{false};
     // Of the last adoption. Relaxed: written under the lock; the consumer reads it without, for the
     // done function, and any adoption's handle will do there.
     std::atomic<int> mHandle{-1};

@@ -6,17 +6,20 @@
 
 #include <atomic>
 #include <cstdint>
+#include <type_traits>
 
 namespace {
 
 using CoreServices::Deadline;
 
-// A region is taken and left by one atomic step each while nobody waits for it. Whoever has to wait
-// does so under the record's mutex, having said so in the state.
+// A region is taken and left by one atomic step each, without the record's mutex. Whoever has to
+// wait says so in the state, and the holder that finds it said wakes one thread as it leaves.
 //
 // All that a caller decides by is in that one word, so that each decision holds at one moment
 // whatever other threads do, a deletion and the record's next life included:
-//   bit 0         threads wait; changed under the mutex
+//   bit 0         threads may wait: set by each before it sleeps, cleared by the holder that
+//   leaves,
+//                 so never set in a region that is free
 //   bit 1         the region exists
 //   bits 2 to 17  how often the holder has entered
 //   bits 18 to 39 the thread that holds the region, 0 when none does
@@ -36,27 +39,33 @@ constexpr unsigned kGenerationShift = 40;
 constexpr int kLooks = 100;
 
 // The calling thread, as a region's word holds it. The kernel never gives out more than 22 bits,
-// and no number twice at a time.
+// and no number twice at a time. Asked for at every step, so it lies where the thread's own
+// register leads, without a call.
+[[gnu::tls_model("initial-exec")]] constinit thread_local uint64_t sCallingThread = 0;
+
 uint64_t CallingThread() {
-    thread_local const uint64_t thread = static_cast<uint64_t>(gettid()) << kThreadShift;
-    return thread;
+    if (sCallingThread == 0) {
+        sCallingThread = static_cast<uint64_t>(gettid()) << kThreadShift;
+    }
+    return sCallingThread;
 }
 
 struct Region : CoreServices::ObjectRecord {
     std::atomic<uint64_t> mState{0};
-    UInt32 mWaiters = 0; // under the mutex
+    std::atomic<uint32_t> mWakeUps{0};
 
     void Begin(uint64_t freeState) { mState.store(freeState, std::memory_order_release); }
     void Reset() {
         mState.store(0, std::memory_order_release);
-        mWaiters = 0;
+        CoreServices::WakeAll(mWakeUps);
     }
 
-    // Takes the region for the caller if it is free and in the life that `freeState` names.
+    // Takes the region for the caller if it is free and in the life that `freeState` names. Looks
+    // first, as a failed attempt to store would disturb the holder.
     bool TryTake(uint64_t freeState) {
-        uint64_t expected = mState.load(std::memory_order_relaxed);
-        return (expected & ~kAwaited) == freeState &&
-               mState.compare_exchange_strong(expected, expected | CallingThread() | kOnce,
+        uint64_t expected = freeState;
+        return mState.load(std::memory_order_relaxed) == freeState &&
+               mState.compare_exchange_strong(expected, freeState | CallingThread() | kOnce,
                                               std::memory_order_acquire, std::memory_order_relaxed);
     }
 };
@@ -77,44 +86,53 @@ bool IsHeldByCaller(uint64_t state) {
 
 using Regions = CoreServices::ObjectTable<Region>;
 
-// Never destroyed: a thread may still use a region while the process ends.
-Regions& AllRegions() {
-    static Regions* const regions = new Regions;
-    return *regions;
-}
+// Exists before any code has run, and has nothing to destroy: a thread may still use a region while
+// the process ends.
+constinit Regions gRegions;
+static_assert(std::is_trivially_destructible_v<Regions>);
 
 // The record of an identifier; null for one that no region ever had, 0 being no generation.
 Region* FindRegion(MPCriticalRegionID identifier) {
-    return Regions::GenerationOf(identifier) == 0 ? nullptr : AllRegions().Find(identifier);
+    return Regions::GenerationOf(identifier) == 0 ? nullptr : gRegions.Find(identifier);
 }
 
-// Waits for a held region under its mutex.
-OSStatus WaitAndTake(Regions::Locked& region, uint64_t freeState, Duration timeout) {
+// Takes the region if it is free, with `flag` in its state. Else sees to it that the holder wakes
+// a thread as it leaves, and returns kMPTimeoutErr; kMPDeletedErr when the region is gone.
+OSStatus TakeOrAwait(Region& region, uint64_t freeState, uint64_t flag) {
+    uint64_t state = region.mState.load(std::memory_order_relaxed);
+    while (IsOfLife(state, freeState)) {
+        if ((state & kThreadMask) == 0) {
+            if (region.mState.compare_exchange_weak(state, state | CallingThread() | kOnce | flag,
+                                                    std::memory_order_acquire,
+                                                    std::memory_order_relaxed)) {
+                return noErr;
+            }
+        } else if ((state & kAwaited) != 0 ||
+                   region.mState.compare_exchange_weak(state, state | kAwaited,
+                                                       std::memory_order_relaxed)) {
+            return kMPTimeoutErr;
+        }
+    }
+    return kMPDeletedErr;
+}
+
+// Waits for a held region and takes it.
+OSStatus WaitAndTake(Region& region, uint64_t freeState, Duration timeout) {
     const Deadline deadline(timeout);
-    ++region->mWaiters;
-    bool taken = false;
-    bool inTime = true;
-    while (inTime) {
-        // Said before the last look: a holder that leaves later sees it, and wakes us.
-        region->mState.fetch_or(kAwaited, std::memory_order_relaxed);
-        taken = region->TryTake(freeState);
-        if (taken) {
-            break;
+    uint64_t flag = 0;
+    for (bool inTime = true;;) {
+        // Acquire: read before the state is flagged, so the wake-up that this brings changes it.
+        const uint32_t wakeUps = region.mWakeUps.load(std::memory_order_acquire);
+        // Also by a thread that gives up: the wake-up that it had may have been meant for another,
+        // of whom the thread that took the region instead knows nothing.
+        const OSStatus status = TakeOrAwait(region, freeState, flag);
+        if (status != kMPTimeoutErr || !inTime) {
+            return status;
         }
-        inTime = region.Wait(deadline);
-        if (!region.IsValid()) {
-            // The counts are already those of the record's next life.
-            return kMPDeletedErr;
-        }
+        inTime = deadline.Wait(region.mWakeUps, wakeUps);
+        // The holder that wakes one thread clears the flag for all that wait.
+        flag = kAwaited;
     }
-    taken = taken || region->TryTake(freeState);
-    if (--region->mWaiters == 0) {
-        region->mState.fetch_and(~kAwaited, std::memory_order_relaxed);
-    }
-    if (!taken) {
-        return kMPTimeoutErr;
-    }
-    return noErr;
 }
 
 } // namespace
@@ -124,12 +142,12 @@ OSStatus MPCreateCriticalRegion(MPCriticalRegionID* criticalRegion) {
         return paramErr;
     }
     *criticalRegion = static_cast<MPCriticalRegionID>(
-        AllRegions().Create([](Region& region) { region.Begin(FreeState(region.mGeneration)); }));
+        gRegions.Create([](Region& region) { region.Begin(FreeState(region.mGeneration)); }));
     return *criticalRegion == nullptr ? OSStatus{kMPInsufficientResourcesErr} : OSStatus{noErr};
 }
 
 OSStatus MPDeleteCriticalRegion(MPCriticalRegionID criticalRegion) {
-    return AllRegions().Delete(criticalRegion) ? OSStatus{noErr} : OSStatus{kMPInvalidIDErr};
+    return gRegions.Delete(criticalRegion) ? OSStatus{noErr} : OSStatus{kMPInvalidIDErr};
 }
 
 OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeout) {
@@ -141,8 +159,11 @@ OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeo
     if (found->TryTake(freeState)) {
         return noErr;
     }
-    // Fails only where a waiter arrives or the region is deleted: nobody else enters or leaves.
     uint64_t state = found->mState.load(std::memory_order_relaxed);
+    if (!IsOfLife(state, freeState)) {
+        return kMPInvalidIDErr;
+    }
+    // Fails only where a waiter arrives or the region is deleted: nobody else enters or leaves.
     while (IsOfLife(state, freeState) && IsHeldByCaller(state)) {
         if ((state & kDepthMask) == kDepthMask) {
             return kMPInsufficientResourcesErr;
@@ -151,13 +172,15 @@ OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeo
             return noErr;
         }
     }
-    for (int look = 0; timeout != kDurationImmediate && look < kLooks; ++look) {
+    if (timeout == kDurationImmediate) {
+        return kMPTimeoutErr;
+    }
+    for (int look = 0; look < kLooks; ++look) {
         if (found->TryTake(freeState)) {
             return noErr;
         }
     }
-    Regions::Locked region(AllRegions(), criticalRegion);
-    return region ? WaitAndTake(region, freeState, timeout) : OSStatus{kMPInvalidIDErr};
+    return WaitAndTake(*found, freeState, timeout);
 }
 
 OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion) {
@@ -175,28 +198,15 @@ OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion) {
             return kMPInsufficientResourcesErr;
         }
         const bool isLast = (state & kDepthMask) == kOnce;
-        if (isLast && (state & kAwaited) != 0) {
-            break;
-        }
         const uint64_t left = isLast ? freeState : state - kOnce;
         if (found->mState.compare_exchange_weak(state, left, std::memory_order_release,
                                                 std::memory_order_relaxed)) {
+            if (isLast && (state & kAwaited) != 0) {
+                // Records stay for ever: should this one have been deleted meanwhile, the wake-up
+                // wakes nobody or is a spurious one.
+                CoreServices::WakeOne(found->mWakeUps);
+            }
             return noErr;
         }
     }
-    {
-        // Under the mutex, so that no waiter is between its look at the state and its sleep.
-        Regions::Locked region(AllRegions(), criticalRegion);
-        if (!region) {
-            return kMPInvalidIDErr;
-        }
-        region->mState.fetch_and(~(kThreadMask | kDepthMask), std::memory_order_release);
-        if (region->mWaiters == 0) {
-            return noErr;
-        }
-    }
-    // Outside the mutex, which the waiter needs at once. Records stay for ever: should this one
-    // have been deleted meanwhile, the signal wakes nobody or is a spurious wake-up.
-    found->mCondition.Signal();
-    return noErr;
 }

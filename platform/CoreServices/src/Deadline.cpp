@@ -1,12 +1,26 @@
 #include "Deadline.h"
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <climits>
 #include <limits>
 
 namespace CoreServices {
 
 namespace {
 constexpr uint64_t kNanosecondsPerSecond = 1000000000;
+
+// The kernel's call takes the word itself.
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
+
+void Wake(std::atomic<uint32_t>& wakeUps, int count) {
+    // Release: what the woken thread looks at is stored before.
+    wakeUps.fetch_add(1, std::memory_order_release);
+    syscall(SYS_futex, &wakeUps, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+}
 } // namespace
 
 uint64_t DurationToNanoseconds(Duration duration) {
@@ -48,6 +62,24 @@ bool Deadline::Wait(MonotonicCondition& condition, pthread_mutex_t& mutex) const
         return true;
     }
     return pthread_cond_timedwait(&condition.mCondition, &mutex, &mMoment) != ETIMEDOUT;
+}
+
+bool Deadline::Wait(const std::atomic<uint32_t>& wakeUps, uint32_t value) const {
+    if (mTimeout == kDurationImmediate) {
+        return false;
+    }
+    const timespec* const moment = mTimeout == kDurationForever ? nullptr : &mMoment;
+    return syscall(SYS_futex, &wakeUps, FUTEX_WAIT_BITSET_PRIVATE, value, moment, nullptr,
+                   FUTEX_BITSET_MATCH_ANY) == 0 ||
+           errno != ETIMEDOUT;
+}
+
+void WakeOne(std::atomic<uint32_t>& wakeUps) {
+    Wake(wakeUps, 1);
+}
+
+void WakeAll(std::atomic<uint32_t>& wakeUps) {
+    Wake(wakeUps, INT_MAX);
 }
 
 } // namespace CoreServices

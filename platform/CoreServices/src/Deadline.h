@@ -3,6 +3,7 @@
 #include <MacTypes.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <cstdint>
 #include <ctime>
 
@@ -32,12 +33,18 @@ class Deadline {
 public:
     explicit Deadline(Duration timeout);
 
-    // Waits for a wake-up, perhaps a spurious one. False when the deadline has passed.
+    // Both wait for a wake-up, perhaps a spurious one. False when the deadline has passed.
     bool Wait(MonotonicCondition& condition, pthread_mutex_t& mutex) const;
+    // Returns at once when `wakeUps` has another value; whoever wakes changes it first.
+    bool Wait(const std::atomic<uint32_t>& wakeUps, uint32_t value) const;
 
 private:
     Duration mTimeout;
     timespec mMoment{};
 };
+
+// Wake one of the threads that wait for a change of `wakeUps`, or all of them.
+void WakeOne(std::atomic<uint32_t>& wakeUps);
+void WakeAll(std::atomic<uint32_t>& wakeUps);
 
 } // namespace CoreServices

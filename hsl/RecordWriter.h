@@ -11,9 +11,8 @@ namespace HSL {
 class CValue;
 
 // Writes the fields of a record to a ring of single bytes: in place as long as there is room in one
-// run, and what is left then gathered in as few writes as it can. A
-// field may reach the ring at any time until the end. On the stack; does not allocate. The ring's
-// producer only.
+// run, and what is left then gathered in as few writes as it can. A field may reach the ring at any
+// time until the end. On the stack; does not allocate. The ring's producer only.
 class CRecordWriter {
 public:
     explicit CRecordWriter(CCircularBuffer& buffer) : mBuffer(buffer) {

@@ -13,8 +13,9 @@ namespace CoreServices {
 namespace {
 constexpr uint64_t kNanosecondsPerSecond = 1000000000;
 
-// The kernel's call takes the word itself.
+// The kernel's call takes the word itself, and a moment with the kernel's own long.
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
+static_assert(sizeof(timespec::tv_sec) == sizeof(long));
 
 void Wake(std::atomic<uint32_t>& wakeUps, int count) {
     // Release: what the woken thread looks at is stored before.

@@ -160,6 +160,7 @@ private:
     void RunBatches();
     // Takes all pending commands over. False when there are none.
     bool TakeBatch();
+    void LeaveLockToAdopters() const;
     void RunBatch();
     // Takes the command at `place` of the batch, which has run, out of it without the lock. False,
     // with nothing done, when that takes the lock: somebody waits for it, or the batch was
@@ -235,6 +236,7 @@ private:
     // What follows is touched by the consumer alone.
     bool mRunsBatch = false;
     bool mWasRecalled = false; // what was in the batch may be pending again
+    bool mIsBusy = false;      // it has not run out of units since its last batch
     // The units that it took, and those that it knows were given; both wrap.
     uint32_t mUnitsTaken = 0;
     uint32_t mUnitsSeen = 0;

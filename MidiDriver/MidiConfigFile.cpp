@@ -24,18 +24,35 @@ constexpr std::array<PortBlock, 8> kPortBlocks{{
     {"29-32", 32},
 }};
 
-CFArrayRef CopyAppInfoArray() {
-    return static_cast<CFArrayRef>(
-        CFPreferencesCopyValue(MacSonaretDefs::kAppInfoArrayKey, MacSonaretDefs::kPrefsIdentifier,
-                               kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
+/// The value as what it should be, null when it is missing or of another type.
+template <typename Reference>
+Reference Checked(CFTypeRef value, CFTypeID type) {
+    return value != nullptr && CFGetTypeID(value) == type ? static_cast<Reference>(value) : nullptr;
 }
 
-CFStringRef StringOf(CFDictionaryRef appInfo, CFStringRef key) {
-    return static_cast<CFStringRef>(CFDictionaryGetValue(appInfo, key));
+CFArrayRef CopyAppInfoArray() {
+    // The platform may answer from what it read before the applications wrote. Where it cannot
+    // synchronise, what it has is all there is to read.
+    CFPreferencesSynchronize(MacSonaretDefs::kPrefsIdentifier, kCFPreferencesAnyUser,
+                             kCFPreferencesCurrentHost);
+    CFPropertyListRef value =
+        CFPreferencesCopyValue(MacSonaretDefs::kAppInfoArrayKey, MacSonaretDefs::kPrefsIdentifier,
+                               kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
+    CFArrayRef array = Checked<CFArrayRef>(value, CFArrayGetTypeID());
+    if (value != nullptr && array == nullptr) {
+        CFRelease(value);
+    }
+    return array;
 }
 
 CFDictionaryRef AppInfoAt(CFArrayRef appInfos, CFIndex index) {
-    return static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(appInfos, index));
+    return Checked<CFDictionaryRef>(CFArrayGetValueAtIndex(appInfos, index),
+                                    CFDictionaryGetTypeID());
+}
+
+CFStringRef PortsOf(CFDictionaryRef appInfo) {
+    return Checked<CFStringRef>(CFDictionaryGetValue(appInfo, MacSonaretDefs::kMIDIPortKey),
+                                CFStringGetTypeID());
 }
 
 unsigned int LastPortOfBlock(std::string_view name) {
@@ -45,7 +62,7 @@ unsigned int LastPortOfBlock(std::string_view name) {
 }
 
 /// False when `bounds` is no range of ports.
-bool CopyProtocolToRange(CFStringRef protocol, CFArrayRef bounds,
+bool CopyProtocolToRange(CFTypeRef protocol, CFArrayRef bounds,
                          std::vector<CFStringRef>& protocols) {
     if (CFArrayGetCount(bounds) != 2) {
         return false;
@@ -59,8 +76,10 @@ bool CopyProtocolToRange(CFStringRef protocol, CFArrayRef bounds,
     if (first < 0 || last < 0 || last >= kMaxPorts) {
         return false;
     }
+    CFStringRef name = Checked<CFStringRef>(protocol, CFStringGetTypeID());
     for (SInt64 port = first; port <= last; port++) {
-        protocols.at(static_cast<std::size_t>(port)) = CFStringCreateCopy(nullptr, protocol);
+        protocols.at(static_cast<std::size_t>(port)) =
+            name == nullptr ? nullptr : CFStringCreateCopy(nullptr, name);
     }
     return true;
 }
@@ -76,8 +95,7 @@ unsigned int GetMidiConfigNumPorts() {
     const CFIndex count = CFArrayGetCount(appInfos);
     for (CFIndex i = 0; i < count; i++) {
         CFDictionaryRef appInfo = AppInfoAt(appInfos, i);
-        CFStringRef ports =
-            appInfo == nullptr ? nullptr : StringOf(appInfo, MacSonaretDefs::kMIDIPortKey);
+        CFStringRef ports = appInfo == nullptr ? nullptr : PortsOf(appInfo);
         char text[256];
         if (ports != nullptr &&
             CFStringGetCString(ports, text, sizeof text, kCFStringEncodingASCII)) {
@@ -100,8 +118,8 @@ bool CopyEmulatedProtocols(std::vector<CFStringRef>* protocols) {
         if (appInfo == nullptr) {
             continue;
         }
-        CFStringRef ports = StringOf(appInfo, MacSonaretDefs::kMIDIPortKey);
-        CFStringRef protocol = StringOf(appInfo, MacSonaretDefs::kProtocolKey);
+        CFStringRef ports = PortsOf(appInfo);
+        CFTypeRef protocol = CFDictionaryGetValue(appInfo, MacSonaretDefs::kProtocolKey);
         if (ports == nullptr || protocol == nullptr) {
             continue;
         }

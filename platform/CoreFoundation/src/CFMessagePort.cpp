@@ -2,6 +2,8 @@
 #include "platform/CoreFoundation/src/CFRunLoopObject.h"
 #include "platform/CoreFoundation/src/Utf8String.h"
 
+#include <CoreFoundation/CFMessagePortHost.h>
+
 #include <map>
 #include <syslog.h>
 #include <utility>

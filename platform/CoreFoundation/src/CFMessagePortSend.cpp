@@ -4,6 +4,8 @@
 #include "platform/CoreFoundation/src/CFRunLoopObject.h"
 #include "platform/CoreFoundation/src/Utf8String.h"
 
+#include <CoreFoundation/CFMessagePortHost.h>
+
 #include <algorithm>
 #include <chrono>
 #include <utility>

@@ -24,7 +24,11 @@ std::optional<UuidBytes> BytesOf(CFUUIDRef uuid) {
     return result;
 }
 
+// Null when there are none, as the platform answers for a type that nobody makes.
 CFArrayRef CopyUuidArray(const std::vector<UuidBytes>& uuids) {
+    if (uuids.empty()) {
+        return nullptr;
+    }
     const CFMutableArrayRef array = CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
     for (const UuidBytes& each : uuids) {
         CFUUIDBytes bytes;

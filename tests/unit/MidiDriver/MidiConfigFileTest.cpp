@@ -1,6 +1,7 @@
 #include "MidiDriver/MidiConfigFile.h"
 
 #include "tests/support/CFText.h"
+#include "tests/support/RememberedPreferences.h"
 #include "tests/support/TestPreferences.h"
 
 #include <gmock/gmock.h>
@@ -90,6 +91,11 @@ DictionaryOf(std::initializer_list<std::pair<CFStringRef, CFTypeRef>> pairs) {
 
 CFHandle<CFNumberRef> Number(SInt32 value) {
     return CFHandle(CFNumberCreate(nullptr, kCFNumberSInt32Type, &value));
+}
+
+CFHandle<CFMutableDictionaryRef> ApplicationOf(const std::string& ports, CFTypeRef protocol) {
+    return DictionaryOf({{MacSonaretDefs::kMIDIPortKey, MakeString(ports).Get()},
+                         {MacSonaretDefs::kProtocolKey, protocol}});
 }
 
 TEST_F(MidiConfigFile, FindsNothingWithoutPreferences) {
@@ -216,20 +222,55 @@ TEST_F(MidiConfigFile, IgnoresPortsThatAreNoString) {
     }
 }
 
-TEST_F(MidiConfigFile, GivesNoPortAProtocolThatIsNoString) {
-    const auto ports = MakeString("1-4");
+TEST_F(MidiConfigFile, AcceptsARangeWhoseProtocolIsNoStringAndNamesNoneForItsPorts) {
     const auto number = Number(4);
-    const auto entry = DictionaryOf({{MacSonaretDefs::kMIDIPortKey, ports.Get()},
-                                     {MacSonaretDefs::kProtocolKey, number.Get()}});
-    mPreferences.SetValue(ArrayOf({entry.Get()}).Get());
-    EXPECT_EQ(GetMidiConfigNumPorts(), 4U);
-    EXPECT_THAT(ReadProtocols().byPort, testing::IsEmpty());
+    const auto inner = ArrayOf({number.Get()});
+    const auto dictionary = DictionaryOf({});
+    for (CFTypeRef protocol :
+         {static_cast<CFTypeRef>(number.Get()), static_cast<CFTypeRef>(inner.Get()),
+          static_cast<CFTypeRef>(dictionary.Get()), static_cast<CFTypeRef>(kCFBooleanTrue)}) {
+        const auto entry = ApplicationOf("1-4", protocol);
+        mPreferences.SetValue(ArrayOf({entry.Get()}).Get());
+        EXPECT_EQ(GetMidiConfigNumPorts(), 4U);
+        const Protocols protocols = ReadProtocols();
+        EXPECT_TRUE(protocols.accepted);
+        EXPECT_THAT(protocols.byPort, testing::IsEmpty());
+    }
+}
+
+TEST_F(MidiConfigFile, LetsALaterProtocolThatIsNoStringWinAsWell) {
+    const auto protocol = MakeString("HUI");
+    const auto number = Number(4);
+    const auto first = ApplicationOf("1-4", protocol.Get());
+    const auto second = ApplicationOf("3-4", number.Get());
+    mPreferences.SetValue(ArrayOf({first.Get(), second.Get()}).Get());
+    EXPECT_EQ(ReadProtocols().byPort, PortsFrom(0, 1, "HUI"));
 }
 
 TEST_F(MidiConfigFile, ReadsThePreferencesAfreshEachTime) {
     Expect({{"1-4", "HUI"}}, 4, true, PortsFrom(0, 3, "HUI"));
     Expect({{"5-8", "MackieControl"}}, 8, true, PortsFrom(4, 7, "MackieControl"));
     ExpectNothingIn(nullptr);
+}
+
+TEST_F(MidiConfigFile, ReadsPastWhatThePlatformRemembers) {
+    const auto stale = ArrayOf({ApplicationOf("1-4", CFSTR("HUI")).Get()});
+    mPreferences.SetApplications({{"5-8", "MackieControl"}});
+    TestSupport::RememberPreference(stale.Get());
+    EXPECT_EQ(GetMidiConfigNumPorts(), 8U);
+    TestSupport::RememberPreference(nullptr);
+    EXPECT_EQ(ReadProtocols().byPort, PortsFrom(4, 7, "MackieControl"));
+}
+
+TEST_F(MidiConfigFile, ReadsWhatThereIsWhenThePlatformCannotSynchronise) {
+    const auto stale = ArrayOf({ApplicationOf("1-4", CFSTR("HUI")).Get()});
+    mPreferences.SetApplications({{"5-8", "MackieControl"}});
+    TestSupport::RememberPreference(stale.Get());
+    TestSupport::FailPreferencesSynchronization(true);
+    EXPECT_EQ(GetMidiConfigNumPorts(), 4U);
+    EXPECT_EQ(ReadProtocols().byPort, PortsFrom(0, 3, "HUI"));
+    TestSupport::FailPreferencesSynchronization(false);
+    EXPECT_EQ(GetMidiConfigNumPorts(), 8U);
 }
 
 TEST(MacSonaretDefs, NamesThePreferencesAsTheSystemsProgramsDo) {

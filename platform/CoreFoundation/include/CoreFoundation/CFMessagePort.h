@@ -7,11 +7,12 @@
 // user. The environment is read whenever a port is made. Names hold at most 128 bytes of UTF-8, at
 // least one and no NUL; a name that is too long for a socket address is stored by its hash.
 //
-// Limits: a request and a reply hold at most 1 MiB (kCFMessagePortMaximumLength bytes) of data,
-// which is passed on as it is; a local port serves at most 64 connections and lets the one that was
-// silent longest go for a new one. A peer that begins a message must complete it, and one that is
-// sent a reply must take it, within 5 seconds, else its connection is closed; so is that of one
-// that sends what is not a message. No peer can make the run loop wait.
+// Limits: a request and a reply hold at most 1 MiB (`kCFMessagePortMaximumLength` of
+// CFMessagePortHost.h) of data, which is passed on as it is; a local port serves at most 64
+// connections and lets the one that was silent longest go for a new one. A peer that begins a
+// message must complete it, and one that is sent a reply must take it, within 5 seconds, else its
+// connection is closed; so is that of one that sends what is not a message. No peer can make the
+// run loop wait.
 //
 // Threads: every function may be called from any thread. None raises SIGPIPE; no descriptor
 // outlives an exec. A failure to make a local port is also written to syslog, with its cause.
@@ -32,9 +33,6 @@ enum {
     kCFMessagePortTransportError = -4,     // too long, refused by the other side, or not understood
     kCFMessagePortBecameInvalidError = -5, // the port became invalid while the call went on
 };
-
-// The longest request or reply, in bytes.
-enum { kCFMessagePortMaximumLength = 1024 * 1024 };
 
 // `retain` is called once with `info` when a port is made (its result replaces `info`), `release`
 // once when the port is invalidated. Callbacks may be null; version is 0.

@@ -35,7 +35,7 @@ CF_EXPORT CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInUR
 CF_EXPORT CFBundleRef CFPlugInGetBundle(CFPlugInRef plugIn);
 
 // The UUIDs (CFUUIDRef) of the factories that make a type, of all plug-ins or of one, in no
-// particular order; empty when there are none, null for a null type. The caller owns the array.
+// particular order; null when there are none. The caller owns the array.
 CF_EXPORT CFArrayRef CFPlugInFindFactoriesForPlugInType(CFUUIDRef typeUUID);
 CF_EXPORT CFArrayRef CFPlugInFindFactoriesForPlugInTypeInPlugIn(CFUUIDRef typeUUID,
                                                                 CFPlugInRef plugIn);

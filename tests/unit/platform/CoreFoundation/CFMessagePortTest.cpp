@@ -1,4 +1,5 @@
 #include <CoreFoundation/CFMessagePort.h>
+#include <CoreFoundation/CFMessagePortHost.h>
 
 #include "tests/support/CFHandle.h"
 #include "tests/support/TemporaryDirectory.h"

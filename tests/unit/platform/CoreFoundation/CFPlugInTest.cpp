@@ -221,7 +221,7 @@ TEST_F(CFPlugInTest, GivesTheSamePlugInForAFolderWhileItLives) {
 }
 
 TEST_F(CFPlugInTest, FindsTheFactoriesOfAType) {
-    PlugIn plugIn = Create();
+    const PlugIn plugIn = Create();
     const Uuid type = MakeUuid(kType);
     const auto expectAll = [&](CFArrayRef found) {
         const CFHandle<CFArrayRef> factories(found);
@@ -233,14 +233,18 @@ TEST_F(CFPlugInTest, FindsTheFactoriesOfAType) {
     };
     expectAll(CFPlugInFindFactoriesForPlugInType(type.Get()));
     expectAll(CFPlugInFindFactoriesForPlugInTypeInPlugIn(type.Get(), plugIn.Get()));
-    const CFHandle<CFArrayRef> none(
-        CFPlugInFindFactoriesForPlugInTypeInPlugIn(MakeUuid(kFactory).Get(), plugIn.Get()));
-    EXPECT_EQ(CFArrayGetCount(none.Get()), 0);
+}
+
+TEST_F(CFPlugInTest, GivesNoListOfFactoriesForATypeThatNobodyMakes) {
+    PlugIn plugIn = Create();
+    const Uuid type = MakeUuid(kType);
+    const Uuid unknown = MakeUuid(kFactory);
+    EXPECT_EQ(CFPlugInFindFactoriesForPlugInType(unknown.Get()), nullptr);
+    EXPECT_EQ(CFPlugInFindFactoriesForPlugInTypeInPlugIn(unknown.Get(), plugIn.Get()), nullptr);
     EXPECT_EQ(CFPlugInFindFactoriesForPlugInType(nullptr), nullptr);
     EXPECT_EQ(CFPlugInFindFactoriesForPlugInTypeInPlugIn(type.Get(), nullptr), nullptr);
     plugIn.Reset();
-    const CFHandle<CFArrayRef> gone(CFPlugInFindFactoriesForPlugInType(type.Get()));
-    EXPECT_EQ(CFArrayGetCount(gone.Get()), 0);
+    EXPECT_EQ(CFPlugInFindFactoriesForPlugInType(type.Get()), nullptr);
 }
 
 TEST_F(CFPlugInTest, GivesTheBundlesPropertyList) {

@@ -68,4 +68,8 @@ void ErrorOutput::EraseBlock() {
     block.mLines = 0;
 }
 
+bool ErrorOutput::HasFailed() {
+    return std::ferror(stderr) != 0;
+}
+
 } // namespace MidiServer

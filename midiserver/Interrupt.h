@@ -3,7 +3,8 @@
 namespace MidiServer {
 
 // Counts SIGINT and SIGTERM instead of dying of them, while it lives: the first asks to end what
-// goes on in order, the second to stop waiting, the third ends the process as usual. One at a time.
+// goes on in order, the second to stop waiting, the third goes to whoever handled it before. One at
+// a time.
 class Interrupt {
 public:
     Interrupt();

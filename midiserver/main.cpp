@@ -1,4 +1,4 @@
-#include "midiserver/Host.h"
+#include "midiserver/ErrorOutput.h"
 #include "midiserver/InputError.h"
 #include "midiserver/commands/Prefs.h"
 #include "midiserver/commands/Replay.h"
@@ -7,17 +7,98 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <fcntl.h>
+#include <new>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
+using MidiServer::InputError;
+
 constexpr int kExitBadInput = 2;
 
-int Fail(const std::exception& error, int status) {
-    fmt::print(stderr, "midiserver: {}\n", MidiServer::OneLine(error.what()));
+// A standard stream may be closed; a file that is opened later must not take its number and with it
+// what is meant for the stream. What is opened in its place fails as a closed stream does.
+void OccupyClosedStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) == -1 && errno == EBADF) {
+            // The lowest free number, which is the stream's own.
+            ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
+}
+
+int Fail(const std::string& why, int status) {
+    MidiServer::ErrorOutput::Write(fmt::format("midiserver: {}\n", MidiServer::OneLine(why)));
     return status;
+}
+
+// An empty value is never meant, least of all as if the option had not been given.
+void RefuseEmptyValues(CLI::App& command) {
+    for (CLI::Option* option : command.get_options()) {
+        if (option->get_expected_min() > 0) {
+            // As a transformation, although it changes nothing, it comes before the other checks.
+            option->transform(CLI::Validator(
+                [](const std::string& value) {
+                    return value.empty() ? std::string("its value is empty") : std::string();
+                },
+                std::string()));
+        }
+    }
+    for (CLI::App* subcommand : command.get_subcommands({})) {
+        RefuseEmptyValues(*subcommand);
+    }
+}
+
+// The parser takes the argument that follows "--option=" for the option's value.
+void RefuseMissingValues(int argumentCount, char** arguments) {
+    for (int i = 1; i < argumentCount && std::string_view(arguments[i]) != "--"; ++i) {
+        const std::string_view argument(arguments[i]);
+        if (argument.starts_with("--") && argument.find('=') == argument.size() - 1) {
+            throw InputError(
+                fmt::format("{}: its value is empty", argument.substr(0, argument.size() - 1)));
+        }
+    }
+}
+
+// What the parser says, and the commands that there are where one is missing or unknown.
+std::string ExplainParseError(const CLI::ParseError& error, CLI::App& program) {
+    CLI::App* command = &program;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+    }
+    std::string commands;
+    for (const CLI::App* each : command->get_subcommands({})) {
+        commands += (commands.empty() ? "" : ", ") + each->get_name();
+    }
+    if (commands.empty()) {
+        return error.what();
+    }
+    const std::vector<std::string> unknown = command->remaining();
+    return fmt::format("{}; the commands of {} are: {}",
+                       unknown.empty() ? std::string("a command is missing")
+                                       : unknown.front() + " is not known here",
+                       command->get_name(), commands);
+}
+
+// The library says no more of a thread that does not start than "Resource temporarily unavailable".
+std::string Explain(const std::exception& error) {
+    const auto* const system = dynamic_cast<const std::system_error*>(&error);
+    if (system == nullptr || system->code() != std::errc::resource_unavailable_try_again) {
+        return error.what();
+    }
+    return fmt::format("no thread can be started: {}; the limits on tasks (ulimit -u, TasksMax) "
+                       "and on address space (ulimit -v) apply",
+                       error.what());
 }
 
 int Run(int argumentCount, char** arguments) {
@@ -26,33 +107,48 @@ int Run(int argumentCount, char** arguments) {
     program.require_subcommand(1);
     MidiServer::ReplayCommand replay(program);
     MidiServer::PrefsCommand prefs(program);
+    RefuseEmptyValues(program);
     try {
+        RefuseMissingValues(argumentCount, arguments);
         program.parse(argumentCount, arguments);
-    } catch (const CLI::Success& help) {
-        return program.exit(help); // --help and --version
+        return replay.WasGiven() ? replay.Run() : prefs.Run();
+    } catch (const CLI::Success& help) { // --help and --version
+        std::ostringstream text;
+        program.exit(help, text, text);
+        fmt::print("{}", text.str());
+        return EXIT_SUCCESS;
     } catch (const CLI::ParseError& error) {
-        return Fail(error, kExitBadInput);
+        return Fail(ExplainParseError(error, program), kExitBadInput);
+    } catch (const InputError& error) {
+        return Fail(error.what(), kExitBadInput);
     }
+}
+
+int RunAndTell(int argumentCount, char** arguments) {
     try {
-        const int status = replay.WasGiven() ? replay.Run() : prefs.Run();
-        // What could not be written, to a full disk for one, must not pass for success.
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-            fmt::print(stderr, "midiserver: standard output cannot be written\n");
-            return EXIT_FAILURE;
+        return Run(argumentCount, arguments);
+    } catch (const std::bad_alloc&) {
+        // No text is made, which would need memory again.
+        MidiServer::ErrorOutput::Write("midiserver: out of memory\n");
+    } catch (const std::exception& error) {
+        // What could not be printed is told once, at the end.
+        if (std::ferror(stdout) == 0) {
+            Fail(Explain(error), EXIT_FAILURE);
         }
-        return status;
-    } catch (const MidiServer::InputError& error) {
-        return Fail(error, kExitBadInput);
     }
+    return EXIT_FAILURE;
 }
 
 } // namespace
 
 int main(int argumentCount, char** arguments) {
+    OccupyClosedStreams();
     NyInit();
-    try {
-        return Run(argumentCount, arguments);
-    } catch (const std::exception& error) {
-        return Fail(error, EXIT_FAILURE);
+    const int status = RunAndTell(argumentCount, arguments);
+    // What could not be written, to a full disk for one, must not pass for success.
+    const bool printed = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    if (!printed) {
+        MidiServer::ErrorOutput::Write("midiserver: standard output cannot be written\n");
     }
+    return printed && !MidiServer::ErrorOutput::HasFailed() ? status : EXIT_FAILURE;
 }

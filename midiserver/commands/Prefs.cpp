@@ -1,5 +1,6 @@
 #include "midiserver/commands/Prefs.h"
 
+#include "midiserver/ErrorOutput.h"
 #include "midiserver/InputError.h"
 #include "midiserver/PreferencesEditor.h"
 
@@ -134,7 +135,7 @@ void PrefsCommand::Set() const {
         throw InputError("nothing to set: give --ports, --protocol or both");
     }
     for (const std::string& warning : CheckPreferenceValues(mPorts, mProtocol, mForce)) {
-        fmt::print(stderr, "midiserver: warning: {}\n", OneLine(warning));
+        ErrorOutput::Write(fmt::format("midiserver: warning: {}\n", OneLine(warning)));
     }
     PreferencesEditor preferences(mFolder);
     preferences.Load();

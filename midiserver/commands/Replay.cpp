@@ -1,5 +1,6 @@
 #include "midiserver/commands/Replay.h"
 
+#include "midiserver/AddressSpace.h"
 #include "midiserver/ControlQueue.h"
 #include "midiserver/Host.h"
 #include "midiserver/InputError.h"
@@ -128,6 +129,11 @@ ReplayCommand::ReplayCommand(CLI::App& program)
 }
 
 int ReplayCommand::Run() {
+    // The environment is changed while there is only this thread; the log starts another one.
+    if (mPreferences) {
+        ::setenv("QUORVEL_PREFERENCES_DIR", std::filesystem::absolute(*mPreferences).c_str(), 1);
+    }
+    const PrivateRuntimeFolder runtimeFolder;
     ReplayReport report;
     {
         const Logging logging(mLog);
@@ -148,9 +154,6 @@ int ReplayCommand::Run() {
 
 ReplayReport ReplayCommand::Play() const {
     const RecordedSession recording = ReadSessionFile(mFile);
-    if (mPreferences) {
-        ::setenv("QUORVEL_PREFERENCES_DIR", std::filesystem::absolute(*mPreferences).c_str(), 1);
-    }
     const PortConfiguration configuration = ReadConfiguration(mPreferences);
     if (mPort > configuration.publishedPorts) {
         throw InputError(fmt::format("port {} is not there: the driver publishes {} ports with "
@@ -165,7 +168,7 @@ ReplayReport ReplayCommand::Play() const {
         options.speed = mSpeed;
     }
 
-    const PrivateRuntimeFolder runtimeFolder;
+    RequireAddressSpace();
     const Interrupt interrupt;
     ControlQueue control;
     std::optional<Host> host;

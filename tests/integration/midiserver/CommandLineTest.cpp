@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 namespace QuorvelTest {
 namespace {
 
@@ -65,6 +67,60 @@ TEST(CommandLineTest, RefusesArgumentsThatItDoesNotKnowWithOneLine) {
         EXPECT_THAT(result.err, testing::StartsWith("midiserver: "));
         EXPECT_EQ(result.out, "") << last;
     }
+}
+
+TEST(CommandLineTest, NamesTheCommandsWhereOneIsMissingOrUnknown) {
+    EXPECT_EQ(Midiserver({}).err,
+              "midiserver: a command is missing; the commands of midiserver are: replay, prefs\n");
+    EXPECT_EQ(Midiserver({"frobnicate"}).err,
+              "midiserver: frobnicate is not known here; the commands of midiserver are: replay, "
+              "prefs\n");
+    EXPECT_EQ(Midiserver({"prefs"}).err,
+              "midiserver: a command is missing; the commands of prefs are: show, set, clear\n");
+    EXPECT_EQ(Midiserver({"prefs", "frobnicate"}).err,
+              "midiserver: frobnicate is not known here; the commands of prefs are: show, set, "
+              "clear\n");
+}
+
+TEST(CommandLineTest, RefusesAnEmptyValueInEitherForm) {
+    const TemporaryFolder folder;
+    const std::string file = Capture("ardour-hui.txt");
+    const std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> commands = {
+        {{"replay", file},
+         {"--port", "--speed", "--prefs", "--plugin", "--setup", "--log-level", "--log-category",
+          "--log-format"}},
+        {{"prefs", "show"}, {"--prefs"}},
+        {{"prefs", "clear"}, {"--prefs"}},
+        {{"prefs", "set", "A", "--protocol", "HUI"}, {"--prefs", "--ports"}},
+        {{"prefs", "set", "A", "--ports", "1-4"}, {"--protocol"}}};
+    for (const auto& [command, options] : commands) {
+        for (const std::string& option : options) {
+            for (const std::vector<std::string>& form :
+                 {std::vector<std::string>{option, ""}, {option + "="}, {option + "=", "--json"}}) {
+                std::vector<std::string> arguments = command;
+                arguments.insert(arguments.end(), form.begin(), form.end());
+                const ProgramResult result = Midiserver(
+                    arguments, {}, {"QUORVEL_PREFERENCES_DIR=" + folder.Path().string()});
+                EXPECT_EQ(result.status, 2) << option << ": " << result.err;
+                EXPECT_EQ(result.err, "midiserver: " + option + ": its value is empty\n");
+                EXPECT_EQ(result.out, "");
+            }
+        }
+    }
+    EXPECT_EQ(Midiserver({"replay", ""}).err, "midiserver: FILE: its value is empty\n");
+    EXPECT_EQ(Midiserver({"prefs", "set", "", "--ports", "1-4"}).err,
+              "midiserver: APP: its value is empty\n");
+    EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+}
+
+TEST(CommandLineTest, TakesAValueAfterAnEqualsSign) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(Midiserver({"prefs", "set", "A=", "--ports=1-4", "--protocol=HUI",
+                          "--prefs=" + folder.Path().string()})
+                  .status,
+              0);
+    EXPECT_THAT(Midiserver({"prefs", "show", "--prefs=" + folder.Path().string()}).out,
+                HasSubstr("A=: ports 1-4, protocol HUI"));
 }
 
 } // namespace

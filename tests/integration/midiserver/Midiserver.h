@@ -13,6 +13,10 @@ namespace QuorvelTest {
 ProgramResult Midiserver(std::vector<std::string> arguments, const std::string& input = {},
                          std::vector<std::string> environment = {});
 
+// Runs midiserver from a shell, where "$@" stands for the program and these arguments:
+// Shell("ulimit -t 60; exec \"$@\" 2>&-", {"prefs", "show"}).
+ProgramResult Shell(const std::string& script, std::vector<std::string> arguments);
+
 // The command line of midiserver with these arguments.
 std::vector<std::string> MidiserverCommand(std::vector<std::string> arguments);
 

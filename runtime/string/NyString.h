@@ -9,6 +9,7 @@
 #include <ios>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "runtime/string/UTF16Traits.h"
 
@@ -29,12 +30,18 @@ int NyStringToString(const char* text, tString& out);
 
 // A string of UTF-16 code units without a terminator inside. Conversions from and to UTF-8 are cut
 // at 4095 units; whether they were complete is not reported: use NyStringToString to know.
+//
+// It is used as a standard string is: built from units and their number, from a unit and how often
+// it comes, or from iterators; joined with +, also with UTF-8; cut with substr.
 class tString : public std::basic_string<unsigned short, UTF16Traits> {
 public:
     using Base = std::basic_string<unsigned short, UTF16Traits>;
     using Base::Base;
 
     tString() = default;
+    // What the standard string's own operations return.
+    tString(const Base& units) : Base(units) {}
+    tString(Base&& units) noexcept : Base(std::move(units)) {}
     tString(const char* utf8) { NyStringToString(utf8, *this); }
     tString(const std::string& utf8) : tString(utf8.c_str()) {}
 
@@ -48,6 +55,16 @@ public:
         std::string utf8;
         NyStringToString(c_str(), utf8);
         return utf8;
+    }
+
+    // As the standard string's; throws std::out_of_range when `position` is beyond the end.
+    tString substr(size_type position = 0, size_type count = npos) const {
+        return Base::substr(position, count);
+    }
+
+    friend tString operator+(tString first, const tString& second) {
+        first.append(second);
+        return first;
     }
 };
 

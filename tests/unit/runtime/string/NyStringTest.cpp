@@ -1,5 +1,6 @@
 #include "runtime/string/NyString.h"
 
+#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -86,6 +87,54 @@ TEST(NyStringTest, TStringHoldsUTF16AndConvertsBack) {
     EXPECT_EQ(std::string(text), "plain");
     text = std::string("other");
     EXPECT_EQ(text, tString("other"));
+}
+
+TEST(NyStringTest, TStringsAreJoined) {
+    const tString first("Gr");
+    const tString second("\xC3\xBC\xC3\x9F");
+    const tString joined = first + second;
+    EXPECT_EQ(joined, tString("Gr\xC3\xBC\xC3\x9F"));
+    EXPECT_EQ(std::string(first + second), "Gr\xC3\xBC\xC3\x9F");
+    const tString withText = first + "\xC3\xBC" + std::string("n");
+    EXPECT_EQ(withText, tString("Gr\xC3\xBCn"));
+    EXPECT_EQ("Gr" + second, joined);
+
+    tString assigned;
+    assigned = first + second;
+    EXPECT_EQ(assigned, joined);
+    const tString::Base base = joined;
+    assigned = base;
+    const tString built = base;
+    EXPECT_EQ(assigned, built);
+}
+
+TEST(NyStringTest, JoiningIsNotCutWhereConversionsAre) {
+    const tString half(4000, static_cast<unsigned short>('a'));
+    const tString joined = half + half;
+    EXPECT_EQ(joined, tString(8000, static_cast<unsigned short>('a')));
+}
+
+TEST(NyStringTest, APartOfATStringIsOne) {
+    const tString text("Fl\xC3\xB6te");
+    const tString part = text.substr(1, 2);
+    EXPECT_EQ(std::string(part), "l\xC3\xB6");
+    EXPECT_EQ(std::string(text.substr(3)), "te");
+    EXPECT_EQ(text.substr(), text);
+    EXPECT_EQ(text.substr(5), tString());
+    EXPECT_THROW(static_cast<void>(text.substr(6)), std::out_of_range);
+}
+
+TEST(NyStringTest, TStringsAreBuiltFromUnits) {
+    const unsigned short units[] = {'a', 0xD83C, 0xDFB9, 0, 'b', 0};
+    const tString counted(units, 5);
+    EXPECT_EQ(counted.size(), 5U);
+    EXPECT_EQ(counted[3], 0);
+    EXPECT_EQ(counted[4], 'b');
+    const tString terminated(units);
+    EXPECT_EQ(std::string(terminated), "a\xF0\x9F\x8E\xB9");
+    EXPECT_EQ(tString(units, units + 3), terminated);
+    EXPECT_EQ(tString(counted, 1, 2), tString("\xF0\x9F\x8E\xB9"));
+    EXPECT_EQ(tString(3, 'a'), tString("aaa"));
 }
 
 TEST(NyStringTest, ValuesAreReadInTheGivenBase) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -104,9 +105,30 @@ TEST(NyThreadLocalTest, TakesAnotherKeyWhenItIsGivenZero) {
     std::thread([&slot] { EXPECT_EQ(slot.Get(), nullptr); }).join();
 }
 
+TEST(NyThreadLocalTest, IsNullForWhoeverOutlivesIt) {
+    alignas(NyThreadLocal<int*>) unsigned char storage[sizeof(NyThreadLocal<int*>)];
+    auto* const slot = new (storage) NyThreadLocal<int*>;
+    int value = 0;
+    slot->Set(&value);
+    slot->~NyThreadLocal();
+    EXPECT_EQ(slot->Get(), nullptr);
+    slot->Set(&value);
+    EXPECT_EQ(slot->Get(), nullptr);
+}
+
 class NyThreadLocalWithoutKeyTest : public testing::TestWithParam<bool> {};
 
-TEST_P(NyThreadLocalWithoutKeyTest, AnswersNullAndTouchesNobodysSlot) {
+// The key 0 of this process; made if nobody has it.
+void HaveKeyZero() {
+    if (pthread_setspecific(0, pthread_getspecific(0)) != 0) {
+        pthread_key_t key = 1;
+        ASSERT_EQ(pthread_key_create(&key, nullptr), 0);
+        ASSERT_EQ(key, 0U);
+    }
+}
+
+TEST_P(NyThreadLocalWithoutKeyTest, UsesKeyZeroAndNeverDeletesIt) {
+    ASSERT_NO_FATAL_FAILURE(HaveKeyZero());
     const bool zeroFirst = GetParam();
     PlatformCalls::Scope platform;
     int creations = 0;
@@ -124,14 +146,20 @@ TEST_P(NyThreadLocalWithoutKeyTest, AnswersNullAndTouchesNobodysSlot) {
         deleted.push_back(key);
         return 0;
     };
+    int value = 0;
+    const void* byKey = nullptr;
+    const void* bySlot = nullptr;
     {
         NyThreadLocal<int*> slot;
+        // Nothing but these calls happens while the key's owner, if it has one, misses its value.
         const void* const before = pthread_getspecific(0);
-        int value = 0;
         slot.Set(&value);
-        EXPECT_EQ(slot.Get(), nullptr);
-        EXPECT_EQ(pthread_getspecific(0), before);
+        byKey = pthread_getspecific(0);
+        bySlot = slot.Get();
+        pthread_setspecific(0, before);
     }
+    EXPECT_EQ(byKey, &value);
+    EXPECT_EQ(bySlot, &value);
     EXPECT_EQ(creations, zeroFirst ? 2 : 1);
     EXPECT_EQ(deleted, zeroFirst ? std::vector<pthread_key_t>{0} : std::vector<pthread_key_t>{});
 }

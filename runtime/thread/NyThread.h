@@ -37,7 +37,8 @@ public:
 
     // Blocks until the thread has ended; after that, what the thread did is visible here. Returns
     // 0, the error of pthread_join, or ESRCH when there is no thread to join: never started, failed
-    // to start, or joined already.
+    // to start, or joined already. From its own `Run` it returns EDEADLK at once, and the thread is
+    // still to be joined by the owner.
     virtual int WaitForExit();
 
     // The thread's body, supplied by the derived class.
@@ -63,7 +64,8 @@ public:
     // release of the thread's log context.
     static void ThreadStart(NyThread* thread);
 
-    // Run in order at the start of every thread. Filled during NyInit, before threads start.
+    // Run in order at the start of every thread, those included that are appended meanwhile. Filled
+    // during NyInit, before threads start.
     static NyAtStartFunctions mAtStartFunctions;
 
 protected:

@@ -557,9 +557,7 @@ int NyWorkQueue::TakeSerialNumber() {
 
 void NyWorkQueue::Initialize() {
     InitTLS();
-    if (!NyThread::mAtStartFunctions.Contains(&InitTLS)) {
-        NyThread::mAtStartFunctions.Append(&InitTLS);
-    }
+    NyThread::mAtStartFunctions.Append(&InitTLS);
 }
 
 void NyWorkQueue::InitTLS() {

@@ -32,15 +32,19 @@ TEST(NyInitTest, HasTheCurrentCommandClearedOnEveryLaterThread) {
     EXPECT_EQ(NyThread::mAtStartFunctions.At(0), &NyWorkQueue::InitTLS);
 }
 
-TEST(NyInitTest, DoesNotGrowTheListWhenCalledAgain) {
-    for (int i = 0; i < 1000; ++i) {
+TEST(NyInitTest, AppendsAgainWhenCalledAgain) {
+    constexpr std::size_t kCalls = 100;
+    const std::size_t before = NyThread::mAtStartFunctions.Size();
+    for (std::size_t i = 0; i < kCalls; ++i) {
         NyInit();
     }
-    EXPECT_EQ(NyThread::mAtStartFunctions.Size(), 1U);
+    ASSERT_EQ(NyThread::mAtStartFunctions.Size(), before + kCalls);
+    EXPECT_EQ(NyThread::mAtStartFunctions.At(before + kCalls - 1), &NyWorkQueue::InitTLS);
 }
 
 TEST(NyInitTest, SetsTheSocketLayerUpAndNyCleanupTakesItDown) {
     EXPECT_FALSE(NySocket::IsInitialized());
+    const std::size_t before = NyThread::mAtStartFunctions.Size();
     NyInit();
     EXPECT_TRUE(NySocket::IsInitialized());
     NyInit();
@@ -51,7 +55,7 @@ TEST(NyInitTest, SetsTheSocketLayerUpAndNyCleanupTakesItDown) {
     EXPECT_FALSE(NySocket::IsInitialized());
     // The rest stays.
     EXPECT_TRUE(NyThread::IsMainThread());
-    EXPECT_EQ(NyThread::mAtStartFunctions.Size(), 1U);
+    EXPECT_EQ(NyThread::mAtStartFunctions.Size(), before + 2);
 }
 
 TEST(NyInitTest, LeavesTheLoggingAlone) {

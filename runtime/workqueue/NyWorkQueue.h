@@ -25,7 +25,7 @@ class NyWorkQueueHelper;
 // The owner supplies the consumer: in kThreadMode a thread that calls ProcessCommands until it
 // returns kQueueStopped; in kCallbackMode whoever the callback tells to call it. The owner stops
 // the queue and ends the consumer before it destroys the queue; pending commands are then released
-// without being done.
+// without being done (see Stop).
 //
 // Any thread may adopt, wait, cancel, pause, resume and stop. The queue's one recursive lock guards
 // its fields and the commands' counters; it is released while a command runs and while a caller
@@ -120,9 +120,16 @@ public:
     // Closes the queue and has a terminating command stop it. Returns 0.
     //
     // With kStopAfterPending and without `wait` the pending commands are dropped, the terminating
-    // one among them unless the consumer was quicker: intended. A consumer that calls this with
-    // `wait` runs the pending commands itself; in kThreadMode that waits for the semaphore first,
-    // so something must be pending.
+    // one among them unless the consumer was quicker: intended. If it was not, nothing stops the
+    // queue any more, as it takes no further command: ProcessCommands never returns kQueueStopped,
+    // and a consumer in kThreadMode waits in it for ever and cannot be joined. So use this only
+    // where the consumer needs no such end. A consumer that calls this with `wait` runs the pending
+    // commands itself; in kThreadMode that waits for the semaphore first, so something must be
+    // pending.
+    //
+    // A command that is dropped, here or by the destructor, is not done, and its adoption stays
+    // counted: adopted by another queue and run there, it is not done either, and who waits for it
+    // without a limit waits for ever.
     virtual int Stop(tStopAdverb adverb, bool wait);
 
     // The consumer thread; zero until it first called ProcessCommands.
@@ -132,8 +139,8 @@ public:
     int getNextCommandSerialNumber();
 
     // Clears the calling (main) thread's current command and has it cleared at the start of every
-    // later NyThread. May be called again: the start-up of threads is arranged once, which makes no
-    // difference to them, and repeated factory calls do not grow the list. Does not block.
+    // later NyThread. Each call adds to NyThread::mAtStartFunctions anew, as intended; threads then
+    // clear it several times over, which makes no difference to them. Throws std::bad_alloc.
     static void Initialize();
 
     // Clears the calling thread's current command.
@@ -247,7 +254,8 @@ private:
 };
 
 // One piece of work. Owned by a boost::shared_ptr before it is queued; may be queued again, which
-// puts off its being done until the last pending adoption has run.
+// puts off its being done until the last pending adoption has run. An adoption that was dropped by
+// a queue's end stays pending in this sense: such a command is never done.
 class NyWorkQueue::CCommand : public boost::enable_shared_from_this<CCommand> {
 public:
     // A command with `stopsQueue` stops the queue once it has run.
@@ -298,8 +306,8 @@ private:
     // Of the last adoption. Relaxed: written under the lock; the consumer reads it without, for the
     // done function, and any adoption's handle will do there.
     std::atomic<int> mHandle{-1};
-    // Adoptions that are still pending. Relaxed: looked at under the lock, where all adoptions are
-    // counted; the consumer counts them off without.
+    // Adoptions that are still pending, and those that were dropped. Relaxed: looked at under the
+    // lock, where all adoptions are counted; the consumer counts them off without.
     std::atomic<int32_t> mQueuedCount{0};
     // Owned. Released when made and acquired by the consumer, which looks without the lock.
     std::atomic<Extras*> mExtras{nullptr};

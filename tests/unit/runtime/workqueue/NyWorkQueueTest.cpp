@@ -422,6 +422,43 @@ TEST(NyWorkQueueTest, StoppingWithoutWaitingDropsTheTerminatingCommandToo) {
     EXPECT_EQ(Adopt(queue, MakeCommand()), -1) << "closed all the same";
 }
 
+TEST(NyWorkQueueTest, StoppingWithoutWaitingLeavesAConsumerThatWasNotQuickerNothingToEndBy) {
+    NyWorkQueue queue("test", {}, NyWorkQueue::kThreadMode);
+    EXPECT_EQ(queue.Stop(NyWorkQueue::kStopAfterPending, false), 0);
+    // The unit of the dropped terminating command; there will be no other.
+    EXPECT_EQ(queue.ProcessCommands(), 0);
+    EXPECT_EQ(queue.Stop(NyWorkQueue::kStopAfterPending, false), 0);
+    EXPECT_EQ(Adopt(queue, MakeCommand()), -1);
+}
+
+// What waiting for a command says that ran in a queue before and is pending there again.
+int ResultOfWaitingAfterARun(const CommandPointer& command) {
+    NyWorkQueue queue("other", {}, NyWorkQueue::kCallbackMode);
+    Adopt(queue, command);
+    EXPECT_EQ(queue.ProcessCommands(), 0);
+    NyTime timeout;
+    timeout.Set(NyTime::kMicroseconds, 1000);
+    return queue.WaitOnCommand(Adopt(queue, command), &timeout, NyWorkQueue::kWait);
+}
+
+TEST(NyWorkQueueTest, ADroppedCommandKeepsItsAdoptionAndIsNotDoneByRunningElsewhere) {
+    EXPECT_EQ(ResultOfWaitingAfterARun(MakeCommand()), NyWorkQueue::kCommandAlreadyDone);
+    for (const auto adverb : {NyWorkQueue::kStopNow, NyWorkQueue::kStopAfterPending}) {
+        NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
+        const auto command = MakeCommand();
+        Adopt(queue, command);
+        EXPECT_EQ(queue.Stop(adverb, false), 0);
+        EXPECT_EQ(ResultOfWaitingAfterARun(command), 0);
+        EXPECT_EQ(command->mRuns, 1);
+    }
+    const auto command = MakeCommand();
+    {
+        NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
+        Adopt(queue, command);
+    }
+    EXPECT_EQ(ResultOfWaitingAfterARun(command), 0);
+}
+
 TEST(NyWorkQueueTest, StoppingNowWithoutWaitingLeavesTheTerminatingCommandToTheConsumer) {
     NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
     Adopt(queue, MakeCommand());

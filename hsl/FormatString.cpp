@@ -67,12 +67,6 @@ __attribute__((format(printf, 2, 3))) void AppendPrintf(CTextBuffer& out, const 
     out.Append(std::string_view(gFormattingBuffer));
 }
 
-void CutPiece(CTextBuffer& out, std::size_t start) {
-    if (out.Size() - start > kLongestPiece) {
-        out.CutTo(start + kLongestPiece);
-    }
-}
-
 // The conversions that stand for the kinds' own forms, by the kinds.
 std::array<CFormatPiece, eWideString + 1>& OwnForms() {
     static auto forms = []<std::size_t... kKind>(std::index_sequence<kKind...>) {
@@ -456,6 +450,12 @@ void CFormatPieces::Find(std::string_view format, std::size_t most) {
         }
         mPieces.emplace_back(format, position, sign, last + 1);
         position = last + 1;
+    }
+}
+
+void CutPiece(CTextBuffer& out, std::size_t start) {
+    if (out.Size() - start > kLongestPiece) {
+        out.CutTo(start + kLongestPiece);
     }
 }
 

@@ -18,7 +18,7 @@
 // text for a number, a number for a text, a width or precision of "*", a position with "$") prints
 // the argument in its kind's own form; a length letter of another integer width prints the value.
 // "%n" prints and writes nothing. Every piece, which is the text before a conversion with what the
-// conversion prints, is cut at 65535 bytes.
+// conversion prints, is cut at 65535 bytes, and so is what stands before a message in its line.
 //
 // Used by the collection thread alone: the working buffers are shared.
 #pragma once
@@ -149,6 +149,9 @@ void AppendOwnForm(CTextBuffer& out, const CRecordValue& value);
 
 // Appends a format without arguments: "%%" gives "%", and any other "%" stands as it is.
 void AppendLiteral(CTextBuffer& out, std::string_view format);
+
+// Cuts the piece that begins at `start` of `out` and ends with it.
+void CutPiece(CTextBuffer& out, std::size_t start);
 
 // Where the next conversion of `format` begins, from `position` on; npos when there is none. See
 // the warning at CLogContext::Log: an escaped per-cent sign makes this search for ever.

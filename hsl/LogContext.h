@@ -56,7 +56,8 @@ public:
     //
     // Warning: a format that is logged with arguments must not hold "%%" or "\%". The search for
     // the next conversion passes over such a sign by starting again in front of it, and so never
-    // ends: the collection thread then hangs. A message without arguments may hold "%%".
+    // ends: the collection thread then hangs, also when the message does not show because its
+    // categories were disabled after it was logged. A message without arguments may hold "%%".
     template <typename... Values>
     requires(sizeof...(Values) <= 10 && (std::is_convertible_v<const Values&, CValue> &&
                                          ...)) int Log(const CCat& cat, short formatId,

@@ -293,6 +293,7 @@ void AppendHeader(CTextBuffer& out, std::int32_t sequence, std::uint32_t seconds
     const auto deltaSeconds = static_cast<std::int64_t>(delta);
     const auto deltaMicroseconds =
         static_cast<std::int32_t>((delta - static_cast<double>(deltaSeconds)) * 1e6);
+    const std::size_t start = out.Size();
     char* end = out.Room(kLargest + std::max(name.size(), kNameWidth));
     end = PutPadded(end, sequence, 6, ' ');
     end = PutText(end, "  ");
@@ -308,6 +309,7 @@ void AppendHeader(CTextBuffer& out, std::int32_t sequence, std::uint32_t seconds
         end = std::fill_n(end, kNameWidth - name.size(), ' ');
     }
     out.SetEnd(PutText(end, "]\t"));
+    CutPiece(out, start);
 }
 
 } // namespace

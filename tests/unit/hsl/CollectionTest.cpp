@@ -2,12 +2,17 @@
 
 #include <atomic>
 #include <bit>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <random>
+#include <string_view>
 #include <thread>
 #include <utility>
+
+#include <unistd.h>
 
 #include "tests/support/TestSeed.h"
 #include "tests/unit/hsl/LoggingTest.h"
@@ -105,6 +110,25 @@ TEST_F(CollectionTest, RandomColumnsAreAsTheFormatterPrintsThem) {
                       fields.tm_hour, fields.tm_min, fields.tm_sec, static_cast<int>(microsecond),
                       whole, part, name.c_str());
         ASSERT_THAT(Output::TakeLines(), ElementsAre(expected)) << i;
+    }
+}
+
+TEST_F(CollectionTest, WhatStandsBeforeAMessageIsCutAsAnyPieceIs) {
+    SetDeltaBase();
+    constexpr std::size_t kLongest = 65535;
+    // Before the name, whatever the number of the record, and behind it.
+    constexpr std::size_t kColumns =
+        std::string_view("     2  01:46:40.000000  (00.000000) :  [").size();
+    constexpr std::size_t kFits = kLongest - kColumns - std::string_view("]\t").size();
+    for (const std::size_t nameSize : {kFits, kFits + 1, kFits + 2, kLongest, 3 * kLongest}) {
+        const std::string name(nameSize, 'n');
+        OwnContext context(name.c_str());
+        context.SetIndent(1);
+        context.Log(kCat, "%d", 5);
+        const std::vector<std::string> lines = CollectLines();
+        ASSERT_EQ(lines.size(), 1u);
+        const std::string before = lines[0].substr(0, kColumns) + name + "]\t";
+        EXPECT_TRUE(lines[0] == before.substr(0, kLongest) + "|  5\n") << nameSize;
     }
 }
 
@@ -362,6 +386,21 @@ TEST_F(CollectionTest, ARecordThatWasCutDoesNotHarmOtherContexts) {
     EXPECT_EQ(cut.Used(), 0);
     cut.Log(kCat, "whole again");
     EXPECT_THAT(CollectTexts(), ElementsAre("whole again"));
+}
+
+// A child process collects; that it is still at it when the alarm comes shows as its end.
+TEST_F(CollectionTest, AnEscapedPerCentSignBeforeAnArgumentHangsThePassEvenIfTheMessageIsHidden) {
+    const auto collectUntilTheAlarm = [this](bool isShown) {
+        Manager().SetFilterValue(kInfo, true);
+        OwnContext context;
+        context.Log(kCat, "%d and 100%% of", 1, 2);
+        Manager().SetFilterValue(kInfo, isShown);
+        ::alarm(1);
+        Manager().Collect();
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(collectUntilTheAlarm(true), testing::KilledBySignal(SIGALRM), "");
+    EXPECT_EXIT(collectUntilTheAlarm(false), testing::KilledBySignal(SIGALRM), "");
 }
 
 TEST_F(CollectionTest, TheCollectionThreadDeliversByItself) {

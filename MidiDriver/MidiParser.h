@@ -28,7 +28,9 @@ public:
     virtual void EmitPacketList(unsigned char port, const MIDIPacketList& list) = 0;
 
     /// Parses `count` bytes. `timestamp` (host ticks) goes on every message, and on every System
-    /// Exclusive chunk, that starts in this call. A null pointer or a count below 1 feeds nothing.
+    /// Exclusive chunk, whose first status or data byte comes in this call. A chunk that holds the
+    /// closing 0xF7 alone, as the one before it was just full, keeps that one's time stamp. A null
+    /// pointer or a count below 1 feeds nothing.
     ///
     /// After the 0xF7 that ends a System Exclusive message the rest of the call's bytes is dropped,
     /// on purpose: the sources that this parser was made for deliver such a message by itself.

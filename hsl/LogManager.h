@@ -50,9 +50,14 @@ public:
     static void Initialize();
 
     // Ends logging: what is pending is delivered, the collection thread ends, the contexts of all
-    // threads are destroyed, and format strings and category names are forgotten. Contexts that
-    // client code made stay alive, but are collected from no more. Blocks for up to a collection
-    // period. Does nothing when logging does not run.
+    // threads are destroyed, every category is disabled, the enable flag is cleared, and format
+    // strings and category names are forgotten. Contexts that client code made stay alive, but are
+    // collected from no more. Blocks for up to a collection period. Does nothing when logging does
+    // not run.
+    //
+    // Both output callbacks outlive it, with the choice between them, and so does the moment of the
+    // last record, from which the next line's delta is measured. Sequence numbers begin anew with
+    // Initialize.
     static void Cleanup();
 
     // The instance, null while logging does not run.
@@ -108,9 +113,9 @@ public:
     // Hands a context over to the manager, which destroys it at Cleanup.
     static void AdoptTLSContext(CLogContext* context);
 
-    // Set the sink of plain lines, or of structured messages; the one set last is used. Return the
-    // previous one of the same kind: at first a printer to standard output, and null. With null
-    // messages are formatted and dropped.
+    // Set the sink of plain lines, or of structured messages; the one set last is used, until
+    // another is set. Return the previous one of the same kind: at first a printer to standard
+    // output, and null. With null messages are formatted and dropped.
     OutputCallback SetOutputCallback(OutputCallback callback);
     OutputCallback GetOutputCallback() const;
     StructuredOutputCallback SetStructuredOutputCallback(StructuredOutputCallback callback);

@@ -299,6 +299,31 @@ TEST_F(LogManagerTest, InitializeAfterCleanupStartsAnew) {
     EXPECT_TRUE(lines[0].ends_with("\tsecond\n")) << lines[0];
 }
 
+TEST_F(LogManagerTest, CallbacksTheirChoiceAndTheLastMomentOutliveCleanup) {
+    Manager().SetStructuredOutputCallback(Output::KeepMessage);
+    Manager().SetOutputCallback(Output::KeepLine);
+    CLogManager::GetTLSContext()->Log(kCat, "before");
+    EXPECT_EQ(CollectLines().size(), 1u);
+    const auto startAnew = [this] {
+        Release();
+        CLogManager::Cleanup();
+        CLogManager::Initialize();
+        Hold();
+        Manager().SetFilterValue(kInfo, true);
+    };
+    startAnew();
+    EXPECT_EQ(Manager().GetOutputCallback(), &Output::KeepLine);
+    EXPECT_EQ(Manager().GetStructuredOutputCallback(), &Output::KeepMessage);
+    EXPECT_EQ(Manager().GetOutputCallbackType(), 0);
+    mClock.AdvanceWallTime(std::chrono::seconds(7));
+    CLogManager::GetTLSContext()->Log(kCat, "behind");
+    EXPECT_THAT(CollectLines(), ElementsAre(testing::HasSubstr("(07.000000)")));
+
+    Manager().SetStructuredOutputCallback(Output::KeepMessage);
+    startAnew();
+    EXPECT_EQ(Manager().GetOutputCallbackType(), 1);
+}
+
 TEST_F(LogManagerTest, TheCollectionThreadRunsAgainAfterInitializeAnew) {
     Release();
     for (int round = 0; round < 3; ++round) {

@@ -5,6 +5,8 @@
 #include "MidiDriver/MidiPlugin.h"
 #include "MidiDriver/VirtualSourceIDPort.h"
 
+#include <CoreMIDI/MIDISetup.h>
+
 #include <cstdint>
 #include <cstdio>
 
@@ -30,12 +32,12 @@ bool ReuseDevice(MIDIPlugin& plugin, MIDIDeviceListRef devices, unsigned int num
     for (ItemCount i = 0; i < count; i++) {
         ThrowIfError(MIDISetupRemoveDevice(MIDIDeviceListGetDevice(devices, i)));
     }
-    plugin.device.store(0, std::memory_order_release);
+    plugin.device.store(MIDIDeviceRef{}, std::memory_order_release);
     return false;
 }
 
 void CreateDevice(MIDIDriverRef self, MIDIPlugin& plugin, unsigned int numPorts) {
-    MIDIDeviceRef device = 0;
+    MIDIDeviceRef device{};
     ThrowIfError(MIDIDeviceCreate(self, kDeviceName, kManufName, kModelName, &device));
     plugin.device.store(device, std::memory_order_release);
     for (unsigned int i = 1; i <= numPorts; i++) {
@@ -43,7 +45,7 @@ void CreateDevice(MIDIDriverRef self, MIDIPlugin& plugin, unsigned int numPorts)
         std::snprintf(text, sizeof text, "Quorvel Port %d", static_cast<int>(i));
         CFStringRef name = CFStringCreateWithCString(nullptr, text, kCFStringEncodingMacRoman);
         ThrowIfNull(name);
-        MIDIEntityRef entity = 0;
+        MIDIEntityRef entity{};
         const OSStatus err = MIDIDeviceAddEntity(device, name, false, 1, 1, &entity);
         CFRelease(name);
         ThrowIfError(err);
@@ -57,11 +59,11 @@ void CollectEndpoints(MIDIDriverRef self, MIDIPlugin& plugin, MIDIDeviceRef devi
     const ItemCount count = MIDIDeviceGetNumberOfEntities(device);
     for (ItemCount i = 0; i < count; i++) {
         const MIDIEntityRef entity = MIDIDeviceGetEntity(device, i);
-        if (entity == 0) {
+        if (entity == MIDIEntityRef{}) {
             continue;
         }
         const MIDIEndpointRef destination = MIDIEntityGetDestination(entity, 0);
-        if (destination != 0) {
+        if (destination != MIDIEndpointRef{}) {
             ThrowIfError(MIDIEndpointSetRefCons(destination, self,
                                                 reinterpret_cast<void*>(std::uintptr_t{i})));
         }
@@ -78,7 +80,7 @@ void CreateVirtualSources(MIDIPlugin& plugin, unsigned int numPorts) {
         CFStringRef name = CFStringCreateWithFormat(
             kCFAllocatorDefault, nullptr, CFSTR("Quorvel Virtual Source %d"), static_cast<int>(i));
         ThrowIfNull(name);
-        MIDIEndpointRef source = 0;
+        MIDIEndpointRef source{};
         const OSStatus err = MIDISourceCreate(plugin.client, name, &source);
         CFRelease(name);
         ThrowIfError(err);
@@ -122,7 +124,7 @@ OSStatus MIDIDriverStart(MIDIDriverRef self, MIDIDeviceListRef devices) {
             CreateDevice(self, plugin, numPorts);
         }
         const MIDIDeviceRef device = plugin.device.load(std::memory_order_relaxed);
-        if (device == 0) {
+        if (device == MIDIDeviceRef{}) {
             throw -1;
         }
         CollectEndpoints(self, plugin, device);
@@ -146,6 +148,6 @@ OSStatus MIDIDriverStop(MIDIDriverRef self) {
         CFRelease(plugin.messagePort);
         plugin.messagePort = nullptr;
     }
-    plugin.device.store(0, std::memory_order_release);
+    plugin.device.store(MIDIDeviceRef{}, std::memory_order_release);
     return noErr;
 }

@@ -69,6 +69,12 @@ void ReadActiveSenseFns(std::vector<tActiveSenseFn>& functions) {
 }
 
 /// Takes down what the construction reached, also when it was cut short.
+///
+/// The removal of the factory's instance comes first, although it lets the module go at a count of
+/// 0, and more of this code runs after it. That is safe: CoreFoundation unloads a plug-in's module
+/// with the last reference to the plug-in and never within that call, because every instance says
+/// goodbye in this way, from code of its own module. The host holds such a reference while it calls
+/// Release, and gives it back when that has returned.
 void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
     if (plugin == nullptr) {
         return;
@@ -81,7 +87,8 @@ void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
     plugin->portSources.Clear();
     const std::size_t numSources = plugin->virtualSources.Size();
     for (std::size_t port = 0; port < numSources; port++) {
-        const OSStatus err = MIDIEndpointDispose(plugin->virtualSources.At(port).value_or(0));
+        const OSStatus err =
+            MIDIEndpointDispose(plugin->virtualSources.At(port).value_or(MIDIEndpointRef{}));
         if (err != noErr) {
             LogDisposeFailure(err, "DeallocMIDIPluginInstance: Error when disposing MIDI Virtual "
                                    "Source Endpoints\n");
@@ -89,7 +96,7 @@ void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
     }
     // Before the worker ends: what it still forwards finds no endpoint and is dropped.
     plugin->virtualSources.Clear();
-    if (plugin->client != 0) {
+    if (plugin->client != MIDIClientRef{}) {
         const OSStatus err = MIDIClientDispose(plugin->client);
         if (err != noErr) {
             LogDisposeFailure(err, "DeallocMIDIPluginInstance: Error when disposing MIDI Client\n");
@@ -106,8 +113,9 @@ void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
 
 HRESULT MIDIPluginQueryInterface(void* self, CFUUIDBytes iid, void** ppv) {
     CFUUIDRef interfaceID = CFUUIDCreateFromUUIDBytes(nullptr, iid);
-    // IUnknown is left out on purpose: CoreMIDI asks for the driver interface alone.
-    const bool known = CFEqual(interfaceID, kMIDIDriverInterfaceID);
+    // The second version alone, on purpose: neither the first nor IUnknown, for which CoreMIDI has
+    // no use.
+    const bool known = CFEqual(interfaceID, kMIDIDriverInterface2ID);
     if (known) {
         PluginOf(self)->interface->AddRef(self);
         *ppv = self;
@@ -155,23 +163,27 @@ OSStatus MIDIDriverMonitor(MIDIDriverRef /*self*/, MIDIEndpointRef /*destination
     return noErr;
 }
 
-MIDIDriverInterface sDriverInterface = {
-    nullptr,
-    MIDIPluginQueryInterface,
-    MIDIPluginAddRef,
-    MIDIPluginRelease,
-    MIDIDriverFindDevices,
-    MIDIDriverStart,
-    MIDIDriverStop,
-    MIDIDriverConfigure,
-    MIDIDriverSend,
-    MIDIDriverEnableSource,
-    MIDIDriverFlush,
-    MIDIDriverMonitor,
-};
+/// Filled by name: systems differ in the members that follow Monitor, which stay null.
+constexpr MIDIDriverInterface MakeDriverInterface() {
+    MIDIDriverInterface table{};
+    table.QueryInterface = MIDIPluginQueryInterface;
+    table.AddRef = MIDIPluginAddRef;
+    table.Release = MIDIPluginRelease;
+    table.FindDevices = MIDIDriverFindDevices;
+    table.Start = MIDIDriverStart;
+    table.Stop = MIDIDriverStop;
+    table.Configure = MIDIDriverConfigure;
+    table.Send = MIDIDriverSend;
+    table.EnableSource = MIDIDriverEnableSource;
+    table.Flush = MIDIDriverFlush;
+    table.Monitor = MIDIDriverMonitor;
+    return table;
+}
+
+constinit MIDIDriverInterface sDriverInterface = MakeDriverInterface();
 
 void BuildInstance(MIDIPlugin& plugin, CFUUIDRef factoryID) {
-    plugin.receiver.SetEndpoint(0);
+    plugin.receiver.SetEndpoint(MIDIEndpointRef{});
     plugin.interface = &sDriverInterface;
     CFRetain(factoryID);
     plugin.factoryID = factoryID;

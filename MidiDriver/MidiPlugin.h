@@ -39,11 +39,11 @@ struct MIDIPlugin {
     /// lists; a packet that comes in between finds no entry for its port. Stored with release and
     /// loaded with acquire, so that a thread that is told of the start by it sees the lists of any
     /// earlier start whole.
-    std::atomic<MIDIDeviceRef> device{0};
+    std::atomic<MIDIDeviceRef> device{MIDIDeviceRef{}};
 
     EndpointList portSources;     ///< one per entity of the device, in entity order
     MidiReceiver receiver{false}; ///< has no endpoint and so emits nothing
-    MIDIClientRef client = 0;     ///< the driver's own client; 0 when it could not be made
+    MIDIClientRef client{};       ///< the driver's own client; 0 when it could not be made
     EndpointList virtualSources;  ///< one per port, index = port index
     CFMessagePortRef messagePort = nullptr;
     CFRunLoopSourceRef runLoopSource = nullptr;

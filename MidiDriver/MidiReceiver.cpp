@@ -3,7 +3,7 @@
 MidiReceiver::MidiReceiver(bool honourPortSelect) : MIDIParser(honourPortSelect) {}
 
 void MidiReceiver::EmitPacketList(unsigned char /*port*/, const MIDIPacketList& list) {
-    if (mEndpoint != 0) {
+    if (mEndpoint != MIDIEndpointRef{}) {
         MIDIReceived(mEndpoint, &list);
     }
 }

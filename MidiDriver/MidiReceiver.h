@@ -14,5 +14,5 @@ public:
     void EmitPacketList(unsigned char port, const MIDIPacketList& list) override;
 
 private:
-    MIDIEndpointRef mEndpoint = 0;
+    MIDIEndpointRef mEndpoint{};
 };

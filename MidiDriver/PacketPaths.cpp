@@ -3,6 +3,7 @@
 #include "MidiDriver/MidiPlugin.h"
 #include "MidiDriver/worker/DriverDiagnostics.h"
 #include "MidiDriver/worker/MidiCallbackWorker.h"
+#include "platform/support/PacketListWalk.h"
 
 #include <syslog.h>
 
@@ -11,12 +12,6 @@
 #include <new>
 
 namespace {
-
-// Packets in a list lie packed behind one another, at any address, so they are read as bytes.
-constexpr std::size_t kListHeaderSize = offsetof(MIDIPacketList, packet);
-constexpr std::size_t kLengthOffset = offsetof(MIDIPacket, length);
-constexpr std::size_t kPacketHeaderSize = offsetof(MIDIPacket, data);
-static_assert(kListHeaderSize == 4 && kLengthOffset == 8 && kPacketHeaderSize == 10);
 
 constexpr unsigned int kSendPacketBufferSize = 16;
 constexpr unsigned int kLongestReply = 255; // the buffer's size is reckoned modulo 256
@@ -31,16 +26,11 @@ unsigned char*& SendPacketBuffer() {
 
 /// Zeroes the time stamps of all packets and returns the list's size in bytes.
 unsigned int ResetTimeStamps(MIDIPacketList* list) {
-    const UInt32 numPackets = list->numPackets;
-    auto* const bytes = reinterpret_cast<unsigned char*>(list);
-    std::size_t size = kListHeaderSize;
-    for (UInt32 i = 0; i < numPackets; i++) {
-        UInt16 length = 0;
-        std::memset(bytes + size, 0, sizeof(MIDITimeStamp));
-        std::memcpy(&length, bytes + size + kLengthOffset, sizeof length);
-        size += kPacketHeaderSize + length;
-    }
-    return static_cast<unsigned int>(size);
+    const PacketListExtent extent =
+        ForEachPacket(list, kUnknownListSize, [](const MIDIPacket* packet) {
+            SetPacketTime(const_cast<MIDIPacket*>(packet), 0);
+        });
+    return static_cast<unsigned int>(extent.bytes);
 }
 
 } // namespace
@@ -48,7 +38,7 @@ unsigned int ResetTimeStamps(MIDIPacketList* list) {
 OSStatus MIDIDriverSend(MIDIDriverRef self, const MIDIPacketList* list, void* /*destRef1*/,
                         void* destRef2) {
     const MIDIPlugin& plugin = *PluginOf(self);
-    if (plugin.device.load(std::memory_order_acquire) == 0) {
+    if (plugin.device.load(std::memory_order_acquire) == MIDIDeviceRef{}) {
         return noErr;
     }
     const auto port = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(destRef2));
@@ -64,7 +54,7 @@ OSStatus MIDIDriverSend(MIDIDriverRef self, const MIDIPacketList* list, void* /*
 void ForwardMIDIPacketList(unsigned int port, const unsigned char* data, unsigned int /*length*/,
                            void* /*refcon*/) {
     const MIDIPlugin* const plugin = sPluginRef.load(std::memory_order_acquire);
-    if (plugin == nullptr || plugin->device.load(std::memory_order_acquire) == 0) {
+    if (plugin == nullptr || plugin->device.load(std::memory_order_acquire) == MIDIDeviceRef{}) {
         return;
     }
     if (const auto source = plugin->virtualSources.At(port)) {
@@ -78,7 +68,7 @@ void ReplyMIDIPacketList(unsigned int port, const unsigned char* data, unsigned 
         return;
     }
     const MIDIPlugin* const plugin = sPluginRef.load(std::memory_order_acquire);
-    if (plugin == nullptr || plugin->device.load(std::memory_order_acquire) == 0) {
+    if (plugin == nullptr || plugin->device.load(std::memory_order_acquire) == MIDIDeviceRef{}) {
         return;
     }
     const auto source = plugin->portSources.At(port);
@@ -96,9 +86,9 @@ void ReplyMIDIPacketList(unsigned int port, const unsigned char* data, unsigned 
 
     auto* const list = reinterpret_cast<MIDIPacketList*>(sendPacketBuffer);
     list->numPackets = 1;
-    list->packet[0].timeStamp = 0;
+    list->packet[0].timeStamp = 0; // not "now" to MIDIReceived, see PacketPaths.h
     list->packet[0].length = static_cast<UInt16>(length);
-    std::memcpy(sendPacketBuffer + kListHeaderSize + kPacketHeaderSize, data, length);
+    std::memcpy(PacketData(&list->packet[0]), data, length);
     MIDIReceived(*source, list);
 }
 

@@ -4,9 +4,13 @@
 
 /// The three ways that packets take through the driver. None parses or alters MIDI data, none takes
 /// a lock of its own. `port` is the 0-based port index.
+///
+/// All packets go out with the time stamp 0. CoreMIDI defines that as "now" for what is sent to a
+/// destination only. On a source it means that the packet carries no time: MIDIReceived hands it on
+/// at once, as it is, and whoever reads it has the moment of its arrival to go by.
 
 /// From a DAW to the output worker; destRef2 carries the port index. Exactly one thread of the host
-/// calls it. Sets the time stamps of all packets to 0 ("now") in the caller's list, although that
+/// calls it. Sets the time stamps of all packets to 0 in the caller's list, although that
 /// is passed as constant, and copies the list into the worker's ring; `list` may be reused
 /// afterwards. Answers pings before it returns. Blocks while the worker holds a port back to its
 /// rate; allocates nothing but ReplyMIDIPacketList's buffer.

@@ -20,6 +20,9 @@ endif()
 if(APPLE)
     # The driver's first platform still has the Multiprocessing calls, marked as deprecated.
     target_compile_options(quorvel_flags INTERFACE -Wno-deprecated-declarations)
+    # Boost 1.74 derives from std::unary_function, which a current libc++ hides otherwise.
+    target_compile_definitions(quorvel_flags INTERFACE
+        _LIBCPP_ENABLE_CXX17_REMOVED_UNARY_BINARY_FUNCTION)
 endif()
 if(QUORVEL_SANITIZE)
     target_compile_options(quorvel_flags INTERFACE

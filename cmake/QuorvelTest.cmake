@@ -1,6 +1,9 @@
-# quorvel_test(NAME SOURCES... LIBRARIES... [LABELS...] [TIMEOUT seconds] [ENVIRONMENT...] [SERIAL])
+# quorvel_test(NAME SOURCES... LIBRARIES... [LABELS...] [TIMEOUT seconds] [ENVIRONMENT...] [SERIAL]
+#              [ALSO_PADDED filter])
 #
 # One test program; every test in it becomes a ctest entry "NAME.Suite.Test" in a process of its own.
+# Tests that match the ALSO_PADDED filter run once more as "NAME.padded.Suite.Test", the same program
+# with the CoreMIDI library that pads packet lists.
 include(GoogleTest)
 
 if(CMAKE_CROSSCOMPILING)
@@ -16,7 +19,7 @@ else()
 endif()
 
 function(quorvel_test name)
-    cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "SOURCES;LIBRARIES;LABELS;ENVIRONMENT" ${ARGN})
+    cmake_parse_arguments(ARG "SERIAL" "TIMEOUT;ALSO_PADDED" "SOURCES;LIBRARIES;LABELS;ENVIRONMENT" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 300)
     endif()
@@ -42,4 +45,15 @@ function(quorvel_test name)
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 120
         PROPERTIES ${properties})
+    if(ARG_ALSO_PADDED AND TARGET CoreMIDIPadded)
+        add_dependencies(${name} CoreMIDIPadded)
+        # As a modification, since a list of two would lose its second variable on the way.
+        gtest_discover_tests(${name}
+            TEST_PREFIX "${name}.padded."
+            TEST_FILTER "${ARG_ALSO_PADDED}"
+            DISCOVERY_MODE PRE_TEST
+            DISCOVERY_TIMEOUT 120
+            PROPERTIES ${properties} ENVIRONMENT_MODIFICATION
+                "LD_LIBRARY_PATH=set:${PROJECT_BINARY_DIR}/tests/padded")
+    endif()
 endfunction()

@@ -72,7 +72,7 @@ void PlugInLoader::CreateDriver(const std::string& name) {
     auto** unknown = static_cast<IUnknownVTbl**>(instance);
     void* driver = nullptr;
     const HRESULT result =
-        (*unknown)->QueryInterface(unknown, CFUUIDGetUUIDBytes(kMIDIDriverInterfaceID), &driver);
+        (*unknown)->QueryInterface(unknown, CFUUIDGetUUIDBytes(kMIDIDriverInterface2ID), &driver);
     (*unknown)->Release(unknown);
     if (result != S_OK || driver == nullptr) {
         throw InputError(

@@ -4,6 +4,7 @@
 #include "midiserver/Interrupt.h"
 #include "midiserver/LogCategories.h"
 #include "midiserver/Logging.h"
+#include "midiserver/PacketList.h"
 #include "midiserver/backends/embedded/Backend.h"
 
 #include <fmt/format.h>
@@ -136,8 +137,7 @@ bool ReplaySession::SendNextList(Backend& backend, std::size_t& message, std::si
         const std::span<const std::uint8_t> rest = mRecording.Bytes(message).subspan(offset);
         const std::span<const std::uint8_t> packet =
             rest.first(std::min(rest.size(), kLargestPacket));
-        if (!mList.Empty() &&
-            mList.ByteSize() + kPacketHeaderBytes + packet.size() > kLargestList) {
+        if (!mList.Empty() && mList.SizeWith(packet.size()) > kLargestList) {
             break;
         }
         mList.Add(packet);

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "midiserver/Host.h"
-#include "midiserver/PacketList.h"
 #include "midiserver/RecordedSession.h"
 #include "midiserver/ReplayStatistics.h"
 #include "midiserver/Report.h"
+#include "platform/support/PacketListBuilder.h"
 
 #include <chrono>
 #include <condition_variable>

@@ -1,6 +1,6 @@
 #include "midiserver/ReplayStatistics.h"
 
-#include "midiserver/PacketListLayout.h"
+#include "platform/support/PacketListWalk.h"
 
 #include <algorithm>
 
@@ -30,11 +30,11 @@ ReplayStatistics::ReplayStatistics(unsigned port, unsigned portCount, Protocol p
 
 void ReplayStatistics::ListSent(TimePoint when, const Packets& packets) {
     PortTraffic& traffic = mFindings.ports[mPort];
-    std::size_t headerShare = kPacketListHeaderBytes;
+    std::size_t headerShare = kPacketListHeaderSize;
     mLastListPackets = packets.size();
     mLastListReplies = 0;
     for (std::span<const std::uint8_t> bytes : packets) {
-        const std::size_t listBytes = headerShare + kPacketHeaderBytes + bytes.size();
+        const std::size_t listBytes = headerShare + kPacketHeaderSize + bytes.size();
         headerShare = 0;
         mExpected.push_back({bytes, when, listBytes});
         mBytesInFlight += listBytes;

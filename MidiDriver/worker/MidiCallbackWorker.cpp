@@ -1,8 +1,8 @@
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 
 #include "MidiDriver/worker/DriverDiagnostics.h"
-#include "MidiDriver/worker/PacketListWalk.h"
 #include "MidiDriver/worker/WorkerRecords.h"
+#include "platform/support/PacketListWalk.h"
 
 #include <syslog.h>
 
@@ -260,8 +260,9 @@ void CMidiCallbackWorker::AnswerPings(unsigned int port, const unsigned char* da
         }
         return;
     }
-    ForEachPacket(data, numBytes, [&](const unsigned char* packet, unsigned int length) {
-        if (detect(port, packet, length, reply.data(), &replyLength) && complete) {
+    ForEachPacket(data, numBytes, [&](const MIDIPacket* packet) {
+        if (detect(port, PacketData(packet), PacketLength(packet), reply.data(), &replyLength) &&
+            complete) {
             LogDebugInfo("MidiCallbackWorker::WriteCBBytes, Packet List, Active Sense received and "
                          "direct reply sent, port = %d\n",
                          static_cast<int>(port));

@@ -28,7 +28,7 @@
 #include "runtime/thread/NyThread.h"
 #include "runtime/time/NyTime.h"
 
-#include <MacTypes.h>
+#include <CoreServices/CoreServices.h>
 
 #include <atomic>
 #include <memory>
@@ -37,7 +37,7 @@
 /// What one queued item is.
 enum tPacketDataCBElemType : int {
     kMIDISinglePacket = 0, ///< the MIDI bytes of one packet
-    kMIDIPacketList = 1,   ///< the bytes of a CoreMIDI MIDIPacketList, at any address
+    kMIDIPacketList = 1,   ///< the bytes of a MIDIPacketList, laid out and aligned as CoreMIDI does
 };
 
 /// Delivers one queued item: `data` is `length` bytes as they were enqueued, valid until the call

@@ -2,8 +2,8 @@
 
 #include "MidiDriver/worker/DriverDiagnostics.h"
 #include "MidiDriver/worker/MidiCallbackWorker.h"
-#include "MidiDriver/worker/PacketListWalk.h"
 #include "MidiDriver/worker/WorkerRecords.h"
+#include "platform/support/PacketListWalk.h"
 
 #include <CoreServices/CoreServices.h>
 
@@ -154,7 +154,7 @@ bool CMidiCallbackWorker::MakePacketBufferHold(unsigned int length) {
     return true;
 }
 
-// Only MIDI data counts towards the rate, not the headers of a list and its packets.
+// Only MIDI data counts towards the rate, not the headers of a list and its packets nor padding.
 unsigned int CMidiCallbackWorker::CountBytes(unsigned int length) const {
     return mElementType == kMIDIPacketList ? CountMIDIBytes(mPacketBuffer, length) : length;
 }

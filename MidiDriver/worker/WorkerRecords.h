@@ -1,7 +1,7 @@
 // The records that the output worker keeps in its rings, in the host's byte order.
 #pragma once
 
-#include <MacTypes.h>
+#include <CoreServices/CoreServices.h>
 
 #include <cstdint>
 #include <cstring>

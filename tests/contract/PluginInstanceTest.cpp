@@ -66,7 +66,7 @@ TEST_F(PluginInstance, FactoryRefusesAnotherTypeButInitialisesTheRuntime) {
     // The runtime takes the thread that initialises it for the main one.
     std::thread([] {
         EXPECT_FALSE(NyThread::IsMainThread());
-        EXPECT_EQ(MIDIPluginFactory(nullptr, kMIDIDriverInterfaceID), nullptr);
+        EXPECT_EQ(MIDIPluginFactory(nullptr, kMIDIDriverInterface2ID), nullptr);
         EXPECT_TRUE(NyThread::IsMainThread());
     }).join();
     EXPECT_EQ(sPluginRef.load(), before);
@@ -99,15 +99,15 @@ TEST_F(PluginInstance, TableHasEveryEntryAndANullReservedWord) {
 TEST_F(PluginInstance, QueryInterfaceAddsAReferenceForTheDriverInterface) {
     Open();
     void* found = nullptr;
-    EXPECT_EQ(TableQueryInterface(mDriver, CFUUIDGetUUIDBytes(kMIDIDriverInterfaceID), &found),
+    EXPECT_EQ(TableQueryInterface(mDriver, CFUUIDGetUUIDBytes(kMIDIDriverInterface2ID), &found),
               S_OK);
     EXPECT_EQ(found, static_cast<void*>(mDriver));
     EXPECT_EQ(TableRelease(mDriver), 1U);
 }
 
-TEST_F(PluginInstance, QueryInterfaceRefusesEverythingElseIUnknownIncluded) {
+TEST_F(PluginInstance, QueryInterfaceRefusesEverythingElseIUnknownAndTheFirstVersionIncluded) {
     Open();
-    for (CFUUIDRef other : {IUnknownUUID, kMIDIDriverTypeID}) {
+    for (CFUUIDRef other : {IUnknownUUID, kMIDIDriverInterfaceID, kMIDIDriverTypeID}) {
         void* found = mDriver;
         EXPECT_EQ(TableQueryInterface(mDriver, CFUUIDGetUUIDBytes(other), &found), E_NOINTERFACE);
         EXPECT_EQ(found, nullptr);

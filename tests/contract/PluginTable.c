@@ -10,7 +10,7 @@ MIDIDriverRef TableOpen(void) {
     if (object == NULL) {
         return NULL;
     }
-    if ((*object)->QueryInterface(object, CFUUIDGetUUIDBytes(kMIDIDriverInterfaceID), &driver) !=
+    if ((*object)->QueryInterface(object, CFUUIDGetUUIDBytes(kMIDIDriverInterface2ID), &driver) !=
         S_OK) {
         driver = NULL;
     }

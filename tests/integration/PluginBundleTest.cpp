@@ -83,15 +83,11 @@ public:
 private:
     static void Read(const MIDIPacketList* list, void* readProcRefCon, void* /*connRefCon*/) {
         auto& self = *static_cast<Reader*>(readProcRefCon);
-        const auto* const bytes = reinterpret_cast<const unsigned char*>(list);
         const std::lock_guard lock(self.mMutex);
-        std::size_t at = 4;
-        for (UInt32 i = 0; i < list->numPackets; i++) {
-            std::uint16_t length = 0;
-            std::memcpy(&length, bytes + at + 8, sizeof length);
-            self.mPackets.emplace_back(bytes + at + 10, bytes + at + 10 + length);
-            at += 10U + length;
-        }
+        ForEachPacket(list, kUnknownListSize, [&self](const MIDIPacket* packet) {
+            self.mPackets.emplace_back(PacketData(packet),
+                                       PacketData(packet) + PacketLength(packet));
+        });
         self.mAdded.notify_all();
     }
 

@@ -52,7 +52,7 @@ public:
             return;
         }
         void* driver = nullptr;
-        (*object)->QueryInterface(object, CFUUIDGetUUIDBytes(kMIDIDriverInterfaceID), &driver);
+        (*object)->QueryInterface(object, CFUUIDGetUUIDBytes(kMIDIDriverInterface2ID), &driver);
         (*object)->Release(object);
         mDriver = static_cast<MIDIDriverRef>(driver);
         if (mDriver != nullptr) {

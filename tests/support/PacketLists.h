@@ -1,37 +1,32 @@
-// Packet lists as they lie in memory: packed, in the host's byte order.
+// Packet lists as they lie in memory, packed or padded as the library that the test runs with does.
 #pragma once
 
-#include <CoreMIDI/MIDIServices.h>
+#include "platform/support/PacketListBuilder.h"
 
-#include <cstdint>
-#include <cstring>
+#include <cstddef>
 #include <vector>
 
 namespace TestSupport {
 
 using Bytes = std::vector<unsigned char>;
 
-template <typename T>
-void AppendBytesOf(Bytes& bytes, T value) {
-    const std::size_t at = bytes.size();
-    bytes.resize(at + sizeof value);
-    std::memcpy(bytes.data() + at, &value, sizeof value);
-}
-
 // The list's bytes; every packet has the same time stamp.
-inline Bytes MakePacketList(const std::vector<Bytes>& packets, std::uint64_t timestamp = 0) {
-    Bytes list;
-    AppendBytesOf(list, static_cast<std::uint32_t>(packets.size()));
+inline Bytes MakePacketList(const std::vector<Bytes>& packets, MIDITimeStamp timestamp = 0) {
+    PacketListBuilder builder;
     for (const Bytes& packet : packets) {
-        AppendBytesOf(list, timestamp);
-        AppendBytesOf(list, static_cast<std::uint16_t>(packet.size()));
-        list.insert(list.end(), packet.begin(), packet.end());
+        builder.Add(packet, timestamp);
     }
-    return list;
+    return builder.Release();
 }
 
 inline MIDIPacketList* AsPacketList(Bytes& list) {
     return reinterpret_cast<MIDIPacketList*>(list.data());
+}
+
+// One of two sizes: of the packed list and of the padded one.
+inline std::size_t PackedOrPadded(std::size_t packed, std::size_t padded) {
+    const Bytes two = MakePacketList({{1}, {}});
+    return two.size() == 4 + 11 + 10 ? packed : padded;
 }
 
 } // namespace TestSupport

@@ -4,6 +4,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreMIDI/MIDIDriver.h>
+#include <CoreMIDI/MIDISetup.h>
 
 #include <dlfcn.h>
 

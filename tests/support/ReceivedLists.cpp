@@ -1,10 +1,10 @@
 #include "tests/support/ReceivedLists.h"
 
+#include "platform/support/PacketListWalk.h"
+
 #include <dlfcn.h>
 
 #include <condition_variable>
-#include <cstdint>
-#include <cstring>
 #include <mutex>
 
 namespace TestSupport {
@@ -35,17 +35,6 @@ OSStatus Keep(MIDIEndpointRef source, const MIDIPacketList* list) {
 }
 
 } // namespace
-
-std::size_t PacketListSize(const MIDIPacketList* list) {
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(list);
-    std::size_t size = 4;
-    for (UInt32 i = 0; i < list->numPackets; i++) {
-        std::uint16_t length = 0;
-        std::memcpy(&length, bytes + size + 8, sizeof length);
-        size += 10U + length;
-    }
-    return size;
-}
 
 std::vector<ReceivedList> ReceivedLists() {
     Record& record = TheRecord();

@@ -28,7 +28,4 @@ bool WaitForReceivedLists(std::size_t count,
 // What all later calls return without being passed on; noErr passes them on.
 void SetReceivedStatus(OSStatus status);
 
-// The size in bytes of a packet list.
-std::size_t PacketListSize(const MIDIPacketList* list);
-
 } // namespace TestSupport

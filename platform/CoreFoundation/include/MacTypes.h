@@ -22,8 +22,8 @@ typedef UInt32 UTF32Char;
 
 typedef SInt16 OSErr;
 typedef SInt32 OSStatus;
-typedef UInt32 ItemCount;
-typedef UInt32 ByteCount;
+typedef unsigned long ItemCount;
+typedef unsigned long ByteCount;
 typedef UInt32 OptionBits;
 
 // A length of time: positive counts milliseconds, negative microseconds.

@@ -4,6 +4,7 @@
 #include "Routing.h"
 
 #include <CoreMIDI/MIDIDriver.h>
+#include <CoreMIDI/MIDISetup.h>
 
 using namespace CoreMIDI;
 

@@ -175,7 +175,7 @@ bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const M
     }
     std::size_t laterBytes = 0;
     for (const LaterList& list : later) {
-        laterBytes += list.mList.size();
+        laterBytes += list.mList.ByteSize();
     }
     std::unique_lock lock(mMutex);
     const DriverOutput* const driver = target->mDriver.get();
@@ -194,7 +194,7 @@ bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const M
         Item item;
         item.mTarget = target;
         item.mDue = list.mTime;
-        item.mList = std::move(list.mList);
+        item.mList = list.mList.Release();
         mWaitingBytes += item.mList.size();
         mWaiting.emplace(list.mTime, std::move(item));
         if (driver != nullptr) {

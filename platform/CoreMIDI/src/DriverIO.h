@@ -2,6 +2,7 @@
 
 #include "CFOwned.h"
 #include "Route.h"
+#include "platform/support/PacketListBuilder.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -29,7 +30,7 @@ using ListBuffer = std::vector<Byte>;
 // A list whose time is still to come.
 struct LaterList {
     MIDITimeStamp mTime;
-    ListBuffer mList;
+    PacketListBuilder mList;
 };
 
 // The driver I/O thread: the only one that calls `Send`, `EnableSource` and `Flush` of drivers, and

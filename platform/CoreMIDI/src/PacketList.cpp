@@ -1,6 +1,7 @@
 #include "PacketList.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 
 namespace CoreMIDI {
@@ -18,17 +19,11 @@ bool IsSystemExclusive(const Byte* data, std::size_t length) {
             }));
 }
 
-const Byte* DataOf(const MIDIPacket* packet) {
-    return reinterpret_cast<const Byte*>(packet) + kPacketHeaderBytes;
-}
-
 } // namespace
 
 } // namespace CoreMIDI
 
-using CoreMIDI::DataOf;
 using CoreMIDI::IsSystemExclusive;
-using CoreMIDI::kPacketHeaderBytes;
 
 MIDIPacket* MIDIPacketListInit(MIDIPacketList* pktlist) {
     if (pktlist == nullptr) {
@@ -46,31 +41,30 @@ MIDIPacket* MIDIPacketListAdd(MIDIPacketList* pktlist, ByteCount listSize, MIDIP
         return nullptr;
     }
     const std::size_t room = std::min<std::size_t>(listSize, CoreMIDI::kMaximumListBytes);
-    const auto bytesUntil = [pktlist](const MIDIPacket* packet) {
-        return static_cast<std::size_t>(reinterpret_cast<const Byte*>(packet) -
-                                        reinterpret_cast<const Byte*>(pktlist));
+    const auto bytesUntil = [pktlist](const void* place) {
+        return reinterpret_cast<std::uintptr_t>(place) - reinterpret_cast<std::uintptr_t>(pktlist);
     };
 
     if (pktlist->numPackets != 0) {
-        const std::size_t length = curPacket->length;
-        if (curPacket->timeStamp == time && length + nData <= kMaximumLength &&
-            !IsSystemExclusive(DataOf(curPacket), length) && !IsSystemExclusive(data, nData)) {
-            if (bytesUntil(curPacket) + kPacketHeaderBytes + length + nData > room) {
+        const std::size_t length = PacketLength(curPacket);
+        Byte* const end = PacketData(curPacket) + length;
+        if (PacketTime(curPacket) == time && length + nData <= kMaximumLength &&
+            !IsSystemExclusive(PacketData(curPacket), length) && !IsSystemExclusive(data, nData)) {
+            if (bytesUntil(end) + nData > room) {
                 return nullptr;
             }
-            std::copy_n(data, nData,
-                        reinterpret_cast<Byte*>(curPacket) + kPacketHeaderBytes + length);
-            curPacket->length = static_cast<UInt16>(length + nData);
+            std::copy_n(data, nData, end);
+            SetPacketLength(curPacket, static_cast<UInt16>(length + nData));
             return curPacket;
         }
     }
     MIDIPacket* const packet = pktlist->numPackets == 0 ? curPacket : MIDIPacketNext(curPacket);
-    if (bytesUntil(packet) + kPacketHeaderBytes + nData > room) {
+    if (bytesUntil(packet) + kPacketHeaderSize + nData > room) {
         return nullptr;
     }
-    packet->timeStamp = time;
-    packet->length = static_cast<UInt16>(nData);
-    std::copy_n(data, nData, reinterpret_cast<Byte*>(packet) + kPacketHeaderBytes);
+    SetPacketTime(packet, time);
+    SetPacketLength(packet, static_cast<UInt16>(nData));
+    std::copy_n(data, nData, PacketData(packet));
     pktlist->numPackets = pktlist->numPackets + 1;
     return packet;
 }

@@ -1,6 +1,8 @@
 #include "SetupFormat.h"
 
+#include <array>
 #include <set>
+#include <utility>
 
 namespace CoreMIDI {
 
@@ -53,6 +55,26 @@ CFOwned<CFMutableDictionaryRef> DescribeTree(const PropertyObject& object, const
         Put(dictionary, "destinations", MakeArray(entity->mDestinations, describe).Get());
     }
     return dictionary;
+}
+
+// Setups saved by this library's first versions hold some properties under names of their own.
+std::string PresentName(std::string name) {
+    struct Renamed {
+        const char* before;
+        const char* now;
+    };
+    constexpr std::array<Renamed, 4> kRenamed{{
+        {"receive channels", "receiveChannels"},
+        {"transmit channels", "transmitChannels"},
+        {"max SysEx speed", "maxSysExSpeed"},
+        {"driver version", "driverVersion"},
+    }};
+    for (const Renamed& property : kRenamed) {
+        if (name == property.before) {
+            return property.now;
+        }
+    }
+    return name;
 }
 
 // Reads a setup; throws NotASetup where it is not one.
@@ -118,8 +140,9 @@ private:
         std::vector<const void*> values(count);
         CFDictionaryGetKeysAndValues(properties, keys.data(), values.data());
         for (std::size_t i = 0; i < count; ++i) {
-            const auto name = TextOf(static_cast<CFStringRef>(keys[i]));
+            auto name = TextOf(static_cast<CFStringRef>(keys[i]));
             Require(name.has_value());
+            name = PresentName(std::move(*name));
             const auto type = TypeOf(values[i]);
             const auto& expected = RuleOf(*name).mType;
             Require(type && (!expected || type == expected));

@@ -3,6 +3,7 @@
 #include "HostTime.h"
 #include "PacketList.h"
 #include "World.h"
+#include "platform/support/PacketListBuilder.h"
 
 #include <CoreMIDI/MIDIServices.h>
 
@@ -18,30 +19,15 @@ OSStatus EndpointError(const World& world, MIDIEndpointRef endpoint, Kind otherK
                                                       : kMIDIUnknownEndpoint;
 }
 
-template <typename Predicate>
-bool AnyPacket(const MIDIPacketList& list, const Predicate& predicate) {
-    const MIDIPacket* packet = &list.packet[0];
-    for (UInt32 i = 0; i < list.numPackets; ++i) {
-        if (predicate(*packet)) {
-            return true;
-        }
-        packet = MIDIPacketNext(packet);
-    }
-    return false;
+bool HasPacketAfter(const MIDIPacketList* list, std::size_t bytes, MIDITimeStamp now) {
+    bool has = false;
+    ForEachPacket(list, bytes,
+                  [&](const MIDIPacket* packet) { has = has || PacketTime(packet) > now; });
+    return has;
 }
 
-// Appends a packet to a list, which is begun if it is empty.
-void Append(ListBuffer& buffer, const MIDIPacket& packet) {
-    UInt32 count = 0;
-    if (buffer.empty()) {
-        buffer.resize(kListHeaderBytes);
-    } else {
-        std::memcpy(&count, buffer.data(), sizeof count);
-    }
-    ++count;
-    std::memcpy(buffer.data(), &count, sizeof count);
-    const auto* const bytes = reinterpret_cast<const Byte*>(&packet);
-    buffer.insert(buffer.end(), bytes, bytes + PacketBytes(packet));
+void Append(PacketListBuilder& builder, const MIDIPacket* packet) {
+    builder.Add({PacketData(packet), PacketLength(packet)}, PacketTime(packet));
 }
 
 OSStatus SendDue(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* list,
@@ -57,12 +43,12 @@ OSStatus SendDue(const std::shared_ptr<const OutputTarget>& target, const MIDIPa
 }
 
 // Sends a list of which some packets have to wait.
-OSStatus SendSplit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList& list,
-                   MIDITimeStamp now) {
-    ListBuffer due;
+OSStatus SendSplit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* list,
+                   std::size_t bytes, MIDITimeStamp now) {
+    PacketListBuilder due;
     std::vector<LaterList> later;
-    AnyPacket(list, [&](const MIDIPacket& packet) {
-        const MIDITimeStamp time = packet.timeStamp;
+    ForEachPacket(list, bytes, [&](const MIDIPacket* packet) {
+        const MIDITimeStamp time = PacketTime(packet);
         if (time <= now) {
             Append(due, packet);
         } else {
@@ -72,12 +58,10 @@ OSStatus SendSplit(const std::shared_ptr<const OutputTarget>& target, const MIDI
             }
             Append(later.back().mList, packet);
         }
-        return false;
     });
-    const auto* const dueList =
-        due.empty() ? nullptr : reinterpret_cast<const MIDIPacketList*>(due.data());
+    const MIDIPacketList* const dueList = due.Empty() ? nullptr : due.List();
     const bool isDriver = target->mDriver != nullptr;
-    if (!DriverIO::Get().Submit(target, isDriver ? dueList : nullptr, due.size(),
+    if (!DriverIO::Get().Submit(target, isDriver ? dueList : nullptr, due.ByteSize(),
                                 std::move(later))) {
         return kMIDIMessageSendErr;
     }
@@ -113,18 +97,16 @@ OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef dest, const MIDIPacketList* 
             }
             target = route.Get()->mTarget;
         }
-        const std::size_t bytes = ListBytes(*pktlist);
+        const std::size_t bytes = ListBytes(pktlist);
         if (target == nullptr || bytes == 0) {
             return kMIDIMessageSendErr;
         }
-        if (pktlist->numPackets == 0) {
+        if (PacketCount(pktlist) == 0) {
             return noErr;
         }
         const MIDITimeStamp now = HostTimeNow();
-        const bool mustWait =
-            !target->mSchedulesItself &&
-            AnyPacket(*pktlist, [now](const MIDIPacket& packet) { return packet.timeStamp > now; });
-        return mustWait ? SendSplit(target, *pktlist, now) : SendDue(target, pktlist, bytes);
+        const bool mustWait = !target->mSchedulesItself && HasPacketAfter(pktlist, bytes, now);
+        return mustWait ? SendSplit(target, pktlist, bytes, now) : SendDue(target, pktlist, bytes);
     });
 }
 
@@ -140,7 +122,7 @@ OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* pktlist) {
     if (route.Get() == nullptr) {
         return kMIDIUnknownEndpoint;
     }
-    if (pktlist->numPackets != 0) {
+    if (PacketCount(pktlist) != 0) {
         for (const std::shared_ptr<Connection>& connection : route.Get()->mConnections) {
             connection->Deliver(pktlist);
         }

@@ -12,6 +12,7 @@
 // An object is named by a 32-bit reference, never 0. The reference of an object that is gone is not
 // given to another object for millions of further creations, so that a stale reference is
 // recognised; every function answers one with the status that it names, never with a crash.
+#if !defined(QUORVEL_POINTER_REFERENCES)
 typedef UInt32 MIDIObjectRef;
 typedef MIDIObjectRef MIDIClientRef;
 typedef MIDIObjectRef MIDIPortRef;
@@ -19,8 +20,20 @@ typedef MIDIObjectRef MIDIDeviceRef;
 typedef MIDIObjectRef MIDIEntityRef;
 typedef MIDIObjectRef MIDIEndpointRef;
 typedef MIDIObjectRef MIDIDeviceListRef;
+#else
+// As they were on the platform's 32-bit systems: pointers of distinct types. To compile against,
+// to see that a source holds for both; there is no library for it.
+typedef void* MIDIObjectRef;
+typedef struct MIDIClientObject* MIDIClientRef;
+typedef struct MIDIPortObject* MIDIPortRef;
+typedef struct MIDIDeviceObject* MIDIDeviceRef;
+typedef struct MIDIEntityObject* MIDIEntityRef;
+typedef struct MIDIEndpointObject* MIDIEndpointRef;
+typedef struct MIDIDeviceListObject* MIDIDeviceListRef;
+#endif
 
-// Host ticks: nanoseconds of the monotonic clock, as counted by `UpTime`. 0 means now.
+// Host ticks: nanoseconds of the monotonic clock, as counted by `UpTime`. 0 means now where packets
+// are sent (MIDISend) and nothing where they are received.
 typedef UInt64 MIDITimeStamp;
 
 // Names a device, entity or endpoint for good, also after a restart. Never 0.

@@ -1,15 +1,24 @@
-// What a driver plug-in implements and calls.
+// What a driver plug-in implements and calls. What it needs of the setup it includes itself
+// (MIDISetup.h).
 #pragma once
 
-#include <CoreFoundation/CFPlugInCOM.h>
-#include <CoreFoundation/CFRunLoop.h>
-#include <CoreMIDI/CoreMIDI.h>
+#include <CoreMIDI/MIDIServices.h>
+
+// Whether the table has the two members for event lists, which the platform added later than the
+// rest (macOS 11). Defined as 0 it gives the table as it was before, to compile against. Nothing in
+// this library calls them, so drivers built either way are served.
+#if !defined(COREMIDI_HAS_EVENT_LISTS)
+#define COREMIDI_HAS_EVENT_LISTS 1
+#endif
 
 // A driver is a plug-in object in the manner of COM: a reference to it is a pointer to an object
 // whose first word is a pointer to its table of functions. So `*driver` is the table, and the
 // driver itself is passed on as `self`: `(*driver)->Start(driver, devices)`.
 typedef struct MIDIDriverInterface MIDIDriverInterface;
 typedef MIDIDriverInterface** MIDIDriverRef;
+
+// A list of MIDI 2.0 events, which this library has no use for.
+typedef struct MIDIEventList MIDIEventList;
 
 struct MIDIDriverInterface {
     // QueryInterface, AddRef and Release, as in every plug-in object.
@@ -31,6 +40,13 @@ struct MIDIDriverInterface {
                       void* endptRefCon2);
     // Not called by this library.
     OSStatus (*Monitor)(MIDIDriverRef self, MIDIEndpointRef dest, const MIDIPacketList* pktlist);
+#if COREMIDI_HAS_EVENT_LISTS
+    // Send and Monitor for lists of MIDI 2.0 events. May be null. Not called by this library.
+    OSStatus (*SendPackets)(MIDIDriverRef self, const MIDIEventList* evtlist, void* endptRefCon1,
+                            void* endptRefCon2);
+    OSStatus (*MonitorEvents)(MIDIDriverRef self, MIDIEndpointRef dest,
+                              const MIDIEventList* evtlist);
+#endif
 };
 
 // ECDE9574-0FE4-11D4-BB1A-0050E4CEA526, the plug-in type of MIDI drivers.
@@ -38,8 +54,14 @@ struct MIDIDriverInterface {
     CFUUIDGetConstantUUIDWithBytes(NULL, 0xEC, 0xDE, 0x95, 0x74, 0x0F, 0xE4, 0x11, 0xD4, 0xBB,     \
                                    0x1A, 0x00, 0x50, 0xE4, 0xCE, 0xA5, 0x26)
 
-// 43C98C3C-306C-11D5-AF73-003065A8301E, the interface above.
+// 49DFCA9E-0FE5-11D4-950D-0050E4CEA526, the first version of the interface, in which FindDevices is
+// called. This library's hosts do not ask for it.
 #define kMIDIDriverInterfaceID                                                                     \
+    CFUUIDGetConstantUUIDWithBytes(NULL, 0x49, 0xDF, 0xCA, 0x9E, 0x0F, 0xE5, 0x11, 0xD4, 0x95,     \
+                                   0x0D, 0x00, 0x50, 0xE4, 0xCE, 0xA5, 0x26)
+
+// 43C98C3C-306C-11D5-AF73-003065A8301E, its second version, the table above.
+#define kMIDIDriverInterface2ID                                                                    \
     CFUUIDGetConstantUUIDWithBytes(NULL, 0x43, 0xC9, 0x8C, 0x3C, 0x30, 0x6C, 0x11, 0xD5, 0xAF,     \
                                    0x73, 0x00, 0x30, 0x65, 0xA8, 0x30, 0x1E)
 

@@ -6,11 +6,11 @@
 // A packet: its time, its length in bytes and so many bytes of data. `data` is as long as `length`
 // says, which may be more or less than 256.
 //
-// Packets follow each other in a list without padding, so that all but the first may lie at any
-// address. The types are declared with an alignment of one byte for that reason: fields may be read
-// and written through pointers to these types wherever the packet lies (but take no pointer or
-// reference to a field).
-#pragma pack(push, 1)
+// A list lies at an address that is a multiple of 4. How its packets lie behind the first one is
+// for MIDIPacketNext alone to say: this library packs them, so that they lie at any address and
+// their fields are read and written as bytes; built with QUORVEL_PAD_PACKETS it starts each at a
+// multiple of 4, as the platform does on ARM.
+#pragma pack(push, 4)
 typedef struct MIDIPacket {
     MIDITimeStamp timeStamp;
     UInt16 length;
@@ -23,10 +23,11 @@ typedef struct MIDIPacketList {
 } MIDIPacketList;
 #pragma pack(pop)
 
-// The packet after `packet` in its list, which must not be the last one.
-static inline MIDIPacket* MIDIPacketNext(const MIDIPacket* packet) {
-    return (MIDIPacket*)((Byte*)packet + offsetof(MIDIPacket, data) + packet->length);
-}
+// The packet after `packet` in its list, which must not be the last one. `packet` may lie at any
+// address. Any thread; no blocking, no allocation.
+//
+// A function of the library, so that programs built once run with packed and with padded lists.
+COREMIDI_EXPORT MIDIPacket* MIDIPacketNext(const MIDIPacket* packet);
 
 // Building a list in a caller's buffer of `listSize` bytes, 65536 at most. Any thread, one at a
 // time for each list; no blocking, no allocation.

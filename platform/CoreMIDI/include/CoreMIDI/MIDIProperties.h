@@ -29,8 +29,10 @@ COREMIDI_EXPORT const CFStringRef kMIDIPropertyIsEmbeddedEntity;     // integer,
 COREMIDI_EXPORT const CFStringRef kMIDIPropertyIsBroadcast;          // integer, 0 or 1
 COREMIDI_EXPORT const CFStringRef kMIDIPropertySingleRealtimeEntity; // integer, an entity's index
 COREMIDI_EXPORT const CFStringRef kMIDIPropertyConnectionUniqueID;   // integer or data
-// Integer, 0 or 1: the device is known but its driver does not serve it now. Set by the library for
-// the devices of drivers, never saved. Offline endpoints are not listed.
+// Integer, 0 or 1: the device is known but not there now. The driver's to set, for its devices,
+// entities or endpoints; others may set it too. The library sets it to 0 for a driver's devices as
+// the driver is attached, and to 1 as it is detached. Never saved. Offline endpoints are not
+// listed.
 COREMIDI_EXPORT const CFStringRef kMIDIPropertyOffline;
 // Integer, 0 or 1: the endpoint is not listed, but found by its unique ID.
 COREMIDI_EXPORT const CFStringRef kMIDIPropertyPrivate;

@@ -4,6 +4,7 @@
 // All functions: any thread, one at a time; block as said; allocate.
 #pragma once
 
+#include <CoreMIDI/CoreMIDI.h>
 #include <CoreMIDI/MIDIDriver.h>
 
 // Opens the setup that is kept in the file at `path` (UTF-8): its devices, their entities,

@@ -110,7 +110,8 @@ COREMIDI_EXPORT OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef dest,
 
 // Hands a list from a source to the read procedures of all ports connected to it, in the order of
 // their connection, before it returns. For drivers (with their devices' sources) and for the owners
-// of virtual sources. Only the number of packets is looked at; a list without packets goes nowhere.
+// of virtual sources. Only the number of packets is looked at; times are passed on as they are, a 0
+// too, which says "now" to MIDISend alone; a list without packets goes nowhere.
 // Takes no lock: changes elsewhere do not hold it up. A connection made or ended meanwhile may or
 // may not get this list. `kMIDIUnknownEndpoint`, `kMIDIWrongEndpointType`.
 COREMIDI_EXPORT OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* pktlist);

@@ -6,6 +6,7 @@
 #include <CoreFoundation/CFRunLoop.h>
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreMIDI/MIDIDriver.h>
+#include <CoreMIDI/MIDISetup.h>
 
 #include <array>
 #include <cstdint>
@@ -122,13 +123,7 @@ OSStatus Stop(MIDIDriverRef self) {
 }
 
 // The bytes of a list that holds one packet, as this driver is sent them.
-constexpr std::size_t kFirstData = 14;
-
-std::size_t DataLength(const std::vector<std::uint8_t>& list) {
-    UInt16 length = 0;
-    std::memcpy(&length, &list[12], sizeof length);
-    return length;
-}
+constexpr std::size_t kFirstData = kPacketListHeaderSize + kPacketHeaderSize;
 
 void Emit(MIDIEndpointRef source, const std::vector<std::uint8_t>& list) {
     MIDIReceived(source, reinterpret_cast<const MIDIPacketList*>(list.data()));
@@ -136,7 +131,7 @@ void Emit(MIDIEndpointRef source, const std::vector<std::uint8_t>& list) {
 
 void AnswerPing(const FaultyDriver& driver, unsigned port, std::vector<std::uint8_t> list) {
     constexpr std::array<std::uint8_t, 3> kPing = {0x90, 0x00, 0x00};
-    if (DataLength(list) != kPing.size() ||
+    if (list.size() != kFirstData + kPing.size() ||
         std::memcmp(&list[kFirstData], kPing.data(), kPing.size()) != 0 ||
         driver.fault == "no-reply") {
         return;
@@ -151,10 +146,8 @@ void AnswerPing(const FaultyDriver& driver, unsigned port, std::vector<std::uint
 OSStatus Send(MIDIDriverRef self, const MIDIPacketList* packets, void*, void* refCon) {
     FaultyDriver& driver = *Self(self);
     const auto port = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(refCon));
-    UInt16 length = 0;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(packets);
-    std::memcpy(&length, bytes + 12, sizeof length);
-    std::vector<std::uint8_t> list(bytes, bytes + kFirstData + length);
+    std::vector<std::uint8_t> list(bytes, bytes + PacketListSize(packets));
     AnswerPing(driver, port, list);
     ++driver.lists;
     if (driver.fault == "stall" && driver.lists >= kFaultyList) {
@@ -200,18 +193,23 @@ OSStatus DoNothingWithPackets(MIDIDriverRef, MIDIEndpointRef, const MIDIPacketLi
     return noErr;
 }
 
-MIDIDriverInterface sInterface = {nullptr,
-                                  QueryInterface,
-                                  AddRef,
-                                  Release,
-                                  DoNothingWithDevices,
-                                  Start,
-                                  Stop,
-                                  DoNothingWithDevice,
-                                  Send,
-                                  DoNothingWithSource,
-                                  DoNothingWithDestination,
-                                  DoNothingWithPackets};
+constexpr MIDIDriverInterface MakeInterface() {
+    MIDIDriverInterface table{};
+    table.QueryInterface = QueryInterface;
+    table.AddRef = AddRef;
+    table.Release = Release;
+    table.FindDevices = DoNothingWithDevices;
+    table.Start = Start;
+    table.Stop = Stop;
+    table.Configure = DoNothingWithDevice;
+    table.Send = Send;
+    table.EnableSource = DoNothingWithSource;
+    table.Flush = DoNothingWithDestination;
+    table.Monitor = DoNothingWithPackets;
+    return table;
+}
+
+constinit MIDIDriverInterface sInterface = MakeInterface();
 
 } // namespace
 

@@ -184,7 +184,7 @@ TEST(MidiCallbackWorker, LooksAtPacketsOnlyWithinTheBytesGiven) {
     const uint32_t count = 0xFFFFFFFF;
     std::memcpy(endless.data(), &count, sizeof count);
     worker.Write(1, endless);
-    // The first packet is whole from 17 bytes on, the second one never is.
+    // The first packet is whole from 17 bytes on, whatever padding follows it; the second never is.
     EXPECT_EQ(Replies(), Deliveries(whole.size() - 17 + 1, Delivery{1, kHUIReply}));
     ASSERT_TRUE(worker.Sink().WaitForCount(whole.size() + 1));
 }

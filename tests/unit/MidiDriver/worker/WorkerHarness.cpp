@@ -5,8 +5,6 @@
 #include "tests/support/SyslogCapture.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <thread>
 
 using namespace TestSupport;
@@ -25,25 +23,7 @@ ReplyLog& TheReplyLog() {
     return *log;
 }
 
-template <typename Number>
-void Append(Bytes& bytes, Number number) {
-    std::array<unsigned char, sizeof number> raw;
-    std::memcpy(raw.data(), &number, sizeof number);
-    bytes.insert(bytes.end(), raw.begin(), raw.end());
-}
-
 } // namespace
-
-Bytes MakePacketList(const std::vector<Bytes>& packets) {
-    Bytes list;
-    Append(list, static_cast<uint32_t>(packets.size()));
-    for (const Bytes& packet : packets) {
-        Append(list, uint64_t{0});
-        Append(list, static_cast<uint16_t>(packet.size()));
-        list.insert(list.end(), packet.begin(), packet.end());
-    }
-    return list;
-}
 
 bool WaitFor(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + kDeadline;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "MidiDriver/worker/MidiCallbackWorker.h"
+#include "tests/support/PacketLists.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -13,10 +14,8 @@
 #include <string>
 #include <vector>
 
-using Bytes = std::vector<unsigned char>;
-
-// A packet list in the host's byte order with these packets.
-Bytes MakePacketList(const std::vector<Bytes>& packets);
+using TestSupport::Bytes;
+using TestSupport::MakePacketList;
 
 struct Delivery {
     unsigned int mPort;

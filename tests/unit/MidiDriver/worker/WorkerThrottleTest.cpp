@@ -151,9 +151,9 @@ TEST(WorkerThrottle, LetsEmptyPacketsPassAFullWindowButNoOverfullOne) {
     EXPECT_EQ(clock.Sleeps(), 201u);
 }
 
-TEST(WorkerThrottle, CountsNothingForAListThatStatesMorePacketsThanItHolds) {
+TEST(WorkerThrottle, CountsThePacketsThatAListHoldsWhenItStatesMore) {
     ControllableClock clock;
-    TestWorker worker(WithRate(20, kMIDIPacketList));
+    TestWorker worker(WithRate(3 * 5 + 17, kMIDIPacketList));
     std::size_t sent = 0;
     for (const uint32_t count : {2u, 0x9999999Au, 0xFFFFFFFFu}) {
         Bytes list = MakePacketList({Bytes(5, 1)});
@@ -163,6 +163,8 @@ TEST(WorkerThrottle, CountsNothingForAListThatStatesMorePacketsThanItHolds) {
     Pass(worker, {{0, {1, 2, 3}}, {0, {}}, {0, MakePacketList({Bytes(17, 2)})}}, sent);
     EXPECT_EQ(clock.Sleeps(), 0u);
     EXPECT_EQ(worker.Sink().Deliveries().size(), 6u);
+    Pass(worker, {{0, MakePacketList({{3}})}}, sent + 3);
+    EXPECT_EQ(clock.Sleeps(), 201u);
 }
 
 TEST(WorkerThrottle, WritesTenLinesOfExceededRatesPerProcess) {
@@ -231,9 +233,10 @@ std::size_t CountedBytes(const Delivery& item, tPacketDataCBElemType elementType
     if (elementType == kMIDISinglePacket) {
         return item.mBytes.size();
     }
-    uint32_t packets = 0;
-    std::memcpy(&packets, item.mBytes.data(), sizeof packets);
-    return item.mBytes.size() - 4 - 10 * packets;
+    std::size_t bytes = 0;
+    ForEachPacket(item.mBytes.data(), item.mBytes.size(),
+                  [&bytes](const MIDIPacket* packet) { bytes += PacketLength(packet); });
+    return bytes;
 }
 
 } // namespace

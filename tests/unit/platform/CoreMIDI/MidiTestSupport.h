@@ -1,6 +1,8 @@
 // Short forms of what the tests of CoreMIDI do often.
 #pragma once
 
+#include "tests/support/PacketLists.h"
+
 #include <CoreMIDI/MIDIServerHost.h>
 
 #include <gtest/gtest.h>
@@ -34,18 +36,11 @@ inline std::string ToString(CFStringRef string) {
 class List {
 public:
     explicit List(const Packets& packets) {
-        const auto append = [this](const void* from, std::size_t size) {
-            const auto* bytes = static_cast<const Byte*>(from);
-            mBytes.insert(mBytes.end(), bytes, bytes + size);
-        };
-        const auto count = static_cast<UInt32>(packets.size());
-        append(&count, sizeof count);
+        PacketListBuilder builder;
         for (const auto& [time, data] : packets) {
-            const auto length = static_cast<UInt16>(data.size());
-            append(&time, sizeof time);
-            append(&length, sizeof length);
-            append(data.data(), data.size());
+            builder.Add(data, time);
         }
+        mBytes = builder.Release();
         mBytes.shrink_to_fit();
     }
     const MIDIPacketList* Get() const {
@@ -58,14 +53,10 @@ private:
 
 inline Packets PacketsOf(const MIDIPacketList* list) {
     Packets packets;
-    const MIDIPacket* packet = &list->packet[0];
-    for (UInt32 i = 0; i < list->numPackets; ++i) {
-        const auto* data = reinterpret_cast<const Byte*>(packet) + offsetof(MIDIPacket, data);
-        // No reference to the field, which may lie at any address.
-        const MIDITimeStamp time = packet->timeStamp;
-        packets.emplace_back(time, Bytes(data, data + packet->length));
-        packet = MIDIPacketNext(packet);
-    }
+    ForEachPacket(list, kUnknownListSize, [&packets](const MIDIPacket* packet) {
+        const Byte* const data = PacketData(packet);
+        packets.emplace_back(PacketTime(packet), Bytes(data, data + PacketLength(packet)));
+    });
     return packets;
 }
 

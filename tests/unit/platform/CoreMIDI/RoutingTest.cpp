@@ -134,7 +134,8 @@ TEST(RoutingTest, KeepsTheOrderOfPacketsOfOneTime) {
     const MIDIClientRef client = MakeClient();
     const MIDIEndpointRef destination = MakeDestination(client, received);
     const MIDIPortRef output = MakeOutput(client);
-    const MIDITimeStamp due = Now() + 30 * kMillisecond;
+    // Late enough that all are sent before it, also on a busy machine.
+    const MIDITimeStamp due = Now() + 1000 * kMillisecond;
     Packets expected;
     for (Byte i = 0; i < 20; ++i) {
         expected.push_back({due, {0xC0, i}});

@@ -109,6 +109,41 @@ TEST_F(SetupTest, SaysSoWhenTheBuildKeepsNoFiles) {
     EXPECT_EQ(MIDISetupAddDevice(MakeDevice(nullptr, 1)), noErr);
 }
 
+TEST_F(SetupFileTest, ReadsPropertiesUnderTheNamesOfItsFirstVersions) {
+    const struct {
+        CFStringRef name;
+        const char* now;
+        const char* before;
+    } properties[] = {
+        {kMIDIPropertyReceiveChannels, "receiveChannels", "receive channels"},
+        {kMIDIPropertyTransmitChannels, "transmitChannels", "transmit channels"},
+        {kMIDIPropertyMaxSysExSpeed, "maxSysExSpeed", "max SysEx speed"},
+        {kMIDIPropertyDriverVersion, "driverVersion", "driver version"},
+    };
+    ASSERT_EQ(Open(), noErr);
+    const MIDIDeviceRef device = MakeDevice(nullptr, 1);
+    SInt32 value = 1;
+    for (const auto& property : properties) {
+        EXPECT_EQ(ToString(property.name), property.now);
+        ASSERT_EQ(MIDIObjectSetIntegerProperty(device, property.name, value++), noErr);
+    }
+    ASSERT_EQ(MIDISetupAddDevice(device), noErr);
+    ASSERT_EQ(MIDIServerHostOpenSetup(nullptr), noErr);
+    std::string contents = Contents();
+    for (const auto& property : properties) {
+        const std::size_t at = contents.find(property.now);
+        ASSERT_NE(at, std::string::npos) << property.now;
+        contents.replace(at, std::strlen(property.now), property.before);
+    }
+    Write(contents);
+    ASSERT_EQ(Open(), noErr);
+    ASSERT_EQ(MIDIGetNumberOfDevices(), 1U);
+    value = 1;
+    for (const auto& property : properties) {
+        EXPECT_EQ(IntegerProperty(MIDIGetDevice(0), property.name), value++) << property.now;
+    }
+}
+
 TEST_F(SetupFileTest, KeepsDevicesEntitiesPropertiesAndUniqueIDs) {
     ASSERT_EQ(Open(), noErr);
     const MIDIDeviceRef device = MakeDevice(nullptr, 32, "Box \xC3\xA9 <&>");

@@ -63,7 +63,7 @@ CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
         reason = Utf8Of(text.get()).value_or("it cannot be read");
         return nullptr;
     }
-    if (CFGetTypeID(list.get()) != CFDictionaryGetTypeID()) {
+    if (CFRuntimeTypeOf(list.get()) != kCFRuntimeDictionaryType) {
         reason = "its top is no dictionary";
         return nullptr;
     }

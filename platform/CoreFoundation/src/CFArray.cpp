@@ -46,14 +46,11 @@ constinit const CFArrayCallBacks kCFTypeArrayCallBacks = {
 
 namespace {
 
-const __CFArray* ArrayWithRange(CFArrayRef reference, CFRange range) {
-    const auto* array = CFRuntimeCast<__CFArray>(reference);
+const __CFArray* ArrayWithRange(CFArrayRef reference, CFRange range,
+                                const char* argument = "theArray",
+                                const char* function = __builtin_FUNCTION()) {
+    const auto* array = CFRuntimeArgument<__CFArray>(reference, argument, function);
     return array != nullptr && RangeIsWithin(range, array->mValues.size()) ? array : nullptr;
-}
-
-__CFArray* MutableArray(CFMutableArrayRef reference) {
-    auto* array = CFRuntimeCast<__CFArray>(reference);
-    return array != nullptr && array->mMutable ? array : nullptr;
 }
 
 bool IsIndex(const __CFArray& array, CFIndex index) {
@@ -117,7 +114,7 @@ CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex 
 }
 
 CFArrayRef CFArrayCreateCopy(CFAllocatorRef allocator, CFArrayRef theArray) {
-    const auto* array = CFRuntimeCast<__CFArray>(theArray);
+    const auto* array = CFRuntimeArgument<__CFArray>(theArray, "theArray");
     return array == nullptr ? nullptr
                             : MakeArray(allocator, false, array->mValues.data(),
                                         array->mValues.size(), &array->mCallBacks);
@@ -130,19 +127,19 @@ CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacit
 
 CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
                                            CFArrayRef theArray) {
-    const auto* array = CFRuntimeCast<__CFArray>(theArray);
+    const auto* array = CFRuntimeArgument<__CFArray>(theArray, "theArray");
     return array == nullptr || capacity < 0 ? nullptr
                                             : MakeArray(allocator, true, array->mValues.data(),
                                                         array->mValues.size(), &array->mCallBacks);
 }
 
 CFIndex CFArrayGetCount(CFArrayRef theArray) {
-    const auto* array = CFRuntimeCast<__CFArray>(theArray);
+    const auto* array = CFRuntimeArgument<__CFArray>(theArray, "theArray");
     return array == nullptr ? 0 : array->Count();
 }
 
 const void* CFArrayGetValueAtIndex(CFArrayRef theArray, CFIndex idx) {
-    const auto* array = CFRuntimeCast<__CFArray>(theArray);
+    const auto* array = CFRuntimeArgument<__CFArray>(theArray, "theArray");
     return array == nullptr || !IsIndex(*array, idx) ? nullptr
                                                      : array->mValues[static_cast<size_t>(idx)];
 }
@@ -170,7 +167,8 @@ CFIndex CFArrayGetCountOfValue(CFArrayRef theArray, CFRange range, const void* v
 }
 
 Boolean CFArrayContainsValue(CFArrayRef theArray, CFRange range, const void* value) {
-    return CFArrayGetFirstIndexOfValue(theArray, range, value) != kCFNotFound;
+    return ArrayWithRange(theArray, range) != nullptr &&
+           CFArrayGetFirstIndexOfValue(theArray, range, value) != kCFNotFound;
 }
 
 CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef theArray, CFRange range, const void* value) {
@@ -200,12 +198,14 @@ void CFArrayApplyFunction(CFArrayRef theArray, CFRange range, CFArrayApplierFunc
 }
 
 void CFArrayAppendValue(CFMutableArrayRef theArray, const void* value) {
-    CFArrayInsertValueAtIndex(theArray, CFArrayGetCount(theArray), value);
+    if (auto* array = CFRuntimeMutableArgument<__CFArray>(theArray, "theArray")) {
+        CFArrayInsertValueAtIndex(theArray, array->Count(), value);
+    }
 }
 
 void CFArrayAppendArray(CFMutableArrayRef theArray, CFArrayRef otherArray, CFRange otherRange) {
-    auto* array = MutableArray(theArray);
-    const auto* other = ArrayWithRange(otherArray, otherRange);
+    auto* array = CFRuntimeMutableArgument<__CFArray>(theArray, "theArray");
+    const auto* other = ArrayWithRange(otherArray, otherRange, "otherArray");
     if (array == nullptr || other == nullptr) {
         return;
     }
@@ -220,7 +220,7 @@ void CFArrayAppendArray(CFMutableArrayRef theArray, CFArrayRef otherArray, CFRan
 }
 
 void CFArrayInsertValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const void* value) {
-    auto* array = MutableArray(theArray);
+    auto* array = CFRuntimeMutableArgument<__CFArray>(theArray, "theArray");
     if (array == nullptr || idx < 0 || idx > array->Count()) {
         return;
     }
@@ -231,7 +231,7 @@ void CFArrayInsertValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const vo
 }
 
 void CFArraySetValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const void* value) {
-    auto* array = MutableArray(theArray);
+    auto* array = CFRuntimeMutableArgument<__CFArray>(theArray, "theArray");
     if (array == nullptr || !IsIndex(*array, idx)) {
         if (array != nullptr && idx == array->Count()) {
             CFArrayAppendValue(theArray, value);
@@ -244,7 +244,7 @@ void CFArraySetValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const void*
 }
 
 void CFArrayRemoveValueAtIndex(CFMutableArrayRef theArray, CFIndex idx) {
-    auto* array = MutableArray(theArray);
+    auto* array = CFRuntimeMutableArgument<__CFArray>(theArray, "theArray");
     if (array == nullptr || !IsIndex(*array, idx)) {
         return;
     }
@@ -254,7 +254,7 @@ void CFArrayRemoveValueAtIndex(CFMutableArrayRef theArray, CFIndex idx) {
 }
 
 void CFArrayRemoveAllValues(CFMutableArrayRef theArray) {
-    if (auto* array = MutableArray(theArray)) {
+    if (auto* array = CFRuntimeMutableArgument<__CFArray>(theArray, "theArray")) {
         array->Clear();
     }
 }

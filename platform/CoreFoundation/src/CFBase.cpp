@@ -14,34 +14,33 @@ thread_local unsigned sComparisonDepth = 0;
 } // namespace
 
 CFTypeRef CFRetain(CFTypeRef cf) {
-    if (const auto* object = CFRuntimeObjectOf(cf)) {
+    if (const auto* object = CFRuntimeArgument(cf, "cf")) {
         object->Retain();
     }
     return cf;
 }
 
 void CFRelease(CFTypeRef cf) {
-    if (const auto* object = CFRuntimeObjectOf(cf)) {
+    if (const auto* object = CFRuntimeArgument(cf, "cf")) {
         object->Release();
     }
 }
 
 CFIndex CFGetRetainCount(CFTypeRef cf) {
-    const auto* object = CFRuntimeObjectOf(cf);
+    const auto* object = CFRuntimeArgument(cf, "cf");
     return object == nullptr ? 0 : object->RetainCount();
 }
 
 CFTypeID CFGetTypeID(CFTypeRef cf) {
-    const auto* object = CFRuntimeObjectOf(cf);
-    return object == nullptr ? static_cast<CFTypeID>(kCFRuntimeNotAType) : object->TypeID();
+    return CFRuntimeTypeOf(CFRuntimeArgument(cf, "cf"));
 }
 
 Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2) {
-    if (cf1 == cf2) {
+    const auto* first = CFRuntimeArgument(cf1, "cf1");
+    const auto* second = CFRuntimeArgument(cf2, "cf2");
+    if (first == second) {
         return true;
     }
-    const auto* first = CFRuntimeObjectOf(cf1);
-    const auto* second = CFRuntimeObjectOf(cf2);
     if (first == nullptr || second == nullptr || first->TypeID() != second->TypeID() ||
         sComparisonDepth == kComparisonDepth) {
         return false;
@@ -53,7 +52,7 @@ Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2) {
 }
 
 CFHashCode CFHash(CFTypeRef cf) {
-    const auto* object = CFRuntimeObjectOf(cf);
+    const auto* object = CFRuntimeArgument(cf, "cf");
     return object == nullptr ? 0 : object->Hash();
 }
 

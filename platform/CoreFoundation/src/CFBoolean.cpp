@@ -29,6 +29,6 @@ CFTypeID CFBooleanGetTypeID(void) {
 }
 
 Boolean CFBooleanGetValue(CFBooleanRef boolean) {
-    const auto* object = CFRuntimeCast<__CFBoolean>(boolean);
+    const auto* object = CFRuntimeArgument<__CFBoolean>(boolean, "boolean");
     return object != nullptr && object->mValue;
 }

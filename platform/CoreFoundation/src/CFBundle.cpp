@@ -29,7 +29,7 @@ CFTypeID CFBundleGetTypeID() {
 
 CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL) {
     char path[PATH_MAX];
-    if (bundleURL == nullptr || CFGetTypeID(bundleURL) != CFURLGetTypeID() ||
+    if (!CFRuntimeIsArgument(bundleURL, kCFRuntimeURLType, "bundleURL") ||
         CFURLGetFileSystemRepresentation(bundleURL, true, reinterpret_cast<UInt8*>(path),
                                          sizeof path) == 0) {
         SetPlugInError("expected the URL of a bundle's folder, found none");
@@ -47,25 +47,28 @@ CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL) {
 }
 
 CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle) {
-    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    const auto* object = CFRuntimeArgument<__CFBundle>(bundle, "bundle");
     return object == nullptr ? nullptr : object->mModule->Info();
 }
 
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key) {
-    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
-    return object == nullptr || key == nullptr ? nullptr
-                                               : CFDictionaryGetValue(object->mModule->Info(), key);
+    const auto* object = CFRuntimeArgument<__CFBundle>(bundle, "bundle");
+    return object == nullptr || !CFRuntimeIsArgument(key, kCFRuntimeStringType, "key")
+               ? nullptr
+               : CFDictionaryGetValue(object->mModule->Info(), key);
 }
 
 CFStringRef CFBundleGetIdentifier(CFBundleRef bundle) {
+    if (CFRuntimeArgument<__CFBundle>(bundle, "bundle") == nullptr) {
+        return nullptr;
+    }
     const CFTypeRef value = CFBundleGetValueForInfoDictionaryKey(bundle, kCFBundleIdentifierKey);
-    return value != nullptr && CFGetTypeID(value) == CFStringGetTypeID()
-               ? static_cast<CFStringRef>(value)
-               : nullptr;
+    return CFRuntimeTypeOf(value) == kCFRuntimeStringType ? static_cast<CFStringRef>(value)
+                                                          : nullptr;
 }
 
 CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle) {
-    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    const auto* object = CFRuntimeArgument<__CFBundle>(bundle, "bundle");
     if (object == nullptr) {
         return nullptr;
     }
@@ -74,19 +77,21 @@ CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle) {
 }
 
 Boolean CFBundleIsExecutableLoaded(CFBundleRef bundle) {
-    const auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    const auto* object = CFRuntimeArgument<__CFBundle>(bundle, "bundle");
     return object != nullptr && object->mModule->IsLoaded();
 }
 
 void CFBundleUnloadExecutable(CFBundleRef bundle) {
-    auto* object = CFRuntimeCast<__CFBundle>(bundle);
+    auto* object = CFRuntimeArgument<__CFBundle>(bundle, "bundle");
     if (object != nullptr && !BundleRegistry::Instance().HasInstances(*object->mModule)) {
         object->mModule->Unload();
     }
 }
 
 void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName) {
-    auto* object = CFRuntimeCast<__CFBundle>(bundle);
-    const auto name = Utf8Of(functionName);
+    auto* object = CFRuntimeArgument<__CFBundle>(bundle, "bundle");
+    const auto name = CFRuntimeIsArgument(functionName, kCFRuntimeStringType, "functionName")
+                          ? Utf8Of(functionName)
+                          : std::nullopt;
     return object == nullptr || !name ? nullptr : object->mModule->Find(*name);
 }

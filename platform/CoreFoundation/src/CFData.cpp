@@ -33,15 +33,6 @@ struct __CFData final : CFRuntimeObject {
     std::vector<UInt8> mBytes;
 };
 
-namespace {
-
-__CFData* MutableData(CFMutableDataRef reference) {
-    auto* data = CFRuntimeCast<__CFData>(reference);
-    return data != nullptr && data->mMutable ? data : nullptr;
-}
-
-} // namespace
-
 CFTypeID CFDataGetTypeID(void) {
     return kCFRuntimeDataType;
 }
@@ -54,7 +45,7 @@ CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex len
 }
 
 CFDataRef CFDataCreateCopy(CFAllocatorRef allocator, CFDataRef theData) {
-    const auto* data = CFRuntimeCast<__CFData>(theData);
+    const auto* data = CFRuntimeArgument<__CFData>(theData, "theData");
     return data == nullptr ? nullptr
                            : CFRuntimeCreate<__CFData>(allocator, false, data->mBytes.data(),
                                                        data->mBytes.size());
@@ -67,22 +58,22 @@ CFMutableDataRef CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity)
 }
 
 CFIndex CFDataGetLength(CFDataRef theData) {
-    const auto* data = CFRuntimeCast<__CFData>(theData);
+    const auto* data = CFRuntimeArgument<__CFData>(theData, "theData");
     return data == nullptr ? 0 : static_cast<CFIndex>(data->mBytes.size());
 }
 
 const UInt8* CFDataGetBytePtr(CFDataRef theData) {
-    const auto* data = CFRuntimeCast<__CFData>(theData);
+    const auto* data = CFRuntimeArgument<__CFData>(theData, "theData");
     return data == nullptr ? nullptr : data->mBytes.data();
 }
 
 UInt8* CFDataGetMutableBytePtr(CFMutableDataRef theData) {
-    auto* data = MutableData(theData);
+    auto* data = CFRuntimeMutableArgument<__CFData>(theData, "theData");
     return data == nullptr ? nullptr : data->mBytes.data();
 }
 
 void CFDataGetBytes(CFDataRef theData, CFRange range, UInt8* buffer) {
-    const auto* data = CFRuntimeCast<__CFData>(theData);
+    const auto* data = CFRuntimeArgument<__CFData>(theData, "theData");
     if (data == nullptr || buffer == nullptr || range.length <= 0 ||
         !RangeIsWithin(range, data->mBytes.size())) {
         return;
@@ -91,7 +82,7 @@ void CFDataGetBytes(CFDataRef theData, CFRange range, UInt8* buffer) {
 }
 
 void CFDataSetLength(CFMutableDataRef theData, CFIndex length) {
-    auto* data = MutableData(theData);
+    auto* data = CFRuntimeMutableArgument<__CFData>(theData, "theData");
     if (data == nullptr || length < 0) {
         return;
     }
@@ -102,20 +93,23 @@ void CFDataSetLength(CFMutableDataRef theData, CFIndex length) {
 }
 
 void CFDataIncreaseLength(CFMutableDataRef theData, CFIndex extraLength) {
+    const auto* data = CFRuntimeMutableArgument<__CFData>(theData, "theData");
     CFIndex length = 0;
-    if (extraLength >= 0 &&
+    if (data != nullptr && extraLength >= 0 &&
         !__builtin_add_overflow(CFDataGetLength(theData), extraLength, &length)) {
         CFDataSetLength(theData, length);
     }
 }
 
 void CFDataAppendBytes(CFMutableDataRef theData, const UInt8* bytes, CFIndex length) {
-    CFDataReplaceBytes(theData, CFRangeMake(CFDataGetLength(theData), 0), bytes, length);
+    if (CFRuntimeMutableArgument<__CFData>(theData, "theData") != nullptr) {
+        CFDataReplaceBytes(theData, CFRangeMake(CFDataGetLength(theData), 0), bytes, length);
+    }
 }
 
 void CFDataReplaceBytes(CFMutableDataRef theData, CFRange range, const UInt8* newBytes,
                         CFIndex newLength) {
-    auto* data = MutableData(theData);
+    auto* data = CFRuntimeMutableArgument<__CFData>(theData, "theData");
     if (data == nullptr || newLength < 0 || (newBytes == nullptr && newLength != 0) ||
         !RangeIsWithin(range, data->mBytes.size())) {
         return;
@@ -135,5 +129,7 @@ void CFDataReplaceBytes(CFMutableDataRef theData, CFRange range, const UInt8* ne
 }
 
 void CFDataDeleteBytes(CFMutableDataRef theData, CFRange range) {
-    CFDataReplaceBytes(theData, range, nullptr, 0);
+    if (CFRuntimeMutableArgument<__CFData>(theData, "theData") != nullptr) {
+        CFDataReplaceBytes(theData, range, nullptr, 0);
+    }
 }

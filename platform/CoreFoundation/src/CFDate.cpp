@@ -54,6 +54,6 @@ CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at) {
 }
 
 CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef theDate) {
-    const auto* date = CFRuntimeCast<__CFDate>(theDate);
+    const auto* date = CFRuntimeArgument<__CFDate>(theDate, "theDate");
     return date == nullptr ? 0 : date->mAt;
 }

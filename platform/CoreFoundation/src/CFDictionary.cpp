@@ -97,14 +97,15 @@ constinit const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {
 
 namespace {
 
-const __CFDictionary* Dictionary(CFDictionaryRef reference) {
-    return CFRuntimeCast<__CFDictionary>(reference);
+const __CFDictionary* Dictionary(CFDictionaryRef reference,
+                                 const char* function = __builtin_FUNCTION()) {
+    return CFRuntimeArgument<__CFDictionary>(reference, "theDict", function);
 }
 
 void PutIfMutable(CFMutableDictionaryRef reference, const void* key, const void* value,
-                  __CFDictionary::Mode mode) {
-    auto* dictionary = CFRuntimeCast<__CFDictionary>(reference);
-    if (dictionary == nullptr || !dictionary->mMutable) {
+                  __CFDictionary::Mode mode, const char* function = __builtin_FUNCTION()) {
+    auto* dictionary = CFRuntimeMutableArgument<__CFDictionary>(reference, "theDict", function);
+    if (dictionary == nullptr) {
         return;
     }
     CFRuntimeGuard(false, [&] {
@@ -114,8 +115,9 @@ void PutIfMutable(CFMutableDictionaryRef reference, const void* key, const void*
 }
 
 // A new dictionary with the entries of another, null when that is none or there is no memory.
-__CFDictionary* CopyDictionary(CFAllocatorRef allocator, bool isMutable, CFDictionaryRef other) {
-    const auto* original = Dictionary(other);
+__CFDictionary* CopyDictionary(CFAllocatorRef allocator, bool isMutable, CFDictionaryRef other,
+                               const char* function = __builtin_FUNCTION()) {
+    const auto* original = Dictionary(other, function);
     if (original == nullptr) {
         return nullptr;
     }
@@ -213,12 +215,14 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef theDict) {
 }
 
 Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void* key) {
-    return CFDictionaryGetValueIfPresent(theDict, key, nullptr);
+    return Dictionary(theDict) != nullptr && CFDictionaryGetValueIfPresent(theDict, key, nullptr);
 }
 
 const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key) {
     const void* value = nullptr;
-    CFDictionaryGetValueIfPresent(theDict, key, &value);
+    if (Dictionary(theDict) != nullptr) {
+        CFDictionaryGetValueIfPresent(theDict, key, &value);
+    }
     return value;
 }
 
@@ -268,15 +272,13 @@ void CFDictionaryReplaceValue(CFMutableDictionaryRef theDict, const void* key, c
 }
 
 void CFDictionaryRemoveValue(CFMutableDictionaryRef theDict, const void* key) {
-    auto* dictionary = CFRuntimeCast<__CFDictionary>(theDict);
-    if (dictionary != nullptr && dictionary->mMutable) {
+    if (auto* dictionary = CFRuntimeMutableArgument<__CFDictionary>(theDict, "theDict")) {
         dictionary->Remove(key);
     }
 }
 
 void CFDictionaryRemoveAllValues(CFMutableDictionaryRef theDict) {
-    auto* dictionary = CFRuntimeCast<__CFDictionary>(theDict);
-    if (dictionary != nullptr && dictionary->mMutable) {
+    if (auto* dictionary = CFRuntimeMutableArgument<__CFDictionary>(theDict, "theDict")) {
         dictionary->Clear();
     }
 }

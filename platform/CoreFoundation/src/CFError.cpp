@@ -13,12 +13,15 @@ struct __CFError final : CFRuntimeObject {
         : CFRuntimeObject(kCFRuntimeErrorType),
           mDomain(static_cast<CFStringRef>(CFRetain(domain))),
           mCode(code),
-          mUserInfo(static_cast<CFDictionaryRef>(CFRetain(userInfo))) {}
+          mUserInfo(userInfo == nullptr ? nullptr
+                                        : static_cast<CFDictionaryRef>(CFRetain(userInfo))) {}
 
     bool Equals(const CFRuntimeObject& other) const override {
         const auto& error = static_cast<const __CFError&>(other);
         return mCode == error.mCode && CFEqual(mDomain.get(), error.mDomain.get()) != 0 &&
-               CFEqual(mUserInfo.get(), error.mUserInfo.get()) != 0;
+               (mUserInfo == nullptr || error.mUserInfo == nullptr
+                    ? mUserInfo == error.mUserInfo
+                    : CFEqual(mUserInfo.get(), error.mUserInfo.get()) != 0);
     }
     CFHashCode Hash() const override {
         return CFHash(mDomain.get()) ^ static_cast<CFHashCode>(mCode);
@@ -31,8 +34,10 @@ struct __CFError final : CFRuntimeObject {
 };
 
 std::u16string __CFError::Description(unsigned /*depth*/) const {
-    const auto* text = CFRuntimeCast<__CFString>(
-        CFDictionaryGetValue(mUserInfo.get(), kCFErrorLocalizedDescriptionKey));
+    const auto* text = mUserInfo == nullptr
+                           ? nullptr
+                           : CFRuntimeCast<__CFString>(CFDictionaryGetValue(
+                                 mUserInfo.get(), kCFErrorLocalizedDescriptionKey));
     if (text != nullptr) {
         return text->Text();
     }
@@ -44,22 +49,22 @@ std::u16string __CFError::Description(unsigned /*depth*/) const {
 
 CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
                          CFDictionaryRef userInfo) {
-    return CFRuntimeCast<__CFString>(domain) == nullptr ||
-                   (userInfo != nullptr && CFGetTypeID(userInfo) != kCFRuntimeDictionaryType)
+    return CFRuntimeArgument<__CFString>(domain, "domain") == nullptr ||
+                   !CFRuntimeIsOptionalArgument(userInfo, kCFRuntimeDictionaryType, "userInfo")
                ? nullptr
                : CFRuntimeCreate<__CFError>(allocator, domain, code, userInfo);
 }
 
 CFStringRef CFErrorGetDomain(CFErrorRef err) {
-    const auto* error = CFRuntimeCast<__CFError>(err);
+    const auto* error = CFRuntimeArgument<__CFError>(err, "err");
     return error == nullptr ? nullptr : error->mDomain.get();
 }
 
 CFIndex CFErrorGetCode(CFErrorRef err) {
-    const auto* error = CFRuntimeCast<__CFError>(err);
+    const auto* error = CFRuntimeArgument<__CFError>(err, "err");
     return error == nullptr ? 0 : error->mCode;
 }
 
 CFStringRef CFErrorCopyDescription(CFErrorRef err) {
-    return CFRuntimeCast<__CFError>(err) == nullptr ? nullptr : CFCopyDescription(err);
+    return CFRuntimeArgument<__CFError>(err, "err") == nullptr ? nullptr : CFCopyDescription(err);
 }

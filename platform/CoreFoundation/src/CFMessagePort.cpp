@@ -234,6 +234,7 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
     if (shouldFreeInfo != nullptr) {
         *shouldFreeInfo = true;
     }
+    CFRuntimeIsOptionalArgument(name, kCFRuntimeStringType, "name");
     const auto text = Utf8Of(name);
     if (!text || callout == nullptr || (context != nullptr && context->version != 0)) {
         return nullptr;
@@ -267,6 +268,7 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
 }
 
 CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef name) {
+    CFRuntimeIsArgument(name, kCFRuntimeStringType, "name");
     const auto text = Utf8Of(name);
     if (!text) {
         return nullptr;
@@ -276,17 +278,17 @@ CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef name) {
 }
 
 Boolean CFMessagePortIsRemote(CFMessagePortRef ms) {
-    const auto* port = CFRuntimeCast<__CFMessagePort>(ms);
+    const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
     return port != nullptr && port->IsRemote();
 }
 
 CFStringRef CFMessagePortGetName(CFMessagePortRef ms) {
-    const auto* port = CFRuntimeCast<__CFMessagePort>(ms);
+    const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
     return port == nullptr ? nullptr : port->mNameString;
 }
 
 CFMessagePortInvalidationCallBack CFMessagePortGetInvalidationCallBack(CFMessagePortRef ms) {
-    const auto* port = CFRuntimeCast<__CFMessagePort>(ms);
+    const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
     if (port == nullptr) {
         return nullptr;
     }
@@ -296,13 +298,13 @@ CFMessagePortInvalidationCallBack CFMessagePortGetInvalidationCallBack(CFMessage
 
 void CFMessagePortSetInvalidationCallBack(CFMessagePortRef ms,
                                           CFMessagePortInvalidationCallBack callout) {
-    if (auto* port = CFRuntimeCast<__CFMessagePort>(ms)) {
+    if (auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms")) {
         port->SetInvalidationCallBack(callout);
     }
 }
 
 void CFMessagePortInvalidate(CFMessagePortRef ms) {
-    if (auto* port = CFRuntimeCast<__CFMessagePort>(ms)) {
+    if (auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms")) {
         CFRetain(port);
         port->Invalidate(true);
         CFRelease(port);
@@ -310,7 +312,7 @@ void CFMessagePortInvalidate(CFMessagePortRef ms) {
 }
 
 Boolean CFMessagePortIsValid(CFMessagePortRef ms) {
-    auto* port = CFRuntimeCast<__CFMessagePort>(ms);
+    auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
     if (port == nullptr || !port->IsValid()) {
         return false;
     }
@@ -323,7 +325,7 @@ Boolean CFMessagePortIsValid(CFMessagePortRef ms) {
 
 CFRunLoopSourceRef CFMessagePortCreateRunLoopSource(CFAllocatorRef, CFMessagePortRef local,
                                                     CFIndex order) {
-    auto* port = CFRuntimeCast<__CFMessagePort>(local);
+    auto* port = CFRuntimeArgument<__CFMessagePort>(local, "local");
     return port == nullptr ? nullptr : port->CopySource(order);
 }
 

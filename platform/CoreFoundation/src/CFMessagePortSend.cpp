@@ -118,7 +118,7 @@ Awaited AwaitReply(MessagePortSender::Connection& connection, std::uint32_t sequ
 
 bool CanRunIn(CFStringRef mode) {
     return mode == nullptr ||
-           (CFGetTypeID(mode) == CFStringGetTypeID() && !CFEqual(mode, kCFRunLoopCommonModes));
+           (CFRuntimeTypeOf(mode) == kCFRuntimeStringType && !CFEqual(mode, kCFRunLoopCommonModes));
 }
 
 } // namespace
@@ -181,13 +181,13 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef
     if (returnData != nullptr) {
         *returnData = nullptr;
     }
-    auto* port = CFRuntimeCast<__CFMessagePort>(remote);
+    auto* port = CFRuntimeArgument<__CFMessagePort>(remote, "remote");
     if (port == nullptr || !port->IsRemote() || !port->IsValid()) {
         return kCFMessagePortIsInvalid;
     }
-    if (!CanRunIn(replyMode) ||
-        (data != nullptr && (CFGetTypeID(data) != CFDataGetTypeID() ||
-                             CFDataGetLength(data) > kCFMessagePortMaximumLength))) {
+    CFRuntimeIsOptionalArgument(replyMode, kCFRuntimeStringType, "replyMode");
+    if (!CanRunIn(replyMode) || !CFRuntimeIsOptionalArgument(data, kCFRuntimeDataType, "data") ||
+        (data != nullptr && CFDataGetLength(data) > kCFMessagePortMaximumLength)) {
         return kCFMessagePortTransportError;
     }
     MessagePort::FrameHeader header;

@@ -197,7 +197,7 @@ CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType theType, const
 }
 
 CFNumberType CFNumberGetType(CFNumberRef number) {
-    const auto* object = CFRuntimeCast<__CFNumber>(number);
+    const auto* object = CFRuntimeArgument<__CFNumber>(number, "number");
     if (object == nullptr) {
         return 0;
     }
@@ -205,16 +205,16 @@ CFNumberType CFNumberGetType(CFNumberRef number) {
 }
 
 CFIndex CFNumberGetByteSize(CFNumberRef number) {
-    return CFRuntimeCast<__CFNumber>(number) == nullptr ? 0 : 8;
+    return CFRuntimeArgument<__CFNumber>(number, "number") == nullptr ? 0 : 8;
 }
 
 Boolean CFNumberIsFloatType(CFNumberRef number) {
-    const auto* object = CFRuntimeCast<__CFNumber>(number);
+    const auto* object = CFRuntimeArgument<__CFNumber>(number, "number");
     return object != nullptr && object->mIsFloat;
 }
 
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr) {
-    const auto* object = CFRuntimeCast<__CFNumber>(number);
+    const auto* object = CFRuntimeArgument<__CFNumber>(number, "number");
     if (object == nullptr || valuePtr == nullptr) {
         return false;
     }
@@ -253,8 +253,8 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePt
 }
 
 CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber, void* /*context*/) {
-    const auto* first = CFRuntimeCast<__CFNumber>(number);
-    const auto* second = CFRuntimeCast<__CFNumber>(otherNumber);
+    const auto* first = CFRuntimeArgument<__CFNumber>(number, "number");
+    const auto* second = CFRuntimeArgument<__CFNumber>(otherNumber, "otherNumber");
     if (first == nullptr || second == nullptr) {
         return static_cast<int>(first != nullptr) - static_cast<int>(second != nullptr);
     }

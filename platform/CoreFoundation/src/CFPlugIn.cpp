@@ -13,8 +13,9 @@ const CFStringRef kCFPlugInTypesKey = CFSTR("CFPlugInTypes");
 
 namespace {
 
-std::optional<UuidBytes> BytesOf(CFUUIDRef uuid) {
-    if (uuid == nullptr || CFGetTypeID(uuid) != CFUUIDGetTypeID()) {
+std::optional<UuidBytes> BytesOf(CFUUIDRef uuid, const char* argument,
+                                 const char* function = __builtin_FUNCTION()) {
+    if (!CFRuntimeIsArgument(uuid, kCFRuntimeUUIDType, argument, function)) {
         return std::nullopt;
     }
     const CFUUIDBytes bytes = CFUUIDGetUUIDBytes(uuid);
@@ -96,25 +97,25 @@ CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInURL) {
 }
 
 CFBundleRef CFPlugInGetBundle(CFPlugInRef plugIn) {
-    return plugIn;
+    return CFRuntimeArgument<__CFBundle>(plugIn, "plugIn");
 }
 
 CFArrayRef CFPlugInFindFactoriesForPlugInType(CFUUIDRef typeUUID) {
-    const auto type = BytesOf(typeUUID);
+    const auto type = BytesOf(typeUUID, "typeUUID");
     return type ? CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, nullptr)) : nullptr;
 }
 
 CFArrayRef CFPlugInFindFactoriesForPlugInTypeInPlugIn(CFUUIDRef typeUUID, CFPlugInRef plugIn) {
-    const auto type = BytesOf(typeUUID);
-    const auto* object = CFRuntimeCast<__CFBundle>(plugIn);
+    const auto type = BytesOf(typeUUID, "typeUUID");
+    const auto* object = CFRuntimeArgument<__CFBundle>(plugIn, "plugIn");
     return type && object != nullptr ? CopyUuidArray(BundleRegistry::Instance().FactoriesFor(
                                            *type, object->mModule.get()))
                                      : nullptr;
 }
 
 void* CFPlugInInstanceCreate(CFAllocatorRef allocator, CFUUIDRef factoryUUID, CFUUIDRef typeUUID) {
-    const auto factory = BytesOf(factoryUUID);
-    const auto type = BytesOf(typeUUID);
+    const auto factory = BytesOf(factoryUUID, "factoryUUID");
+    const auto type = BytesOf(typeUUID, "typeUUID");
     if (!factory || !type) {
         SetPlugInError("expected the UUIDs of a factory and of a type, found none");
         return nullptr;
@@ -132,13 +133,13 @@ void* CFPlugInInstanceCreate(CFAllocatorRef allocator, CFUUIDRef factoryUUID, CF
 }
 
 void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
-    if (const auto factory = BytesOf(factoryID)) {
+    if (const auto factory = BytesOf(factoryID, "factoryID")) {
         BundleRegistry::Instance().AddInstance(*factory);
     }
 }
 
 void CFPlugInRemoveInstanceForFactory(CFUUIDRef factoryID) {
-    if (const auto factory = BytesOf(factoryID)) {
+    if (const auto factory = BytesOf(factoryID, "factoryID")) {
         BundleRegistry::Instance().RemoveInstance(*factory);
     }
 }

@@ -55,7 +55,7 @@ FileContents ReadDomain(const PreferencesDomain& domain, CFOwned<CFMutableDictio
     CFPropertyListFormat format = 0;
     PropertyListFailure failure;
     const CFOwned<CFPropertyListRef> read(ParsePropertyList(bytes, false, format, failure));
-    if (CFGetTypeID(read.get()) != kCFRuntimeDictionaryType) {
+    if (CFRuntimeTypeOf(read.get()) != kCFRuntimeDictionaryType) {
         cause = read ? "holds no dictionary" : "is not a property list: " + failure.text;
         return FileContents::kUnusable;
     }
@@ -89,10 +89,19 @@ CFOwned<CFMutableDictionaryRef> CurrentValues(State& state, const PreferencesDom
     return values;
 }
 
+// For strict mode: what names no domain is answered by the search for it.
+void CheckDomain(CFStringRef applicationID, CFStringRef userName, CFStringRef hostName,
+                 const char* function = __builtin_FUNCTION()) {
+    CFRuntimeIsArgument(applicationID, kCFRuntimeStringType, "applicationID", function);
+    CFRuntimeIsArgument(userName, kCFRuntimeStringType, "userName", function);
+    CFRuntimeIsArgument(hostName, kCFRuntimeStringType, "hostName", function);
+}
+
 // Calls `body` with the domain's values; null when the arguments name none.
 template <typename Result, typename Body>
 Result WithValues(CFStringRef applicationID, CFStringRef userName, CFStringRef hostName,
-                  const Body& body) {
+                  const Body& body, const char* function = __builtin_FUNCTION()) {
+    CheckDomain(applicationID, userName, hostName, function);
     return CFRuntimeGuard<Result>(nullptr, [&]() -> Result {
         const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
         if (!domain) {
@@ -131,20 +140,25 @@ bool WriteChanges(const PreferencesDomain& domain, const Changes& changes, std::
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID,
                                          CFStringRef userName, CFStringRef hostName) {
+    if (!CFRuntimeIsArgument(key, kCFRuntimeStringType, "key")) {
+        return nullptr;
+    }
     return WithValues<CFPropertyListRef>(
-        applicationID, userName, hostName,
-        [&](CFDictionaryRef values) { return CFRetain(CFDictionaryGetValue(values, key)); });
+        applicationID, userName, hostName, [&](CFDictionaryRef values) -> CFPropertyListRef {
+            const CFPropertyListRef value = CFDictionaryGetValue(values, key);
+            return value == nullptr ? nullptr : CFRetain(value);
+        });
 }
 
 CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keysToFetch, CFStringRef applicationID,
                                           CFStringRef userName, CFStringRef hostName) {
+    if (!CFRuntimeIsOptionalArgument(keysToFetch, kCFRuntimeArrayType, "keysToFetch")) {
+        return nullptr;
+    }
     return WithValues<CFDictionaryRef>(
         applicationID, userName, hostName, [&](CFDictionaryRef values) -> CFDictionaryRef {
             if (keysToFetch == nullptr) {
                 return CFDictionaryCreateCopy(nullptr, values);
-            }
-            if (CFGetTypeID(keysToFetch) != kCFRuntimeArrayType) {
-                return nullptr;
             }
             CFMutableDictionaryRef result = CFDictionaryCreateMutable(
                 nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
@@ -174,6 +188,8 @@ CFArrayRef CFPreferencesCopyKeyList(CFStringRef applicationID, CFStringRef userN
 
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef applicationID,
                            CFStringRef userName, CFStringRef hostName) {
+    CFRuntimeIsArgument(key, kCFRuntimeStringType, "key");
+    CheckDomain(applicationID, userName, hostName);
     CFRuntimeGuard(false, [&] {
         const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
         const std::optional<std::string> name = UTF8OfString(key);
@@ -200,6 +216,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
 
 Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName,
                                  CFStringRef hostName) {
+    CheckDomain(applicationID, userName, hostName);
     return CFRuntimeGuard(false, [&] {
         const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
         if (!domain) {

@@ -63,6 +63,7 @@ CFTypeRef CopyDeep(CFTypeRef value, bool mutableContainers) {
 } // namespace
 
 Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format) {
+    CFRuntimeArgument(plist, "plist");
     return CFRuntimeGuard(false, [&] {
         PropertyListFailure failure;
         return (format == kCFPropertyListXMLFormat_v1_0 ||
@@ -74,11 +75,12 @@ Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat form
 CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data,
                                                CFOptionFlags options, CFPropertyListFormat* format,
                                                CFErrorRef* error) {
+    CFRuntimeIsArgument(data, kCFRuntimeDataType, "data");
     return CFRuntimeGuard<CFTypeRef>(nullptr, [&]() -> CFTypeRef {
         PropertyListFailure failure = {kCFPropertyListReadCorruptError, "no data"};
         CFPropertyListFormat found = 0;
         CFTypeRef value = nullptr;
-        if (CFGetTypeID(data) == kCFRuntimeDataType && CFRuntimeCanAllocate(allocator)) {
+        if (CFRuntimeTypeOf(data) == kCFRuntimeDataType && CFRuntimeCanAllocate(allocator)) {
             const std::string_view bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
                                          static_cast<size_t>(CFDataGetLength(data)));
             value = ParsePropertyList(bytes, (options & kCFPropertyListMutableContainers) != 0,
@@ -96,6 +98,7 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataR
 CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef propertyList,
                                    CFPropertyListFormat format, CFOptionFlags /*options*/,
                                    CFErrorRef* error) {
+    CFRuntimeArgument(propertyList, "propertyList");
     return CFRuntimeGuard<CFDataRef>(nullptr, [&]() -> CFDataRef {
         PropertyListFailure failure;
         std::string bytes;
@@ -112,6 +115,7 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef p
 CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator,
                                                CFPropertyListRef propertyList,
                                                CFOptionFlags mutabilityOption) {
+    CFRuntimeArgument(propertyList, "propertyList");
     return CFRuntimeGuard<CFTypeRef>(nullptr, [&]() -> CFTypeRef {
         PropertyListFailure failure;
         return CFRuntimeCanAllocate(allocator) && CheckPropertyList(propertyList, failure)

@@ -400,7 +400,7 @@ CFRunLoopRef CFRunLoopGetCurrent() {
 }
 
 CFRunLoopMode CFRunLoopCopyCurrentMode(CFRunLoopRef rl) {
-    const auto* loop = CFRuntimeCast<__CFRunLoop>(rl);
+    const auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl");
     return loop == nullptr ? nullptr : loop->CopyCurrentMode();
 }
 
@@ -413,6 +413,7 @@ void CFRunLoopRun() {
 
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
                                       Boolean returnAfterSourceHandled) {
+    CFRuntimeIsOptionalArgument(mode, kCFRuntimeStringType, "mode");
     const auto name = Utf8Of(mode);
     if (!name) {
         return kCFRunLoopRunFinished;
@@ -421,24 +422,25 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds
 }
 
 void CFRunLoopStop(CFRunLoopRef rl) {
-    if (auto* loop = CFRuntimeCast<__CFRunLoop>(rl)) {
+    if (auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl")) {
         loop->Stop();
     }
 }
 
 Boolean CFRunLoopIsWaiting(CFRunLoopRef rl) {
-    const auto* loop = CFRuntimeCast<__CFRunLoop>(rl);
+    const auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl");
     return loop != nullptr && loop->IsWaiting();
 }
 
 void CFRunLoopWakeUp(CFRunLoopRef rl) {
-    if (auto* loop = CFRuntimeCast<__CFRunLoop>(rl)) {
+    if (auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl")) {
         loop->WakeUp();
     }
 }
 
 void CFRunLoopAddCommonMode(CFRunLoopRef rl, CFRunLoopMode mode) {
-    auto* loop = CFRuntimeCast<__CFRunLoop>(rl);
+    auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl");
+    CFRuntimeIsArgument(mode, kCFRuntimeStringType, "mode");
     const auto name = Utf8Of(mode);
     if (loop != nullptr && name) {
         loop->AddCommonMode(*name);
@@ -446,15 +448,17 @@ void CFRunLoopAddCommonMode(CFRunLoopRef rl, CFRunLoopMode mode) {
 }
 
 Boolean CFRunLoopContainsSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMode mode) {
-    const auto* loop = CFRuntimeCast<__CFRunLoop>(rl);
-    auto* object = CFRuntimeCast<__CFRunLoopSource>(source);
+    const auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl");
+    auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source");
+    CFRuntimeIsArgument(mode, kCFRuntimeStringType, "mode");
     const auto name = Utf8Of(mode);
     return loop != nullptr && object != nullptr && name && loop->ContainsSource(object, *name);
 }
 
 void CFRunLoopAddSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMode mode) {
-    auto* loop = CFRuntimeCast<__CFRunLoop>(rl);
-    auto* object = CFRuntimeCast<__CFRunLoopSource>(source);
+    auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl");
+    auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source");
+    CFRuntimeIsArgument(mode, kCFRuntimeStringType, "mode");
     const auto name = Utf8Of(mode);
     if (loop != nullptr && object != nullptr && name) {
         loop->AddSource(object, *name);
@@ -462,8 +466,9 @@ void CFRunLoopAddSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMod
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMode mode) {
-    auto* loop = CFRuntimeCast<__CFRunLoop>(rl);
-    auto* object = CFRuntimeCast<__CFRunLoopSource>(source);
+    auto* loop = CFRuntimeArgument<__CFRunLoop>(rl, "rl");
+    auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source");
+    CFRuntimeIsArgument(mode, kCFRuntimeStringType, "mode");
     const auto name = Utf8Of(mode);
     if (loop != nullptr && object != nullptr && name) {
         loop->RemoveSource(object, *name);

@@ -93,30 +93,30 @@ CFRunLoopSourceRef CFRunLoopSourceCreate(CFAllocatorRef allocator, CFIndex order
 }
 
 CFIndex CFRunLoopSourceGetOrder(CFRunLoopSourceRef source) {
-    const auto* object = CFRuntimeCast<__CFRunLoopSource>(source);
+    const auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source");
     return object == nullptr ? 0 : object->mOrder;
 }
 
 void CFRunLoopSourceGetContext(CFRunLoopSourceRef source, CFRunLoopSourceContext* context) {
-    const auto* object = CFRuntimeCast<__CFRunLoopSource>(source);
+    const auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source");
     if (object != nullptr && context != nullptr && context->version == 0) {
         *context = object->mContext;
     }
 }
 
 void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source) {
-    if (auto* object = CFRuntimeCast<__CFRunLoopSource>(source)) {
+    if (auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source")) {
         object->Invalidate();
     }
 }
 
 Boolean CFRunLoopSourceIsValid(CFRunLoopSourceRef source) {
-    const auto* object = CFRuntimeCast<__CFRunLoopSource>(source);
+    const auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source");
     return object != nullptr && object->IsValid();
 }
 
 void CFRunLoopSourceSignal(CFRunLoopSourceRef source) {
-    auto* object = CFRuntimeCast<__CFRunLoopSource>(source);
+    auto* object = CFRuntimeArgument<__CFRunLoopSource>(source, "source");
     if (object != nullptr && object->IsValid()) {
         object->Signal();
     }

@@ -5,8 +5,12 @@
 #include <CoreFoundation/CFRuntimeHost.h>
 #include <CoreFoundation/CFString.h>
 
+#include <cxxabi.h>
+
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <mutex>
 
@@ -22,7 +26,52 @@ std::atomic<size_t> sTypeCount{kCFRuntimeFirstRegisteredType};
 // Relaxed: a count is exact only for who has seen the other threads end.
 std::array<std::atomic<CFIndex>, kMaximumTypes> sLiveObjects{};
 
+const char* TypeName(CFTypeID type) {
+    return sTypeNames[type].load(std::memory_order_acquire);
+}
+
+// Asked only when a call goes wrong, so that the checks cost nothing more in either mode.
+bool IsStrict() {
+    static const bool strict = [] {
+        const char* const value = std::getenv("QUORVEL_CF_STRICT");
+        return value != nullptr && std::strcmp(value, "1") == 0;
+    }();
+    return strict;
+}
+
 } // namespace
+
+void CFRuntimeRefuse(CFTypeRef found, const char* expected, const char* argument,
+                     const char* function) noexcept {
+    if (!IsStrict()) {
+        return;
+    }
+    const auto* const object = CFRuntimeObjectOf(found);
+    std::fprintf(stderr, "CoreFoundation: %s: %s: expected %s, found %s\n", function, argument,
+                 expected, object == nullptr ? "null" : TypeName(object->TypeID()));
+    std::abort();
+}
+
+void CFRuntimeRefuse(CFTypeRef found, const std::type_info& expected, const char* argument,
+                     const char* function) noexcept {
+    if (!IsStrict()) {
+        return;
+    }
+    // Objects are named after their references: __CFArray.
+    int status = 0;
+    const char* const name = abi::__cxa_demangle(expected.name(), nullptr, nullptr, &status);
+    CFRuntimeRefuse(found, status == 0 ? name + std::strlen("__") : expected.name(), argument,
+                    function);
+}
+
+bool CFRuntimeIsArgument(CFTypeRef reference, CFTypeID type, const char* argument,
+                         const char* function) {
+    if (CFRuntimeTypeOf(reference) == type) {
+        return true;
+    }
+    CFRuntimeRefuse(reference, TypeName(type), argument, function);
+    return false;
+}
 
 CFTypeID CFRuntimeRegisterType(const char* name) {
     const size_t type = sTypeCount.fetch_add(1, std::memory_order_relaxed);
@@ -54,8 +103,7 @@ CFHashCode CFRuntimeObject::Hash() const {
 
 std::u16string CFRuntimeObject::Description(unsigned /*depth*/) const {
     std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), "<%s %p>",
-                  sTypeNames[mType].load(std::memory_order_acquire),
+    std::snprintf(text.data(), text.size(), "<%s %p>", TypeName(mType),
                   static_cast<const void*>(this));
     return UTF16FromASCII(text.data());
 }
@@ -69,12 +117,12 @@ CFStringRef CFCopyTypeIDDescription(CFTypeID type_id) {
     if (type_id == kCFRuntimeNotAType || type_id >= kMaximumTypes) {
         return nullptr;
     }
-    const char* name = sTypeNames[type_id].load(std::memory_order_acquire);
+    const char* name = TypeName(type_id);
     return name == nullptr ? nullptr : __CFStringMakeConstantString(name);
 }
 
 CFIndex CFRuntimeHostLiveObjectCount(CFTypeID type) {
-    if (type >= kMaximumTypes || sTypeNames[type].load(std::memory_order_acquire) == nullptr) {
+    if (type >= kMaximumTypes || TypeName(type) == nullptr) {
         return -1;
     }
     if (type != kCFRuntimeNotAType) {

@@ -3,9 +3,11 @@
 //
 // A type derives a final struct named after its opaque reference type (`struct __CFUUID final :
 // CFRuntimeObject`) and gives its type number to the constructor: one of those below, or one from
-// `CFRuntimeRegisterType`. Exported functions turn references into objects with `CFRuntimeCast`,
-// which answers null for everything that is not an object of that type, and make objects with
-// `CFRuntimeCreate`.
+// `CFRuntimeRegisterType`. Exported functions turn their arguments into objects with
+// `CFRuntimeArgument`, which answers null for everything that is not an object of that type (and in
+// strict mode ends the process instead), and make objects with `CFRuntimeCreate`. What the library
+// itself has in hand may well be null or of another type: that is what `CFRuntimeCast` and
+// `CFRuntimeTypeOf` are for.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
@@ -120,6 +122,61 @@ auto* CFRuntimeCast(Reference* reference) {
         return static_cast<Result*>(nullptr);
     }
     return static_cast<Result*>(object);
+}
+
+// The type of any object, 0 for null.
+inline CFTypeID CFRuntimeTypeOf(CFTypeRef reference) {
+    return reference == nullptr ? CFTypeID{kCFRuntimeNotAType}
+                                : CFRuntimeObjectOf(reference)->TypeID();
+}
+
+// What becomes of a call whose argument is not what it has to be: in strict mode it ends the
+// process with a line on standard error, else it goes on and is answered. `expected` says what the
+// argument should have been.
+void CFRuntimeRefuse(CFTypeRef found, const char* expected, const char* argument,
+                     const char* function) noexcept;
+void CFRuntimeRefuse(CFTypeRef found, const std::type_info& expected, const char* argument,
+                     const char* function) noexcept;
+
+// An exported function's argument as an object, null when it is null or of another type. The last
+// parameter is the name of the calling function, which helpers pass on.
+template <typename Object, typename Reference>
+auto* CFRuntimeArgument(Reference* reference, const char* argument,
+                        const char* function = __builtin_FUNCTION()) {
+    auto* object = CFRuntimeCast<Object>(reference);
+    if (object == nullptr) {
+        CFRuntimeRefuse(reference, typeid(Object), argument, function);
+    }
+    return object;
+}
+
+// The same for types that can be mutable; null for an immutable object too.
+template <typename Object, typename Reference>
+Object* CFRuntimeMutableArgument(Reference* reference, const char* argument,
+                                 const char* function = __builtin_FUNCTION()) {
+    auto* object = CFRuntimeArgument<Object>(reference, argument, function);
+    if (object == nullptr || object->mMutable) {
+        return object;
+    }
+    CFRuntimeRefuse(reference, "a mutable object", argument, function);
+    return nullptr;
+}
+
+// The same for an object of any type, and for types whose objects are not known where they are
+// asked for.
+inline const CFRuntimeObject* CFRuntimeArgument(CFTypeRef reference, const char* argument,
+                                                const char* function = __builtin_FUNCTION()) {
+    if (reference == nullptr) {
+        CFRuntimeRefuse(reference, "an object", argument, function);
+    }
+    return CFRuntimeObjectOf(reference);
+}
+bool CFRuntimeIsArgument(CFTypeRef reference, CFTypeID type, const char* argument,
+                         const char* function = __builtin_FUNCTION());
+// Null is an answer that the function knows: only an object of another type is refused.
+inline bool CFRuntimeIsOptionalArgument(CFTypeRef reference, CFTypeID type, const char* argument,
+                                        const char* function = __builtin_FUNCTION()) {
+    return reference == nullptr || CFRuntimeIsArgument(reference, type, argument, function);
 }
 
 // A hash over bytes or units: FNV-1a, 32 bits.

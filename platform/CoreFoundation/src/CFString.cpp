@@ -128,7 +128,7 @@ CFStringRef CFStringCreateWithCharacters(CFAllocatorRef alloc, const UniChar* ch
 }
 
 CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || !CFRuntimeCanAllocate(alloc)) {
         return nullptr;
     }
@@ -137,7 +137,7 @@ CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString) {
 }
 
 CFStringRef CFStringCreateWithSubstring(CFAllocatorRef alloc, CFStringRef str, CFRange range) {
-    const auto* string = CFRuntimeCast<__CFString>(str);
+    const auto* string = CFRuntimeArgument<__CFString>(str, "str");
     if (string == nullptr || !RangeIsWithin(range, string->Size())) {
         return nullptr;
     }
@@ -160,7 +160,7 @@ CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFDictionaryRef forma
 CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
                                                  CFDictionaryRef /*formatOptions*/,
                                                  CFStringRef format, va_list arguments) {
-    const auto* string = CFRuntimeCast<__CFString>(format);
+    const auto* string = CFRuntimeArgument<__CFString>(format, "format");
     if (string == nullptr) {
         return nullptr;
     }
@@ -176,12 +176,12 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
 }
 
 CFIndex CFStringGetLength(CFStringRef theString) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     return string == nullptr ? 0 : static_cast<CFIndex>(string->Size());
 }
 
 UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || idx < 0) {
         return 0;
     }
@@ -189,7 +189,7 @@ UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx) {
 }
 
 void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || buffer == nullptr || !RangeIsWithin(range, string->Size())) {
         return;
     }
@@ -203,7 +203,7 @@ Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSi
     if (buffer == nullptr || bufferSize <= 0) {
         return false;
     }
-    const auto* string = CFRuntimeCast<__CFString>(theString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || !StringEncodingIsKnown(encoding)) {
         buffer[0] = '\0';
         return false;
@@ -226,7 +226,7 @@ Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSi
 }
 
 const char* CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || !StringEncodingIsKnown(encoding)) {
         return nullptr;
     }
@@ -240,7 +240,7 @@ CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding 
     if (usedBufLen != nullptr) {
         *usedBufLen = 0;
     }
-    const auto* string = CFRuntimeCast<__CFString>(theString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || !StringEncodingIsKnown(encoding) ||
         !RangeIsWithin(range, string->Size()) || (buffer != nullptr && maxBufLen < 0)) {
         return 0;
@@ -285,8 +285,8 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encod
 
 CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFStringRef theString,
                                                   CFStringRef separatorString) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
-    const auto* separator = CFRuntimeCast<__CFString>(separatorString);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    const auto* separator = CFRuntimeArgument<__CFString>(separatorString, "separatorString");
     if (string == nullptr || separator == nullptr) {
         return nullptr;
     }
@@ -315,8 +315,8 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFString
 
 CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef alloc, CFArrayRef theArray,
                                              CFStringRef separatorString) {
-    const auto* separator = CFRuntimeCast<__CFString>(separatorString);
-    if (CFGetTypeID(theArray) != kCFRuntimeArrayType || separator == nullptr) {
+    const auto* separator = CFRuntimeArgument<__CFString>(separatorString, "separatorString");
+    if (!CFRuntimeIsArgument(theArray, kCFRuntimeArrayType, "theArray") || separator == nullptr) {
         return nullptr;
     }
     return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {

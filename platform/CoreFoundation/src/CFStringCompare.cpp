@@ -59,8 +59,8 @@ bool StandsAt(const __CFString& string, size_t offset, const __CFString& part) {
 
 CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString2,
                                    CFStringCompareFlags compareOptions) {
-    const auto* first = CFRuntimeCast<__CFString>(theString1);
-    const auto* second = CFRuntimeCast<__CFString>(theString2);
+    const auto* first = CFRuntimeArgument<__CFString>(theString1, "theString1");
+    const auto* second = CFRuntimeArgument<__CFString>(theString2, "theString2");
     if (theString1 == theString2) {
         return kCFCompareEqualTo;
     }
@@ -86,21 +86,21 @@ CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString
 }
 
 Boolean CFStringHasPrefix(CFStringRef theString, CFStringRef prefix) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
-    const auto* part = CFRuntimeCast<__CFString>(prefix);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    const auto* part = CFRuntimeArgument<__CFString>(prefix, "prefix");
     return string != nullptr && part != nullptr && part->Size() <= string->Size() &&
            StandsAt(*string, 0, *part);
 }
 
 Boolean CFStringHasSuffix(CFStringRef theString, CFStringRef suffix) {
-    const auto* string = CFRuntimeCast<__CFString>(theString);
-    const auto* part = CFRuntimeCast<__CFString>(suffix);
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    const auto* part = CFRuntimeArgument<__CFString>(suffix, "suffix");
     return string != nullptr && part != nullptr && part->Size() <= string->Size() &&
            StandsAt(*string, string->Size() - part->Size(), *part);
 }
 
 SInt32 CFStringGetIntValue(CFStringRef str) {
-    const auto* string = CFRuntimeCast<__CFString>(str);
+    const auto* string = CFRuntimeArgument<__CFString>(str, "str");
     if (string == nullptr) {
         return 0;
     }

@@ -143,7 +143,7 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef fil
 
 Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean /*resolveAgainstBase*/,
                                          UInt8* buffer, CFIndex maxBufLen) {
-    const auto* object = CFRuntimeCast<__CFURL>(url);
+    const auto* object = CFRuntimeArgument<__CFURL>(url, "url");
     if (object == nullptr || buffer == nullptr || maxBufLen <= 0 ||
         object->mPath.size() >= static_cast<size_t>(maxBufLen)) {
         return false;
@@ -153,25 +153,25 @@ Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean /*resolveAgainstB
 }
 
 CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle) {
-    const auto* object = CFRuntimeCast<__CFURL>(anURL);
+    const auto* object = CFRuntimeArgument<__CFURL>(anURL, "anURL");
     return object == nullptr || pathStyle != kCFURLPOSIXPathStyle ? nullptr
                                                                   : MakeText(object->mPath);
 }
 
 CFStringRef CFURLGetString(CFURLRef anURL) {
-    const auto* object = CFRuntimeCast<__CFURL>(anURL);
+    const auto* object = CFRuntimeArgument<__CFURL>(anURL, "anURL");
     return object == nullptr ? nullptr : object->mString.get();
 }
 
 Boolean CFURLHasDirectoryPath(CFURLRef anURL) {
-    const auto* object = CFRuntimeCast<__CFURL>(anURL);
+    const auto* object = CFRuntimeArgument<__CFURL>(anURL, "anURL");
     return object != nullptr && object->mIsDirectory;
 }
 
 CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef allocator, CFURLRef url,
                                                CFStringRef pathComponent, Boolean isDirectory) {
     return CFRuntimeGuard<CFURLRef>(nullptr, [&]() -> CFURLRef {
-        const auto* object = CFRuntimeCast<__CFURL>(url);
+        const auto* object = CFRuntimeArgument<__CFURL>(url, "url");
         const std::optional<std::string> part = UTF8OfString(pathComponent);
         return object == nullptr || !part
                    ? nullptr
@@ -180,7 +180,7 @@ CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef allocator, CFURLRe
 }
 
 CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef allocator, CFURLRef url) {
-    const auto* object = CFRuntimeCast<__CFURL>(url);
+    const auto* object = CFRuntimeArgument<__CFURL>(url, "url");
     if (object == nullptr) {
         return nullptr;
     }
@@ -190,12 +190,12 @@ CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef allocator, CFUR
 }
 
 CFStringRef CFURLCopyLastPathComponent(CFURLRef url) {
-    const auto* object = CFRuntimeCast<__CFURL>(url);
+    const auto* object = CFRuntimeArgument<__CFURL>(url, "url");
     return object == nullptr ? nullptr : MakeText(object->LastPart());
 }
 
 CFStringRef CFURLCopyPathExtension(CFURLRef url) {
-    const auto* object = CFRuntimeCast<__CFURL>(url);
+    const auto* object = CFRuntimeArgument<__CFURL>(url, "url");
     if (object == nullptr) {
         return nullptr;
     }

@@ -106,14 +106,14 @@ CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef alloc, CFUUIDBytes bytes) {
 }
 
 CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef alloc, CFStringRef uuidStr) {
-    const auto* text = CFRuntimeCast<__CFString>(uuidStr);
+    const auto* text = CFRuntimeArgument<__CFString>(uuidStr, "uuidStr");
     Bytes bytes{};
     return text == nullptr || !Parse(*text, bytes) ? nullptr
                                                    : CFRuntimeCreate<__CFUUID>(alloc, bytes);
 }
 
 CFStringRef CFUUIDCreateString(CFAllocatorRef alloc, CFUUIDRef uuid) {
-    const auto* object = CFRuntimeCast<__CFUUID>(uuid);
+    const auto* object = CFRuntimeArgument<__CFUUID>(uuid, "uuid");
     if (object == nullptr) {
         return nullptr;
     }
@@ -124,7 +124,7 @@ CFStringRef CFUUIDCreateString(CFAllocatorRef alloc, CFUUIDRef uuid) {
 
 CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) {
     CFUUIDBytes bytes{};
-    if (const auto* object = CFRuntimeCast<__CFUUID>(uuid)) {
+    if (const auto* object = CFRuntimeArgument<__CFUUID>(uuid, "uuid")) {
         std::memcpy(&bytes, object->mBytes.data(), sizeof(bytes));
     }
     return bytes;

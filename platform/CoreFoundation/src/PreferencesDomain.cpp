@@ -54,6 +54,9 @@ std::optional<std::string> FileName(CFStringRef applicationID) {
 
 std::optional<PreferencesDomain> FindPreferencesDomain(CFStringRef applicationID,
                                                        CFStringRef userName, CFStringRef hostName) {
+    if (applicationID == nullptr || userName == nullptr || hostName == nullptr) {
+        return std::nullopt;
+    }
     const bool anyUser = CFEqual(userName, kCFPreferencesAnyUser) != 0;
     const bool anyHost = CFEqual(hostName, kCFPreferencesAnyHost) != 0;
     if ((!anyUser && CFEqual(userName, kCFPreferencesCurrentUser) == 0) ||

@@ -18,7 +18,7 @@ public:
         if (++mValues > kPropertyListMaximumValues) {
             return "too many values";
         }
-        switch (CFGetTypeID(value)) {
+        switch (CFRuntimeTypeOf(value)) {
         case kCFRuntimeStringType:
             return CheckString(value);
         case kCFRuntimeDataType:
@@ -74,7 +74,7 @@ private:
         std::vector<const void*> values(count);
         CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
         for (size_t i = 0; i < count; ++i) {
-            if (CFGetTypeID(keys[i]) != kCFRuntimeStringType) {
+            if (CFRuntimeTypeOf(keys[i]) != kCFRuntimeStringType) {
                 return "a key that is not a string";
             }
             const char* wrong = CheckString(keys[i]);

@@ -10,6 +10,15 @@
 // another type is answered with the failure value that the function's header names, or else with 0,
 // false, null or no effect. A pointer that is not a reference at all is not recognised.
 //
+// The original platform does not check in release builds. So that code meant for both shows its
+// mistakes here, there is a strict mode: with QUORVEL_CF_STRICT=1 in the environment (read when the
+// first mistake is made) a function that is given null, an object of another type or an immutable
+// object to change writes one line with its name, the argument's and what it found to standard
+// error and aborts. Null is no mistake where a header gives it a meaning: allocators, callbacks,
+// `CFCopyDescription`, values that remove a preference, requests without data, run-loop modes that
+// none is run in, and the like. What is not a reference (null buffers, indexes, ranges) is answered
+// as it is otherwise.
+//
 // Threads: any function may be called from any thread. References may be retained and released by
 // several threads at once, immutable objects read by several threads at once. Mutable objects need
 // a lock of the caller's as soon as one thread changes them. Unless a header says otherwise
@@ -74,8 +83,9 @@ CF_EXPORT CFTypeID CFAllocatorGetTypeID(void);
 // Never null; the caller owns no reference.
 CF_EXPORT CFAllocatorRef CFAllocatorGetDefault(void);
 
-// Adds and gives up a reference. Null is passed over. What was written to an object before a
-// release is seen by whoever destroys it. `CFRelease` may destroy the object and what it holds.
+// Adds and gives up a reference. Null is passed over (a mistake, in strict mode). What was written
+// to an object before a release is seen by whoever destroys it. `CFRelease` may destroy the object
+// and what it holds.
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 CF_EXPORT void CFRelease(CFTypeRef cf);
 

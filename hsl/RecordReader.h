@@ -12,7 +12,8 @@ namespace HSL {
 
 // Reads the fields of records back, in place from a ring of single bytes. What is not there,
 // because a record was cut or never fitted, reads as zeros. The ring's consumer only, which uses
-// the ring in no other way between the reader's making and Release.
+// the ring in no other way between the reader's making and Release. A read position ahead of the
+// first slot, which only an indexed read leaves behind, counts as the first slot.
 //
 // The writer gets the room of what was read back with Release and not before: handing it over field
 // by field would have the two sides pull at one cache line.
@@ -22,8 +23,10 @@ public:
     explicit CRecordReader(CCircularBuffer& buffer) : mRing(buffer.GetRing()) {
         if (mRing != nullptr) {
             // Relaxed: this side alone stores it.
-            mPosition =
-                Block() + std::atomic_ref(mRing->readOffset).load(std::memory_order_relaxed);
+            const std::uint32_t read =
+                std::atomic_ref(mRing->readOffset).load(std::memory_order_relaxed);
+            const bool isInDataArea = read >= mRing->startOffset && read <= mRing->lastSlotOffset;
+            mPosition = Block() + (isInDataArea ? read : mRing->startOffset);
             mRunEnd = mPosition;
         }
     }

@@ -17,7 +17,9 @@ public:
             std::atomic_ref(ring.writeOffset).load(std::memory_order_relaxed);
         const std::uint32_t end = ring.lastSlotOffset + 1;
         mStart = reinterpret_cast<unsigned char*>(&ring) + write;
-        if (read <= write) {
+        // Beyond the last slot stands for ahead of the block: see cb_read_ex. No slot is in the way
+        // then, nor with a position in the control block.
+        if (read <= write || read > ring.lastSlotOffset) {
             mUsed = write - read;
             mRun = end - write - (read == ring.startOffset ? 1 : 0);
         } else {

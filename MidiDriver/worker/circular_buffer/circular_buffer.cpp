@@ -1,6 +1,7 @@
 #include "MidiDriver/worker/circular_buffer/circular_buffer.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <limits>
@@ -68,6 +69,30 @@ unsigned int Overflow(Ring& ring) {
 
 // The sums of offsets and sizes below stay within 32 bits, since the size of the whole block does.
 
+// Whether the read position lies in the data area. It does but for the backward wrap of an indexed
+// read, which may leave it ahead of the first slot.
+bool IsInDataArea(const Ring& ring, std::uint32_t read) {
+    return read - ring.startOffset <= ring.lastSlotOffset - ring.startOffset;
+}
+
+// The read position as a number. Ahead of the block it is below 0, and stored modulo 2^32: that is
+// beyond the end, where no position lies.
+std::int64_t PositionOf(const Ring& ring, std::uint32_t read) {
+    return read <= ring.lastSlotOffset ? std::int64_t{read}
+                                       : std::int64_t{read} - (std::int64_t{1} << 32);
+}
+
+// The other way round. In a ring of more than 2 GB a position may be too far ahead to be told from
+// one in the block; then it is the first one behind it that is not.
+std::uint32_t OffsetOf(const Ring& ring, std::int64_t position) {
+    const std::int64_t end = std::int64_t{ring.lastSlotOffset} + ring.elemSize;
+    const std::int64_t first = end + 1 - (std::int64_t{1} << 32);
+    if (position < first) {
+        position += (first - position + ring.elemSize - 1) / ring.elemSize * ring.elemSize;
+    }
+    return static_cast<std::uint32_t>(position);
+}
+
 bool IsFull(const Ring& ring, std::uint32_t read, std::uint32_t write) {
     return write + ring.elemSize == read ||
            (write == ring.lastSlotOffset && read == ring.startOffset);
@@ -80,8 +105,36 @@ std::uint32_t UsedBytes(const Ring& ring, std::uint32_t read, std::uint32_t writ
     return (write - ring.startOffset) + (ring.lastSlotOffset + ring.elemSize - read);
 }
 
+// The same wherever the read position lies; with it ahead of the first slot that is also what lies
+// between, and may be more than the ring holds.
+std::uint64_t StoredBytes(const Ring& ring, std::uint32_t read, std::uint32_t write) {
+    if (!IsInDataArea(ring, read)) [[unlikely]] {
+        return static_cast<std::uint64_t>(write - PositionOf(ring, read));
+    }
+    return UsedBytes(ring, read, write);
+}
+
 unsigned char* Block(Ring& ring) {
     return reinterpret_cast<unsigned char*>(&ring);
+}
+
+// The control block as it lies in memory, at the moment at which `write` was loaded. What the other
+// side may store meanwhile is loaded as it is stored.
+std::array<unsigned char, kCBHeaderSize> CopyOfControlBlock(Ring& ring, std::uint32_t write) {
+    std::array<unsigned char, kCBHeaderSize> copy;
+    const auto copyRange = [&](std::size_t from, std::size_t to) {
+        std::memcpy(copy.data() + from, Block(ring) + from, to - from);
+    };
+    const std::uint32_t read = Load(ring.readOffset, std::memory_order_relaxed);
+    copyRange(0, offsetof(Ring, readOffset));
+    std::memcpy(copy.data() + offsetof(Ring, readOffset), &read, sizeof read);
+    std::memcpy(copy.data() + offsetof(Ring, writeOffset), &write, sizeof write);
+    copyRange(offsetof(Ring, mallocFunc), offsetof(Ring, flags));
+    copy[offsetof(Ring, flags)] = Load(ring.flags, std::memory_order_relaxed);
+    copy[offsetof(Ring, firstError)] = Load(ring.firstError, std::memory_order_relaxed);
+    copy[offsetof(Ring, lastError)] = Load(ring.lastError, std::memory_order_relaxed);
+    copyRange(offsetof(Ring, lastError) + 1, kCBHeaderSize);
+    return copy;
 }
 
 template <std::size_t Size>
@@ -160,6 +213,29 @@ unsigned int WriteElements(Ring& ring, std::uint32_t read, std::uint32_t write,
     return Overflow(ring);
 }
 
+// The same with the read position ahead of the first slot, which no write position ever meets: all
+// elements are stored, round after round.
+unsigned int WriteElementsAround(Ring& ring, std::uint32_t write, const unsigned char* source,
+                                 std::int64_t size, int* count) {
+    if (size <= 0) {
+        *count = 0;
+        return LastError(ring);
+    }
+    const std::uint32_t end = ring.lastSlotOffset + ring.elemSize;
+    while (size > 0) {
+        const std::int64_t run = std::min<std::int64_t>(size, end - write);
+        std::memcpy(Block(ring) + write, source, static_cast<std::size_t>(run));
+        source += run;
+        size -= run;
+        write += static_cast<std::uint32_t>(run);
+        if (write == end) {
+            write = ring.startOffset;
+        }
+    }
+    Publish(ring.writeOffset, write);
+    return LastError(ring);
+}
+
 unsigned int WriteBlocks(Ring& ring, std::uint32_t read, std::uint32_t write,
                          const unsigned char* source, std::int64_t size, int* count) {
     std::int64_t stored = 0;
@@ -205,26 +281,41 @@ void SetUp(Ring& ring, std::uint32_t elemSize, std::uint32_t numElems) {
     ring.writeOffset = kCBHeaderSize;
 }
 
-// Copies from a start position that the wrap has put `before` bytes ahead of the first slot. There
-// is the control block or memory of somebody else, neither of them elements: the slots that do not
-// exist yield zeros and none of their bytes is touched. The number of elements copied, and where in
-// the destination the first slot lands, are those of the position as it stands. Returns the
-// position behind the copied elements, which a position still ahead of the first slot may not be
-// stored as.
-std::uint32_t CopyOutFromBefore(Ring& ring, std::uint32_t write, std::uint64_t before,
-                                unsigned char* destination, int* count) {
-    const std::uint64_t available = before + (write - ring.startOffset);
-    std::uint64_t size = std::uint64_t{ring.elemSize} * static_cast<unsigned int>(*count);
+// Copies out `size` bytes from a position ahead of the first slot, or in the data area where all of
+// them lie in one run. Of what lies ahead of the first slot, the control block is copied like
+// anything else. Ahead of that is memory of somebody else, which is not touched and reads as zeros.
+void CopyOutFromAhead(Ring& ring, std::int64_t position, std::uint32_t write,
+                      unsigned char* destination, std::int64_t size) {
+    const auto take = [&](std::int64_t limit, auto copy) {
+        const std::int64_t run = std::min(size, limit - position);
+        if (run > 0) {
+            copy(static_cast<std::size_t>(run));
+            destination += run;
+            position += run;
+            size -= run;
+        }
+    };
+    take(0, [&](std::size_t run) { std::memset(destination, 0, run); });
+    take(ring.startOffset, [&](std::size_t run) {
+        std::memcpy(destination, CopyOfControlBlock(ring, write).data() + position, run);
+    });
+    take(write, [&](std::size_t run) { std::memcpy(destination, Block(ring) + position, run); });
+}
+
+// Reads up to `*count` elements from such a position, on to the write position.
+unsigned int ReadFromAhead(Ring& ring, std::int64_t position, std::uint32_t write,
+                           unsigned char* destination, int* count, bool consume) {
+    const std::int64_t available = write - position;
+    std::int64_t size = std::int64_t{ring.elemSize} * *count;
     if (size > available) {
         size = available;
         *count = static_cast<int>(available / ring.elemSize);
     }
-    const std::uint64_t zeros = std::min(size, before);
-    if (zeros > 0) {
-        std::memset(destination, 0, static_cast<std::size_t>(zeros));
+    CopyOutFromAhead(ring, position, write, destination, size);
+    if (consume) {
+        Publish(ring.readOffset, OffsetOf(ring, position + size));
     }
-    return CopyOut(ring, ring.startOffset, destination + zeros,
-                   static_cast<std::uint32_t>(size - zeros));
+    return LastError(ring);
 }
 
 // Copies up to `*count` of the elements in the `stored` bytes from `position`. Returns the position
@@ -247,21 +338,27 @@ unsigned int ReadFrom(Ring& ring, unsigned int start, unsigned char* destination
         *count = 0;
         return LastError(ring);
     }
-    const std::uint32_t stored = UsedBytes(ring, read, write);
     // 64 bits, so that no index wraps.
     const std::uint64_t skipped = std::uint64_t{start} * ring.elemSize;
+    const std::uint64_t stored = StoredBytes(ring, read, write);
     if (skipped > stored) {
         return RecordError(ring, kCBIndexBeyondStored);
     }
     if (*count < 0) {
         *count = 0;
     }
-    const std::uint64_t wanted = read + skipped;
+    const std::int64_t wanted = PositionOf(ring, read) + static_cast<std::int64_t>(skipped);
+    if (!IsInDataArea(ring, read)) [[unlikely]] {
+        return ReadFromAhead(ring, wanted, write, destination, count, consume);
+    }
+    if (wanted > ring.lastSlotOffset) [[unlikely]] {
+        // As far before the first slot as it lies beyond the last one: intended.
+        return ReadFromAhead(ring, ring.startOffset - (wanted - ring.lastSlotOffset), write,
+                             destination, count, consume);
+    }
     const std::uint32_t position =
-        wanted <= ring.lastSlotOffset
-            ? CopyOutElements(ring, static_cast<std::uint32_t>(wanted),
-                              stored - static_cast<std::uint32_t>(skipped), destination, count)
-            : CopyOutFromBefore(ring, write, wanted - ring.lastSlotOffset, destination, count);
+        CopyOutElements(ring, static_cast<std::uint32_t>(wanted),
+                        static_cast<std::uint32_t>(stored - skipped), destination, count);
     if (consume) {
         Publish(ring.readOffset, position);
     }
@@ -371,8 +468,12 @@ unsigned int cb_get_num_elem_used(const _t_circular_buffer* ring) {
         return kCBNullRing;
     }
     // Acquire on both, since the caller may be on either side.
-    const std::uint32_t used = UsedBytes(*ring, Load(ring->readOffset, std::memory_order_acquire),
-                                         Load(ring->writeOffset, std::memory_order_acquire));
+    const std::uint32_t read = Load(ring->readOffset, std::memory_order_acquire);
+    const std::uint32_t write = Load(ring->writeOffset, std::memory_order_acquire);
+    if (!IsInDataArea(*ring, read)) [[unlikely]] {
+        return static_cast<unsigned int>(StoredBytes(*ring, read, write) / ring->elemSize);
+    }
+    const std::uint32_t used = UsedBytes(*ring, read, write);
     return used == 0 ? 0 : used / ring->elemSize;
 }
 
@@ -389,10 +490,15 @@ unsigned int cb_write(_t_circular_buffer* ring, const void* source, int* count) 
     const auto* bytes = static_cast<const unsigned char*>(source);
     // 64 bits, so that neither a large count nor a negative one wraps.
     const std::int64_t size = std::int64_t{ring->elemSize} * *count;
-    if (ring->copyFunc == nullptr || size <= kLargestElementPathBytes) {
-        return WriteElements(*ring, read, write, bytes, size, count);
+    const bool inElements = ring->copyFunc == nullptr || size <= kLargestElementPathBytes;
+    if (!IsInDataArea(*ring, read)) [[unlikely]] {
+        // Blocks end their first run at the end of the data area. To them any position ahead of
+        // the first slot is like another.
+        return inElements ? WriteElementsAround(*ring, write, bytes, size, count)
+                          : WriteBlocks(*ring, 0, write, bytes, size, count);
     }
-    return WriteBlocks(*ring, read, write, bytes, size, count);
+    return inElements ? WriteElements(*ring, read, write, bytes, size, count)
+                      : WriteBlocks(*ring, read, write, bytes, size, count);
 }
 
 unsigned int cb_read(_t_circular_buffer* ring, void* destination, int* count) {
@@ -430,15 +536,17 @@ unsigned int cb_remove(_t_circular_buffer* ring, int* count) {
     }
     // A ring that holds something has slots of at least a byte and less than 4 GB in all, so this
     // stays well within 64 bits.
-    std::int64_t position = read + std::int64_t{ring->elemSize} * *count;
+    const std::int64_t from = PositionOf(*ring, read);
+    std::int64_t position = from + std::int64_t{ring->elemSize} * *count;
     if (position > ring->lastSlotOffset) {
         // One slot less than the ring's length: intended.
         position -= ring->lastSlotOffset - ring->startOffset;
     }
     // The write position bounds it from above. From below only a negative count gets past the first
-    // slot, where the control block is.
-    position = std::clamp<std::int64_t>(position, ring->startOffset, write);
-    Publish(ring->readOffset, static_cast<std::uint32_t>(position));
+    // slot, or further ahead of it.
+    position =
+        std::clamp<std::int64_t>(position, std::min<std::int64_t>(from, ring->startOffset), write);
+    Publish(ring->readOffset, OffsetOf(*ring, position));
     return LastError(*ring);
 }
 

@@ -144,8 +144,8 @@ unsigned int cb_read(_t_circular_buffer* ring, void* destination, int* count);
 // An empty ring is no error.
 //
 // A start position beyond the last slot wraps by intention to as far before the first slot as it
-// lay beyond the last one. Those slots do not exist: they read as zero bytes, and copying then goes
-// on from the first slot up to the write position. Only index 0 serves data that wraps.
+// lay beyond the last one, and copying goes on from there up to the write position. Only index 0
+// serves data that wraps. What this reads and leaves behind is told at the end of this file.
 unsigned int cb_read_ex(_t_circular_buffer* ring, unsigned int start, void* destination, int* count,
                         unsigned int options);
 
@@ -163,3 +163,17 @@ unsigned int cb_remove(_t_circular_buffer* ring, int* count);
 // Clears the control block and frees the block if the ring owns it and has a `freeFunc`, which gets
 // the size that was allocated. Returns 0.
 unsigned int cb_destroy(_t_circular_buffer* ring);
+
+// A read position ahead of the first slot. An indexed start that wraps lies there, and a consuming
+// read leaves the position where it stopped. What lies within the block, which is the control
+// block, is copied as it is; what would lie before the block reads as zeros. Nothing outside the
+// block is ever touched. All operations go on by their rules, with these consequences:
+//
+// - What lies between counts as stored, so that there may be more than `numElems` elements.
+// - The ring is never full. A write in elements stores all that is offered and overwrites what it
+//   comes round to; one in blocks ends at the end of the data area with no overflow recorded.
+// - The producer does not keep clear of what the consumer reads: the two must take turns until the
+//   read position has reached the first slot.
+// - `cb_remove` with a negative count leaves the position where it is.
+// - In a ring of more than 2 GB the position may lie too far before the block to be stored. It is
+//   then the nearest that can be.

@@ -45,10 +45,23 @@ public:
     unsigned char* Data() const { return mMemory.get() + kGuardSize + kCBHeaderSize; }
     std::size_t DataSize() const { return mSize - kCBHeaderSize; }
 
-    // Positions in slots.
-    std::uint32_t ReadSlot() const { return (Get()->readOffset - kCBHeaderSize) / Get()->elemSize; }
-    std::uint32_t WriteSlot() const {
+    // Positions in slots. That of the oldest element may lie ahead of the first slot, and so may
+    // its offset ahead of the block.
+    std::int64_t ReadSlot() const {
+        const std::int64_t start = kCBHeaderSize;
+        return (static_cast<std::int32_t>(Get()->readOffset) - start) / Get()->elemSize;
+    }
+    std::int64_t WriteSlot() const {
         return (Get()->writeOffset - kCBHeaderSize) / Get()->elemSize;
+    }
+
+    // What slots `from` to 0 ahead of the first one hold: zeros before the block, and in it the
+    // control block.
+    Bytes AheadOfFirstSlot(std::int64_t from) const {
+        Bytes bytes(static_cast<std::size_t>(-from) * Get()->elemSize);
+        const std::size_t inBlock = std::min<std::size_t>(bytes.size(), kCBHeaderSize);
+        std::memcpy(bytes.data() + bytes.size() - inBlock, Data() - inBlock, inBlock);
+        return bytes;
     }
 
     // Writes all of `bytes`; the result and the number of elements stored.

@@ -46,6 +46,29 @@ TEST_F(InPlaceRoomTest, KnowsTheUsedBytesAndTheRunAtEveryPosition) {
     }
 }
 
+TEST_F(InPlaceRoomTest, HasRoomToTheEndWithTheReadPositionAheadOfTheFirstSlot) {
+    constexpr int kLarge = 200; // positions ahead of the block, too
+    for (const unsigned int ahead : {1u, 40u, 60u, 70u, 150u}) {
+        CCircularBuffer buffer(1, kLarge, CCircularBuffer::MallocFunc, CCircularBuffer::FreeFunc,
+                               CCircularBuffer::CopyFunc);
+        // From slot 199 on, so that the element with the index 1 + `ahead` wraps to there.
+        std::vector<unsigned char> bytes(kLarge, 0xEE);
+        int count = kLarge - 1;
+        buffer.Write(bytes.data(), count);
+        buffer.Read(bytes.data(), count);
+        count = kLarge - 10;
+        buffer.Write(bytes.data(), count);
+        _t_circular_buffer& ring = *buffer.GetRing();
+        count = 0;
+        ASSERT_EQ(cb_read_ex(&ring, 1 + ahead, nullptr, &count, kCBConsume), 0u);
+        ASSERT_EQ(ring.readOffset, ring.startOffset - ahead);
+        const CInPlaceRoom room(ring);
+        EXPECT_EQ(room.Used(), cb_get_num_elem_used(&ring));
+        EXPECT_EQ(room.Start() + room.Run(),
+                  reinterpret_cast<unsigned char*>(&ring) + ring.lastSlotOffset + 1);
+    }
+}
+
 TEST_F(InPlaceRoomTest, WhatIsStoredInPlaceIsReadBehindTheRest) {
     for (int read = 0; read < kCapacity; ++read) {
         for (int used = 0; used < kCapacity; ++used) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 // What a ring does, told in slots and single elements instead of bytes and runs: the reference for
@@ -20,6 +22,9 @@ public:
           mLast(capacity),
           mSlots(static_cast<std::size_t>(capacity) + 1,
                  Element(static_cast<std::size_t>(elemSize), unwritten)) {}
+
+    // The slots ahead of the first one, the last of them next to it.
+    void SetAhead(std::vector<Element> ahead) { mAhead = std::move(ahead); }
 
     int ReadSlot() const { return mRead; }
     int WriteSlot() const { return mWrite; }
@@ -54,7 +59,8 @@ public:
         const bool inBlocks =
             mHasCopyFunc && offered.size() * static_cast<std::size_t>(mElemSize) > 32;
         // In blocks an overflow is noticed only behind the wrap. With the oldest element in slot 0
-        // there is no wrap: the write ends in front of the last slot.
+        // there is no wrap: the write ends in front of the last slot. With one ahead of slot 0
+        // there is none either: it ends behind the last slot.
         const bool noticed = !inBlocks || mRead != 0;
         int stored = 0;
         for (const Element& element : offered) {
@@ -67,6 +73,9 @@ public:
             mSlots[static_cast<std::size_t>(mWrite)] = element;
             mWrite = Next(mWrite);
             ++stored;
+            if (inBlocks && mRead < 0 && mWrite == 0) {
+                break;
+            }
         }
         return {mLastError, stored};
     }
@@ -88,13 +97,14 @@ public:
         }
         Outcome outcome;
         while (outcome.count < count && slot != mWrite) {
-            outcome.elements.push_back(slot < 0 ? Element(static_cast<std::size_t>(mElemSize), 0)
-                                                : mSlots[static_cast<std::size_t>(slot)]);
+            outcome.elements.push_back(slot < 0
+                                           ? mAhead[mAhead.size() - static_cast<std::size_t>(-slot)]
+                                           : mSlots[static_cast<std::size_t>(slot)]);
             ++outcome.count;
             slot = Next(slot);
         }
         if (consume) {
-            mRead = slot < 0 ? 0 : slot;
+            mRead = slot;
         }
         outcome.result = mLastError;
         return outcome;
@@ -111,7 +121,8 @@ public:
         if (slot > mWrite) {
             slot = mWrite;
         }
-        mRead = slot < 0 ? 0 : static_cast<int>(slot);
+        // A negative count gets no further ahead than the position is.
+        mRead = static_cast<int>(std::max<std::int64_t>(slot, std::min(mRead, 0)));
         return {mLastError, count};
     }
 
@@ -134,6 +145,7 @@ private:
     int mElemSize;
     int mLast;
     std::vector<Element> mSlots;
+    std::vector<Element> mAhead;
     int mRead = 0;
     int mWrite = 0;
     bool mHasCopyFunc = false;

@@ -92,6 +92,12 @@ private:
     }
 
     void ReadAt(unsigned int index, int count, bool consume) {
+        const Bytes ahead = mRing.AheadOfFirstSlot(-mCapacity);
+        std::vector<RingModel::Element> slots;
+        for (auto slot = ahead.begin(); slot != ahead.end(); slot += mElemSize) {
+            slots.emplace_back(slot, slot + mElemSize);
+        }
+        mModel.SetAhead(std::move(slots));
         const RingModel::Outcome expected = mModel.ReadAt(index, count, consume);
         constexpr unsigned char kUntouched = 0x3C;
         const auto capacity = static_cast<std::size_t>(std::max(count, 0));
@@ -121,8 +127,8 @@ private:
     }
 
     void Compare() {
-        ASSERT_EQ(mRing.ReadSlot(), static_cast<unsigned int>(mModel.ReadSlot()));
-        ASSERT_EQ(mRing.WriteSlot(), static_cast<unsigned int>(mModel.WriteSlot()));
+        ASSERT_EQ(mRing.ReadSlot(), mModel.ReadSlot());
+        ASSERT_EQ(mRing.WriteSlot(), mModel.WriteSlot());
         ASSERT_EQ(cb_get_num_elem_used(mRing), static_cast<unsigned int>(mModel.Used()));
         ASSERT_EQ(cb_is_full(mRing), mModel.IsFull() ? 1u : 0u);
         ASSERT_EQ(mRing->firstError, mModel.FirstError());

@@ -218,11 +218,11 @@ void CMidiCallbackWorker::WriteCBBytes(unsigned int port, void* data, unsigned i
         if (result == 0) {
             LogDebugInfo("writeCBBytes: port %d, length %d, MIDI Info circular buffer",
                          static_cast<int>(port), static_cast<int>(total));
+            // The worker's thread takes the lock first of all, so it is woken once that is free.
+            mConsumeEvent.SignalUnderLock();
             sBytesSinceInfoRecord.store(0, std::memory_order_relaxed);
-            // Woken before the unlock, the worker's thread would run into the lock at once and have
-            // to be woken again.
             guard.Unlock();
-            mConsumeEvent.Signal();
+            mConsumeEvent.WakeWaiters();
             return;
         }
     }

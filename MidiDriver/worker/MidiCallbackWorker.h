@@ -16,9 +16,15 @@
 // is deleted, and ShutDown and Delete must not be called from the forward callback.
 //
 // Full-buffer policy. The rings hold 524288 bytes and as many items. A write that does not fit
-// loses itself and everything queued, and the next item is dropped as well. The ring's error is
-// never cleared, so that this worker forwards nothing from then on: only a new worker recovers.
-// Intended. At most every 10 seconds a syslog line tells of it.
+// loses itself and everything queued, and the rest of its item is dropped; if it was the completing
+// write, whether the bytes or the item's record did not fit, the whole next item is. The ring's
+// error is never cleared, so that this worker forwards nothing from then on: only a new worker
+// recovers. At most every 10 seconds a syslog line tells of it.
+//
+// The bytes that an item had queued when it failed stay counted. With a record that does not fit
+// these are all of the item's, and since later items still fit the data ring, theirs come on top.
+// The next item that any worker of the process queues is recorded as so much longer than it is: its
+// worker finds too few bytes, loses it, and reports its rings out of sync. All intended.
 #pragma once
 
 #include "MidiDriver/worker/ActiveSense.h"

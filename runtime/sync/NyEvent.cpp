@@ -59,6 +59,11 @@ NyEvent::~NyEvent() = default;
 // event that stays signalled spares; that one acquires what the signal released.
 
 void NyEvent::Signal() {
+    SignalUnderLock();
+    WakeWaiters();
+}
+
+void NyEvent::SignalUnderLock() {
     NyEventPlatformData& data = *mPlatformData;
     if (data.mStatus != 0) {
         return;
@@ -66,6 +71,13 @@ void NyEvent::Signal() {
     pthread_mutex_lock(&data.mMutex);
     data.mState.store(kSignaled, std::memory_order_release);
     pthread_mutex_unlock(&data.mMutex);
+}
+
+void NyEvent::WakeWaiters() {
+    NyEventPlatformData& data = *mPlatformData;
+    if (data.mStatus != 0) {
+        return;
+    }
     // Outside the mutex, so that a waiter that took the signal meanwhile spares the broadcast. A
     // thread sees at least its own store here: whoever reads "not signalled" reads a later store
     // by a waiter or by Reset, after which a blocked waiter is right to stay blocked; a later

@@ -10,7 +10,7 @@ struct NyTime;
 //
 // Any number of threads may signal, reset and wait. What a thread did before `Signal` is visible to
 // a thread whose `Wait` returns true because of it. Only `Wait` blocks; nothing allocates but the
-// constructors. The event must outlive every call: `Signal` still uses it after a waiter passed.
+// constructors. The event must outlive every call: a signal still uses it after a waiter passed.
 //
 // An event that the platform could not build is inert: `Signal` and `Reset` do nothing and every
 // `Wait` returns true at once.
@@ -33,6 +33,13 @@ public:
 
     void Signal();
     void Reset();
+
+    // Signal in two steps, for one that is made under a lock which the waiter takes next. The
+    // first, under the lock, signals: from then on a wait passes. The second, once the lock is
+    // free, wakes who was asleep. Woken earlier, a waiter of higher priority would run into the
+    // lock at once, to be put to sleep and woken a second time.
+    void SignalUnderLock();
+    void WakeWaiters();
 
     // Waits for up to `timeoutMs` milliseconds, 0xFFFFFFFF without limit, 0 to poll. True when the
     // event was or became signalled, false on time-out. The limit is on the wall clock, and a

@@ -187,6 +187,25 @@ TEST(WorkerFailures, KeepsTheByteTotalOfAFailedItemForTheNextWorker) {
     EXPECT_EQ(worker.Sink().Deliveries(), (Deliveries{{0, {9}}}));
 }
 
+TEST(WorkerFailures, KeepsTheBytesOfItemsWhoseRecordsFailedForTheNextWorker) {
+    ControllableClock clock;
+    TestWorker::Options options;
+    options.mInfoElementSize = 3; // no ring
+    TestWorker failing(options);
+    failing.Write(0, {1, 2}); // its record fails
+    failing.Write(0, {3});    // dropped
+    failing.Write(0, {4, 5}); // its record fails again
+    TestWorker worker;
+    clock.AdvanceWallTime(10s);
+    worker.Write(0, {6});
+    EXPECT_TRUE(
+        WaitForLine(LOG_INFO, "Error 0 reading from MIDI Data circular buffer.  CBs out of sync."));
+    // The total began anew with its record.
+    worker.Write(0, {7});
+    ASSERT_TRUE(worker.Sink().WaitForCount(1));
+    EXPECT_EQ(worker.Sink().Deliveries(), (Deliveries{{0, {7}}}));
+}
+
 TEST(WorkerFailures, DropsTheItemThatOverflowsTheThrottleRingAndTheSendersNext) {
     ControllableClock clock;
     TestWorker::Options options;

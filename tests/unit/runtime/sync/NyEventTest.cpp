@@ -98,6 +98,21 @@ TEST(NyEventTest, WakesAllWaitersWithManualReset) {
 }
 
 // Two threads hand a plain value to and fro; each hand-over must arrive and show the other's write.
+TEST(NyEventTest, IsSignaledByTheFirstOfTwoStepsAndWakesByTheSecond) {
+    NyEvent event(NyEvent::kAutoReset, NyEvent::kNotSignaled);
+    event.SignalUnderLock();
+    EXPECT_TRUE(event.Wait(0));
+    EXPECT_FALSE(event.Wait(0));
+    event.WakeWaiters(); // nothing is left to wake for
+    EXPECT_FALSE(event.Wait(0));
+
+    std::thread waiter([&event] { EXPECT_TRUE(event.Wait(kForever)); });
+    event.SignalUnderLock();
+    event.WakeWaiters();
+    waiter.join();
+    EXPECT_FALSE(event.Wait(0));
+}
+
 TEST(NyEventTest, LosesNoSignalInAnEndlessExchange) {
     constexpr int kRounds = 5000;
     NyEvent there(NyEvent::kAutoReset, NyEvent::kNotSignaled);

@@ -16,7 +16,10 @@ namespace HSL {
 // first slot, which only an indexed read leaves behind, counts as the first slot.
 //
 // The writer gets the room of what was read back with Release and not before: handing it over field
-// by field would have the two sides pull at one cache line.
+// by field would have the two sides pull at one cache line. It gets it back as zeros: lines that
+// this side had merely read would stay shared by both processors, and each of them would then cost
+// a log call a full round trip between them, because the barriers in it wait for its stores. No
+// processor fetches ahead what its cache still holds; lines that were taken away it does.
 class CRecordReader {
 public:
     CRecordReader() = default;
@@ -84,12 +87,23 @@ public:
             mPosition = Block() + mRing->startOffset;
             mRunEnd = mPosition;
         }
-        // Release: all was read before the writer may write over it.
-        std::atomic_ref(mRing->readOffset)
-            .store(static_cast<std::uint32_t>(mPosition - Block()), std::memory_order_release);
+        const std::uint32_t read =
+            std::atomic_ref(mRing->readOffset).load(std::memory_order_relaxed);
+        const auto position = static_cast<std::uint32_t>(mPosition - Block());
+        if (position >= read) {
+            Clear(read, position);
+        } else {
+            Clear(read, End());
+            Clear(mRing->startOffset, position);
+        }
+        // Release: all was read, and cleared, before the writer may write over it.
+        std::atomic_ref(mRing->readOffset).store(position, std::memory_order_release);
     }
 
 private:
+    void Clear(std::uint32_t begin, std::uint32_t end) {
+        std::memset(reinterpret_cast<unsigned char*>(mRing) + begin, 0, end - begin);
+    }
     const unsigned char* Block() const { return reinterpret_cast<const unsigned char*>(mRing); }
     std::uint32_t End() const { return mRing->lastSlotOffset + 1; }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 
@@ -37,13 +38,25 @@ public:
 
     // Stores what was written up to `end`, which lies before the end of the run.
     static void Store(_t_circular_buffer& ring, const unsigned char* end) {
-        const auto offset =
-            static_cast<std::uint32_t>(end - reinterpret_cast<const unsigned char*>(&ring));
+        const auto* const block = reinterpret_cast<const unsigned char*>(&ring);
+        const auto offset = static_cast<std::uint32_t>(end - block);
+        // As many bytes as were written, of those that come a little later: so that they are on
+        // their way, for writing, from the processor of the consumer before they are needed.
+        const std::uint32_t begin =
+            std::atomic_ref(ring.writeOffset).load(std::memory_order_relaxed);
+        for (std::uint32_t ahead = begin; ahead < offset; ahead += kCacheLine) {
+            __builtin_prefetch(block + std::min(ahead + kFetchedAhead, ring.lastSlotOffset), 1);
+        }
         // Release: who sees the position sees the bytes before it.
         std::atomic_ref(ring.writeOffset).store(offset, std::memory_order_release);
     }
 
 private:
+    // Of most processors; where lines are longer, some are asked for twice.
+    static constexpr std::uint32_t kCacheLine = 64;
+    // A few hundred nanoseconds of small records.
+    static constexpr std::uint32_t kFetchedAhead = 512;
+
     unsigned char* mStart;
     std::uint32_t mRun;
     std::uint32_t mUsed;

@@ -9,6 +9,7 @@ namespace HSL {
 namespace {
 
 constexpr int kCapacity = 16;
+constexpr std::size_t kSlots = kCapacity + 1;
 
 class RecordReaderTest : public testing::Test {
 protected:
@@ -24,6 +25,12 @@ protected:
         std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
         std::iota(bytes.begin(), bytes.end(), static_cast<unsigned char>(first));
         mBuffer.Write(bytes.data(), size);
+    }
+    // What lies in all slots, the free ones too.
+    std::vector<unsigned char> Slots() const {
+        const _t_circular_buffer* const ring = mBuffer.GetRing();
+        const auto* const block = reinterpret_cast<const unsigned char*>(ring);
+        return {block + ring->startOffset, block + ring->lastSlotOffset + 1};
     }
     unsigned int Used() const { return cb_get_num_elem_used(mBuffer.GetRing()); }
 
@@ -49,6 +56,28 @@ TEST_F(RecordReaderTest, ReadsFieldsFromEveryPositionAndReleasesThem) {
         EXPECT_EQ(Used(), 15u) << "still the reader's";
         reader.Release();
         EXPECT_EQ(reader.Unreleased(), 0u);
+        EXPECT_EQ(Used(), 0u);
+    }
+}
+
+TEST_F(RecordReaderTest, GivesTheRoomBackAsZerosAndLeavesAllElse) {
+    // Every round starts a little further on, so that the contents wrap in some.
+    for (std::size_t round = 0; round < 2 * kSlots; ++round) {
+        std::vector<unsigned char> bytes(kCapacity);
+        Prepare(1, 10);
+        const std::vector<unsigned char> before = Slots();
+        const std::size_t first = mBuffer.GetRing()->readOffset - mBuffer.GetRing()->startOffset;
+        CRecordReader reader(mBuffer);
+        reader.GetBytes(bytes.data(), 6);
+        EXPECT_EQ(Slots(), before) << "still the reader's";
+        reader.Release();
+        std::vector<unsigned char> expected = before;
+        for (std::size_t i = 0; i < 6; ++i) {
+            expected[(first + i) % kSlots] = 0;
+        }
+        EXPECT_EQ(Slots(), expected);
+        reader.GetBytes(bytes.data(), 4);
+        reader.Release();
         EXPECT_EQ(Used(), 0u);
     }
 }

@@ -176,6 +176,15 @@ inline bool AreFourThreeBytes(const UTF16* source) {
            TakesThreeBytes(source[3]);
 }
 
+// Writes a unit below 0x800 without a branch on which of its two lengths it has, and returns the
+// end. Writes two bytes.
+inline UTF8* PutOneOrTwo(UTF32 unit, UTF8* target) {
+    const bool isASCII = unit < 0x80;
+    target[0] = static_cast<UTF8>(isASCII ? unit : 0xC0 | unit >> 6);
+    target[1] = static_cast<UTF8>(0x80 | (unit & 0x3F));
+    return target + (isASCII ? 1 : 2);
+}
+
 inline void CopyThreeByteBlocks(const UTF16*& source, const UTF16* sourceEnd, UTF8*& target,
                                 const UTF8* targetEnd) {
     while (sourceEnd - source >= 4 && targetEnd - target >= 12 && AreFourThreeBytes(source)) {
@@ -243,31 +252,49 @@ void ConvertWellFormed(const UTF16*& sourceStart, const UTF16* sourceEnd, UTF8*&
     while (run > 0) {
         CopyASCIIBlocks(source, sourceEnd, target, targetEnd);
         CopyThreeByteBlocks(source, sourceEnd, target, targetEnd);
-        // Units enough for the four behind the last one of the run to be looked at.
-        run = std::min({kRun, (sourceEnd - source - 4) / 2, (targetEnd - target) / 4});
+        // A group of four may take one unit more, the second of a pair, and 13 bytes; behind the
+        // last one four more are looked at.
+        run = std::min({kRun, (sourceEnd - source - 4) / 5, (targetEnd - target) / 13});
         for (std::ptrdiff_t i = 0; i < run; ++i) {
-            const UTF32 unit = source[0];
-            if (unit < 0x80) {
-                *target++ = static_cast<UTF8>(unit);
-                ++source;
-            } else if (unit < 0x800) {
-                EncodeUTF8(unit, 2, target);
-                target += 2;
-                ++source;
-            } else if (!IsSurrogate(unit)) {
-                EncodeUTF8(unit, 3, target);
-                target += 3;
-                ++source;
+            std::uint64_t group;
+            std::memcpy(&group, source, sizeof group);
+            if ((group & 0xFF80FF80FF80FF80U) == 0) {
+                for (int unit = 0; unit < 4; ++unit) {
+                    target[unit] = static_cast<UTF8>(source[unit]);
+                }
+                source += 4;
+                target += 4;
+            } else if ((group & 0xF800F800F800F800U) == 0) {
+                for (int unit = 0; unit < 4; ++unit) {
+                    target = PutOneOrTwo(*source++, target);
+                }
+            } else {
+                const UTF16* const groupEnd = source + 4;
+                while (source < groupEnd) {
+                    const UTF32 unit = *source;
+                    if (unit < 0x80) {
+                        *target++ = static_cast<UTF8>(unit);
+                        ++source;
+                    } else if (unit < 0x800) {
+                        EncodeUTF8(unit, 2, target);
+                        target += 2;
+                        ++source;
+                    } else if (!IsSurrogate(unit)) {
+                        EncodeUTF8(unit, 3, target);
+                        target += 3;
+                        ++source;
+                    } else if (IsHighSurrogate(unit) && IsLowSurrogate(source[1])) {
+                        EncodeUTF8(CombineSurrogates(unit, source[1]), 4, target);
+                        target += 4;
+                        source += 2;
+                    } else {
+                        run = 0;
+                        break;
+                    }
+                }
                 if (AreFourThreeBytes(source)) {
                     break;
                 }
-            } else if (IsHighSurrogate(unit) && IsLowSurrogate(source[1])) {
-                EncodeUTF8(CombineSurrogates(unit, source[1]), 4, target);
-                target += 4;
-                source += 2;
-            } else {
-                run = 0;
-                break;
             }
         }
     }

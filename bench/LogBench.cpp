@@ -8,6 +8,10 @@
 // timer: "in a row" is the median of their means. A thread logs in bursts that its ring holds and
 // waits for the collection in between, so that nothing is dropped.
 //
+// "After a pause" is the case of a program that logs now and then: short bursts, each after a pause
+// in which the collection thread, on another processor, has read what was logged before. The floor
+// is measured in the same bursts, in turns with the rest.
+//
 // Collection is compared with the formatting of the same line by spdlog, which has the same columns
 // (a thread's number stands for the sequence, nanoseconds alone for the time since the last one)
 // and the same conversions. The clock is not read for it, nor is it for collection.
@@ -26,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -51,6 +56,8 @@ using HSL::CLogManager;
 
 constexpr int kBursts = 20;
 constexpr int kCallsPerBurst = 4000; // some 180 KB of records
+// Longer than the collection's period.
+constexpr std::chrono::milliseconds kCollected(130);
 constexpr HSL::CCat kEnabled(HSL::kInfo);
 constexpr HSL::CCat kDisabled(HSL::kVerbose);
 
@@ -138,8 +145,7 @@ void CostOfOneCall() {
     std::printf("%-30s %7s %8s %8s %8s %8s %9s\n", "one call, nanoseconds", "threads", "p50", "p99",
                 "p99.9", "typical", "in a row");
     const auto nothing = [] {};
-    // Longer than the collection's period.
-    const auto collected = [] { std::this_thread::sleep_for(std::chrono::milliseconds(130)); };
+    const auto collected = [] { std::this_thread::sleep_for(kCollected); };
     for (const int threads : {1, 2, 4}) {
         Measure("nothing (the timer)", threads, nothing, [] {
             return [](int) { asm volatile("" ::: "memory"); };
@@ -180,6 +186,90 @@ void CostOfOneCall() {
         const BoostLog boost;
         Measure("Boost.Log asynchronous", threads, collected,
                 [&boost] { return [&boost](int i) { boost.Log(i, 1LL << 40, 0.5); }; });
+    }
+}
+
+// Keeps the thread that calls it on one processor of those that the process may use, the first or
+// the last.
+void KeepThreadOn(bool last) {
+    cpu_set_t allowed;
+    sched_getaffinity(getpid(), sizeof allowed, &allowed);
+    int chosen = -1;
+    for (int i = 0; i < CPU_SETSIZE; ++i) {
+        if (CPU_ISSET(i, &allowed) && (last || chosen < 0)) {
+            chosen = i;
+        }
+    }
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(chosen, &one);
+    sched_setaffinity(0, sizeof one, &one); // 0: the calling thread
+}
+
+void KeepCollectionThreadApart(const char* /*line*/) {
+    KeepThreadOn(true);
+}
+
+void CostAfterAPause() {
+    constexpr int kRounds = 41;
+    constexpr int kCalls = 2000;
+    struct Kind {
+        const char* mName;
+        std::function<void(int)> mCall;
+        std::vector<double> mMeans;
+    };
+    CLogContext* context = nullptr;
+    spdlog::init_thread_pool(65536, 1);
+    const auto logger = spdlog::create_async<spdlog::sinks::null_sink_mt>("paused");
+    Kind kinds[] = {
+        {"clock read and shared counter",
+         [](int) {
+             NyTime now;
+             now.SetToCurrentTime();
+             asm volatile("" : : "r"(&now) : "memory");
+             OSAtomicAdd32Barrier(1, &gCounter);
+         },
+         {}},
+        {"HSL, three arguments",
+         [&context](int i) { context->Log(kEnabled, gFormat, i, 1LL << 40, 0.5); },
+         {}},
+        {"HSL, two texts and a number",
+         [&context](int i) { context->Log(kEnabled, "port %s has %d", "Quorvel 1", i); },
+         {}},
+        {"spdlog asynchronous",
+         [&logger](int i) { logger->info("channel {} at {}: {}", i, 1LL << 40, 0.5); },
+         {}},
+    };
+    CLogManager::Instance()->SetOutputCallback(KeepCollectionThreadApart);
+    std::thread([&context, &kinds] {
+        KeepThreadOn(false);
+        context = CLogManager::GetTLSContext();
+        context->Log(kEnabled, gFormat, 0, 1LL << 40, 0.5);
+        std::this_thread::sleep_for(kCollected);
+        CLogManager::Instance()->SetOutputCallback(DropLine);
+        for (int round = 0; round < kRounds; ++round) {
+            for (Kind& kind : kinds) {
+                std::this_thread::sleep_for(kCollected);
+                const Clock::time_point start = Clock::now();
+                for (int i = 0; i < kCalls; ++i) {
+                    kind.mCall(i);
+                }
+                kind.mMeans.push_back(Nanoseconds(Clock::now() - start) / kCalls);
+            }
+        }
+    }).join();
+    std::printf("\n%-30s %8s %8s %8s %11s\n", "2000 calls after a pause, ns", "p25", "median",
+                "p75", "over floor");
+    double floor = 0;
+    for (Kind& kind : kinds) {
+        std::sort(kind.mMeans.begin(), kind.mMeans.end());
+        const double median = Percentile(kind.mMeans, 0.5);
+        floor = floor == 0 ? median : floor;
+        std::printf("%-30s %8.1f %8.1f %8.1f %11.1f\n", kind.mName, Percentile(kind.mMeans, 0.25),
+                    median, Percentile(kind.mMeans, 0.75), median - floor);
+    }
+    if (std::thread::hardware_concurrency() < 2) {
+        std::printf("one processor: collected on the same\n");
     }
 }
 
@@ -339,6 +429,7 @@ int main() {
     IdleCost();
     std::printf("\n");
     CostOfOneCall();
+    CostAfterAPause();
     Collection();
     CLogManager::Cleanup();
 }

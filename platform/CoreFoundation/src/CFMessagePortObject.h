@@ -43,6 +43,9 @@ struct __CFMessagePort final : CFRuntimeObject {
     void PerformRequest();
     SInt32 Send(const MessagePort::FrameHeader& header, CFDataRef data, CFTimeInterval sendTimeout,
                 CFTimeInterval receiveTimeout, CFStringRef replyMode, CFDataRef* returnData);
+    SInt32 BecomeInvalid();
+    SInt32 TakeReply(const std::shared_ptr<MessagePortSender::Connection>& connection,
+                     CFDataRef* returnData);
 
     const std::string mName;
     const CFStringRef mNameString;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <utility>
 
 using MessagePort::FrameKind;
@@ -17,6 +18,8 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr CFTimeInterval kLongestWait = 10.0 * 365 * 24 * 3600;
+// How often a request is handed over before the other side, which does not take it, is given up.
+constexpr int kAttempts = 4;
 
 Clock::time_point DeadlineAfter(CFTimeInterval seconds) {
     if (!(seconds > 0)) { // a NaN is no time
@@ -84,7 +87,13 @@ private:
     bool mStopped = false;
 };
 
-enum class Awaited { Answered, TimedOut, Closed };
+enum class Awaited {
+    Answered,
+    TimedOut,
+    NotTaken, // the other side let go of the connection without having read the request
+    Ended,    // it read the request and ended
+    Broken,   // the reply breaks off, or is none
+};
 
 // Replies to earlier requests, which were given up, are skipped.
 Awaited AwaitReply(MessagePortSender::Connection& connection, std::uint32_t sequence,
@@ -98,12 +107,18 @@ Awaited AwaitReply(MessagePortSender::Connection& connection, std::uint32_t sequ
             if (result == FrameReader::Result::Incomplete) {
                 break;
             }
+            if (result == FrameReader::Result::Reset) {
+                return Awaited::NotTaken;
+            }
+            if (result == FrameReader::Result::Closed && !connection.reader.HasBegun()) {
+                return Awaited::Ended;
+            }
             if (result != FrameReader::Result::Complete) {
-                return Awaited::Closed;
+                return Awaited::Broken;
             }
             const FrameKind kind = connection.reader.Header().kind;
             if (kind == FrameKind::Request || kind == FrameKind::OneWay) {
-                return Awaited::Closed;
+                return Awaited::Broken;
             }
             if (connection.reader.Header().sequence == sequence) {
                 return Awaited::Answered;
@@ -131,38 +146,60 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
         const UInt8* const bytes = CFDataGetBytePtr(data);
         payload.assign(bytes, bytes + CFDataGetLength(data));
     }
-    std::shared_ptr<MessagePortSender::Connection> connection;
-    std::uint32_t sequence = 0;
-    switch (mSender->Send(header, payload, DeadlineAfter(sendTimeout), connection, sequence)) {
-    case MessagePortSender::Result::Done:
-        break;
-    case MessagePortSender::Result::TimedOut:
-        return kCFMessagePortSendTimeout;
-    case MessagePortSender::Result::Broken:
-        return kCFMessagePortTransportError;
-    case MessagePortSender::Result::Gone:
-        Invalidate(true);
-        return kCFMessagePortBecameInvalidError;
-    }
-    if (replyMode == nullptr) {
-        mSender->Return(connection, true);
-        return kCFMessagePortSuccess;
-    }
-    switch (AwaitReply(*connection, sequence, DeadlineAfter(receiveTimeout), replyMode)) {
-    case Awaited::Answered:
-        break;
-    case Awaited::TimedOut:
-        mSender->Return(connection, true);
-        return mSender->IsClosed() ? kCFMessagePortBecameInvalidError
-                                   : kCFMessagePortReceiveTimeout;
-    case Awaited::Closed:
-        mSender->Return(connection, false);
-        if (!mSender->IsAlive()) {
-            Invalidate(true);
-            return kCFMessagePortBecameInvalidError;
+    const Clock::time_point sendDeadline = DeadlineAfter(sendTimeout);
+    std::optional<Clock::time_point> receiveDeadline;
+    // The other side may let go of a connection as long as it has not read a request from it, to
+    // make room for others. Such a request goes over a new connection: it is never performed twice.
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        std::shared_ptr<MessagePortSender::Connection> connection;
+        std::uint32_t sequence = 0;
+        switch (mSender->Send(header, payload, sendDeadline, attempt == 0, connection, sequence)) {
+        case MessagePortSender::Result::Done:
+            break;
+        case MessagePortSender::Result::TimedOut:
+            return kCFMessagePortSendTimeout;
+        case MessagePortSender::Result::NotTaken:
+            continue;
+        case MessagePortSender::Result::Refused:
+            return kCFMessagePortTransportError;
+        case MessagePortSender::Result::Gone:
+            return BecomeInvalid();
         }
-        return kCFMessagePortTransportError;
+        if (replyMode == nullptr) {
+            mSender->Return(connection, true);
+            return kCFMessagePortSuccess;
+        }
+        if (!receiveDeadline) {
+            receiveDeadline = DeadlineAfter(receiveTimeout);
+        }
+        const Awaited awaited = AwaitReply(*connection, sequence, *receiveDeadline, replyMode);
+        if (awaited == Awaited::Answered) {
+            return TakeReply(connection, returnData);
+        }
+        mSender->Return(connection, awaited == Awaited::TimedOut);
+        switch (awaited) {
+        case Awaited::Answered:
+        case Awaited::NotTaken:
+            break;
+        case Awaited::TimedOut:
+            return mSender->IsClosed() ? kCFMessagePortBecameInvalidError
+                                       : kCFMessagePortReceiveTimeout;
+        case Awaited::Ended:
+            return BecomeInvalid();
+        case Awaited::Broken:
+            return mSender->CanBeReached() ? kCFMessagePortTransportError : BecomeInvalid();
+        }
     }
+    return mSender->CanBeReached() ? kCFMessagePortTransportError : BecomeInvalid();
+}
+
+SInt32 __CFMessagePort::BecomeInvalid() {
+    Invalidate(true);
+    return kCFMessagePortBecameInvalidError;
+}
+
+SInt32 __CFMessagePort::TakeReply(const std::shared_ptr<MessagePortSender::Connection>& connection,
+                                  CFDataRef* returnData) {
     const FrameKind kind = connection->reader.Header().kind;
     const std::vector<std::uint8_t> reply = connection->reader.TakePayload();
     mSender->Return(connection, true);

@@ -1,10 +1,13 @@
 #include "platform/CoreFoundation/src/MessagePortAddress.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -224,7 +227,14 @@ FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::st
         error = Reason(path, errno);
         return {};
     }
-    if (chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0 || listen(listener.Get(), SOMAXCONN) != 0) {
+    // The time that the file system puts is the last tick's, in which a port may have been that had
+    // the same number; this one is exact.
+    std::array<timespec, 2> now{};
+    clock_gettime(CLOCK_REALTIME, now.data());
+    now[1] = now[0];
+    if (chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0 ||
+        utimensat(AT_FDCWD, path.c_str(), now.data(), AT_SYMLINK_NOFOLLOW) != 0 ||
+        listen(listener.Get(), SOMAXCONN) != 0) {
         error = Reason(path, errno);
         unlink(path.c_str());
         return {};
@@ -238,25 +248,17 @@ FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::st
     return listener;
 }
 
-ConnectResult Connect(const std::string& path, std::chrono::steady_clock::time_point deadline,
-                      FileDescriptor& connection) {
+ConnectResult Connect(const std::string& path, FileDescriptor& connection) {
     FileDescriptor made = MakeSocket();
     if (!made) {
         return ConnectResult::Refused;
     }
     const sockaddr_un address = AddressOf(path);
-    while (connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         if (errno == ECONNREFUSED || errno == ENOENT) {
             return ConnectResult::Absent;
         }
-        // EAGAIN: its queue of connections is full, and no event tells when that is over.
-        if (errno != EAGAIN && errno != EINTR) {
-            return ConnectResult::Refused;
-        }
-        if (Clock::now() >= deadline) {
-            return ConnectResult::Busy;
-        }
-        std::this_thread::sleep_for(kRetryInterval);
+        return errno == EAGAIN || errno == EINTR ? ConnectResult::Busy : ConnectResult::Refused;
     }
     if (!PeerIsThisUser(made.Get())) {
         return ConnectResult::Refused;

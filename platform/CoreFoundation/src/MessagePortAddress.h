@@ -6,7 +6,6 @@
 
 #include "platform/CoreFoundation/src/FileDescriptor.h"
 
-#include <chrono>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -38,14 +37,13 @@ FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::st
 
 enum class ConnectResult {
     Connected,
-    Busy,    // it lives, but did not take the connection before the deadline
+    Busy,    // it lives, but too many connections wait for it
     Absent,  // nobody listens there
     Refused, // another user listens there, or the system has no descriptor left
 };
 
-// A non-blocking connection to the socket at the path.
-ConnectResult Connect(const std::string& path, std::chrono::steady_clock::time_point deadline,
-                      FileDescriptor& connection);
+// A non-blocking connection to the socket at the path. Does not wait.
+ConnectResult Connect(const std::string& path, FileDescriptor& connection);
 
 // Whether the other end of a connection runs as this user.
 bool PeerIsThisUser(int connection);

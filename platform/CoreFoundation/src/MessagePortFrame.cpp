@@ -83,6 +83,9 @@ FrameReader::Result FrameReader::Read(int socket) {
         if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
             return Result::Incomplete;
         }
+        if (got < 0 && errno == ECONNRESET) {
+            return Result::Reset;
+        }
         if (got <= 0) {
             return Result::Closed;
         }

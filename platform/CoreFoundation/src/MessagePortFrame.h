@@ -8,6 +8,10 @@
 //         12   message id, 32 bits, signed; 0 in replies
 //         16   length of the payload in bytes, 32 bits
 //
+// A local port that has read a request whole answers it or has ended: it never just closes the
+// connection. One that closes before it has read everything resets the connection, so the sender
+// knows that its last request was not performed.
+//
 // Neither class is thread-safe; neither blocks when the socket does not.
 #pragma once
 
@@ -47,7 +51,13 @@ std::optional<FrameHeader> DecodeHeader(std::span<const std::uint8_t, kHeaderSiz
 // with what the header promises.
 class FrameReader {
 public:
-    enum class Result { Incomplete, Complete, Closed, Malformed };
+    enum class Result {
+        Incomplete,
+        Complete,
+        Closed, // by the other side, which had read all that it was sent
+        Reset,  // by the other side, which had not
+        Malformed,
+    };
 
     // Reads until the frame is complete (no byte beyond it is taken) or nothing more is there.
     Result Read(int socket);

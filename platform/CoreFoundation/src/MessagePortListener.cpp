@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <utility>
@@ -29,6 +30,7 @@ struct MessagePortListener::Connection {
     FileDescriptor socket;
     FrameReader reader;
     std::optional<FrameWriter> writer;
+    bool served = false;
     Clock::time_point lastUse = Clock::now();
     Clock::time_point deadline = Clock::time_point::max();
     // Present while a context serves; the descriptor never owns the socket.
@@ -105,6 +107,7 @@ void MessagePortListener::Detach(const std::shared_ptr<boost::asio::io_context>&
 void MessagePortListener::Serve(const std::shared_ptr<boost::asio::io_context>& context) {
     mContext = context;
     ++mService;
+    mAcceptingHeld = false;
     WaitToAccept();
     for (const auto& connection : mConnections) {
         Watch(connection);
@@ -142,22 +145,40 @@ void MessagePortListener::WaitToAccept() {
         });
 }
 
-void MessagePortListener::PauseAccepting() {
-    mAcceptTimer.emplace(*mContext, kAcceptPause);
+// Until a connection is dropped or idle again, or the time has come.
+void MessagePortListener::HoldAccepting(Clock::time_point until) {
+    mAcceptingHeld = true;
+    mAcceptTimer.emplace(*mContext, until);
     mAcceptTimer->async_wait(
         [self = shared_from_this(), service = mService](const boost::system::error_code& error) {
             const std::lock_guard lock(self->mMutex);
             if (!error && service == self->mService) {
-                self->WaitToAccept();
+                self->ResumeAccepting();
             }
         });
 }
 
+void MessagePortListener::ResumeAccepting() {
+    if (std::exchange(mAcceptingHeld, false)) {
+        mAcceptTimer.reset();
+        WaitToAccept();
+    }
+}
+
+bool MessagePortListener::SomebodyWaits() const {
+    pollfd waiting{mSocket.Get(), POLLIN, 0};
+    return poll(&waiting, 1, 0) > 0;
+}
+
 void MessagePortListener::AcceptSome() {
     for (int i = 0; i < kAcceptsPerHandler; ++i) {
-        if (mConnections.size() >= kMaximumConnections && !MakeRoom()) {
-            mAcceptingHeld = true; // until a connection is dropped or idle again
-            return;
+        if (mConnections.size() >= kMaximumConnections) {
+            if (!SomebodyWaits()) {
+                break;
+            }
+            if (!MakeRoom()) {
+                return;
+            }
         }
         FileDescriptor accepted(
             accept4(mSocket.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
@@ -169,7 +190,7 @@ void MessagePortListener::AcceptSome() {
                 continue;
             }
             // Out of descriptors or memory: the socket stays ready, so waiting would not wait.
-            PauseAccepting();
+            HoldAccepting(Clock::now() + kAcceptPause);
             return;
         }
         if (!MessagePort::PeerIsThisUser(accepted.Get())) {
@@ -183,22 +204,39 @@ void MessagePortListener::AcceptSome() {
     WaitToAccept();
 }
 
-// Lets go of the connection that has been idle longest; one that is in the middle of something is
-// never chosen.
+// Lets go of the connection that has been idle longest; one that is in the middle of something, or
+// that has not had the time to be served once, is never chosen. When there is none, holds accepting
+// until there may be.
 bool MessagePortListener::MakeRoom() {
-    std::shared_ptr<Connection> oldest;
+    const Clock::time_point now = Clock::now();
+    Clock::time_point next = Clock::time_point::max();
+    std::vector<std::shared_ptr<Connection>> idle;
     for (const auto& connection : mConnections) {
-        if (connection->state == Connection::State::Reading && !connection->reader.HasBegun() &&
-            (oldest == nullptr || connection->lastUse < oldest->lastUse) &&
-            !HasUnreadBytes(connection->socket.Get())) {
-            oldest = connection;
+        if (connection->state != Connection::State::Reading || connection->reader.HasBegun() ||
+            HasUnreadBytes(connection->socket.Get())) {
+            continue;
+        }
+        const Clock::time_point from =
+            connection->served ? connection->lastUse : connection->lastUse + kGracePeriod;
+        if (from <= now) {
+            idle.push_back(connection);
+        } else {
+            next = std::min(next, from);
         }
     }
-    if (oldest == nullptr) {
-        return false;
+    std::sort(idle.begin(), idle.end(),
+              [](const auto& a, const auto& b) { return a->lastUse < b->lastUse; });
+    for (const auto& connection : idle) {
+        // A request that comes after this fails to be sent, and its sender connects anew. One that
+        // came between the two looks is served.
+        shutdown(connection->socket.Get(), SHUT_RD);
+        if (!HasUnreadBytes(connection->socket.Get())) {
+            Drop(connection);
+            return true;
+        }
     }
-    Drop(oldest);
-    return true;
+    HoldAccepting(next);
+    return false;
 }
 
 void MessagePortListener::Watch(const std::shared_ptr<Connection>& connection) {
@@ -292,6 +330,7 @@ bool MessagePortListener::ReadFrom(const std::shared_ptr<Connection>& connection
         return true;
     }
     case FrameReader::Result::Closed:
+    case FrameReader::Result::Reset:
     case FrameReader::Result::Malformed:
         Drop(connection);
         return false;
@@ -318,6 +357,11 @@ void MessagePortListener::WriteTo(const std::shared_ptr<Connection>& connection)
     }
     ClearDeadline(*connection);
     connection->writer.reset();
+    BecomeIdle(connection);
+}
+
+void MessagePortListener::BecomeIdle(const std::shared_ptr<Connection>& connection) {
+    connection->served = true;
     connection->lastUse = Clock::now();
     connection->state = Connection::State::Reading;
     if (mClosed) {
@@ -325,9 +369,7 @@ void MessagePortListener::WriteTo(const std::shared_ptr<Connection>& connection)
         return;
     }
     Watch(connection);
-    if (std::exchange(mAcceptingHeld, false)) {
-        WaitToAccept();
-    }
+    ResumeAccepting();
 }
 
 void MessagePortListener::Drop(const std::shared_ptr<Connection>& connection) {
@@ -336,9 +378,7 @@ void MessagePortListener::Drop(const std::shared_ptr<Connection>& connection) {
     connection->socket.Reset();
     std::erase(mConnections, connection);
     std::erase(mQueue, connection);
-    if (std::exchange(mAcceptingHeld, false)) {
-        WaitToAccept();
-    }
+    ResumeAccepting();
 }
 
 std::optional<MessagePortListener::Request> MessagePortListener::TakeRequest() {
@@ -376,16 +416,7 @@ void MessagePortListener::Finish(const Request& request) {
     if (request.from->state != Connection::State::Serving) {
         return;
     }
-    request.from->lastUse = Clock::now();
-    request.from->state = Connection::State::Reading;
-    if (mClosed) {
-        Drop(request.from);
-        return;
-    }
-    Watch(request.from);
-    if (std::exchange(mAcceptingHeld, false)) {
-        WaitToAccept();
-    }
+    BecomeIdle(request.from);
 }
 
 void MessagePortListener::Close() {

@@ -30,6 +30,8 @@ class MessagePortListener : public std::enable_shared_from_this<MessagePortListe
 public:
     static constexpr std::size_t kMaximumConnections = 64;
     static constexpr auto kFrameTimeout = std::chrono::seconds(5);
+    // A connection that was not served yet is not let go of for another one this long.
+    static constexpr auto kGracePeriod = std::chrono::seconds(1);
 
     struct Connection;
     struct Request {
@@ -76,7 +78,9 @@ private:
     void Serve(const std::shared_ptr<boost::asio::io_context>& context);
     std::shared_ptr<boost::asio::io_context> StopServing();
     void WaitToAccept();
-    void PauseAccepting();
+    void HoldAccepting(std::chrono::steady_clock::time_point until);
+    void ResumeAccepting();
+    bool SomebodyWaits() const;
     void AcceptSome();
     bool MakeRoom();
     void Watch(const std::shared_ptr<Connection>& connection);
@@ -86,6 +90,7 @@ private:
     void ClearDeadline(Connection& connection);
     bool ReadFrom(const std::shared_ptr<Connection>& connection);
     void WriteTo(const std::shared_ptr<Connection>& connection);
+    void BecomeIdle(const std::shared_ptr<Connection>& connection);
     void Drop(const std::shared_ptr<Connection>& connection);
 
     const std::string mPath;
@@ -101,7 +106,7 @@ private:
     std::uint64_t mService = 0;
     std::optional<boost::asio::posix::stream_descriptor> mAcceptor;
     std::optional<boost::asio::steady_timer> mAcceptTimer;
-    bool mAcceptingHeld = false; // all places are taken by connections that are busy
+    bool mAcceptingHeld = false; // there is no place, or no descriptor, for another connection
     std::vector<std::shared_ptr<Connection>> mConnections;
     std::deque<std::shared_ptr<Connection>> mQueue;
 };

@@ -1,10 +1,10 @@
 #include "platform/CoreFoundation/src/MessagePortSender.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <poll.h>
 #include <sys/socket.h>
+#include <thread>
 #include <utility>
 
 using MessagePort::ConnectResult;
@@ -13,12 +13,12 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// An idle connection is healthy unless the other side has closed it. Bytes that wait are the reply
-// to a request that was given up.
+constexpr auto kRetryInterval = std::chrono::milliseconds(2);
+
+// Whether the other side has not closed it. The reply to a request that was given up may wait.
 bool IsOpen(int socket) {
-    char byte = 0;
-    const ssize_t got = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-    return got > 0 || (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR));
+    pollfd state{socket, POLLRDHUP, 0};
+    return poll(&state, 1, 0) == 0;
 }
 
 } // namespace
@@ -49,39 +49,47 @@ MessagePortSender::MessagePortSender(const std::string& path,
 
 MessagePortSender::Result MessagePortSender::ConnectAnew(Deadline deadline,
                                                          std::shared_ptr<Connection>& connection) {
-    if (MessagePort::IdentityOf(mPath) != mIdentity) {
-        return Result::Gone;
-    }
     auto made = std::make_shared<Connection>();
-    switch (MessagePort::Connect(mPath, deadline, made->socket)) {
-    case ConnectResult::Connected:
-        break;
-    case ConnectResult::Busy:
-        return Result::TimedOut;
-    case ConnectResult::Absent:
-        return Result::Gone;
-    case ConnectResult::Refused:
-        return Result::Broken;
+    while (true) {
+        if (IsClosed() || MessagePort::IdentityOf(mPath) != mIdentity) {
+            return Result::Gone;
+        }
+        switch (MessagePort::Connect(mPath, made->socket)) {
+        case ConnectResult::Connected:
+            // Another port may have taken the name over in between.
+            if (MessagePort::IdentityOf(mPath) != mIdentity) {
+                return Result::Gone;
+            }
+            connection = std::move(made);
+            return Result::Done;
+        case ConnectResult::Busy:
+            break;
+        case ConnectResult::Absent:
+            return Result::Gone;
+        case ConnectResult::Refused:
+            return Result::Refused;
+        }
+        // No event tells when there is room for another connection.
+        if (Clock::now() >= deadline) {
+            return Result::TimedOut;
+        }
+        std::this_thread::sleep_for(kRetryInterval);
     }
-    // Another port may have taken the name over in between.
-    if (MessagePort::IdentityOf(mPath) != mIdentity) {
-        return Result::Gone;
-    }
-    connection = std::move(made);
-    return Result::Done;
 }
 
-MessagePortSender::Result
-MessagePortSender::Borrow(Deadline deadline, std::shared_ptr<Connection>& connection, bool& used) {
+MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayReuse,
+                                                    std::shared_ptr<Connection>& connection) {
+    connection = nullptr;
     {
         const std::lock_guard lock(mMutex);
         if (mClosed) {
             return Result::Gone;
         }
-        connection = std::exchange(mIdle, nullptr);
+        if (mayReuse) {
+            connection = std::exchange(mIdle, nullptr);
+        }
     }
-    used = connection != nullptr && IsOpen(connection->socket.Get());
-    if (!used) {
+    if (connection == nullptr || !IsOpen(connection->socket.Get())) {
         const Result result = ConnectAnew(deadline, connection);
         if (result != Result::Done) {
             return result;
@@ -102,7 +110,7 @@ MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int s
         case FrameWriter::Result::Complete:
             return Result::Done;
         case FrameWriter::Result::Failed:
-            return Result::Broken;
+            return Result::NotTaken;
         case FrameWriter::Result::Incomplete:
             break;
         }
@@ -118,33 +126,21 @@ MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int s
 
 MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader header,
                                                   const std::vector<std::uint8_t>& payload,
-                                                  Deadline deadline,
+                                                  Deadline deadline, bool mayReuse,
                                                   std::shared_ptr<Connection>& connection,
                                                   std::uint32_t& sequence) {
-    while (true) {
-        bool used = false;
-        const Result borrowed = Borrow(deadline, connection, used);
-        if (borrowed != Result::Done) {
-            return borrowed;
-        }
-        sequence = connection->nextSequence++;
-        header.sequence = sequence;
-        FrameWriter writer(header, payload);
-        const Result written = WriteAll(writer, connection->socket.Get(), deadline);
-        if (written == Result::Done) {
-            return written;
-        }
-        Return(connection, written == Result::TimedOut && !writer.HasBegun());
-        connection.reset();
-        if (written == Result::TimedOut) {
-            return written;
-        }
-        // The listener may have let go of an idle connection after it was looked at; nothing of the
-        // request has left, so a new one does as well.
-        if (!used || writer.HasBegun()) {
-            return IsAlive() ? Result::Broken : Result::Gone;
-        }
+    const Result borrowed = Borrow(deadline, mayReuse, connection);
+    if (borrowed != Result::Done) {
+        return borrowed;
     }
+    sequence = connection->nextSequence++;
+    header.sequence = sequence;
+    FrameWriter writer(header, payload);
+    const Result written = WriteAll(writer, connection->socket.Get(), deadline);
+    if (written != Result::Done) {
+        Return(connection, written == Result::TimedOut && !writer.HasBegun());
+    }
+    return written;
 }
 
 void MessagePortSender::Return(const std::shared_ptr<Connection>& connection, bool reusable) {
@@ -166,6 +162,10 @@ bool MessagePortSender::IsAlive() {
         }
         mIdle.reset();
     }
+    return CanBeReached();
+}
+
+bool MessagePortSender::CanBeReached() {
     std::shared_ptr<Connection> connection;
     const Result result = ConnectAnew(Clock::now(), connection);
     if (result == Result::Done) {

@@ -2,8 +2,7 @@
 //
 // A connection is lent to one request at a time and then used again, so the requests of one thread
 // travel in order; requests of several threads at once each have their own. A connection that the
-// listener let go of while it was idle is replaced silently, as long as the socket is still the
-// same.
+// listener let go of while it was idle is replaced, as long as the socket is still the same.
 //
 // Thread-safe.
 #pragma once
@@ -32,8 +31,9 @@ public:
     enum class Result {
         Done,
         TimedOut,
-        Broken, // this connection failed, the listener may well live
-        Gone,   // the listener is gone, or `Close` was called
+        NotTaken, // the connection ended before all was handed over: the request can be sent anew
+        Refused,  // no connection can be made, though the listener may well live
+        Gone,     // the listener is gone, or `Close` was called
     };
 
     // Null when nobody listens under the name, or somebody else does.
@@ -43,10 +43,11 @@ public:
     MessagePortSender(const MessagePortSender&) = delete;
     MessagePortSender& operator=(const MessagePortSender&) = delete;
 
-    // Sends a request and lends the connection that it went over; its reply will bear `sequence`.
-    // Blocks until everything is handed over or the deadline has passed.
+    // Sends a request and lends the connection that it went over, a used one only when asked to;
+    // its reply will bear `sequence`. Blocks until everything is handed over or the deadline has
+    // passed.
     Result Send(MessagePort::FrameHeader header, const std::vector<std::uint8_t>& payload,
-                Deadline deadline, std::shared_ptr<Connection>& connection,
+                Deadline deadline, bool mayReuse, std::shared_ptr<Connection>& connection,
                 std::uint32_t& sequence);
 
     // Gives a connection back; one that is not reusable is closed.
@@ -54,13 +55,15 @@ public:
 
     // Whether the listener lives, as far as can be told without waiting.
     bool IsAlive();
+    // The same, told by a new connection: while the listener ends, a used one may still be open.
+    bool CanBeReached();
 
     // Ends every request that is under way. No other is sent.
     void Close();
     bool IsClosed() const;
 
 private:
-    Result Borrow(Deadline deadline, std::shared_ptr<Connection>& connection, bool& used);
+    Result Borrow(Deadline deadline, bool mayReuse, std::shared_ptr<Connection>& connection);
     Result ConnectAnew(Deadline deadline, std::shared_ptr<Connection>& connection);
     static Result WriteAll(MessagePort::FrameWriter& writer, int socket, Deadline deadline);
 

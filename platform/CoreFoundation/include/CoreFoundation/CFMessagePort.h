@@ -9,10 +9,11 @@
 //
 // Limits: a request and a reply hold at most 1 MiB (`kCFMessagePortMaximumLength` of
 // CFMessagePortHost.h) of data, which is passed on as it is; a local port serves at most 64
-// connections and lets the one that was silent longest go for a new one. A peer that begins a
-// message must complete it, and one that is sent a reply must take it, within 5 seconds, else its
-// connection is closed; so is that of one that sends what is not a message. No peer can make the
-// run loop wait.
+// connections and lets the one that was silent longest go when another waits, but none that was not
+// served yet in its first second. A peer that begins a message must complete it, and one that is
+// sent a reply must take it, within 5 seconds, else its connection is closed; so is that of one
+// that sends what is not a message. No peer can make the run loop wait. A remote port connects anew
+// when it was let go, and sends a request again that was not read; none is performed twice.
 //
 // Threads: every function may be called from any thread. None raises SIGPIPE; no descriptor
 // outlives an exec. A failure to make a local port is also written to syslog, with its cause.
@@ -30,7 +31,9 @@ enum {
     kCFMessagePortSendTimeout = -1,
     kCFMessagePortReceiveTimeout = -2,
     kCFMessagePortIsInvalid = -3,          // the port was invalid already; nothing was sent
-    kCFMessagePortTransportError = -4,     // too long, refused by the other side, or not understood
+    // A request or reply that is too long, or a peer that does not speak this protocol or cannot be
+    // connected to; never because the port ended.
+    kCFMessagePortTransportError = -4,
     kCFMessagePortBecameInvalidError = -5, // the port became invalid while the call went on
 };
 
@@ -96,8 +99,8 @@ CF_EXPORT Boolean CFMessagePortIsValid(CFMessagePortRef ms);
 // very request included). Times are in seconds. `*returnData` (may be null) is then the reply's
 // data, which the caller owns, null for a reply without data and for every failure. With a null
 // `replyMode` the call returns once the request is handed over, and no reply is sent. `data` may be
-// null. Requests that one thread sends through one port arrive in order. Sending alone blocks the
-// thread, for at most `sendTimeout`.
+// null. Requests that one thread sends through a port that no other thread uses meanwhile arrive in
+// order. Sending alone blocks the thread, for at most `sendTimeout`.
 CF_EXPORT SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef data,
                                           CFTimeInterval sendTimeout, CFTimeInterval rcvTimeout,
                                           CFStringRef replyMode, CFDataRef* returnData);

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -765,6 +766,66 @@ TEST_F(CFMessagePortTest, ServesAPeerAfterAllPlacesWereTakenByBusyOnes) {
     }
 }
 
+TEST_F(CFMessagePortTest, LeavesTheLastPlaceToItsPeerWhileNobodyElseWaits) {
+    const ServedPort local(CFSTR("nearly"));
+    std::vector<int> busy;
+    for (int i = 0; i < 63; ++i) {
+        busy.push_back(RawConnection(SocketPath("nearly")));
+        SendRaw(busy.back(), {'Q'});
+    }
+    // Its reply tells that all of them have their places by now.
+    SendRaw(busy.back(), {'M', 'P', 'F', 0, 1, 0, 1, 0, 0, 0, 9, 0, 0, 0, 9, 0, 0, 0, 0});
+    EXPECT_EQ(ReadRaw(busy.back(), kHeaderSize + 1), Frame(3, 9, 0, 1, {9}));
+    SendRaw(busy.back(), {'Q'});
+    const int last = RawConnection(SocketPath("nearly"));
+    for (std::uint8_t i = 0; i < 3; ++i) {
+        pollfd closed{last, POLLIN, 0};
+        EXPECT_EQ(poll(&closed, 1, 50), 0);
+        SendRaw(last, Frame(1, i, i, 0));
+        EXPECT_EQ(ReadRaw(last, kHeaderSize + 1), Frame(3, i, 0, 1, {i}));
+    }
+    for (const int raw : busy) {
+        close(raw);
+    }
+    close(last);
+}
+
+TEST_F(CFMessagePortTest, GivesAConnectionTimeToBeServedOnceBeforeItMakesRoom) {
+    const ServedPort local(CFSTR("fresh"));
+    const std::string path = SocketPath("fresh");
+    const auto kGrace = std::chrono::milliseconds(1000);
+    bool wasInTime = false;
+    // A machine so busy that the time runs out before the request is sent gets another try.
+    while (!wasInTime) {
+        std::vector<int> busy;
+        for (int i = 0; i < 63; ++i) {
+            busy.push_back(RawConnection(path));
+            SendRaw(busy.back(), {'Q'});
+        }
+        const auto start = std::chrono::steady_clock::now();
+        const int fresh = RawConnection(path);
+        const int waiting = RawConnection(path);
+        SendRaw(waiting, Frame(1, 2, 2, 0));
+        // Long enough for the port to see that somebody waits.
+        pollfd answer{waiting, POLLIN, 0};
+        poll(&answer, 1, 100);
+        SendRaw(fresh, Frame(1, 1, 1, 0));
+        wasInTime = std::chrono::steady_clock::now() - start < kGrace;
+        const Bytes reply = ReadRaw(fresh, kHeaderSize + 1);
+        if (wasInTime) {
+            EXPECT_EQ(reply, Frame(3, 1, 0, 1, {1}));
+        }
+        // Now that one has been served it makes room.
+        EXPECT_EQ(ReadRaw(waiting, kHeaderSize + 1), Frame(3, 2, 0, 1, {2}));
+        EXPECT_TRUE(ReadRaw(fresh).empty());
+        for (const int raw : busy) {
+            close(raw);
+        }
+        close(fresh);
+        close(waiting);
+    }
+}
+
 TEST_F(CFMessagePortTest, ServesNobodyButItsOwnUser) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can become another user";
@@ -939,6 +1000,206 @@ TEST_F(CFMessagePortTest, NeverHangsWhenPortsEndWhileRequestsGoOn) {
             CFMessagePortInvalidate(shared.Get());
         }
         stop = true;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+}
+
+// The other side of a remote port, played by the test.
+class PlayedPort {
+public:
+    explicit PlayedPort(std::string path, int backlog = 8)
+        : mPath(std::move(path)), mSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, mPath.c_str(), sizeof address.sun_path - 1);
+        if (bind(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+            listen(mSocket, backlog) != 0) {
+            ADD_FAILURE() << mPath << ": " << std::strerror(errno);
+        }
+    }
+    PlayedPort(const PlayedPort&) = delete;
+    PlayedPort& operator=(const PlayedPort&) = delete;
+    ~PlayedPort() { End(); }
+
+    int Accept() const { return accept4(mSocket, nullptr, nullptr, SOCK_CLOEXEC); }
+    bool SomebodyWaits() const {
+        pollfd waiting{mSocket, POLLIN, 0};
+        return poll(&waiting, 1, 0) == 1;
+    }
+    // As a port ends: its file goes first, its connections last.
+    void End() {
+        if (mSocket >= 0) {
+            unlink(mPath.c_str());
+            close(std::exchange(mSocket, -1));
+        }
+    }
+
+private:
+    const std::string mPath;
+    int mSocket;
+};
+
+void AwaitInput(int raw) {
+    pollfd wait{raw, POLLIN, 0};
+    EXPECT_EQ(poll(&wait, 1, -1), 1);
+}
+
+TEST_F(CFMessagePortTest, SendsARequestAnewThatTheOtherSideHasNotRead) {
+    PlayedPort played(SocketPath("anew"));
+    const Port remote = MakeRemote(CFSTR("anew"));
+    ASSERT_TRUE(remote);
+    std::thread asker([&] {
+        const Answer answer = Ask(remote.Get(), 6, {7});
+        EXPECT_EQ(answer.result, kCFMessagePortSuccess);
+        ASSERT_TRUE(answer.data);
+        EXPECT_EQ(BytesOf(answer.data.Get()), Bytes{8});
+    });
+    const int unread = played.Accept();
+    AwaitInput(unread);
+    close(unread);
+    const int partlyRead = played.Accept();
+    EXPECT_EQ(ReadRaw(partlyRead, kHeaderSize).size(), kHeaderSize);
+    AwaitInput(partlyRead);
+    close(partlyRead);
+    const int read = played.Accept();
+    EXPECT_EQ(ReadRaw(read, kHeaderSize + 1), Frame(1, 1, 6, 1, {7}));
+    SendRaw(read, Frame(3, 1, 0, 1, {8}));
+    asker.join();
+    close(read);
+}
+
+TEST_F(CFMessagePortTest, GivesUpARequestThatTheOtherSideNeverReads) {
+    PlayedPort played(SocketPath("deaf"));
+    const Port remote = MakeRemote(CFSTR("deaf"));
+    std::atomic<bool> isOver{false};
+    std::thread asker([&] {
+        EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortTransportError);
+        EXPECT_TRUE(CFMessagePortIsValid(remote.Get()));
+        isOver = true;
+    });
+    while (!isOver) {
+        if (played.SomebodyWaits()) {
+            const int raw = played.Accept();
+            pollfd request{raw, POLLIN, 0};
+            while (!isOver && poll(&request, 1, 1) == 0) {
+            }
+            close(raw);
+        }
+    }
+    asker.join();
+}
+
+TEST_F(CFMessagePortTest, BecomesInvalidThoughAnotherOfItsConnectionsIsStillOpen) {
+    PlayedPort played(SocketPath("ends"));
+    const Port remote = MakeRemote(CFSTR("ends"));
+    const int first = played.Accept();
+    std::thread loser(
+        [&] { EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortBecameInvalidError); });
+    EXPECT_EQ(ReadRaw(first, kHeaderSize), Frame(1, 1, 1, 0));
+    std::thread winner([&] { EXPECT_EQ(Ask(remote.Get(), 2).result, kCFMessagePortSuccess); });
+    const int second = played.Accept();
+    EXPECT_EQ(ReadRaw(second, kHeaderSize), Frame(1, 1, 2, 0));
+    SendRaw(second, Frame(4, 1, 0, 0));
+    winner.join();
+    played.End();
+    close(first);
+    loser.join();
+    EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
+    close(second);
+}
+
+TEST_F(CFMessagePortTest, BecomesInvalidThoughALateReplyIsStillToBeRead) {
+    PlayedPort played(SocketPath("late"));
+    const Port remote = MakeRemote(CFSTR("late"));
+    const int raw = played.Accept();
+    EXPECT_EQ(Ask(remote.Get(), 1, {}, 0).result, kCFMessagePortReceiveTimeout);
+    EXPECT_EQ(ReadRaw(raw, kHeaderSize), Frame(1, 1, 1, 0));
+    SendRaw(raw, Frame(4, 1, 0, 0));
+    EXPECT_TRUE(CFMessagePortIsValid(remote.Get()));
+    played.End();
+    close(raw);
+    EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
+}
+
+TEST_F(CFMessagePortTest, TellsAReplyThatBreaksOffFromThePortsEnd) {
+    PlayedPort played(SocketPath("breaks"));
+    const Port remote = MakeRemote(CFSTR("breaks"));
+    for (const bool ends : {false, true}) {
+        std::thread asker([&] {
+            EXPECT_EQ(Ask(remote.Get(), 1).result,
+                      ends ? kCFMessagePortBecameInvalidError : kCFMessagePortTransportError);
+            EXPECT_EQ(CFMessagePortIsValid(remote.Get()), !ends);
+        });
+        const int raw = played.Accept();
+        EXPECT_EQ(ReadRaw(raw, kHeaderSize), Frame(1, 1, 1, 0));
+        SendRaw(raw, {'Q', 'M'});
+        if (ends) {
+            played.End();
+        }
+        close(raw);
+        asker.join();
+    }
+}
+
+TEST_F(CFMessagePortTest, EndsASendThatWaitsForAConnection) {
+    PlayedPort played(SocketPath("overrun"), 0);
+    const int takesTheOnlyPlace = RawConnection(SocketPath("overrun"));
+    const Port remote = MakeRemote(CFSTR("overrun"));
+    ASSERT_TRUE(remote);
+    EXPECT_EQ(
+        CFMessagePortSendRequest(remote.Get(), 1, nullptr, 0.05, 0, kCFRunLoopDefaultMode, nullptr),
+        kCFMessagePortSendTimeout);
+    std::promise<void> started;
+    std::thread asker([&] {
+        started.set_value();
+        const SInt32 result = Ask(remote.Get(), 1).result;
+        EXPECT_TRUE(result == kCFMessagePortIsInvalid || result == kCFMessagePortBecameInvalidError)
+            << result;
+    });
+    started.get_future().wait();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // as a rule it waits by then
+    CFMessagePortInvalidate(remote.Get());
+    asker.join();
+    close(takesTheOnlyPlace);
+}
+
+TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledWhileRequestsGoOn) {
+    constexpr std::size_t kRounds = 20;
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    std::vector<std::array<int, 2>> starts(kRounds);
+    std::vector<std::unique_ptr<Child>> children;
+    for (std::array<int, 2>& start : starts) {
+        ASSERT_EQ(pipe(start.data()), 0);
+        children.push_back(std::make_unique<Child>([&ready, &start] {
+            char byte = 0;
+            return read(start[0], &byte, 1) == 1 ? Server(CFSTR("killed"), ready[1])() : 1;
+        }));
+    }
+    for (std::size_t round = 0; round < kRounds; ++round) {
+        ASSERT_EQ(write(starts[round][1], "s", 1), 1);
+        AwaitByte(ready[0]);
+        const Port shared = MakeRemote(CFSTR("killed"));
+        ASSERT_TRUE(shared);
+        std::atomic<int> answered{0};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 3; ++t) {
+            threads.emplace_back([&] {
+                SInt32 result = kCFMessagePortSuccess;
+                while ((result = Ask(shared.Get(), 1).result) == kCFMessagePortSuccess) {
+                    ++answered;
+                }
+                EXPECT_TRUE(result == kCFMessagePortIsInvalid ||
+                            result == kCFMessagePortBecameInvalidError)
+                    << result;
+            });
+        }
+        while (answered < 3) {
+            std::this_thread::yield();
+        }
+        children[round]->Kill();
         for (std::thread& thread : threads) {
             thread.join();
         }

@@ -16,11 +16,23 @@ namespace MidiServer {
 
 namespace {
 
-constexpr const char* kMessagePortName = "Quorvel Virtual Source IDs Port";
 constexpr unsigned kIdsPerReply = 4;
 constexpr CFTimeInterval kTimeoutSeconds = 10.0;
 
 using IdBlock = std::array<SInt32, kIdsPerReply>;
+
+const char* Meaning(SInt32 result) {
+    switch (result) {
+    case kCFMessagePortSendTimeout:
+    case kCFMessagePortReceiveTimeout:
+        return "its time ran out";
+    case kCFMessagePortIsInvalid:
+    case kCFMessagePortBecameInvalidError:
+        return "the driver closed it";
+    default:
+        return "what came back is no answer";
+    }
+}
 
 // Asks for the IDs of four ports, `port` (1-based) and the three after it.
 IdBlock AskForIds(CFMessagePortRef messagePort, unsigned port) {
@@ -30,8 +42,9 @@ IdBlock AskForIds(CFMessagePortRef messagePort, unsigned port) {
                                  kTimeoutSeconds, kCFRunLoopDefaultMode, &data);
     const CFOwned<CFDataRef> reply(data);
     if (result != kCFMessagePortSuccess || !reply) {
-        throw HostError(fmt::format("the driver's message port \"{}\" did not answer (result {})",
-                                    kMessagePortName, result));
+        throw HostError(fmt::format("the driver's message port \"{}\" did not answer: {} (result "
+                                    "{})",
+                                    kMessagePortName, Meaning(result), result));
     }
     IdBlock ids{};
     const CFIndex length = CFDataGetLength(reply.Get());

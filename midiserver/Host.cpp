@@ -5,6 +5,7 @@
 #include "midiserver/LogCategories.h"
 #include "midiserver/Logging.h"
 
+#include <CoreFoundation/CFMessagePortHost.h>
 #include <CoreMIDI/MIDIServerHost.h>
 #include <fmt/format.h>
 
@@ -18,6 +19,17 @@ namespace {
 void RequireNoErr(OSStatus status, const char* what) {
     if (status != noErr) {
         throw HostError(fmt::format("{} (status {})", what, status));
+    }
+}
+
+// A driver whose own port failed must not be taken for the one that another process serves under
+// the same name.
+void RequireMessagePort() {
+    const CFOwned<CFStringRef> name = MakeCFString(kMessagePortName);
+    const CFOwned<CFStringRef> failure(CFMessagePortHostCopyLocalFailure(name.Get()));
+    if (failure) {
+        throw HostError(fmt::format("the driver's message port \"{}\" cannot be made: {}",
+                                    kMessagePortName, TextOf(failure.Get())));
     }
 }
 
@@ -75,6 +87,7 @@ void Host::Start() {
     MIDIDeviceListDispose(devices);
     RequireNoErr(status, "the driver did not start");
     mRunning = true;
+    RequireMessagePort();
     Log(kHostLog[HSL::kInfo], "started driver %s", mLoader.Identity());
     ListPorts();
     Log(kHostLog[HSL::kInfo], "ports found: %u", mPorts.size());

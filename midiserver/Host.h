@@ -18,6 +18,10 @@ public:
     explicit HostError(const std::string& line) : std::runtime_error(line) {}
 };
 
+// The message port through which the driver tells applications the unique IDs of its private
+// sources.
+inline constexpr const char* kMessagePortName = "Quorvel Virtual Source IDs Port";
+
 // A port of the driver's device: an entity with its two endpoints.
 struct DriverPort {
     std::string name;
@@ -43,7 +47,8 @@ public:
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    // Starts the driver and lists its ports. Throws HostError when the driver refuses.
+    // Starts the driver and lists its ports. Throws HostError when the driver refuses, and when it
+    // runs but could not make its message port, without which no application finds its sources.
     void Start();
     // Stops the driver; what it was sent before is with its worker by then. Does nothing twice.
     void Stop();

@@ -103,7 +103,8 @@ private:
 } // namespace
 
 PrivateRuntimeFolder::PrivateRuntimeFolder() {
-    if (std::getenv(kRuntimeFolderVariable) != nullptr) {
+    const char* const given = std::getenv(kRuntimeFolderVariable);
+    if (given != nullptr && *given != '\0') {
         return;
     }
     std::error_code error;

@@ -25,6 +25,7 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
+    pid_t Id() const { return mProcess; }
     void Signal(int number) const;
     // What it has written to standard error so far.
     std::string ErrorSoFar() const;

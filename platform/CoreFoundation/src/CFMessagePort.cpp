@@ -15,6 +15,8 @@ namespace {
 struct LocalPorts {
     std::mutex mutex;
     std::map<std::string, CFMessagePortRef> byName;
+    std::string failedName; // of the last that could not be made, and why
+    std::string failure;
 };
 
 LocalPorts& TheLocalPorts() {
@@ -257,14 +259,27 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
     if (listener == nullptr) {
         syslog(LOG_ERR, "CFMessagePort: cannot make the local port \"%s\": %s", text->c_str(),
                error.c_str());
+        ports.failedName = *text;
+        ports.failure = error;
         return nullptr;
     }
     auto* const port = new __CFMessagePort(*text, callout, context, source, std::move(listener));
     ports.byName[*text] = port;
+    if (ports.failedName == *text) {
+        ports.failedName.clear();
+    }
     if (shouldFreeInfo != nullptr) {
         *shouldFreeInfo = false;
     }
     return port;
+}
+
+CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name) {
+    const auto text = Utf8Of(name);
+    LocalPorts& ports = TheLocalPorts();
+    const std::lock_guard lock(ports.mutex);
+    return text && !text->empty() && *text == ports.failedName ? CopyUtf8String(ports.failure)
+                                                               : nullptr;
 }
 
 CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef name) {

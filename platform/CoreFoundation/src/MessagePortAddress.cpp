@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <fstream>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -25,8 +26,33 @@ constexpr auto kLockPatience = std::chrono::seconds(2);
 constexpr auto kRetryInterval = std::chrono::milliseconds(2);
 constexpr const char* kSuffix = ".port";
 
+constexpr const char* kOtherFolder =
+    "set QUORVEL_RUNTIME_DIR to a folder of this user's own, with mode 0700";
+
 std::string Reason(const std::string& path, int number) {
     return path + ": " + std::strerror(number);
+}
+
+std::string FolderFault(const std::string& path, const std::string& fault) {
+    return path + ": " + fault + "; " + kOtherFolder;
+}
+
+// The name of a running program; "process" when that is not to be known.
+std::string ProgramName(pid_t process) {
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    return name.empty() ? "process" : name;
+}
+
+// Who listens at the other end of a connection: "another midiserver (pid 123)".
+std::string ServerOf(int connection) {
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    // None that this process's namespace has a number for.
+    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 || peer.pid <= 0) {
+        return "another process";
+    }
+    return "another " + ProgramName(peer.pid) + " (pid " + std::to_string(peer.pid) + ")";
 }
 
 std::optional<std::string> DirectoryName(std::string& error) {
@@ -54,7 +80,7 @@ std::optional<std::string> UsableDirectory(std::string& error) {
         path->pop_back();
     }
     if (mkdir(path->c_str(), 0700) != 0 && errno != EEXIST) {
-        error = Reason(*path, errno);
+        error = FolderFault(*path, std::string("cannot be made: ") + std::strerror(errno));
         return std::nullopt;
     }
     // Not through a link: in a folder that others may write to, it could lead anywhere.
@@ -62,16 +88,16 @@ std::optional<std::string> UsableDirectory(std::string& error) {
         open(path->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (!directory || fstat(directory.Get(), &status) != 0) {
-        error = Reason(*path, errno);
+        error = FolderFault(*path, std::strerror(errno));
         return std::nullopt;
     }
     if (status.st_uid != geteuid()) {
-        error = *path + ": expected a directory of user " + std::to_string(geteuid()) +
-                ", found one of user " + std::to_string(status.st_uid);
+        error = FolderFault(*path, "expected a folder of user " + std::to_string(geteuid()) +
+                                       ", found one of user " + std::to_string(status.st_uid));
         return std::nullopt;
     }
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        error = *path + ": other users may write to this directory, expected mode 0700";
+        error = *path + ": other users may write to this folder; give it mode 0700";
         return std::nullopt;
     }
     return path;
@@ -138,7 +164,7 @@ FileDescriptor LockDirectoryOf(const std::string& path, std::string& error) {
             return {};
         }
         if (Clock::now() >= deadline) {
-            error = lockPath + ": another process keeps it locked";
+            error = lockPath + ": another process keeps it locked; end that one";
             return {};
         }
         std::this_thread::sleep_for(kRetryInterval);
@@ -156,7 +182,7 @@ bool RemoveDeadSocket(const std::string& path, std::string& error) {
         return false;
     }
     if (!S_ISSOCK(status.st_mode)) {
-        error = path + ": expected a socket or nothing, found another kind of file";
+        error = path + ": expected a socket or nothing, found another kind of file; remove it";
         return false;
     }
     FileDescriptor probe = MakeSocket();
@@ -165,9 +191,12 @@ bool RemoveDeadSocket(const std::string& path, std::string& error) {
         error = Reason(path, errno);
         return false;
     }
-    if (connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
-        errno == EAGAIN) {
-        error = path + ": a live port has this name";
+    const bool connected =
+        connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (connected || errno == EAGAIN) {
+        error = path + ": " + (connected ? ServerOf(probe.Get()) : "another process") +
+                " already serves this port; end that one, or set QUORVEL_RUNTIME_DIR to another "
+                "folder";
         return false;
     }
     if (errno != ECONNREFUSED && errno != ENOENT) {
@@ -197,8 +226,9 @@ std::optional<std::string> SocketPath(const std::string& name, std::string& erro
         path = *directory + "/" + Hashed(name) + kSuffix;
     }
     if (path.size() >= sizeof(sockaddr_un::sun_path)) {
-        error = *directory + ": too long for a socket's address, which holds " +
-                std::to_string(sizeof(sockaddr_un::sun_path) - 1) + " bytes";
+        error = FolderFault(*directory, "too long for a socket's address, which holds " +
+                                            std::to_string(sizeof(sockaddr_un::sun_path) - 1) +
+                                            " bytes");
         return std::nullopt;
     }
     return path;

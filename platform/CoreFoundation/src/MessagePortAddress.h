@@ -1,7 +1,7 @@
 // Where a message port's socket lies, and how it is opened and connected to.
 //
-// Functions that can fail give a reason in `error`, one line that names the path concerned. They
-// may be called from any thread.
+// Functions that can fail give a reason in `error`, one line that names the path concerned and what
+// to do about it. They may be called from any thread.
 #pragma once
 
 #include "platform/CoreFoundation/src/FileDescriptor.h"

@@ -88,6 +88,17 @@ TEST_F(PrivateRuntimeFolderTest, GoesWhenNobodyReadsTheOutputAnyMore) {
     EXPECT_EQ(FilesLeft(), 0);
 }
 
+TEST_F(PrivateRuntimeFolderTest, IsMadeWhenTheVariableThatNamesOneIsEmpty) {
+    Program program(
+        MidiserverCommand(Arguments()), {},
+        {"JOURNAL_STREAM=", "TMPDIR=" + mTemporary.Path().string(), "QUORVEL_RUNTIME_DIR="});
+    WaitUntilItPlays();
+    program.Signal(SIGTERM);
+    program.Wait();
+
+    EXPECT_EQ(FilesLeft(), 0);
+}
+
 TEST_F(PrivateRuntimeFolderTest, LetsASignalBeIgnoredThatTheCallerIgnores) {
     const ProgramResult result = Shell(
         "trap '' HUP; \"$@\" & kill -HUP $!; sleep 0.3; kill -HUP $!; wait $!",

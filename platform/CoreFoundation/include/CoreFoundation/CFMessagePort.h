@@ -30,7 +30,7 @@ enum {
     kCFMessagePortSuccess = 0,
     kCFMessagePortSendTimeout = -1,
     kCFMessagePortReceiveTimeout = -2,
-    kCFMessagePortIsInvalid = -3,          // the port was invalid already; nothing was sent
+    kCFMessagePortIsInvalid = -3, // the port was invalid already; nothing was sent
     // A request or reply that is too long, or a peer that does not speak this protocol or cannot be
     // connected to; never because the port ended.
     kCFMessagePortTransportError = -4,

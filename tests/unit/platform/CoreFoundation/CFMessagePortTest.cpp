@@ -2,6 +2,8 @@
 #include <CoreFoundation/CFMessagePortHost.h>
 
 #include "tests/support/CFHandle.h"
+#include "tests/support/CFText.h"
+#include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +24,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -147,6 +150,7 @@ public:
             waitpid(mId, nullptr, 0);
         }
     }
+    pid_t Id() const { return mId; }
     int Wait() {
         int status = 0;
         waitpid(std::exchange(mId, -1), &status, 0);
@@ -160,6 +164,12 @@ public:
 private:
     pid_t mId;
 };
+
+// Why this process does not serve a port; empty when nothing is known.
+std::string FailureOf(CFStringRef name) {
+    const CFHandle<CFStringRef> failure(CFMessagePortHostCopyLocalFailure(name));
+    return failure ? TestSupport::TextOf(failure.Get()) : "";
+}
 
 class CFMessagePortTest : public testing::Test {
 protected:
@@ -346,11 +356,21 @@ TEST_F(CFMessagePortTest, LeavesANameToTheLiveProcessThatServesIt) {
     EXPECT_TRUE(shouldFree);
     const Port remote = MakeRemote(CFSTR("taken"));
     EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortSuccess);
+    const std::string failure = FailureOf(CFSTR("taken"));
+    EXPECT_EQ(failure, SocketPath("taken") + ": another CFMessagePortTe (pid " +
+                           std::to_string(child.Id()) +
+                           ") already serves this port; end that one, or set QUORVEL_RUNTIME_DIR "
+                           "to another folder");
+    EXPECT_EQ(TestSupport::SyslogLines(),
+              (std::vector<TestSupport::SyslogLine>{
+                  {LOG_ERR, "CFMessagePort: cannot make the local port \"taken\": " + failure}}));
+    EXPECT_EQ(FailureOf(CFSTR("another")), "");
     child.Kill();
     const Port mine(
         CFMessagePortCreateLocal(nullptr, CFSTR("taken"), callOut, nullptr, &shouldFree));
     EXPECT_TRUE(mine);
     EXPECT_FALSE(shouldFree);
+    EXPECT_EQ(FailureOf(CFSTR("taken")), "");
 }
 
 TEST_F(CFMessagePortTest, GivesTheSamePortForANameThatThisProcessServes) {
@@ -529,9 +549,18 @@ TEST_F(CFMessagePortTest, FallsBackToTheUsersRuntimeDirectory) {
     EXPECT_TRUE(std::filesystem::exists(mDirectory.Path() + "/quorvel/fallback.port"));
 }
 
+TEST_F(CFMessagePortTest, TakesAnEmptyRuntimeDirectoryForNone) {
+    setenv("QUORVEL_RUNTIME_DIR", "", 1);
+    setenv("XDG_RUNTIME_DIR", mDirectory.Path().c_str(), 1);
+    const LocalPort local(CFSTR("empty"), Echo);
+    EXPECT_TRUE(std::filesystem::exists(mDirectory.Path() + "/quorvel/empty.port"));
+}
+
 TEST_F(CFMessagePortTest, RefusesADirectoryThatOthersMayChange) {
     ASSERT_EQ(chmod(mDirectory.Path().c_str(), 0770), 0);
     EXPECT_EQ(LocalPort(CFSTR("unsafe"), Echo).Get(), nullptr);
+    EXPECT_EQ(FailureOf(CFSTR("unsafe")),
+              mDirectory.Path() + ": other users may write to this folder; give it mode 0700");
     ASSERT_EQ(chmod(mDirectory.Path().c_str(), 0700), 0);
     const LocalPort local(CFSTR("safe"), Echo);
     EXPECT_NE(local.Get(), nullptr);
@@ -551,8 +580,19 @@ TEST_F(CFMessagePortTest, RefusesADirectoryThatIsALinkAFileOrRelative) {
     close(file);
     setenv("QUORVEL_RUNTIME_DIR", (mDirectory.Path() + "/file").c_str(), 1);
     EXPECT_EQ(LocalPort(CFSTR("port"), Echo).Get(), nullptr);
+    EXPECT_EQ(FailureOf(CFSTR("port")), mDirectory.Path() +
+                                            "/file: Not a directory; set QUORVEL_RUNTIME_DIR to a "
+                                            "folder of this user's own, with mode 0700");
     setenv("QUORVEL_RUNTIME_DIR", "relative", 1);
     EXPECT_EQ(LocalPort(CFSTR("port"), Echo).Get(), nullptr);
+    EXPECT_EQ(FailureOf(CFSTR("port")),
+              "QUORVEL_RUNTIME_DIR: expected an absolute path, found \"relative\"");
+    setenv("QUORVEL_RUNTIME_DIR", (mDirectory.Path() + "/none/folder").c_str(), 1);
+    EXPECT_EQ(LocalPort(CFSTR("port"), Echo).Get(), nullptr);
+    EXPECT_EQ(FailureOf(CFSTR("port")),
+              mDirectory.Path() +
+                  "/none/folder: cannot be made: No such file or directory; set "
+                  "QUORVEL_RUNTIME_DIR to a folder of this user's own, with mode 0700");
     setenv("QUORVEL_RUNTIME_DIR", (mDirectory.Path() + "/real").c_str(), 1);
     EXPECT_NE(LocalPort(CFSTR("port"), Echo).Get(), nullptr);
 }
@@ -598,6 +638,9 @@ TEST_F(CFMessagePortTest, DoesNotReplaceWhatIsNotASocket) {
     EXPECT_EQ(LocalPort(CFSTR("file"), Echo).Get(), nullptr);
     EXPECT_EQ(MakeRemote(CFSTR("file")).Get(), nullptr);
     EXPECT_TRUE(std::filesystem::is_regular_file(SocketPath("file")));
+    EXPECT_EQ(FailureOf(CFSTR("file")),
+              SocketPath("file") +
+                  ": expected a socket or nothing, found another kind of file; remove it");
 }
 
 TEST_F(CFMessagePortTest, RemovesItsSocketWhenItEndsUnlessAnotherHasTheName) {

@@ -42,6 +42,8 @@ function(quorvel_test name)
     endif()
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}."
+        # A parameter's value can be any bytes; a test's name is text.
+        NO_PRETTY_VALUES
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 120
         PROPERTIES ${properties})
@@ -50,6 +52,7 @@ function(quorvel_test name)
         # As a modification, since a list of two would lose its second variable on the way.
         gtest_discover_tests(${name}
             TEST_PREFIX "${name}.padded."
+            NO_PRETTY_VALUES
             TEST_FILTER "${ARG_ALSO_PADDED}"
             DISCOVERY_MODE PRE_TEST
             DISCOVERY_TIMEOUT 120

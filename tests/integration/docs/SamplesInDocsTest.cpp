@@ -31,7 +31,7 @@ void CollectShownSamples(const std::string& page, std::map<std::string, std::str
         if (link != std::string::npos) {
             const std::size_t name = link + std::string("](samples/").size();
             linked = line.substr(name, line.find(')', name) - name);
-        } else if (line == "```cpp") {
+        } else if (line == "```cpp" || line == "```cmake") {
             EXPECT_NE(linked, "") << "a code block without a link to its sample";
             std::string code;
             while (std::getline(lines, line) && line != "```") {
@@ -47,11 +47,15 @@ TEST(SamplesInDocsTest, PagesShowEverySampleAsItIsCompiled) {
     std::map<std::string, std::string> shown;
     CollectShownSamples(ReadFile(kDocs / "runtime.md"), shown);
     CollectShownSamples(ReadFile(kDocs / "logging.md"), shown);
+    CollectShownSamples(ReadFile(kDocs / "embedding.md"), shown);
+    const std::filesystem::path samples = kDocs / "samples";
     std::set<std::string> compiled;
-    for (const auto& entry : std::filesystem::directory_iterator(kDocs / "samples")) {
-        compiled.insert(entry.path().filename().string());
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(samples)) {
+        if (entry.is_regular_file()) {
+            compiled.insert(entry.path().lexically_relative(samples).string());
+        }
     }
-    EXPECT_EQ(compiled.size(), 10U);
+    EXPECT_EQ(compiled.size(), 12U);
     for (const std::string& name : compiled) {
         ASSERT_TRUE(shown.contains(name)) << name << " is not shown";
         EXPECT_EQ(shown.at(name), ReadFile(kDocs / "samples" / name)) << name;

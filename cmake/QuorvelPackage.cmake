@@ -1,0 +1,36 @@
+# The headers of the frameworks and the CMake package Quorvel, for programs that embed the driver:
+# find_package(Quorvel), the targets Quorvel::CoreFoundation, Quorvel::CoreMIDI and
+# Quorvel::CoreServices, and the plug-in's bundle in Quorvel_PLUGIN_BUNDLE.
+include(CMakePackageConfigHelpers)
+
+set(QUORVEL_HEADERS_DIR "${CMAKE_INSTALL_INCLUDEDIR}/quorvel")
+set(QUORVEL_PACKAGE_DIR "lib/cmake/Quorvel")
+
+# A framework as it is installed: the library in the private folder and its headers.
+function(quorvel_install_framework name)
+    install(TARGETS ${name} EXPORT QuorvelTargets
+        LIBRARY DESTINATION "${QUORVEL_PRIVATE_LIBDIR}"
+        INCLUDES DESTINATION "${QUORVEL_HEADERS_DIR}")
+    install(DIRECTORY include/ DESTINATION "${QUORVEL_HEADERS_DIR}" FILES_MATCHING PATTERN "*.h")
+endfunction()
+
+function(quorvel_install_package)
+    install(EXPORT QuorvelTargets NAMESPACE Quorvel:: DESTINATION "${QUORVEL_PACKAGE_DIR}")
+    configure_package_config_file(
+        "${PROJECT_SOURCE_DIR}/cmake/QuorvelConfig.cmake.in" "${PROJECT_BINARY_DIR}/QuorvelConfig.cmake"
+        INSTALL_DESTINATION "${QUORVEL_PACKAGE_DIR}"
+        PATH_VARS QUORVEL_PRIVATE_LIBDIR)
+    write_basic_package_version_file("${PROJECT_BINARY_DIR}/QuorvelConfigVersion.cmake"
+        COMPATIBILITY SameMinorVersion)
+    install(FILES
+        "${PROJECT_BINARY_DIR}/QuorvelConfig.cmake" "${PROJECT_BINARY_DIR}/QuorvelConfigVersion.cmake"
+        DESTINATION "${QUORVEL_PACKAGE_DIR}")
+endfunction()
+
+# Keeps the list of what was installed for scripts/uninstall; call it after everything else.
+function(quorvel_install_manifest)
+    install(CODE "set(folder \"\${CMAKE_INSTALL_PREFIX}/${QUORVEL_PRIVATE_LIBDIR}\")")
+    install(CODE [[
+        list(JOIN CMAKE_INSTALL_MANIFEST_FILES "\n" files)
+        file(WRITE "$ENV{DESTDIR}${folder}/install_manifest.txt" "${files}\n")]])
+endfunction()

@@ -1,0 +1,107 @@
+// What is installed works by itself, and goes without a trace.
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/Program.h"
+
+namespace {
+
+using QuorvelTest::ContentOf;
+using QuorvelTest::ProgramResult;
+using QuorvelTest::RunProgram;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// The build tree installed below a prefix of the test's own.
+class InstalledTreeTest : public ::testing::Test {
+protected:
+    InstalledTreeTest() {
+        const ProgramResult result = RunProgram(
+            {QUORVEL_CMAKE, "--install", QUORVEL_BUILD_DIR, "--strip", "--prefix", mPrefix});
+        EXPECT_EQ(result.status, 0) << result.err;
+    }
+
+    // The programs and libraries, each once.
+    std::vector<std::string> Binaries() const {
+        const std::string libraries = mPrefix + "/" + QUORVEL_PRIVATE_LIBDIR;
+        return {mPrefix + "/bin/midiserver", libraries + "/libCoreFoundation.so",
+                libraries + "/libCoreMIDI.so", libraries + "/libCoreServices.so",
+                libraries + "/QuorvelMIDI.plugin/Contents/Linux/QuorvelMIDI"};
+    }
+
+    QuorvelTest::TemporaryFolder mFolder;
+    const std::string mPrefix = mFolder.Path() / "prefix";
+};
+
+TEST_F(InstalledTreeTest, FindsItsLibrariesInsideItself) {
+    for (const std::string& binary : Binaries()) {
+        const ProgramResult result = RunProgram({"/usr/bin/env", "ldd", binary});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_THAT(result.out, Not(HasSubstr("not found"))) << binary;
+        EXPECT_THAT(result.out, Not(HasSubstr(QUORVEL_BUILD_DIR))) << binary;
+    }
+}
+
+TEST_F(InstalledTreeTest, IsStripped) {
+    for (const std::string& binary : Binaries()) {
+        const ProgramResult result = RunProgram({QUORVEL_READELF, "-SW", binary});
+        EXPECT_THAT(result.out, HasSubstr(".dynsym")) << binary;
+        EXPECT_THAT(result.out, Not(HasSubstr(".symtab"))) << binary;
+        EXPECT_THAT(result.out, Not(HasSubstr(".debug_info"))) << binary;
+    }
+}
+
+TEST_F(InstalledTreeTest, ReplaysWithThePlugInThatItBrings) {
+    const std::string capture = mFolder.Write("capture", "0 90 3c 40\n1000 80 3c 00\n");
+    std::filesystem::create_directory(mFolder.Path() / "preferences");
+    const ProgramResult result = RunProgram({mPrefix + "/bin/midiserver", "replay", capture,
+                                             "--prefs", mFolder.Path() / "preferences"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("passed"));
+}
+
+TEST_F(InstalledTreeTest, BuildsAndRunsTheMinimalHost) {
+    const std::string build = mFolder.Path() / "build";
+    const ProgramResult configured =
+        RunProgram({QUORVEL_CMAKE, "-S", QUORVEL_DOCS_DIR "/samples/MinimalHost", "-B", build,
+                    "-DCMAKE_PREFIX_PATH=" + mPrefix, "-DCMAKE_CXX_COMPILER=" QUORVEL_COMPILER});
+    ASSERT_EQ(configured.status, 0) << configured.out << configured.err;
+    const ProgramResult built = RunProgram({QUORVEL_CMAKE, "--build", build});
+    ASSERT_EQ(built.status, 0) << built.out << built.err;
+
+    const std::filesystem::path preferences = mFolder.Path() / "preferences";
+    const std::filesystem::path runtime = mFolder.Path() / "runtime";
+    std::filesystem::create_directory(preferences);
+    std::filesystem::create_directory(runtime);
+    std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
+    const ProgramResult result = RunProgram({build + "/MinimalHost"}, {},
+                                            {"QUORVEL_PREFERENCES_DIR=" + preferences.string(),
+                                             "QUORVEL_RUNTIME_DIR=" + runtime.string()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "4 ports\nthe application received 90 3C 40\n");
+}
+
+TEST_F(InstalledTreeTest, IsGoneAfterItWasUninstalled) {
+    ASSERT_TRUE(std::filesystem::exists(Binaries().front()));
+    const ProgramResult result = RunProgram({QUORVEL_SCRIPTS_DIR "/uninstall", mPrefix});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(std::filesystem::is_empty(mPrefix));
+}
+
+TEST_F(InstalledTreeTest, UninstallsOnlyWhatItHasInstalled) {
+    const std::string own = mPrefix + "/bin/own";
+    std::filesystem::copy_file("/proc/self/cmdline", own);
+    EXPECT_EQ(RunProgram({QUORVEL_SCRIPTS_DIR "/uninstall", mPrefix}).status, 0);
+    EXPECT_TRUE(std::filesystem::exists(own));
+    // There is nothing more to uninstall, and that is an error.
+    const ProgramResult again = RunProgram({QUORVEL_SCRIPTS_DIR "/uninstall", mPrefix});
+    EXPECT_EQ(again.status, 1);
+    EXPECT_THAT(again.err, HasSubstr(mPrefix));
+}
+
+} // namespace

@@ -14,7 +14,7 @@ else()
     find_package(Boost 1.74 REQUIRED)
 endif()
 
-if(NOT APPLE AND QUORVEL_PROPERTY_LIST_FILES)
+if(NOT APPLE AND NOT CMAKE_CROSSCOMPILING)
     find_package(PkgConfig REQUIRED)
     pkg_check_modules(libplist REQUIRED IMPORTED_TARGET libplist-2.0)
     find_package(CLI11 REQUIRED)

@@ -13,12 +13,6 @@ TestPreferences::TestPreferences() {
 }
 
 TestPreferences::~TestPreferences() {
-    // For a build that keeps preferences in the process.
-    CFPreferencesSetValue(MacSonaretDefs::kAppInfoArrayKey, nullptr,
-                          MacSonaretDefs::kPrefsIdentifier, kCFPreferencesAnyUser,
-                          kCFPreferencesCurrentHost);
-    CFPreferencesSynchronize(MacSonaretDefs::kPrefsIdentifier, kCFPreferencesAnyUser,
-                             kCFPreferencesCurrentHost);
     unsetenv("QUORVEL_PREFERENCES_DIR");
 }
 

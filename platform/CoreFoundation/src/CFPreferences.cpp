@@ -4,7 +4,6 @@
 #include "platform/CoreFoundation/src/CFStringObject.h"
 #include "platform/CoreFoundation/src/FileReplace.h"
 #include "platform/CoreFoundation/src/PreferencesDomain.h"
-#include "platform/CoreFoundation/src/PropertyListCheck.h"
 #include "platform/CoreFoundation/src/PropertyListFile.h"
 #include "platform/CoreFoundation/src/PropertyListLimits.h"
 
@@ -44,9 +43,6 @@ FileContents ReadDomain(const PreferencesDomain& domain, CFOwned<CFMutableDictio
                         std::string& cause) {
     values.reset(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
                                            &kCFTypeDictionaryValueCallBacks));
-    if (!PropertyListFilesAreSupported()) {
-        return FileContents::kMissing;
-    }
     std::string bytes;
     const ReadResult result = ReadWholeFile(domain.Path(), kPropertyListMaximumSize, bytes, cause);
     if (result != ReadResult::kRead) {
@@ -128,8 +124,7 @@ bool WriteChanges(const PreferencesDomain& domain, const Changes& changes, std::
     ApplyChanges(changes, values.get());
     PropertyListFailure failure;
     std::string bytes;
-    if (!CheckPropertyList(values.get(), failure) ||
-        !WritePropertyList(values.get(), kCFPropertyListXMLFormat_v1_0, bytes, failure)) {
+    if (!WritePropertyList(values.get(), kCFPropertyListXMLFormat_v1_0, bytes, failure)) {
         cause = "cannot be written: " + failure.text;
         return false;
     }
@@ -225,7 +220,7 @@ Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName
         State& state = SharedState();
         const std::lock_guard<std::mutex> guard(state.mutex);
         const auto changes = state.changes.find(domain->Path());
-        if (changes == state.changes.end() || !PropertyListFilesAreSupported()) {
+        if (changes == state.changes.end()) {
             return true;
         }
         std::string cause;

@@ -1,14 +1,12 @@
 #include <CoreFoundation/CFPropertyList.h>
 
 #include "platform/CoreFoundation/src/CFRuntimeObject.h"
-#include "platform/CoreFoundation/src/CFStringObject.h"
+#include "platform/CoreFoundation/src/PropertyListBuilder.h"
 #include "platform/CoreFoundation/src/PropertyListCheck.h"
+#include "platform/CoreFoundation/src/PropertyListEntries.h"
 #include "platform/CoreFoundation/src/PropertyListFile.h"
-#include "platform/CoreFoundation/src/StringEncoding.h"
 
 #include <CoreFoundation/CFDictionary.h>
-
-#include <vector>
 
 namespace {
 
@@ -27,37 +25,42 @@ void Report(const PropertyListFailure& failure, CFErrorRef* error) {
 }
 
 // A property list that has been checked, with its containers copied.
-CFTypeRef CopyDeep(CFTypeRef value, bool mutableContainers) {
+PropertyListValue CopyDeep(CFTypeRef value, PropertyListBuilder& builder) {
     if (CFGetTypeID(value) == kCFRuntimeArrayType) {
         const auto* array = static_cast<CFArrayRef>(value);
-        CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+        PropertyListValues members;
         for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
-            const CFOwned<CFTypeRef> item(
-                CopyDeep(CFArrayGetValueAtIndex(array, i), mutableContainers));
-            CFArrayAppendValue(copy.get(), item.get());
+            members.push_back(CopyDeep(CFArrayGetValueAtIndex(array, i), builder));
         }
-        return mutableContainers ? static_cast<CFTypeRef>(copy.release())
-                                 : CFArrayCreateCopy(nullptr, copy.get());
+        return builder.Array(members);
     }
     if (CFGetTypeID(value) == kCFRuntimeDictionaryType) {
-        const auto* dictionary = static_cast<CFDictionaryRef>(value);
-        const auto count = static_cast<size_t>(CFDictionaryGetCount(dictionary));
-        std::vector<const void*> keys(count);
-        std::vector<const void*> values(count);
-        CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
-        CFOwned<CFMutableDictionaryRef> copy(CFDictionaryCreateMutable(
-            nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-        for (size_t i = 0; i < count; ++i) {
-            const CFOwned<CFTypeRef> item(CopyDeep(values[i], mutableContainers));
-            CFDictionaryAddValue(copy.get(), keys[i], item.get());
+        PropertyListValues keys;
+        PropertyListValues members;
+        for (const PropertyListEntry& entry : SortedEntries(static_cast<CFDictionaryRef>(value))) {
+            keys.emplace_back(CFRetain(entry.key));
+            members.push_back(CopyDeep(entry.value, builder));
         }
-        return mutableContainers ? static_cast<CFTypeRef>(copy.release())
-                                 : CFDictionaryCreateCopy(nullptr, copy.get());
+        return builder.Dictionary(keys, members);
     }
     // Data may be mutable; all other values cannot change.
-    return CFGetTypeID(value) == kCFRuntimeDataType
-               ? CFDataCreateCopy(nullptr, static_cast<CFDataRef>(value))
-               : CFRetain(value);
+    if (CFGetTypeID(value) == kCFRuntimeDataType) {
+        const auto* data = static_cast<CFDataRef>(value);
+        return builder.Data({reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                             static_cast<size_t>(CFDataGetLength(data))});
+    }
+    return PropertyListValue(CFRetain(value));
+}
+
+// Whether `body` passed without a fault.
+template <typename Body>
+bool Passes(const Body& body) {
+    try {
+        body();
+        return true;
+    } catch (const PropertyListFault&) {
+        return false;
+    }
 }
 
 } // namespace
@@ -65,10 +68,9 @@ CFTypeRef CopyDeep(CFTypeRef value, bool mutableContainers) {
 Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format) {
     CFRuntimeArgument(plist, "plist");
     return CFRuntimeGuard(false, [&] {
-        PropertyListFailure failure;
         return (format == kCFPropertyListXMLFormat_v1_0 ||
                 format == kCFPropertyListBinaryFormat_v1_0) &&
-               CheckPropertyList(plist, failure);
+               Passes([&] { CheckPropertyList(plist); });
     });
 }
 
@@ -102,8 +104,7 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef p
     return CFRuntimeGuard<CFDataRef>(nullptr, [&]() -> CFDataRef {
         PropertyListFailure failure;
         std::string bytes;
-        if (!CheckPropertyList(propertyList, failure) ||
-            !WritePropertyList(propertyList, format, bytes, failure)) {
+        if (!WritePropertyList(propertyList, format, bytes, failure)) {
             Report(failure, error);
             return nullptr;
         }
@@ -117,10 +118,14 @@ CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator,
                                                CFOptionFlags mutabilityOption) {
     CFRuntimeArgument(propertyList, "propertyList");
     return CFRuntimeGuard<CFTypeRef>(nullptr, [&]() -> CFTypeRef {
-        PropertyListFailure failure;
-        return CFRuntimeCanAllocate(allocator) && CheckPropertyList(propertyList, failure)
-                   ? CopyDeep(propertyList,
-                              (mutabilityOption & kCFPropertyListMutableContainers) != 0)
-                   : nullptr;
+        PropertyListValue copy;
+        if (CFRuntimeCanAllocate(allocator)) {
+            PropertyListBuilder builder((mutabilityOption & kCFPropertyListMutableContainers) != 0);
+            Passes([&] {
+                CheckPropertyList(propertyList);
+                copy = CopyDeep(propertyList, builder);
+            });
+        }
+        return copy.release();
     });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "platform/CoreFoundation/src/PropertyListFile.h"
+#include <CoreFoundation/CFPropertyList.h>
 
-// Whether a value is a property list within the limits that both formats have; else why not.
-bool CheckPropertyList(CFPropertyListRef propertyList, PropertyListFailure& failure);
+// Throws `PropertyListFault` when the value is no property list, or not one within the limits that
+// both formats have.
+void CheckPropertyList(CFPropertyListRef propertyList);

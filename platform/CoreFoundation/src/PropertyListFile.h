@@ -1,5 +1,4 @@
-// Property lists as bytes: the seam behind which a library does the work, or nothing does
-// (PropertyListFileNone.cpp), as the build was configured.
+// Property lists as bytes, in either format: the one place where foreign bytes become values.
 #pragma once
 
 #include <CoreFoundation/CFPropertyList.h>
@@ -12,12 +11,10 @@ struct PropertyListFailure {
     std::string text; // one line for people
 };
 
-bool PropertyListFilesAreSupported();
-
 // The property list in the bytes, which the caller owns; null, and a failure, when there is none.
 CFPropertyListRef ParsePropertyList(std::string_view bytes, bool mutableContainers,
                                     CFPropertyListFormat& format, PropertyListFailure& failure);
 
-// `propertyList` has passed `CheckPropertyList`. False, and a failure, when it cannot be written.
+// False, and a failure, when the value is no property list or cannot be written.
 bool WritePropertyList(CFPropertyListRef propertyList, CFPropertyListFormat format,
                        std::string& bytes, PropertyListFailure& failure);

@@ -9,6 +9,57 @@ constexpr size_t kPropertyListMaximumContents = 64U << 20U; // bytes of its stri
 constexpr size_t kPropertyListMaximumValues = 1U << 20U;
 constexpr unsigned kPropertyListMaximumDepth = 128; // levels of containers
 
-// Seconds since 2001: the years 1933 to 2068, which the library's 31 bits of seconds hold.
-constexpr double kPropertyListFirstDate = -2145916800.0;
-constexpr double kPropertyListEndOfDates = 2145916800.0;
+// Seconds since 2001: the years 1 to 9999, which XML's dates have.
+constexpr double kPropertyListFirstDate = -63113904000.0;
+constexpr double kPropertyListEndOfDates = 252423993600.0;
+
+// Why bytes are no property list, or a value cannot be one: thrown inside the library alone.
+struct PropertyListFault {
+    const char* text; // for people
+};
+
+// Keeps count while a property list is read or looked through; throws `PropertyListFault` as soon
+// as a limit is passed. What is shared counts each time that it is reached, so that sharing and
+// cycles end here too.
+class PropertyListBudget {
+public:
+    // A container that is open, for as long as this exists.
+    class Level {
+    public:
+        explicit Level(PropertyListBudget& budget) : mBudget(budget) {
+            if (mBudget.mDepth == kPropertyListMaximumDepth) {
+                throw PropertyListFault{"containers nested too deep"};
+            }
+            ++mBudget.mDepth;
+        }
+        ~Level() { --mBudget.mDepth; }
+        Level(const Level&) = delete;
+        Level& operator=(const Level&) = delete;
+
+    private:
+        PropertyListBudget& mBudget;
+    };
+
+    void TakeValue() {
+        if (++mValues > kPropertyListMaximumValues) {
+            throw PropertyListFault{"too many values"};
+        }
+    }
+    void TakeContents(size_t bytes) {
+        if (bytes > kPropertyListMaximumContents - mContents) {
+            throw PropertyListFault{"too much text and data"};
+        }
+        mContents += bytes;
+    }
+    // A date is one that both formats can hold.
+    static void RequireDate(double at) {
+        if (!(at >= kPropertyListFirstDate && at < kPropertyListEndOfDates)) {
+            throw PropertyListFault{"a date out of range"};
+        }
+    }
+
+private:
+    size_t mValues = 0;
+    size_t mContents = 0;
+    unsigned mDepth = 0;
+};

@@ -22,8 +22,6 @@
 // win. A file that is not a property list with a dictionary counts as empty for readers, and is not
 // overwritten.
 //
-// Without property-list files (a build option) the process keeps the values to itself.
-//
 // Threads: any; calls that reach a domain's file block for as long as the file system and other
 // writers take.
 #pragma once

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <random>
 
@@ -58,6 +59,14 @@ std::string BigEndian(uint64_t value, size_t size) {
     std::string bytes;
     for (size_t i = size; i > 0; --i) {
         bytes += static_cast<char>(value >> (8 * (i - 1)));
+    }
+    return bytes;
+}
+
+std::string FromHex(const std::string& hex) {
+    std::string bytes;
+    for (size_t i = 0; i < hex.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
     }
     return bytes;
 }
@@ -135,6 +144,52 @@ TEST(CFPropertyList, ReadsXML) {
               "MIDI Ports = 5-8}");
 }
 
+// The bytes are those of an independent implementation of the formats.
+TEST(CFPropertyList, WritesBothFormatsAsOthersDo) {
+    const std::string xml = "<dict>\n\t<key>App Name</key>\n\t<string>Mixer</string>\n"
+                            "\t<key>n</key>\n\t<array>\n\t\t<integer>-5</integer>\n"
+                            "\t\t<real>0.5</real>\n\t\t<true/>\n\t\t<false/>\n"
+                            "\t\t<data>AQL/</data>\n\t\t<string>ä€</string>\n"
+                            "\t\t<integer>300</integer>\n"
+                            "\t\t<date>2001-01-01T00:01:00Z</date>\n\t</array>\n"
+                            "\t<key>x</key>\n\t<string>Mixer</string>\n</dict>\n";
+    const std::string binary =
+        FromHex("62706c6973743030d301020304050458417070204e616d65516e5178554d69786572a8060708090a"
+                "0b0c0d13fffffffffffffffb233fe00000000000000908430102ff6200e420ac11012c33404e0000"
+                "00000000080f181a1c222b343d3e3f43484b0000000000000101000000000000000e000000000000"
+                "00000000000000000054");
+    const Value value = Parse(binary);
+    ASSERT_TRUE(value);
+    EXPECT_EQ(Write(value.Get(), kCFPropertyListBinaryFormat_v1_0), binary);
+    const std::string written = Write(value.Get(), kCFPropertyListXMLFormat_v1_0);
+    EXPECT_EQ(written.substr(written.find("<dict>")), xml + "</plist>\n");
+    EXPECT_TRUE(CFEqual(Parse(written).Get(), value.Get()));
+}
+
+TEST(CFPropertyList, KeepsTheFirstOfEntriesWithTheSameKey) {
+    const Value fromXML = Parse(XML("<dict><key>a</key><string>1</string><key>a</key>"
+                                    "<string>2</string></dict>"));
+    EXPECT_EQ(ReadOwned(CFCopyDescription(fromXML.Get())), "{a = 1}");
+    const Value fromBinary =
+        Parse(Binary({"\xD2" + BigEndian(0x00010001, 4) + BigEndian(0x00020003, 4),
+                      "\x51"
+                      "a",
+                      "\x51"
+                      "1",
+                      "\x51"
+                      "2"}));
+    EXPECT_EQ(ReadOwned(CFCopyDescription(fromBinary.Get())), "{a = 1}");
+}
+
+TEST(CFPropertyList, ReadsNumbersThatAreNoneOrInfinite) {
+    const Value value = Parse(XML("<array><real>nan</real><real>-infinity</real><real>+inf</real>"
+                                  "<integer>-0x10</integer><real>+.5e1</real></array>"));
+    EXPECT_EQ(ReadOwned(CFCopyDescription(value.Get())), "(nan, -inf, inf, -16, 5)");
+    for (const CFPropertyListFormat format : kFormats) {
+        EXPECT_TRUE(CFEqual(Parse(Write(value.Get(), format)).Get(), value.Get()));
+    }
+}
+
 TEST(CFPropertyList, ReadsWhatItWrote) {
     const auto seed = TestSeed();
     SCOPED_TRACE(DescribeSeed(seed));
@@ -164,7 +219,7 @@ TEST(CFPropertyList, KeepsTheEdgesOfNumbersAndDates) {
     for (const double value : {0.1, 1.0 / 3, 1e300, 1e-300, -2.5, 123456789.123456789}) {
         CFArrayAppendValue(array.Get(), Real(value).Get());
     }
-    for (const double at : {-2145916800.0, 2145916799.0, 0.0}) {
+    for (const double at : {-63113904000.0, 252423993599.0, -1.0, 0.0}) {
         CFArrayAppendValue(array.Get(), CFHandle<CFDateRef>(CFDateCreate(nullptr, at)).Get());
     }
     for (const CFPropertyListFormat format : kFormats) {
@@ -189,7 +244,7 @@ TEST(CFPropertyList, RefusesToWriteWhatIsNoPropertyList) {
     refuses(Text(std::string("a\0b", 3)).Get());
     const UniChar half = 0xDC00;
     refuses(CFHandle<CFStringRef>(CFStringCreateWithCharacters(nullptr, &half, 1)).Get());
-    for (const double at : {1e12, -2145916801.0, 2145916800.0}) {
+    for (const double at : {1e12, -63113904001.0, 252423993600.0, std::nan("")}) {
         refuses(CFHandle<CFDateRef>(CFDateCreate(nullptr, at)).Get());
     }
     const auto wrongKey = Dictionary();
@@ -225,12 +280,18 @@ TEST(CFPropertyList, RefusesMalformedXML) {
                               "<real>1e9999</real>",
                               "<date>junk</date>",
                               "<date>2020-02-30T00:00:00Z</date>",
-                              "<date>2200-01-01T00:00:00Z</date>",
+                              "<date>0000-12-31T23:59:59Z</date>",
+                              "<date>2100-02-29T00:00:00Z</date>",
+                              "<date>2020-01-01T24:00:00Z</date>",
                               "<data>!!!!</data>",
                               "<data>A</data>",
                               "<data>A===</data>",
                               "<unknown/>",
+                              "<data>AQ==AQ==</data>",
+                              "<real>0x1p3</real>",
+                              "<real>--1</real>",
                               "<true>a</true>",
+                              "<array/ >",
                               "<true/><true/>",
                               "<string a=\"b\">x</string>",
                               "<!-- <true/>",
@@ -355,6 +416,18 @@ TEST(CFPropertyList, RefusesSharingThatWouldFillTheMemory) {
     objects.push_back("\x51"
                       "x");
     EXPECT_FALSE(Parse(Binary(objects)));
+    // Keys without end, by a dictionary that is its own first member, and by its last.
+    for (const bool first : {true, false}) {
+        std::string keys = "\xDF\x12" + BigEndian(60000, 4);
+        for (int i = 0; i < 60000; ++i) {
+            keys += BigEndian(1, 2);
+        }
+        std::string members;
+        for (int i = 0; i < 60000; ++i) {
+            members += BigEndian(i == (first ? 0 : 59999) ? 0 : 1, 2);
+        }
+        EXPECT_FALSE(Parse(Binary({keys + members, "\x50"})));
+    }
     std::string root = "\xAF\x11" + BigEndian(1000, 2); // a thousand times 100 KB
     for (int i = 0; i < 1000; ++i) {
         root += BigEndian(1, 2);

@@ -15,8 +15,6 @@ else()
 endif()
 
 if(NOT APPLE AND NOT CMAKE_CROSSCOMPILING)
-    find_package(PkgConfig REQUIRED)
-    pkg_check_modules(libplist REQUIRED IMPORTED_TARGET libplist-2.0)
     find_package(CLI11 REQUIRED)
     find_package(fmt REQUIRED)
     find_package(nlohmann_json REQUIRED)

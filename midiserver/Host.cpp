@@ -69,7 +69,7 @@ void Host::OpenSetup(const std::optional<std::filesystem::path>& file) {
         throw InputError(fmt::format("{}: the setup cannot be opened: {}", file->string(),
                                      std::generic_category().message(errno)));
     }
-    mSetupIsKept = true;
+    mSetupFile = *file;
     Log(kHostLog[HSL::kChatty], "opened setup %s", file->string());
 }
 
@@ -91,8 +91,9 @@ void Host::Start() {
     Log(kHostLog[HSL::kInfo], "started driver %s", mLoader.Identity());
     ListPorts();
     Log(kHostLog[HSL::kInfo], "ports found: %u", mPorts.size());
-    if (mSetupIsKept) {
-        RequireNoErr(MIDIServerHostSaveSetup(), "the setup cannot be saved");
+    if (mSetupFile && MIDIServerHostSaveSetup() != noErr) {
+        throw InputError(fmt::format("{}: the setup cannot be saved: {}", mSetupFile->string(),
+                                     std::generic_category().message(errno)));
     }
 }
 

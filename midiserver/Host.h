@@ -63,7 +63,7 @@ private:
     void ListPorts();
 
     PlugInLoader mLoader;
-    bool mSetupIsKept = false;
+    std::optional<std::filesystem::path> mSetupFile; // which keeps the setup
     std::optional<std::string> mSetupWarning;
     bool mAttached = false;
     bool mRunning = false;

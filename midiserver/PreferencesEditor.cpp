@@ -1,125 +1,55 @@
 #include "midiserver/PreferencesEditor.h"
 
+#include "midiserver/CFText.h"
 #include "midiserver/InputError.h"
 
+#include <CoreFoundation/CFPreferencesHost.h>
 #include <fmt/format.h>
-#include <plist/plist.h>
 
-#include <cerrno>
+#include <array>
+#include <climits>
 #include <cstdlib>
-#include <fcntl.h>
-#include <fstream>
-#include <iterator>
-#include <sys/stat.h>
-#include <system_error>
-#include <unistd.h>
+#include <exception>
+#include <functional>
+#include <new>
 
 namespace MidiServer {
 
 namespace {
 
-constexpr const char* kDefaultFolder = "/etc/quorvel/preferences";
-constexpr const char* kFolderVariable = "QUORVEL_PREFERENCES_DIR";
-constexpr const char* kFileName = "com.quorvel.ControlSurface.plist";
-constexpr const char* kApplicationsKey = "Sonaret Applications";
-constexpr const char* kPortsKey = "MIDI Ports";
-constexpr const char* kProtocolKey = "Protocol";
-constexpr const char* kNameKey = "App Name";
-constexpr std::uintmax_t kLargestFile = 16U << 20;
-constexpr std::string_view kBinaryMagic = "bplist00";
+const CFStringRef kIdentifier = CFSTR("com.quorvel.ControlSurface");
+const CFStringRef kApplicationsKey = CFSTR("Sonaret Applications");
+const CFStringRef kPortsKey = CFSTR("MIDI Ports");
+const CFStringRef kProtocolKey = CFSTR("Protocol");
+const CFStringRef kNameKey = CFSTR("App Name");
 
-std::filesystem::path PreferencesFolder(const std::optional<std::filesystem::path>& folder) {
-    if (folder) {
-        return *folder;
-    }
-    // As in the platform's preferences, only an absolute path counts there.
-    const char* variable = std::getenv(kFolderVariable);
-    return variable != nullptr && *variable == '/' ? variable : kDefaultFolder;
+// A value of a dictionary as what it is to be, null when it is absent or of another type.
+template <typename Ref>
+Ref ValueOf(CFDictionaryRef dictionary, CFStringRef key, CFTypeID type) {
+    CFTypeRef value = CFDictionaryGetValue(dictionary, key);
+    return value != nullptr && CFGetTypeID(value) == type ? static_cast<Ref>(value) : nullptr;
 }
 
-std::string ErrnoText(int error) {
-    return std::generic_category().message(error);
+CFDictionaryRef DictionaryAt(CFArrayRef array, CFIndex index) {
+    CFTypeRef value = CFArrayGetValueAtIndex(array, index);
+    return CFGetTypeID(value) == CFDictionaryGetTypeID() ? static_cast<CFDictionaryRef>(value)
+                                                         : nullptr;
 }
 
-[[noreturn]] void FailToWrite(const std::filesystem::path& path, int error) {
-    throw InputError(fmt::format("{}: cannot be written: {}", path.string(), ErrnoText(error)));
-}
-
-// A file under a temporary name that takes the place of another when all of it is on the disk.
-class ReplacementFile {
-public:
-    explicit ReplacementFile(const std::filesystem::path& target)
-        : mTarget(target), mName(target.string() + ".XXXXXX") {
-        mDescriptor = ::mkstemp(mName.data());
-        if (mDescriptor < 0) {
-            FailToWrite(mTarget, errno);
-        }
-    }
-    ~ReplacementFile() {
-        if (mDescriptor >= 0) {
-            ::close(mDescriptor);
-            ::unlink(mName.c_str());
-        }
-    }
-    ReplacementFile(const ReplacementFile&) = delete;
-    ReplacementFile& operator=(const ReplacementFile&) = delete;
-
-    void Write(std::string_view content) {
-        while (!content.empty()) {
-            const ssize_t count = ::write(mDescriptor, content.data(), content.size());
-            if (count < 0 && errno != EINTR) {
-                FailToWrite(mTarget, errno);
-            }
-            content.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-        }
-    }
-
-    void Commit() {
-        // Every user's driver reads the file; an administrator may have given it a mode of its own.
-        struct stat status {};
-        const mode_t mode = ::stat(mTarget.c_str(), &status) == 0 ? status.st_mode & 07777 : 0644;
-        if (::fchmod(mDescriptor, mode) != 0 || ::fsync(mDescriptor) != 0 ||
-            ::rename(mName.c_str(), mTarget.c_str()) != 0) {
-            FailToWrite(mTarget, errno);
-        }
-        ::close(mDescriptor);
-        mDescriptor = -1;
-        const int folder =
-            ::open(mTarget.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (folder >= 0) {
-            ::fsync(folder);
-            ::close(folder);
-        }
-    }
-
-private:
-    std::filesystem::path mTarget;
-    std::string mName;
-    int mDescriptor;
-};
-
-std::optional<std::string> TextOf(plist_t node) {
-    if (node == nullptr || plist_get_node_type(node) != PLIST_STRING) {
-        return std::nullopt;
-    }
-    std::uint64_t length = 0;
-    const char* text = plist_get_string_ptr(node, &length);
-    return std::string(text, length);
-}
-
-PreferenceEntry EntryOf(plist_t node) {
+PreferenceEntry EntryOf(CFDictionaryRef dictionary) {
     PreferenceEntry entry;
-    entry.isDictionary = plist_get_node_type(node) == PLIST_DICT;
+    entry.isDictionary = dictionary != nullptr;
     if (!entry.isDictionary) {
         return entry;
     }
-    const auto read = [&](const char* key) {
-        plist_t value = plist_dict_get_item(node, key);
-        std::optional<std::string> text = TextOf(value);
-        if (value != nullptr && !text) {
-            entry.wrongTyped.emplace_back(key);
+    const auto read = [&](CFStringRef key) -> std::optional<std::string> {
+        if (const auto text = ValueOf<CFStringRef>(dictionary, key, CFStringGetTypeID())) {
+            return TextOf(text);
         }
-        return text;
+        if (CFDictionaryContainsKey(dictionary, key)) {
+            entry.wrongTyped.push_back(TextOf(key));
+        }
+        return std::nullopt;
     };
     entry.name = read(kNameKey);
     entry.ports = read(kPortsKey);
@@ -127,185 +57,202 @@ PreferenceEntry EntryOf(plist_t node) {
     return entry;
 }
 
+// The applications of the file's values; null when there are none. Throws when they are no array.
+CFArrayRef ApplicationsOf(CFDictionaryRef values) {
+    const auto applications = ValueOf<CFArrayRef>(values, kApplicationsKey, CFArrayGetTypeID());
+    if (applications == nullptr && CFDictionaryContainsKey(values, kApplicationsKey)) {
+        throw InputError(fmt::format("{}: \"{}\" is no array", PreferencesEditor::File().string(),
+                                     TextOf(kApplicationsKey)));
+    }
+    return applications;
+}
+
+// What the platform could not do with the file.
+std::string Fault(CFErrorRef error) {
+    if (error == nullptr) {
+        throw std::bad_alloc();
+    }
+    return fmt::format("{}: {}", PreferencesEditor::File().string(),
+                       TextOf(CFOwned<CFStringRef>(CFErrorCopyDescription(error)).Get()));
+}
+
+// Changes the values of the file; false: they stay as they are. What it throws arrives at the
+// caller of ChangeFile.
+using Change = std::function<bool(CFMutableDictionaryRef values)>;
+
+void ChangeFile(const Change& change) {
+    struct Attempt {
+        const Change& change;
+        std::exception_ptr failure;
+    } attempt{change, nullptr};
+    const auto call = [](CFMutableDictionaryRef values, void* info) -> Boolean {
+        auto& current = *static_cast<Attempt*>(info);
+        try {
+            return current.change(values) ? 1 : 0;
+        } catch (...) {
+            current.failure = std::current_exception();
+            return 0;
+        }
+    };
+    CFErrorRef rawError = nullptr;
+    const bool changed =
+        CFPreferencesHostChangeFile(kIdentifier, kCFPreferencesAnyUser, kCFPreferencesCurrentHost,
+                                    call, &attempt, &rawError) != 0;
+    const CFOwned<CFErrorRef> error(rawError);
+    if (attempt.failure) {
+        std::rethrow_exception(attempt.failure);
+    }
+    if (!changed) {
+        throw InputError(fmt::format("{}; nothing was changed", Fault(error.Get())));
+    }
+}
+
+template <typename Ref>
+CFOwned<Ref> Made(Ref object) {
+    if (object == nullptr) {
+        throw std::bad_alloc();
+    }
+    return CFOwned<Ref>(object);
+}
+
+// A copy of the array, or a new one.
+CFOwned<CFMutableArrayRef> MutableCopy(CFArrayRef array) {
+    return Made(array == nullptr ? CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks)
+                                 : CFArrayCreateMutableCopy(nullptr, 0, array));
+}
+
+bool IsNamed(CFDictionaryRef dictionary, const std::string& name) {
+    return dictionary != nullptr && EntryOf(dictionary).name == name;
+}
+
 } // namespace
 
-// The property list in memory; the root is a dictionary or null.
-struct PreferencesEditor::Document {
-    plist_t root = nullptr;
-    bool binary = false;
+void UsePreferencesFolder(const std::filesystem::path& folder) {
+    ::setenv("QUORVEL_PREFERENCES_DIR", std::filesystem::absolute(folder).c_str(), 1);
+}
 
-    Document() = default;
-    ~Document() { plist_free(root); }
-    Document(const Document&) = delete;
-    Document& operator=(const Document&) = delete;
-
-    plist_t Applications() const {
-        return root == nullptr ? nullptr : plist_dict_get_item(root, kApplicationsKey);
+std::filesystem::path PreferencesEditor::File() {
+    std::array<char, 2 * PATH_MAX> path{};
+    if (CFPreferencesHostGetPath(kIdentifier, kCFPreferencesAnyUser, kCFPreferencesCurrentHost,
+                                 path.data(), CFIndex{path.size()}) == 0) {
+        throw InputError("the preferences folder has too long a name");
     }
-};
-
-PreferencesEditor::PreferencesEditor(const std::optional<std::filesystem::path>& folder)
-    : mFile(PreferencesFolder(folder) / kFileName), mDocument(std::make_unique<Document>()) {}
-
-PreferencesEditor::~PreferencesEditor() = default;
+    return path.data();
+}
 
 void PreferencesEditor::Load() {
-    mDocument = std::make_unique<Document>();
     mProblem.reset();
-    mFileUnusable = false;
-    ReadFile();
-    mFileUnusable = mProblem.has_value();
-    ReadEntries();
-}
-
-void PreferencesEditor::ReadFile() {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(mFile, error);
-    if (status.type() == std::filesystem::file_type::not_found) {
-        return;
-    }
-    if (error) {
-        mProblem = fmt::format("{}: {}", mFile.string(), ErrnoText(error.value()));
-        return;
-    }
-    if (status.type() != std::filesystem::file_type::regular) {
-        mProblem = fmt::format("{}: not a regular file", mFile.string());
-        return;
-    }
-    if (std::filesystem::file_size(mFile, error) > kLargestFile) {
-        mProblem =
-            fmt::format("{}: larger than 16 MiB, which is no preferences file", mFile.string());
-        return;
-    }
-    std::ifstream stream(mFile, std::ios::binary);
-    if (!stream) {
-        mProblem = fmt::format("{}: {}", mFile.string(), ErrnoText(errno));
-        return;
-    }
-    const std::string content((std::istreambuf_iterator<char>(stream)),
-                              std::istreambuf_iterator<char>());
-    plist_t root = nullptr;
-    plist_from_memory(content.data(), static_cast<std::uint32_t>(content.size()), &root);
-    if (root == nullptr || plist_get_node_type(root) != PLIST_DICT) {
-        mProblem = fmt::format("{}: {}", mFile.string(),
-                               root == nullptr ? "not a property list, or a damaged one"
-                                               : "a property list that is no dictionary");
-        plist_free(root);
-        return;
-    }
-    mDocument->root = root;
-    mDocument->binary = content.starts_with(kBinaryMagic);
-}
-
-void PreferencesEditor::ReadEntries() {
+    mFileIsMissing = false;
     mEntries.clear();
-    plist_t applications = mDocument->Applications();
-    if (applications == nullptr) {
+    CFErrorRef rawError = nullptr;
+    const CFOwned<CFDictionaryRef> values(CFPreferencesHostCopyFile(
+        kIdentifier, kCFPreferencesAnyUser, kCFPreferencesCurrentHost, &rawError));
+    const CFOwned<CFErrorRef> error(rawError);
+    if (!values) {
+        mProblem = Fault(error.Get());
+        mFileIsMissing = CFErrorGetCode(error.Get()) == kCFPreferencesHostNoFileError;
         return;
     }
-    if (plist_get_node_type(applications) != PLIST_ARRAY) {
-        mProblem = fmt::format("{}: \"{}\" is no array", mFile.string(), kApplicationsKey);
-        return;
-    }
-    for (std::uint32_t i = 0; i < plist_array_get_size(applications); ++i) {
-        mEntries.push_back(EntryOf(plist_array_get_item(applications, i)));
+    try {
+        const CFArrayRef applications = ApplicationsOf(values.Get());
+        const CFIndex count = applications == nullptr ? 0 : CFArrayGetCount(applications);
+        for (CFIndex i = 0; i < count; ++i) {
+            mEntries.push_back(EntryOf(DictionaryAt(applications, i)));
+        }
+    } catch (const InputError& wrongType) {
+        mProblem = wrongType.what();
     }
 }
 
 PortConfiguration PreferencesEditor::Configuration() const {
     PortConfiguration configuration = DerivePortConfiguration(mEntries);
     if (mProblem) {
-        configuration.notices.insert(configuration.notices.begin(),
-                                     {std::nullopt, fmt::format("ignored: {}", *mProblem)});
+        configuration.notices.insert(
+            configuration.notices.begin(),
+            {std::nullopt, mFileIsMissing ? *mProblem : fmt::format("ignored: {}", *mProblem)});
     }
     return configuration;
 }
 
-void PreferencesEditor::RequireUsable() const {
-    if (mProblem) {
-        throw InputError(fmt::format("{}; nothing was changed", *mProblem));
-    }
-}
-
 void PreferencesEditor::Set(const std::string& application, const std::optional<std::string>& ports,
                             const std::optional<std::string>& protocol) {
-    RequireUsable();
-    if (mDocument->root == nullptr) {
-        mDocument->root = plist_new_dict();
-    }
-    plist_t applications = mDocument->Applications();
-    if (applications == nullptr) {
-        applications = plist_new_array();
-        plist_dict_set_item(mDocument->root, kApplicationsKey, applications);
-    }
-    plist_t entry = nullptr;
-    for (std::size_t i = 0; i < mEntries.size(); ++i) {
-        if (mEntries[i].name == application) {
-            entry = plist_array_get_item(applications, static_cast<std::uint32_t>(i));
+    ChangeFile([&](CFMutableDictionaryRef values) {
+        const auto applications = MutableCopy(ApplicationsOf(values));
+        CFIndex place = CFArrayGetCount(applications.Get());
+        while (place > 0 && !IsNamed(DictionaryAt(applications.Get(), place - 1), application)) {
+            --place;
         }
-    }
-    if (entry == nullptr) {
-        entry = plist_new_dict();
-        plist_dict_set_item(entry, kNameKey, plist_new_string(application.c_str()));
-        plist_array_append_item(applications, entry);
-    }
-    if (ports) {
-        plist_dict_set_item(entry, kPortsKey, plist_new_string(ports->c_str()));
-    }
-    if (protocol) {
-        plist_dict_set_item(entry, kProtocolKey, plist_new_string(protocol->c_str()));
-    }
-    ReadEntries();
+        const auto entry =
+            Made(place > 0 ? CFDictionaryCreateMutableCopy(
+                                 nullptr, 0, DictionaryAt(applications.Get(), place - 1))
+                           : CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                                       &kCFTypeDictionaryValueCallBacks));
+        CFDictionarySetValue(entry.Get(), kNameKey, MakeCFString(application).Get());
+        if (ports) {
+            CFDictionarySetValue(entry.Get(), kPortsKey, MakeCFString(*ports).Get());
+        }
+        if (protocol) {
+            CFDictionarySetValue(entry.Get(), kProtocolKey, MakeCFString(*protocol).Get());
+        }
+        if (place > 0) {
+            CFArraySetValueAtIndex(applications.Get(), place - 1, entry.Get());
+        } else {
+            CFArrayAppendValue(applications.Get(), entry.Get());
+        }
+        CFDictionarySetValue(values, kApplicationsKey, applications.Get());
+        return true;
+    });
 }
 
 bool PreferencesEditor::Clear(const std::string& application) {
-    RequireUsable();
-    bool found = false;
-    for (std::size_t i = mEntries.size(); i-- > 0;) {
-        if (mEntries[i].name == application) {
-            plist_array_remove_item(mDocument->Applications(), static_cast<std::uint32_t>(i));
-            found = true;
-        }
+    PreferencesEditor current;
+    current.Load();
+    if (current.mFileIsMissing) {
+        return false; // without making its folder
     }
-    ReadEntries();
+    bool found = false;
+    ChangeFile([&](CFMutableDictionaryRef values) {
+        const auto applications = MutableCopy(ApplicationsOf(values));
+        for (CFIndex i = CFArrayGetCount(applications.Get()); i-- > 0;) {
+            if (IsNamed(DictionaryAt(applications.Get(), i), application)) {
+                CFArrayRemoveValueAtIndex(applications.Get(), i);
+                found = true;
+            }
+        }
+        if (found) {
+            CFDictionarySetValue(values, kApplicationsKey, applications.Get());
+        }
+        return found;
+    });
     return found;
 }
 
 void PreferencesEditor::ClearAll() {
-    if (mFileUnusable) {
-        RequireUsable();
+    PreferencesEditor current;
+    current.Load();
+    if (current.mFileIsMissing) {
+        return;
     }
-    if (mDocument->Applications() != nullptr) {
-        plist_dict_remove_item(mDocument->root, kApplicationsKey);
-    }
-    mProblem.reset();
-    ReadEntries();
+    ChangeFile([](CFMutableDictionaryRef values) {
+        const bool there = CFDictionaryContainsKey(values, kApplicationsKey) != 0;
+        CFDictionaryRemoveValue(values, kApplicationsKey);
+        return there;
+    });
 }
 
-void PreferencesEditor::Save() const {
-    std::error_code error;
-    std::filesystem::create_directories(mFile.parent_path(), error);
-    if (error) {
-        FailToWrite(mFile.parent_path(), error.value());
+void RequirePlainText(const std::string& what, const std::string& text) {
+    const CFOwned<CFStringRef> string(
+        CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()),
+                                static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
+    if (!string) {
+        throw InputError(fmt::format("{} is not UTF-8", what));
     }
-    char* content = nullptr;
-    std::uint32_t length = 0;
-    const std::unique_ptr<void, void (*)(plist_t)> empty(
-        mDocument->root == nullptr ? plist_new_dict() : nullptr, plist_free);
-    const plist_t root = mDocument->root == nullptr ? empty.get() : mDocument->root;
-    if (mDocument->binary) {
-        plist_to_bin(root, &content, &length);
-    } else {
-        plist_to_xml(root, &content, &length);
+    for (CFIndex i = 0; i < CFStringGetLength(string.Get()); ++i) {
+        const UniChar c = CFStringGetCharacterAtIndex(string.Get(), i);
+        if (c < 0x20 || (c >= 0x7F && c < 0xA0)) {
+            throw InputError(fmt::format("{} \"{}\" holds a control character", what, text));
+        }
     }
-    const std::unique_ptr<char, void (*)(char*)> owner(
-        content, mDocument->binary ? plist_to_bin_free : plist_to_xml_free);
-    if (content == nullptr) {
-        FailToWrite(mFile, ENOMEM);
-    }
-    ReplacementFile file(mFile);
-    file.Write({content, length});
-    file.Commit();
 }
 
 std::vector<std::string> CheckPreferenceValues(const std::optional<std::string>& ports,
@@ -313,6 +260,7 @@ std::vector<std::string> CheckPreferenceValues(const std::optional<std::string>&
                                                bool force) {
     std::vector<std::string> warnings;
     if (ports) {
+        RequirePlainText("the range of ports", *ports);
         const std::optional<PortRange> range = ParsePortRange(*ports);
         if (!range || range->first > range->last) {
             throw InputError(fmt::format("\"{}\" is no range of ports: first and last port joined "
@@ -325,6 +273,9 @@ std::vector<std::string> CheckPreferenceValues(const std::optional<std::string>&
                 "ports: only the blocks 1-4, 5-8, ... 29-32 do",
                 *ports));
         }
+    }
+    if (protocol) {
+        RequirePlainText("the protocol", *protocol);
     }
     if (protocol && ProtocolFromName(*protocol) == Protocol::kNone) {
         const std::string text =

@@ -3,71 +3,64 @@
 #include "midiserver/PortConfiguration.h"
 
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace MidiServer {
 
-// The preferences of the control-surface system: reads them, changes an application's ports and
-// protocol, and writes them back.
+// Makes the folder the one that this process, with the driver in it, has its preferences in.
+void UsePreferencesFolder(const std::filesystem::path& folder);
+
+// The preferences of the control-surface system, as the driver's process reads them: shows them,
+// and changes an application's ports and protocol.
 //
-// Works on the property-list file itself, XML or binary, so that it can say why a file or an entry
-// is not used, and so that every key, type and application that it does not know stays as it was.
-// Not synchronised. A change by another program between Load and Save is overwritten.
+// The file is read and written by CoreFoundation, so that host and driver cannot see different
+// things in it; beside that this says why a file or an entry is not used. Every change loads,
+// changes and saves the file while no other program can, and leaves every key, type and application
+// as it was that it is not about. Not synchronised.
 class PreferencesEditor {
 public:
-    // The file in `folder`; without one, in QUORVEL_PREFERENCES_DIR or the system's folder.
-    explicit PreferencesEditor(const std::optional<std::filesystem::path>& folder);
-    ~PreferencesEditor();
-    PreferencesEditor(const PreferencesEditor&) = delete;
-    PreferencesEditor& operator=(const PreferencesEditor&) = delete;
+    // The file that the driver reads: in QUORVEL_PREFERENCES_DIR or the system's folder.
+    static std::filesystem::path File();
 
-    const std::filesystem::path& File() const { return mFile; }
-
-    // Reads the file. Never fails: a file that cannot be read, or whose list of applications has
-    // another type than an array, has no entries, and Problem() says why in one line. A file that
-    // does not exist is no problem.
+    // Reads the file. Never fails: a file that is not there or cannot be read, or whose list of
+    // applications has another type than an array, has no entries, and Problem() says why in one
+    // line.
     void Load();
     const std::optional<std::string>& Problem() const { return mProblem; }
+    bool FileIsMissing() const { return mFileIsMissing; }
 
     const std::vector<PreferenceEntry>& Entries() const { return mEntries; }
     // What the driver makes of the entries, with Problem() among the notices.
     PortConfiguration Configuration() const;
 
-    // Sets what is given for the application of this name, the last one when there are several,
-    // since that is the one that counts; adds it when there is none. Throws InputError when
-    // Problem() is set, so that nothing is overwritten that may still be of use.
-    void Set(const std::string& application, const std::optional<std::string>& ports,
-             const std::optional<std::string>& protocol);
-    // Removes every application of this name; false when there is none. Throws as Set does.
-    bool Clear(const std::string& application);
-    // Removes the list of applications, whatever it is. Throws InputError only when the file is
-    // there and is no property list.
-    void ClearAll();
+    // The changes. They throw InputError that names the file when it cannot be written or is no
+    // property list, so that nothing is overwritten that may still be of use; the file is then as
+    // it was. A missing file and its folder are made when there is something to be written.
 
-    // Writes the file: a temporary file beside it, synchronised and renamed, so that a reader sees
-    // the old or the new content. Creates the folder. Throws InputError that names the path.
-    void Save() const;
+    // Sets what is given for the application of this name, the last one when there are several,
+    // since that is the one that counts; adds it when there is none. Throws when the list of
+    // applications has another type than an array, too.
+    static void Set(const std::string& application, const std::optional<std::string>& ports,
+                    const std::optional<std::string>& protocol);
+    // Removes every application of this name; false when there is none. Throws as Set does.
+    static bool Clear(const std::string& application);
+    // Removes the list of applications, whatever it is.
+    static void ClearAll();
 
 private:
-    struct Document;
-
-    void ReadFile();
-    void ReadEntries();
-    void RequireUsable() const;
-
-    std::filesystem::path mFile;
-    std::unique_ptr<Document> mDocument;
-    bool mFileUnusable = false;
+    bool mFileIsMissing = false;
     std::optional<std::string> mProblem;
     std::vector<PreferenceEntry> mEntries;
 };
 
-// Checks what `prefs set` is given. Throws InputError for ports that the driver takes nothing from
-// and, unless `force` is set, for a protocol that it does not know. Returns warnings, one line
-// each.
+// Throws InputError unless the text is UTF-8 without control characters; `what` names it.
+void RequirePlainText(const std::string& what, const std::string& text);
+
+// Checks what `prefs set` is given. Throws InputError for what is not plain text, for ports that
+// the driver takes nothing from and, unless `force` is set, for a protocol that it does not know.
+// Returns warnings, one line each.
 std::vector<std::string> CheckPreferenceValues(const std::optional<std::string>& ports,
                                                const std::optional<std::string>& protocol,
                                                bool force);

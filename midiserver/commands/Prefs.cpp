@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
+#include <filesystem>
 
 namespace MidiServer {
 
@@ -106,6 +107,9 @@ PrefsCommand::PrefsCommand(CLI::App& program)
 }
 
 int PrefsCommand::Run() {
+    if (mFolder) {
+        UsePreferencesFolder(*mFolder);
+    }
     if (mShow->parsed()) {
         Show();
     } else if (mSet->parsed()) {
@@ -117,8 +121,11 @@ int PrefsCommand::Run() {
 }
 
 void PrefsCommand::Show() const {
-    PreferencesEditor preferences(mFolder);
+    PreferencesEditor preferences;
     preferences.Load();
+    if (mFolder && !std::filesystem::is_directory(*mFolder)) {
+        throw InputError(fmt::format("{}: there is no such folder", *mFolder));
+    }
     const PortConfiguration configuration = preferences.Configuration();
     if (mJson) {
         PrintJson(preferences, configuration);
@@ -131,28 +138,23 @@ void PrefsCommand::Set() const {
     if (mApplication.empty()) {
         throw InputError("the application needs a name");
     }
+    RequirePlainText("the application's name", mApplication);
     if (!mPorts && !mProtocol) {
         throw InputError("nothing to set: give --ports, --protocol or both");
     }
     for (const std::string& warning : CheckPreferenceValues(mPorts, mProtocol, mForce)) {
         ErrorOutput::Write(fmt::format("midiserver: warning: {}\n", OneLine(warning)));
     }
-    PreferencesEditor preferences(mFolder);
-    preferences.Load();
-    preferences.Set(mApplication, mPorts, mProtocol);
-    preferences.Save();
+    PreferencesEditor::Set(mApplication, mPorts, mProtocol);
 }
 
 void PrefsCommand::Clear() const {
-    PreferencesEditor preferences(mFolder);
-    preferences.Load();
     if (mClear->count("APP") == 0) {
-        preferences.ClearAll();
-    } else if (!preferences.Clear(mApplication)) {
+        PreferencesEditor::ClearAll();
+    } else if (!PreferencesEditor::Clear(mApplication)) {
         throw InputError(fmt::format("{}: there is no application \"{}\"",
-                                     preferences.File().string(), mApplication));
+                                     PreferencesEditor::File().string(), mApplication));
     }
-    preferences.Save();
 }
 
 } // namespace MidiServer

@@ -27,9 +27,13 @@ namespace {
 
 // Reads the preferences that the driver is going to read, and says on standard error what in them
 // has no effect: the driver itself keeps silent about it.
-PortConfiguration ReadConfiguration(const std::optional<std::string>& folder) {
-    PreferencesEditor preferences(folder);
+PortConfiguration ReadConfiguration(bool folderWasGiven) {
+    PreferencesEditor preferences;
     preferences.Load();
+    if (folderWasGiven && preferences.FileIsMissing()) {
+        throw InputError(
+            fmt::format("{}; --prefs names the folder of that file", *preferences.Problem()));
+    }
     PortConfiguration configuration = preferences.Configuration();
     for (const PreferenceNotice& notice : configuration.notices) {
         Tell(kPreferencesLog, fmt::format("preferences: {}", notice.text));
@@ -131,7 +135,7 @@ ReplayCommand::ReplayCommand(CLI::App& program)
 int ReplayCommand::Run() {
     // The environment is changed while there is only this thread; the log starts another one.
     if (mPreferences) {
-        ::setenv("QUORVEL_PREFERENCES_DIR", std::filesystem::absolute(*mPreferences).c_str(), 1);
+        UsePreferencesFolder(*mPreferences);
     }
     const PrivateRuntimeFolder runtimeFolder;
     ReplayReport report;
@@ -154,7 +158,7 @@ int ReplayCommand::Run() {
 
 ReplayReport ReplayCommand::Play() const {
     const RecordedSession recording = ReadSessionFile(mFile);
-    const PortConfiguration configuration = ReadConfiguration(mPreferences);
+    const PortConfiguration configuration = ReadConfiguration(mPreferences.has_value());
     if (mPort > configuration.publishedPorts) {
         throw InputError(fmt::format("port {} is not there: the driver publishes {} ports with "
                                      "these preferences",

@@ -1,7 +1,9 @@
 #include <CoreFoundation/CFPreferences.h>
+#include <CoreFoundation/CFPreferencesHost.h>
 
 #include "platform/CoreFoundation/src/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/CFStringObject.h"
+#include "platform/CoreFoundation/src/ErrorReport.h"
 #include "platform/CoreFoundation/src/FileReplace.h"
 #include "platform/CoreFoundation/src/PreferencesDomain.h"
 #include "platform/CoreFoundation/src/PropertyListFile.h"
@@ -9,8 +11,10 @@
 
 #include <syslog.h>
 
+#include <cstring>
 #include <map>
 #include <mutex>
+#include <new>
 #include <vector>
 
 const CFStringRef kCFPreferencesAnyApplication = CFSTR("kCFPreferencesAnyApplication");
@@ -38,26 +42,41 @@ State& SharedState() {
 
 enum class FileContents { kDictionary, kMissing, kUnusable };
 
-// The domain's file as it is, as a mutable dictionary, which is empty unless the file has one.
-FileContents ReadDomain(const PreferencesDomain& domain, CFOwned<CFMutableDictionaryRef>& values,
-                        std::string& cause) {
-    values.reset(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                           &kCFTypeDictionaryValueCallBacks));
+struct DomainFile {
+    FileContents contents = FileContents::kUnusable;
+    CFOwned<CFMutableDictionaryRef> values; // empty unless the file has a dictionary
+    CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
+    std::string cause; // why there is no dictionary
+};
+
+DomainFile ReadDomain(const PreferencesDomain& domain) {
+    DomainFile file;
     std::string bytes;
-    const ReadResult result = ReadWholeFile(domain.Path(), kPropertyListMaximumSize, bytes, cause);
-    if (result != ReadResult::kRead) {
-        return result == ReadResult::kMissing ? FileContents::kMissing : FileContents::kUnusable;
+    const ReadResult result =
+        ReadWholeFile(domain.Path(), kPropertyListMaximumSize, bytes, file.cause);
+    CFOwned<CFPropertyListRef> read;
+    if (result == ReadResult::kMissing) {
+        file.contents = FileContents::kMissing;
+    } else if (result == ReadResult::kRead) {
+        PropertyListFailure failure;
+        read.reset(ParsePropertyList(bytes, false, file.format, failure));
+        if (!read) {
+            file.cause = "not a property list: " + failure.text;
+        } else if (CFGetTypeID(read.get()) != kCFRuntimeDictionaryType) {
+            file.cause = "a property list that is no dictionary";
+        } else {
+            file.contents = FileContents::kDictionary;
+        }
     }
-    CFPropertyListFormat format = 0;
-    PropertyListFailure failure;
-    const CFOwned<CFPropertyListRef> read(ParsePropertyList(bytes, false, format, failure));
-    if (CFRuntimeTypeOf(read.get()) != kCFRuntimeDictionaryType) {
-        cause = read ? "holds no dictionary" : "is not a property list: " + failure.text;
-        return FileContents::kUnusable;
+    file.values.reset(
+        file.contents == FileContents::kDictionary
+            ? CFDictionaryCreateMutableCopy(nullptr, 0, static_cast<CFDictionaryRef>(read.get()))
+            : CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                        &kCFTypeDictionaryValueCallBacks));
+    if (!file.values) {
+        throw std::bad_alloc();
     }
-    values.reset(
-        CFDictionaryCreateMutableCopy(nullptr, 0, static_cast<CFDictionaryRef>(read.get())));
-    return FileContents::kDictionary;
+    return file;
 }
 
 void ApplyChanges(const Changes& changes, CFMutableDictionaryRef values) {
@@ -65,8 +84,15 @@ void ApplyChanges(const Changes& changes, CFMutableDictionaryRef values) {
         const CFOwned<CFStringRef> name(CFStringCreateWithBytes(
             nullptr, reinterpret_cast<const UInt8*>(key.data()), static_cast<CFIndex>(key.size()),
             kCFStringEncodingUTF8, false));
+        if (!name) {
+            throw std::bad_alloc();
+        }
         if (value) {
             CFDictionarySetValue(values, name.get(), value.get());
+            // It says nothing where there is no memory, and what is not in the file must be kept.
+            if (CFDictionaryGetValue(values, name.get()) != value.get()) {
+                throw std::bad_alloc();
+            }
         } else {
             CFDictionaryRemoveValue(values, name.get());
         }
@@ -75,9 +101,7 @@ void ApplyChanges(const Changes& changes, CFMutableDictionaryRef values) {
 
 // The domain's values, changes included; empty when its file cannot be used. Under the mutex.
 CFOwned<CFMutableDictionaryRef> CurrentValues(State& state, const PreferencesDomain& domain) {
-    CFOwned<CFMutableDictionaryRef> values;
-    std::string cause;
-    ReadDomain(domain, values, cause);
+    CFOwned<CFMutableDictionaryRef> values = ReadDomain(domain).values;
     const auto changes = state.changes.find(domain.Path());
     if (changes != state.changes.end()) {
         ApplyChanges(changes->second, values.get());
@@ -110,25 +134,32 @@ Result WithValues(CFStringRef applicationID, CFStringRef userName, CFStringRef h
     });
 }
 
-// Writes the changes to the domain's file. Under the mutex.
-bool WriteChanges(const PreferencesDomain& domain, const Changes& changes, std::string& cause) {
-    LockedFolder folder(domain.folder);
-    if (!folder.Cause().empty()) {
-        cause = folder.Cause();
+// Has the values of the domain's file changed, and writes them unless `change` says that they are
+// to stay as they are, all while no other writer can.
+template <typename Change>
+bool ChangeFile(const PreferencesDomain& domain, const Change& change,
+                PropertyListFailure& failure) {
+    failure.code = kCFPreferencesHostWriteError;
+    LockedFile locked(domain.Path());
+    if (!locked.Cause().empty()) {
+        failure.text = locked.Cause();
         return false;
     }
-    CFOwned<CFMutableDictionaryRef> values;
-    if (ReadDomain(domain, values, cause) == FileContents::kUnusable) {
+    const DomainFile file = ReadDomain(domain);
+    if (file.contents == FileContents::kUnusable) {
+        failure = {kCFPreferencesHostUnusableFileError, file.cause};
         return false;
     }
-    ApplyChanges(changes, values.get());
-    PropertyListFailure failure;
+    if (!change(file.values.get())) {
+        return true;
+    }
     std::string bytes;
-    if (!WritePropertyList(values.get(), kCFPropertyListXMLFormat_v1_0, bytes, failure)) {
-        cause = "cannot be written: " + failure.text;
+    PropertyListFailure unwritable;
+    if (!WritePropertyList(file.values.get(), file.format, bytes, unwritable)) {
+        failure.text = "cannot be written: " + unwritable.text;
         return false;
     }
-    return folder.Replace(domain.fileName, bytes, cause);
+    return locked.Replace(bytes, failure.text);
 }
 
 } // namespace
@@ -223,13 +254,68 @@ Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName
         if (changes == state.changes.end()) {
             return true;
         }
-        std::string cause;
-        if (!WriteChanges(*domain, changes->second, cause)) {
+        const auto change = [&](CFMutableDictionaryRef values) {
+            ApplyChanges(changes->second, values);
+            return true;
+        };
+        PropertyListFailure failure;
+        if (!ChangeFile(*domain, change, failure)) {
             syslog(LOG_ERR, "CFPreferencesSynchronize: %s: %s", domain->Path().c_str(),
-                   cause.c_str());
+                   failure.text.c_str());
             return false;
         }
         state.changes.erase(changes);
         return true;
+    });
+}
+
+Boolean CFPreferencesHostGetPath(CFStringRef applicationID, CFStringRef userName,
+                                 CFStringRef hostName, char* buffer, CFIndex bufferSize) {
+    return CFRuntimeGuard(false, [&] {
+        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
+        if (!domain || bufferSize < 0 || domain->Path().size() >= static_cast<size_t>(bufferSize)) {
+            return false;
+        }
+        std::strcpy(buffer, domain->Path().c_str());
+        return true;
+    });
+}
+
+CFDictionaryRef CFPreferencesHostCopyFile(CFStringRef applicationID, CFStringRef userName,
+                                          CFStringRef hostName, CFErrorRef* error) {
+    return CFRuntimeGuard<CFDictionaryRef>(nullptr, [&]() -> CFDictionaryRef {
+        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
+        if (!domain) {
+            return nullptr;
+        }
+        DomainFile file = ReadDomain(*domain);
+        if (file.contents != FileContents::kDictionary) {
+            ReportError(error,
+                        file.contents == FileContents::kMissing
+                            ? kCFPreferencesHostNoFileError
+                            : kCFPreferencesHostUnusableFileError,
+                        file.cause);
+            return nullptr;
+        }
+        return file.values.release();
+    });
+}
+
+Boolean CFPreferencesHostChangeFile(CFStringRef applicationID, CFStringRef userName,
+                                    CFStringRef hostName, CFPreferencesHostChangeCallBack change,
+                                    void* info, CFErrorRef* error) {
+    return CFRuntimeGuard(false, [&] {
+        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
+        if (!domain) {
+            return false;
+        }
+        PropertyListFailure failure;
+        const bool changed = ChangeFile(
+            *domain, [&](CFMutableDictionaryRef values) { return change(values, info) != 0; },
+            failure);
+        if (!changed) {
+            ReportError(error, failure.code, failure.text);
+        }
+        return changed;
     });
 }

@@ -1,6 +1,7 @@
 #include <CoreFoundation/CFPropertyList.h>
 
 #include "platform/CoreFoundation/src/CFRuntimeObject.h"
+#include "platform/CoreFoundation/src/ErrorReport.h"
 #include "platform/CoreFoundation/src/PropertyListBuilder.h"
 #include "platform/CoreFoundation/src/PropertyListCheck.h"
 #include "platform/CoreFoundation/src/PropertyListEntries.h"
@@ -9,20 +10,6 @@
 #include <CoreFoundation/CFDictionary.h>
 
 namespace {
-
-void Report(const PropertyListFailure& failure, CFErrorRef* error) {
-    if (error == nullptr) {
-        return;
-    }
-    const CFOwned<CFStringRef> text(
-        CFStringCreateWithCString(nullptr, failure.text.c_str(), kCFStringEncodingUTF8));
-    const void* key = kCFErrorLocalizedDescriptionKey;
-    const void* value = text.get();
-    const CFOwned<CFDictionaryRef> info(CFDictionaryCreate(nullptr, &key, &value, 1,
-                                                           &kCFTypeDictionaryKeyCallBacks,
-                                                           &kCFTypeDictionaryValueCallBacks));
-    *error = CFErrorCreate(nullptr, kCFErrorDomainCocoa, failure.code, info.get());
-}
 
 // A property list that has been checked, with its containers copied.
 PropertyListValue CopyDeep(CFTypeRef value, PropertyListBuilder& builder) {
@@ -89,7 +76,7 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataR
                                       found, failure);
         }
         if (value == nullptr) {
-            Report(failure, error);
+            ReportError(error, failure.code, failure.text);
         } else if (format != nullptr) {
             *format = found;
         }
@@ -105,7 +92,7 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef p
         PropertyListFailure failure;
         std::string bytes;
         if (!WritePropertyList(propertyList, format, bytes, failure)) {
-            Report(failure, error);
+            ReportError(error, failure.code, failure.text);
             return nullptr;
         }
         return CFDataCreate(allocator, reinterpret_cast<const UInt8*>(bytes.data()),

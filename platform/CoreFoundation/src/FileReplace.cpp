@@ -1,39 +1,22 @@
 #include "platform/CoreFoundation/src/FileReplace.h"
 
+#include "platform/CoreFoundation/src/FileDescriptor.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace {
 
 std::string LastCause(const char* action) {
     return std::string(action) + ": " + std::generic_category().message(errno);
 }
-
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : mDescriptor(descriptor) {}
-    ~Descriptor() { Close(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    bool IsOpen() const { return mDescriptor >= 0; }
-    int Get() const { return mDescriptor; }
-    bool Close() {
-        const int descriptor = mDescriptor;
-        mDescriptor = -1;
-        return descriptor < 0 || close(descriptor) == 0;
-    }
-
-private:
-    int mDescriptor;
-};
 
 bool WriteAll(int descriptor, const std::string& bytes) {
     for (size_t written = 0; written < bytes.size();) {
@@ -64,19 +47,55 @@ bool MakeFolders(const std::string& path) {
     return true;
 }
 
+// The file that a path leads to over symbolic links, there or not.
+bool FollowLinks(std::filesystem::path path, std::filesystem::path& file) {
+    constexpr int kMostLinks = 40; // as many as the system follows
+    std::error_code error;
+    for (int links = 0; std::filesystem::is_symlink(path, error); ++links) {
+        if (links == kMostLinks) {
+            errno = ELOOP;
+            return false;
+        }
+        const std::filesystem::path target = std::filesystem::read_symlink(path, error);
+        if (error) {
+            errno = error.value();
+            return false;
+        }
+        path = path.parent_path() / target; // which is the target alone when that is absolute
+    }
+    file = std::move(path);
+    return true;
+}
+
+// Gives the open file the owner and mode of the one with the name, or 0644 when there is none.
+bool TakeOwnerAndMode(int descriptor, int folder, const std::string& name) {
+    struct stat old {};
+    struct stat made {};
+    if (fstatat(folder, name.c_str(), &old, 0) != 0) {
+        return fchmod(descriptor, 0644) == 0;
+    }
+    if (fstat(descriptor, &made) != 0) {
+        return false;
+    }
+    // The mode last: a change of the owner takes bits of it away.
+    const bool owned = old.st_uid == made.st_uid && old.st_gid == made.st_gid;
+    return (owned || fchown(descriptor, old.st_uid, old.st_gid) == 0) &&
+           fchmod(descriptor, old.st_mode & 07777) == 0;
+}
+
 } // namespace
 
 ReadResult ReadWholeFile(const std::string& path, size_t limit, std::string& bytes,
                          std::string& cause) {
     // Not blocking, so that a pipe in the file's place does not hold the caller up.
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file.IsOpen()) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file) {
         cause = LastCause("cannot be opened");
         return errno == ENOENT ? ReadResult::kMissing : ReadResult::kFailed;
     }
     struct stat status {};
     if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        cause = "is not a regular file";
+        cause = "not a regular file";
         return ReadResult::kFailed;
     }
     bytes.clear();
@@ -95,65 +114,70 @@ ReadResult ReadWholeFile(const std::string& path, size_t limit, std::string& byt
         }
         bytes.append(buffer, static_cast<size_t>(count));
         if (bytes.size() > limit) {
-            cause = "is too large";
+            cause = "too large";
             return ReadResult::kFailed;
         }
     }
 }
 
-LockedFolder::LockedFolder(const std::string& path) {
-    if (!MakeFolders(path)) {
+LockedFile::LockedFile(const std::string& path) {
+    std::filesystem::path file;
+    if (!FollowLinks(path, file)) {
+        mCause = LastCause("its symbolic link cannot be followed");
+        return;
+    }
+    mName = file.filename();
+    const std::string folder = file.has_parent_path() ? file.parent_path().string() : ".";
+    if (!MakeFolders(folder)) {
         mCause = LastCause("the folder cannot be made");
         return;
     }
-    mDescriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (mDescriptor < 0) {
+    mFolder = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (mFolder < 0) {
         mCause = LastCause("the folder cannot be opened");
         return;
     }
     int result = 0;
     do {
-        result = flock(mDescriptor, LOCK_EX);
+        result = flock(mFolder, LOCK_EX);
     } while (result != 0 && errno == EINTR);
     if (result != 0) {
         mCause = LastCause("the folder cannot be locked");
     }
 }
 
-LockedFolder::~LockedFolder() {
-    if (mDescriptor >= 0) {
-        close(mDescriptor); // gives the lock up
+LockedFile::~LockedFile() {
+    if (mFolder >= 0) {
+        close(mFolder); // gives the lock up
     }
 }
 
-bool LockedFolder::Replace(const std::string& name, const std::string& bytes, std::string& cause) {
+bool LockedFile::Replace(const std::string& bytes, std::string& cause) {
     if (!mCause.empty()) {
         cause = mCause;
         return false;
     }
-    struct stat status {};
-    const mode_t mode =
-        fstatat(mDescriptor, name.c_str(), &status, 0) == 0 ? status.st_mode & 07777 : 0644;
     // One name per file, since the lock keeps other writers out: what a crash leaves is taken over
     // by the next writer and does not pile up.
-    const std::string temporary = "." + name + ".new";
-    unlinkat(mDescriptor, temporary.c_str(), 0);
-    Descriptor file(openat(mDescriptor, temporary.c_str(),
-                           O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!file.IsOpen()) {
+    const std::string temporary = "." + mName + ".new";
+    unlinkat(mFolder, temporary.c_str(), 0);
+    const FileDescriptor file(openat(mFolder, temporary.c_str(),
+                                     O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file) {
         cause = LastCause("cannot be written");
         return false;
     }
-    if (!WriteAll(file.Get(), bytes) || fchmod(file.Get(), mode) != 0 || fsync(file.Get()) != 0 ||
-        !file.Close() || renameat(mDescriptor, temporary.c_str(), mDescriptor, name.c_str()) != 0) {
+    if (!TakeOwnerAndMode(file.Get(), mFolder, mName)) {
+        cause = LastCause("cannot be written with the owner that it has");
+    } else if (!WriteAll(file.Get(), bytes) || fsync(file.Get()) != 0 ||
+               renameat(mFolder, temporary.c_str(), mFolder, mName.c_str()) != 0) {
         cause = LastCause("cannot be written");
-        unlinkat(mDescriptor, temporary.c_str(), 0);
-        return false;
-    }
-    // The new name too has to be on the disk.
-    if (fsync(mDescriptor) != 0) {
+    } else if (fsync(mFolder) != 0) { // the new name too has to be on the disk
         cause = LastCause("cannot be flushed");
         return false;
+    } else {
+        return true;
     }
-    return true;
+    unlinkat(mFolder, temporary.c_str(), 0);
+    return false;
 }

@@ -10,24 +10,28 @@ enum class ReadResult { kRead, kMissing, kFailed };
 ReadResult ReadWholeFile(const std::string& path, size_t limit, std::string& bytes,
                          std::string& cause);
 
-// A folder, made if it is missing, and locked against other writers of its files (of this process
-// too) for as long as this exists. The constructor waits for the lock.
-class LockedFolder {
+// A file, there or not, that no other writer of its folder (in this process or another) can replace
+// for as long as this exists. Where the path is a symbolic link, all is about the file that it
+// leads to, so that writers by either name keep each other out. The constructor makes the folder if
+// it is missing, and waits for the lock.
+class LockedFile {
 public:
-    explicit LockedFolder(const std::string& path);
-    ~LockedFolder();
-    LockedFolder(const LockedFolder&) = delete;
-    LockedFolder& operator=(const LockedFolder&) = delete;
+    explicit LockedFile(const std::string& path);
+    ~LockedFile();
+    LockedFile(const LockedFile&) = delete;
+    LockedFile& operator=(const LockedFile&) = delete;
 
-    // Empty when the folder is there and locked, else why not.
+    // Empty when the file is locked, else why not.
     const std::string& Cause() const { return mCause; }
 
-    // Writes the bytes beside the file, flushes them to the disk, and puts them in its place (mode
-    // 0644 for a new file, else as it was), so that every reader sees the old or the new file
-    // whole. False with a cause; the old file is then as it was.
-    bool Replace(const std::string& name, const std::string& bytes, std::string& cause);
+    // Writes the bytes beside the file, flushes them to the disk, and puts them in its place with
+    // the owner and mode that it has (0644 when it is new), so that every reader sees the old or
+    // the new file whole. False with a cause, the old file then being as it was, when that fails or
+    // the owner cannot be kept.
+    bool Replace(const std::string& bytes, std::string& cause);
 
 private:
-    int mDescriptor = -1;
+    int mFolder = -1; // which is what is locked: the file itself is going to be another
+    std::string mName;
     std::string mCause;
 };

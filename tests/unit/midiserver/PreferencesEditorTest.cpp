@@ -2,9 +2,10 @@
 
 #include "midiserver/InputError.h"
 
+#include <CoreFoundation/CoreFoundation.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -22,8 +23,12 @@ protected:
         std::string name = testing::TempDir() + "quorvel-preferences-XXXXXX";
         mFolder = ::mkdtemp(name.data());
         mFile = mFolder / "com.quorvel.ControlSurface.plist";
+        UsePreferencesFolder(mFolder);
     }
-    ~PreferencesEditorTest() override { std::filesystem::remove_all(mFolder); }
+    ~PreferencesEditorTest() override {
+        ::unsetenv("QUORVEL_PREFERENCES_DIR");
+        std::filesystem::remove_all(mFolder);
+    }
 
     void Write(std::string_view content) { std::ofstream(mFile, std::ios::binary) << content; }
     void WriteXml(const std::string& dictionary) {
@@ -34,49 +39,49 @@ protected:
         std::ifstream stream(mFile, std::ios::binary);
         return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     }
-    PreferencesEditor& Loaded() {
-        mEditor.emplace(mFolder);
-        mEditor->Load();
-        return *mEditor;
+    const PreferencesEditor& Loaded() {
+        mEditor.Load();
+        return mEditor;
     }
 
     std::filesystem::path mFolder;
     std::filesystem::path mFile;
-    std::optional<PreferencesEditor> mEditor;
+    PreferencesEditor mEditor;
 };
 
-TEST_F(PreferencesEditorTest, IsEmptyWithoutAFileAndSaysNothing) {
+TEST_F(PreferencesEditorTest, IsEmptyWithoutAFileAndSaysThatThereIsNone) {
     EXPECT_TRUE(Loaded().Entries().empty());
-    EXPECT_FALSE(mEditor->Problem());
-    EXPECT_TRUE(mEditor->Configuration().notices.empty());
+    EXPECT_TRUE(mEditor.FileIsMissing());
+    EXPECT_EQ(mEditor.Problem(), mFile.string() + ": cannot be opened: No such file or directory");
+    ASSERT_EQ(mEditor.Configuration().notices.size(), 1U);
+    EXPECT_EQ(mEditor.Configuration().notices[0].text, mEditor.Problem());
 }
 
 TEST_F(PreferencesEditorTest, WritesWhatItReadsBack) {
-    Loaded().Set("Mixer", "1-4", "MackieControl");
-    mEditor->Save();
+    PreferencesEditor::Set("Mixer", "1-4", "MackieControl");
 
     ASSERT_EQ(Loaded().Entries().size(), 1U);
-    EXPECT_EQ(mEditor->Entries()[0].name, "Mixer");
-    EXPECT_EQ(mEditor->Entries()[0].ports, "1-4");
-    EXPECT_EQ(mEditor->Entries()[0].protocol, "MackieControl");
-    EXPECT_EQ(mEditor->Configuration().protocols[0], Protocol::kMackieControl);
+    EXPECT_EQ(mEditor.Entries()[0].name, "Mixer");
+    EXPECT_EQ(mEditor.Entries()[0].ports, "1-4");
+    EXPECT_EQ(mEditor.Entries()[0].protocol, "MackieControl");
+    EXPECT_EQ(mEditor.Configuration().protocols[0], Protocol::kMackieControl);
 }
 
 TEST_F(PreferencesEditorTest, ChangesOnlyWhatIsGivenOfTheLastEntryOfThatName) {
-    Loaded().Set("Mixer", "1-4", "MackieControl");
-    mEditor->Set("Other", "5-8", "HUI");
-    mEditor->Set("Mixer", std::nullopt, "HUI");
+    PreferencesEditor::Set("Mixer", "1-4", "MackieControl");
+    PreferencesEditor::Set("Other", "5-8", "HUI");
+    PreferencesEditor::Set("Mixer", std::nullopt, "HUI");
 
-    ASSERT_EQ(mEditor->Entries().size(), 2U);
-    EXPECT_EQ(mEditor->Entries()[0].ports, "1-4");
-    EXPECT_EQ(mEditor->Entries()[0].protocol, "HUI");
+    ASSERT_EQ(Loaded().Entries().size(), 2U);
+    EXPECT_EQ(mEditor.Entries()[0].ports, "1-4");
+    EXPECT_EQ(mEditor.Entries()[0].protocol, "HUI");
 
     WriteXml("<dict><key>Sonaret Applications</key><array>"
              "<dict><key>App Name</key><string>A</string></dict>"
              "<dict><key>App Name</key><string>A</string></dict></array></dict>");
-    Loaded().Set("A", "1-4", std::nullopt);
-    EXPECT_FALSE(mEditor->Entries()[0].ports);
-    EXPECT_EQ(mEditor->Entries()[1].ports, "1-4");
+    PreferencesEditor::Set("A", "1-4", std::nullopt);
+    EXPECT_FALSE(Loaded().Entries()[0].ports);
+    EXPECT_EQ(mEditor.Entries()[1].ports, "1-4");
 }
 
 TEST_F(PreferencesEditorTest, KeepsEveryKeyAndApplicationThatItDoesNotKnow) {
@@ -87,9 +92,8 @@ TEST_F(PreferencesEditorTest, KeepsEveryKeyAndApplicationThatItDoesNotKnow) {
              "<string>/opt/mixer</string><key>MIDI Ports</key><string>1-4</string></dict>"
              "<dict><key>App Name</key><string>Other</string><key>Weight</key><real>1.5</real>"
              "</dict></array></dict>");
-    Loaded().Set("Mixer", "5-8", "HUI");
-    mEditor->Set("New", "9-12", "HUI");
-    mEditor->Save();
+    PreferencesEditor::Set("Mixer", "5-8", "HUI");
+    PreferencesEditor::Set("New", "9-12", "HUI");
 
     const std::string content = Content();
     EXPECT_THAT(content, HasSubstr("<key>Auto Launch</key>\n\t<true/>"));
@@ -101,37 +105,36 @@ TEST_F(PreferencesEditorTest, KeepsEveryKeyAndApplicationThatItDoesNotKnow) {
 }
 
 TEST_F(PreferencesEditorTest, KeepsTheBinaryFormOfAFile) {
-    plist_t root = plist_new_dict();
-    plist_dict_set_item(root, "Auto Launch", plist_new_bool(1));
-    char* bytes = nullptr;
-    std::uint32_t length = 0;
-    plist_to_bin(root, &bytes, &length);
-    Write({bytes, length});
-    plist_to_bin_free(bytes);
-    plist_free(root);
+    const auto* values = CFDictionaryCreate(nullptr, nullptr, nullptr, 0, nullptr, nullptr);
+    CFDataRef bytes =
+        CFPropertyListCreateData(nullptr, values, kCFPropertyListBinaryFormat_v1_0, 0, nullptr);
+    Write({reinterpret_cast<const char*>(CFDataGetBytePtr(bytes)),
+           static_cast<std::size_t>(CFDataGetLength(bytes))});
+    CFRelease(bytes);
+    CFRelease(values);
 
-    Loaded().Set("Mixer", "1-4", "HUI");
-    mEditor->Save();
+    PreferencesEditor::Set("Mixer", "1-4", "HUI");
 
     EXPECT_THAT(Content(), testing::StartsWith("bplist00"));
     EXPECT_EQ(Loaded().Entries().size(), 1U);
 }
 
 TEST_F(PreferencesEditorTest, ClearsEveryEntryOfAName) {
-    Loaded().Set("A", "1-4", "HUI");
-    mEditor->Set("B", "5-8", "HUI");
+    EXPECT_FALSE(PreferencesEditor::Clear("A"));
+    EXPECT_FALSE(std::filesystem::exists(mFile));
+    PreferencesEditor::Set("A", "1-4", "HUI");
+    PreferencesEditor::Set("B", "5-8", "HUI");
 
-    EXPECT_FALSE(mEditor->Clear("C"));
-    EXPECT_TRUE(mEditor->Clear("A"));
-    ASSERT_EQ(mEditor->Entries().size(), 1U);
-    EXPECT_EQ(mEditor->Entries()[0].name, "B");
+    EXPECT_FALSE(PreferencesEditor::Clear("C"));
+    EXPECT_TRUE(PreferencesEditor::Clear("A"));
+    ASSERT_EQ(Loaded().Entries().size(), 1U);
+    EXPECT_EQ(mEditor.Entries()[0].name, "B");
 }
 
 TEST_F(PreferencesEditorTest, ClearsTheWholeListAndNothingElse) {
     WriteXml("<dict><key>Auto Launch</key><true/><key>Sonaret Applications</key>"
              "<string>nonsense</string></dict>");
-    Loaded().ClearAll();
-    mEditor->Save();
+    PreferencesEditor::ClearAll();
 
     EXPECT_FALSE(Loaded().Problem());
     EXPECT_THAT(Content(), HasSubstr("Auto Launch"));
@@ -142,20 +145,21 @@ TEST_F(PreferencesEditorTest, SaysWhyAFileIsNotUsedAndLeavesItAlone) {
     for (const std::string_view content :
          {"", "not a property list", "bplist00", "<plist><dict>"}) {
         Write(content);
-        EXPECT_EQ(Loaded().Problem(), mFile.string() + ": not a property list, or a damaged one")
+        EXPECT_THAT(*Loaded().Problem(),
+                    testing::StartsWith(mFile.string() + ": not a property list: "))
             << content;
-        EXPECT_EQ(mEditor->Configuration().publishedPorts, 4U);
-        EXPECT_THAT(mEditor->Configuration().notices.at(0).text, testing::StartsWith("ignored: "));
-        EXPECT_THROW(mEditor->Set("A", "1-4", "HUI"), InputError);
-        EXPECT_THROW(mEditor->Clear("A"), InputError);
-        EXPECT_THROW(mEditor->ClearAll(), InputError);
+        EXPECT_EQ(mEditor.Configuration().publishedPorts, 4U);
+        EXPECT_THAT(mEditor.Configuration().notices.at(0).text, testing::StartsWith("ignored: "));
+        EXPECT_THROW(PreferencesEditor::Set("A", "1-4", "HUI"), InputError);
+        EXPECT_THROW(PreferencesEditor::Clear("A"), InputError);
+        EXPECT_THROW(PreferencesEditor::ClearAll(), InputError);
         EXPECT_EQ(Content(), content);
     }
     WriteXml("<array/>");
     EXPECT_THAT(*Loaded().Problem(), HasSubstr("a property list that is no dictionary"));
     WriteXml("<dict><key>Sonaret Applications</key><integer>3</integer></dict>");
     EXPECT_THAT(*Loaded().Problem(), HasSubstr("\"Sonaret Applications\" is no array"));
-    EXPECT_THROW(mEditor->Set("A", "1-4", "HUI"), InputError);
+    EXPECT_THROW(PreferencesEditor::Set("A", "1-4", "HUI"), InputError);
     std::filesystem::remove(mFile);
     std::filesystem::create_directory(mFile);
     EXPECT_THAT(*Loaded().Problem(), HasSubstr("not a regular file"));
@@ -167,49 +171,55 @@ TEST_F(PreferencesEditorTest, NamesEntriesOfWrongTypes) {
              "<key>Protocol</key><data>AAEC</data></dict></array></dict>");
 
     ASSERT_EQ(Loaded().Entries().size(), 2U);
-    EXPECT_FALSE(mEditor->Entries()[0].isDictionary);
-    EXPECT_THAT(mEditor->Entries()[1].wrongTyped,
+    EXPECT_FALSE(mEditor.Entries()[0].isDictionary);
+    EXPECT_THAT(mEditor.Entries()[1].wrongTyped,
                 testing::ElementsAre("App Name", "MIDI Ports", "Protocol"));
 }
 
 TEST_F(PreferencesEditorTest, CreatesItsFolderAndKeepsTheModeOfAnExistingFile) {
     const std::filesystem::path deep = mFolder / "a" / "b";
-    PreferencesEditor editor(deep);
-    editor.Load();
-    editor.Set("A", "1-4", "HUI");
-    editor.Save();
-    EXPECT_TRUE(std::filesystem::exists(editor.File()));
+    UsePreferencesFolder(deep);
+    PreferencesEditor::Set("A", "1-4", "HUI");
+    const std::filesystem::path file = PreferencesEditor::File();
     struct stat status {};
-    ASSERT_EQ(::stat(editor.File().c_str(), &status), 0);
+    ASSERT_EQ(::stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0644U);
 
-    ASSERT_EQ(::chmod(editor.File().c_str(), 0640), 0);
-    editor.Save();
-    ASSERT_EQ(::stat(editor.File().c_str(), &status), 0);
+    ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
+    PreferencesEditor::Set("A", "5-8", "HUI");
+    ASSERT_EQ(::stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0640U);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(deep), {}), 1);
 }
 
 TEST_F(PreferencesEditorTest, SaysThatItsFolderCannotBeWritten) {
     Write("a file where a folder is due");
-    PreferencesEditor editor(mFile / "below");
-    editor.Load();
-    ASSERT_FALSE(editor.Entries().size());
+    UsePreferencesFolder(mFile / "below");
     try {
-        editor.Save();
+        PreferencesEditor::Set("A", "1-4", "HUI");
         FAIL() << "was written";
     } catch (const InputError& error) {
-        EXPECT_THAT(error.what(), HasSubstr("cannot be written: Not a directory"));
+        EXPECT_THAT(error.what(), HasSubstr("the folder cannot be made: Not a directory"));
         EXPECT_THAT(error.what(), HasSubstr((mFile / "below").string()));
     }
 }
 
 TEST_F(PreferencesEditorTest, FollowsTheEnvironmentWhenNoFolderIsGiven) {
     ::setenv("QUORVEL_PREFERENCES_DIR", mFolder.c_str(), 1);
-    EXPECT_EQ(PreferencesEditor(std::nullopt).File(), mFile);
+    EXPECT_EQ(PreferencesEditor::File(), mFile);
     ::unsetenv("QUORVEL_PREFERENCES_DIR");
-    EXPECT_EQ(PreferencesEditor(std::nullopt).File(),
+    EXPECT_EQ(PreferencesEditor::File(),
               "/etc/quorvel/preferences/com.quorvel.ControlSurface.plist");
+}
+
+TEST(RequirePlainTextTest, RefusesWhatIsNotUTF8OrHoldsControlCharacters) {
+    EXPECT_NO_THROW(RequirePlainText("the name", "Mixer – Größe 😀"));
+    for (const char* text :
+         {"\xFF", "a\xC3", "\xED\xA0\x80", "a\nb", "\x1B[2J", "\x7F", "\xC2\x9B"}) {
+        EXPECT_THROW(RequirePlainText("the name", text), InputError) << text;
+        EXPECT_THROW(CheckPreferenceValues(std::string("1-4") + text, "HUI", true), InputError);
+        EXPECT_THROW(CheckPreferenceValues("1-4", text, true), InputError);
+    }
 }
 
 TEST(CheckPreferenceValuesTest, AcceptsBlocksAndKnownProtocols) {

@@ -22,6 +22,8 @@
 // win. A file that is not a property list with a dictionary counts as empty for readers, and is not
 // overwritten.
 //
+// A file that is replaced keeps its format, owner and mode, and a symbolic link to it stays one.
+//
 // Threads: any; calls that reach a domain's file block for as long as the file system and other
 // writers take.
 #pragma once
@@ -56,8 +58,8 @@ CF_EXPORT void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value,
                                      CFStringRef applicationID, CFStringRef userName,
                                      CFStringRef hostName);
 
-// Writes the process's changes to a domain, in XML, and flushes them to the disk. Makes missing
-// folders (mode 0755) and the file (mode 0644). True when nothing is left to be written. When it
+// Writes the process's changes to a domain and flushes them to the disk. Makes missing folders
+// (mode 0755) and the file (XML, mode 0644). True when nothing is left to be written. When it
 // fails syslog gets a line with file and cause, and the changes are kept for the next time.
 CF_EXPORT Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName,
                                            CFStringRef hostName);

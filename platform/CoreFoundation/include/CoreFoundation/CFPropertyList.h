@@ -4,8 +4,9 @@
 // as keys) of property lists. Limits, for reading and for writing: 16 MiB (as bytes), 128 levels of
 // containers, 1048576 values and 64 MiB of text and data (an object of a binary property list
 // counts as often as it is referred to). Strings are valid Unicode without NUL, integers 64-bit
-// signed, dates of the years 1 to 9999, of which XML keeps whole seconds. XML is UTF-8. Of entries
-// with the same key the first one counts.
+// signed, dates of the years 1 to 9999, of which XML keeps whole seconds. XML is UTF-8.
+//
+// Of a dictionary's entries with the same key the first one counts.
 //
 // Bytes that are not a property list, whatever is wrong with them, give null and an error.
 #pragma once

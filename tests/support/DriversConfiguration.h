@@ -1,0 +1,27 @@
+// What the driver itself makes of the preferences, as the host says it.
+#pragma once
+
+#include "MidiDriver/MidiConfigFile.h"
+#include "midiserver/CFText.h"
+#include "midiserver/PortConfiguration.h"
+
+#include <vector>
+
+namespace MidiServer {
+
+inline PortConfiguration DriversConfiguration() {
+    PortConfiguration configuration;
+    if (const unsigned ports = GetMidiConfigNumPorts(); ports != 0) {
+        configuration.publishedPorts = ports;
+        configuration.portsFromPreferences = true;
+    }
+    std::vector<CFStringRef> protocols(kMaximumPorts, nullptr);
+    CopyEmulatedProtocols(&protocols);
+    for (std::size_t port = 0; port < kMaximumPorts; ++port) {
+        const CFOwned<CFStringRef> protocol(protocols[port]);
+        configuration.protocols[port] = ProtocolFromName(TextOf(protocol.Get()));
+    }
+    return configuration;
+}
+
+} // namespace MidiServer

@@ -165,6 +165,7 @@ TEST_F(LogTest, IsCompleteWhenTheReplayFails) {
 
 TEST_F(LogTest, TakesNoticesOfThePreferencesIntoAStructuredLog) {
     const TemporaryFolder empty;
+    empty.Write("com.quorvel.ControlSurface.plist", "<plist><dict/></plist>");
     const auto replay = [&](const char* format) {
         return Midiserver({"replay", "-", "--prefs", empty.Path().string(), "--log-format", format},
                           kSession);

@@ -146,6 +146,7 @@ TEST(ReplayTest, PlaysToThePortThatIsAskedFor) {
 
 TEST(ReplayTest, AnswersNoPingWithoutPreferences) {
     const TemporaryFolder none;
+    none.Write("com.quorvel.ControlSurface.plist", "<plist><dict/></plist>");
     const std::string file = Capture("ardour-hui.txt");
     const ProgramResult result = Midiserver(
         {"replay", file, "--as-fast-as-possible", "--json", "--prefs", none.Path().string()});

@@ -1,6 +1,7 @@
 #include "midiserver/CaptureFile.h"
 
 #include "midiserver/InputError.h"
+#include "midiserver/MidiMessage.h"
 
 #include <fmt/format.h>
 
@@ -14,6 +15,8 @@ namespace MidiServer {
 
 namespace {
 
+// Some editors put it in front of what they save as UTF-8.
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::uint64_t kLongestSession = 7ULL * 24 * 3600 * 1'000'000;
 
 bool IsBlank(char c) {
@@ -47,25 +50,6 @@ template <typename Integer>
 bool ParseWhole(std::string_view word, Integer& value, int base) {
     auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, base);
     return error == std::errc() && end == word.data() + word.size();
-}
-
-// How many bytes a message with this status has; nothing for System Exclusive, which ends itself.
-std::optional<std::size_t> MessageLength(std::uint8_t status) {
-    if (status < 0xF0) {
-        return (status & 0xE0) == 0xC0 ? 2 : 3;
-    }
-    switch (status) {
-    case 0xF0:
-        return std::nullopt;
-    case 0xF1:
-    case 0xF3:
-    case 0xF5: // the port selection of some interfaces
-        return 2;
-    case 0xF2:
-        return 3;
-    default:
-        return 1;
-    }
 }
 
 class CaptureReader {
@@ -131,7 +115,7 @@ private:
         if (status < 0x80 || status == 0xF7) {
             Fail(fmt::format("the message starts with {:02X}, which is no status byte", status));
         }
-        const std::optional<std::size_t> length = MessageLength(status);
+        const std::optional<std::size_t> length = MidiMessageLength(status);
         if (length && mMessage.size() < *length) {
             Fail(fmt::format("a message with status {:02X} has {} bytes, here are {}: the file is "
                              "cut off here or damaged",
@@ -163,6 +147,9 @@ private:
 } // namespace
 
 RecordedSession ReadCaptureFile(std::string_view content, const std::string& name) {
+    if (content.starts_with(kByteOrderMark)) {
+        content.remove_prefix(kByteOrderMark.size());
+    }
     CaptureReader reader(name);
     while (!content.empty()) {
         const std::size_t end = content.find('\n');

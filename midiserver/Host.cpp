@@ -48,8 +48,11 @@ Host::Host(const std::filesystem::path& bundle,
     : mLoader(bundle) {
     OpenSetup(setupFile);
     const CFOwned<CFStringRef> identity = MakeCFString(mLoader.Identity());
-    RequireNoErr(MIDIServerHostAttachDriver(mLoader.Driver(), identity.Get()),
-                 "the driver cannot be attached");
+    const OSStatus status = MIDIServerHostAttachDriver(mLoader.Driver(), identity.Get());
+    RequireNoErr(status, status == kMIDIServerStartErr
+                             ? "no thread can be started for the driver; the limits on tasks "
+                               "(ulimit -u, TasksMax) and on address space (ulimit -v) apply"
+                             : "the driver cannot be attached");
     mAttached = true;
     Log(kHostLog[HSL::kChatty], "attached driver %s", mLoader.Identity());
 }

@@ -48,7 +48,8 @@ public:
     Host& operator=(const Host&) = delete;
 
     // Starts the driver and lists its ports. Throws HostError when the driver refuses, and when it
-    // runs but could not make its message port, without which no application finds its sources.
+    // runs but could not make its message port, without which no application finds its sources;
+    // InputError when the setup file cannot be written.
     void Start();
     // Stops the driver; what it was sent before is with its worker by then. Does nothing twice.
     void Stop();

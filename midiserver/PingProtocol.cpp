@@ -42,22 +42,33 @@ std::string_view ProtocolName(Protocol protocol) {
     return "none";
 }
 
+bool IsPing(Protocol protocol, std::span<const std::uint8_t> packet) {
+    switch (protocol) {
+    case Protocol::kHui:
+        return std::equal(packet.begin(), packet.end(), kHuiPing.begin(), kHuiPing.end());
+    case Protocol::kMackieControl:
+        return IsMackiePing(packet);
+    case Protocol::kNone:
+        break;
+    }
+    return false;
+}
+
 std::optional<std::vector<std::uint8_t>>
 PingProtocol::ExpectedReply(std::span<const std::uint8_t> packet) {
-    if (mProtocol == Protocol::kHui &&
-        std::equal(packet.begin(), packet.end(), kHuiPing.begin(), kHuiPing.end())) {
+    if (!IsPing(mProtocol, packet)) {
+        return std::nullopt;
+    }
+    if (mProtocol == Protocol::kHui) {
         return std::vector<std::uint8_t>(kHuiReply.begin(), kHuiReply.end());
     }
-    if (mProtocol == Protocol::kMackieControl && IsMackiePing(packet)) {
-        if (mMackieReply.empty()) {
-            const auto answer = static_cast<std::uint8_t>(packet[5] == 0x1A ? 0x1B : 0x01);
-            const auto port = static_cast<std::uint8_t>(mPort & 0x7F);
-            mMackieReply = {0xF0, 0x00, 0x00, 0x66, packet[4], answer, 0x00, 0x03, 0x00,
-                            0x02, 0x01, 0x09, 0x05, 0x07,      port,   0x07, 0x07, 0xF7};
-        }
-        return mMackieReply;
+    if (mMackieReply.empty()) {
+        const auto answer = static_cast<std::uint8_t>(packet[5] == 0x1A ? 0x1B : 0x01);
+        const auto port = static_cast<std::uint8_t>(mPort & 0x7F);
+        mMackieReply = {0xF0, 0x00, 0x00, 0x66, packet[4], answer, 0x00, 0x03, 0x00,
+                        0x02, 0x01, 0x09, 0x05, 0x07,      port,   0x07, 0x07, 0xF7};
     }
-    return std::nullopt;
+    return mMackieReply;
 }
 
 } // namespace MidiServer

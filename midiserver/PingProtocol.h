@@ -16,6 +16,9 @@ Protocol ProtocolFromName(std::string_view name);
 // The name as the preferences have it; "none" for kNone.
 std::string_view ProtocolName(Protocol protocol);
 
+// Whether a packet is a ping of the protocol; kNone has none.
+bool IsPing(Protocol protocol, std::span<const std::uint8_t> packet);
+
 // What a DAW that pings a port may expect from it: knows, independently of the driver, which
 // messages are pings of the port's protocol and which answer each gets.
 //

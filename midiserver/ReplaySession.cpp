@@ -85,13 +85,13 @@ ReplayReport ReplaySession::Run() {
 }
 
 void ReplaySession::SendAll(Backend& backend) {
-    std::size_t message = 0;
+    RecordedSession::Iterator message = mRecording.begin();
+    const std::uint64_t first = message->microseconds;
     std::size_t offset = 0;
-    while (message < mRecording.MessageCount()) {
+    while (message != mRecording.end()) {
         if (mOptions.speed && offset == 0) {
             const std::chrono::duration<double, std::micro> time(
-                static_cast<double>(mRecording.Microseconds(message) - mRecording.Microseconds(0)) /
-                *mOptions.speed);
+                static_cast<double>(message->microseconds - first) / *mOptions.speed);
             if (!WaitUntilDue(mStart + std::chrono::duration_cast<Clock::duration>(time))) {
                 break;
             }
@@ -101,7 +101,7 @@ void ReplaySession::SendAll(Backend& backend) {
         }
     }
     const std::lock_guard lock(mMutex);
-    mReport.interrupted = message < mRecording.MessageCount() && !mReport.stalled;
+    mReport.interrupted = message != mRecording.end() && !mReport.stalled;
 }
 
 void ReplaySession::LogSent() const {
@@ -128,13 +128,14 @@ bool ReplaySession::WaitUntilDue(Clock::time_point due) {
 
 // Sends from `offset` of `message` on what is due at that message's time and fits into a list, and
 // moves both on. False when the session has to end.
-bool ReplaySession::SendNextList(Backend& backend, std::size_t& message, std::size_t& offset) {
-    const std::uint64_t time = mRecording.Microseconds(message);
+bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& message,
+                                 std::size_t& offset) {
+    const std::uint64_t time = message->microseconds;
     mList.Clear();
     mListPackets.clear();
     std::uint64_t completed = 0;
-    while (message < mRecording.MessageCount() && mRecording.Microseconds(message) == time) {
-        const std::span<const std::uint8_t> rest = mRecording.Bytes(message).subspan(offset);
+    while (message != mRecording.end() && message->microseconds == time) {
+        const std::span<const std::uint8_t> rest = message->bytes.subspan(offset);
         const std::span<const std::uint8_t> packet =
             rest.first(std::min(rest.size(), kLargestPacket));
         if (!mList.Empty() && mList.SizeWith(packet.size()) > kLargestList) {

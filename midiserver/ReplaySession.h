@@ -59,7 +59,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void SendAll(Backend& backend);
-    bool SendNextList(Backend& backend, std::size_t& message, std::size_t& offset);
+    bool SendNextList(Backend& backend, RecordedSession::Iterator& message, std::size_t& offset);
     bool WaitUntilDue(Clock::time_point due);
     bool WaitForRoom(std::unique_lock<std::mutex>& lock, std::size_t listBytes);
     void LogSent() const;

@@ -24,7 +24,7 @@ bool ReplayFindings::Clean() const {
 }
 
 ReplayStatistics::ReplayStatistics(unsigned port, unsigned portCount, Protocol protocol)
-    : mPort(port), mPingProtocol(protocol, port) {
+    : mPort(port), mProtocol(protocol), mPingProtocol(protocol, port) {
     mFindings.ports.resize(portCount);
 }
 
@@ -45,6 +45,11 @@ void ReplayStatistics::ListSent(TimePoint when, const Packets& packets) {
             mDueReplies.push_back({std::move(*reply), when});
             ++mFindings.pings;
             ++mLastListReplies;
+        } else if (mProtocol != Protocol::kHui && IsPing(Protocol::kHui, bytes)) {
+            ++mFindings.otherHuiPings;
+        } else if (mProtocol != Protocol::kMackieControl &&
+                   IsPing(Protocol::kMackieControl, bytes)) {
+            ++mFindings.otherMackiePings;
         }
     }
     ++mFindings.items;

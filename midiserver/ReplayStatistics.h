@@ -32,6 +32,9 @@ struct ReplayFindings {
     std::uint64_t surplus = 0;   // arrived and was not sent, on whatever port
     std::uint64_t pings = 0;
     std::uint64_t answered = 0;
+    // Pings of protocols that the port does not emulate, so that the driver has to ignore them.
+    std::uint64_t otherHuiPings = 0;
+    std::uint64_t otherMackiePings = 0;
     std::uint64_t surplusReplies = 0; // came back and were not due, or differ from what was due
     std::uint64_t refused = 0;        // packet lists that MIDISend refused
     LatencyDistribution::Percentiles forwarding;
@@ -107,6 +110,7 @@ private:
     void ForgetArrivalsBefore(TimePoint when);
 
     unsigned mPort;
+    Protocol mProtocol;
     ReplayFindings mFindings;
     PingProtocol mPingProtocol;
 

@@ -65,11 +65,27 @@ std::string TrafficTable(const ReplayReport& report) {
     return text;
 }
 
+std::uint64_t UnexercisedPings(const ReplayReport& report) {
+    switch (report.UnexercisedProtocol()) {
+    case Protocol::kHui:
+        return report.findings.otherHuiPings;
+    case Protocol::kMackieControl:
+        return report.findings.otherMackiePings;
+    case Protocol::kNone:
+        break;
+    }
+    return 0;
+}
+
 std::string PingText(const ReplayReport& report) {
     const ReplayFindings& findings = report.findings;
     std::string text = fmt::format("{} sent, {} answered", findings.pings, findings.answered);
     if (report.protocol == Protocol::kNone) {
         text += " (no protocol is configured for the port)";
+    }
+    if (report.UnexercisedProtocol() != Protocol::kNone) {
+        text += fmt::format(", THE SESSION'S {} OF {} NOT EXERCISED", UnexercisedPings(report),
+                            ProtocolName(report.UnexercisedProtocol()));
     }
     if (findings.surplusReplies != 0) {
         text += fmt::format(", {} WRONG OR NOT DUE", findings.surplusReplies);
@@ -112,7 +128,11 @@ std::string VerdictText(const ReplayReport& report) {
     if (!report.Clean()) {
         return "FAILED";
     }
-    return report.interrupted ? "passed, as far as it went" : "passed";
+    std::string text = report.interrupted ? "passed, as far as it went" : "passed";
+    if (report.UnexercisedProtocol() != Protocol::kNone) {
+        text += ", BUT NOT ITS PINGS";
+    }
+    return text;
 }
 
 nlohmann::ordered_json DistributionJson(const LatencyDistribution::Percentiles& latency) {
@@ -148,6 +168,32 @@ double Percent(const ReplayReport& report) {
 
 } // namespace
 
+Protocol ReplayReport::UnexercisedProtocol() const {
+    if (findings.pings > 0) {
+        return Protocol::kNone;
+    }
+    // A HUI ping may be a mere note of another protocol, so it counts last.
+    if (findings.otherMackiePings > 0) {
+        return Protocol::kMackieControl;
+    }
+    return findings.otherHuiPings > 0 ? Protocol::kHui : Protocol::kNone;
+}
+
+std::optional<std::string> PingWarning(const ReplayReport& report) {
+    const Protocol protocol = report.UnexercisedProtocol();
+    if (protocol == Protocol::kNone) {
+        return std::nullopt;
+    }
+    const unsigned block = report.port / 4 * 4;
+    return fmt::format(
+        "WARNING: no ping was exercised: the session holds {1} of {0}, and Quorvel Port {2} "
+        "emulates {3}; to have the driver answer them: midiserver prefs set APP --ports {4}-{5} "
+        "--protocol {0}",
+        ProtocolName(protocol), UnexercisedPings(report), report.port + 1,
+        report.protocol == Protocol::kNone ? "no protocol" : ProtocolName(report.protocol),
+        block + 1, block + 4);
+}
+
 std::string SummaryText(const ReplayReport& report) {
     const ReplayFindings& findings = report.findings;
     std::string text =
@@ -182,6 +228,11 @@ std::string SummaryJson(const ReplayReport& report) {
              {"out", {{"messages", traffic.messagesOut}, {"bytes", traffic.bytesOut}}},
              {"replies", {{"messages", traffic.repliesOut}, {"bytes", traffic.replyBytesOut}}}});
     }
+    nlohmann::ordered_json notExercised = nullptr;
+    if (report.UnexercisedProtocol() != Protocol::kNone) {
+        notExercised = {{"protocol", ProtocolName(report.UnexercisedProtocol())},
+                        {"count", UnexercisedPings(report)}};
+    }
     nlohmann::ordered_json throttle = DistributionJson(findings.throttled);
     throttle.erase("count");
     const nlohmann::ordered_json document = {
@@ -196,6 +247,7 @@ std::string SummaryJson(const ReplayReport& report) {
          {{"sent", findings.pings},
           {"answered", findings.answered},
           {"wrongReplies", findings.surplusReplies},
+          {"notExercised", std::move(notExercised)},
           {"latencyMilliseconds", DistributionJson(findings.replies)}}},
         {"forwarding", {{"latencyMilliseconds", DistributionJson(findings.forwarding)}}},
         {"throttle",

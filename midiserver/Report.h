@@ -33,7 +33,14 @@ struct ReplayReport {
 
     // Everything that was sent arrived as it should; decides the exit status.
     bool Clean() const { return findings.Clean() && !stalled && (interrupted || sent == messages); }
+
+    // When no ping was exercised: the protocol of those that the session holds nevertheless and
+    // that the port does not emulate. Otherwise kNone.
+    Protocol UnexercisedProtocol() const;
 };
+
+// One line that says so; nothing if there is no such protocol.
+std::optional<std::string> PingWarning(const ReplayReport& report);
 
 // The summary for people, several lines each ended by a newline.
 std::string SummaryText(const ReplayReport& report);

@@ -6,8 +6,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <vector>
@@ -46,6 +48,10 @@ std::string ReadAll(const std::string& path, const std::string& name) {
         FailWithErrno(name);
     }
     std::string content;
+    struct stat status {};
+    if (::fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
+        content.reserve(std::min(static_cast<std::size_t>(status.st_size), kLargestFile));
+    }
     std::vector<char> block(1U << 16);
     for (;;) {
         const ssize_t count = ::read(file.Get(), block.data(), block.size());
@@ -56,6 +62,7 @@ std::string ReadAll(const std::string& path, const std::string& name) {
             FailWithErrno(name);
         }
         if (count == 0) {
+            content.shrink_to_fit(); // what a pipe brought is in a string that grew
             return content;
         }
         content.append(block.data(), static_cast<std::size_t>(count));

@@ -1,13 +1,15 @@
 #include "midiserver/StandardMidiFile.h"
 
 #include "midiserver/InputError.h"
+#include "midiserver/MidiMessage.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <deque>
 #include <limits>
-#include <vector>
 
 namespace MidiServer {
 
@@ -33,6 +35,13 @@ public:
         part.mEnd = mOffset + length;
         mOffset += length;
         return part;
+    }
+
+    // A cursor at another place, up to the same end.
+    Cursor At(std::size_t offset) const {
+        Cursor other(*this);
+        other.mOffset = offset;
+        return other;
     }
 
     std::size_t Offset() const { return mOffset; }
@@ -97,14 +106,32 @@ private:
     const std::string& mName;
 };
 
-// What is to happen at a tick: a message (its bytes in the reader's block) or a change of tempo.
+// What a track does next.
 struct Event {
-    std::uint64_t tick;
-    std::uint32_t tempo; // 0: a message
-    std::size_t offset;
-    std::size_t length;
-    std::size_t fileOffset;
+    enum class Kind { kNothing, kTempo, kChannel, kSysex, kEscape, kEndOfTrack };
+
+    Kind kind = Kind::kNothing;
+    std::uint32_t tempo = 0;
+    std::array<std::uint8_t, 3> bytes{}; // of a channel message
+    std::size_t length = 0;              // of the channel message or of the whole SysEx message
+    std::span<const std::uint8_t> escaped;
 };
+
+// Where the reading of a track stands: at an event, its time already read. The file may consist of
+// very many short tracks, so that each must be small.
+struct TrackPosition {
+    std::uint64_t tick = 0;        // of that event
+    std::uint32_t offset = 0;      // of that event in the file
+    std::uint32_t sysexStart = 0;  // the event with which a System Exclusive message starts
+    std::uint32_t sysexLength = 0; // of what is read of it; 0: none is open
+    std::uint16_t track = 0;
+    std::uint8_t runningStatus = 0;
+};
+
+// Of two tracks the one that comes later: by time and then by their place in the file.
+bool IsLater(const TrackPosition& a, const TrackPosition& b) {
+    return a.tick != b.tick ? a.tick > b.tick : a.track > b.track;
+}
 
 class FileReader {
 public:
@@ -113,7 +140,7 @@ public:
 
     RecordedSession Read() {
         const unsigned tracks = ReadHeader();
-        unsigned found = 0;
+        std::uint16_t found = 0;
         while (found < tracks) {
             if (mFile.AtEnd()) {
                 mFile.FailAt(mFile.Offset(),
@@ -123,7 +150,7 @@ public:
             const std::uint32_t length = mFile.BigEndian(4, "chunk length");
             Cursor chunk = mFile.Take(length, type == kTrackType ? "track" : "chunk");
             if (type == kTrackType) {
-                ReadTrack(chunk);
+                CheckTrack(chunk, found);
                 ++found;
             }
         }
@@ -180,153 +207,195 @@ private:
         mTicksPerBeat = frames * ticksPerFrame;
     }
 
-    void ReadTrack(Cursor& track) {
-        std::uint64_t tick = 0;
-        std::uint8_t runningStatus = 0;
-        bool ended = false;
-        std::size_t sysexStart = 0;
-        mOpenSysex.clear();
-        while (!ended) {
-            if (track.AtEnd()) {
-                track.FailAt(track.Offset(), "the track stops without its End of Track event");
-            }
-            tick += track.VariableLength("time of an event");
-            const std::size_t start = track.Offset();
-            std::uint8_t status = track.Byte("event");
-            if (status == 0xFF) {
-                ended = ReadMetaEvent(track, tick, start);
-            } else if (status == 0xF0 || status == 0xF7) {
-                if (status == 0xF0 && mOpenSysex.empty()) {
-                    sysexStart = start;
-                }
-                ReadSysexEvent(track, tick, status, start, sysexStart);
-            } else {
-                CheckSysexEnded(track, sysexStart);
-                ReadChannelEvent(track, tick, status, runningStatus, start);
-            }
+    // Reads a track to its end, so that a damaged one is known before anything else is made of it,
+    // and remembers it if it has something to say.
+    void CheckTrack(Cursor chunk, std::uint16_t track) {
+        TrackPosition position;
+        position.track = track;
+        ReadTime(chunk, position);
+        const TrackPosition first = position;
+        bool speaks = false;
+        for (Event event; event.kind != Event::Kind::kEndOfTrack;) {
+            event = ReadEvent(chunk, position);
+            speaks |= event.kind != Event::Kind::kNothing && event.kind != Event::Kind::kEndOfTrack;
         }
-        CheckSysexEnded(track, sysexStart);
-    }
-
-    void CheckSysexEnded(const Cursor& track, std::size_t start) const {
-        if (!mOpenSysex.empty()) {
-            track.FailAt(start, "the System Exclusive message that starts here is not ended");
+        if (speaks) {
+            mTracks.push_back(first);
         }
     }
 
-    bool ReadMetaEvent(Cursor& track, std::uint64_t tick, std::size_t start) {
-        const std::uint8_t type = track.Byte("meta event");
-        const std::uint32_t length = track.VariableLength("length of a meta event");
-        const std::span<const std::uint8_t> data = track.Bytes(length, "meta event");
-        if (type == kMetaTempo) {
-            if (length != 3) {
-                track.FailAt(start, fmt::format("a tempo of {} bytes, 3 are due", length));
-            }
-            const std::uint32_t tempo = static_cast<std::uint32_t>(data[0]) << 16 |
-                                        static_cast<std::uint32_t>(data[1]) << 8 | data[2];
-            if (tempo == 0) {
-                track.FailAt(start, "a tempo of 0 microseconds per quarter note");
-            }
-            mEvents.push_back({tick, tempo, 0, 0, start});
+    static void ReadTime(Cursor& cursor, TrackPosition& position) {
+        if (cursor.AtEnd()) {
+            cursor.FailAt(cursor.Offset(), "the track stops without its End of Track event");
         }
-        return type == kMetaEndOfTrack;
+        position.tick += cursor.VariableLength("time of an event");
+        position.offset = static_cast<std::uint32_t>(cursor.Offset());
     }
 
-    void ReadSysexEvent(Cursor& track, std::uint64_t tick, std::uint8_t status, std::size_t start,
-                        std::size_t sysexStart) {
-        const std::uint32_t length = track.VariableLength("length of a System Exclusive event");
-        const std::span<const std::uint8_t> data = track.Bytes(length, "System Exclusive event");
-        if (status == 0xF0) {
-            CheckSysexEnded(track, sysexStart);
-            mOpenSysex.push_back(0xF0);
-        } else if (mOpenSysex.empty()) {
-            if (!data.empty()) {
-                AddMessage(tick, data, start);
-            }
-            return;
-        }
-        mOpenSysex.insert(mOpenSysex.end(), data.begin(), data.end());
-        if (mOpenSysex.back() == 0xF7) {
-            CheckSysexData(track, start, data);
-            AddMessage(tick, mOpenSysex, start);
-            mOpenSysex.clear();
+    // Reads the event at which the cursor and the position stand, and the next one's time.
+    static Event ReadEvent(Cursor& cursor, TrackPosition& position) {
+        Event event;
+        const std::uint8_t status = cursor.Byte("event");
+        if (status == 0xFF) {
+            event = ReadMetaEvent(cursor, position);
+        } else if (status == 0xF0 || status == 0xF7) {
+            event = ReadSysexEvent(cursor, position, status);
         } else {
-            CheckSysexData(track, start, data);
+            CheckSysexEnded(cursor, position);
+            event = ReadChannelEvent(cursor, position, status);
+        }
+        if (event.kind != Event::Kind::kEndOfTrack) {
+            ReadTime(cursor, position);
+        }
+        return event;
+    }
+
+    static void CheckSysexEnded(const Cursor& cursor, const TrackPosition& position) {
+        if (position.sysexLength != 0) {
+            cursor.FailAt(position.sysexStart,
+                          "the System Exclusive message that starts here is not ended");
         }
     }
 
-    static void CheckSysexData(const Cursor& track, std::size_t start,
-                               std::span<const std::uint8_t> data) {
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            if (data[i] >= 0x80 && !(data[i] == 0xF7 && i + 1 == data.size())) {
-                track.FailAt(start,
-                             fmt::format("{:02X} inside a System Exclusive message", data[i]));
+    static Event ReadMetaEvent(Cursor& cursor, const TrackPosition& position) {
+        const std::uint8_t type = cursor.Byte("meta event");
+        const std::uint32_t length = cursor.VariableLength("length of a meta event");
+        const std::span<const std::uint8_t> data = cursor.Bytes(length, "meta event");
+        Event event;
+        if (type == kMetaEndOfTrack) {
+            CheckSysexEnded(cursor, position);
+            event.kind = Event::Kind::kEndOfTrack;
+        } else if (type == kMetaTempo) {
+            if (length != 3) {
+                cursor.FailAt(position.offset,
+                              fmt::format("a tempo of {} bytes, 3 are due", length));
+            }
+            event.kind = Event::Kind::kTempo;
+            event.tempo = static_cast<std::uint32_t>(data[0]) << 16 |
+                          static_cast<std::uint32_t>(data[1]) << 8 | data[2];
+            if (event.tempo == 0) {
+                cursor.FailAt(position.offset, "a tempo of 0 microseconds per quarter note");
             }
         }
+        return event;
+    }
+
+    static Event ReadSysexEvent(Cursor& cursor, TrackPosition& position, std::uint8_t status) {
+        const std::uint32_t length = cursor.VariableLength("length of a System Exclusive event");
+        const std::size_t start = cursor.Offset();
+        const std::span<const std::uint8_t> data = cursor.Bytes(length, "System Exclusive event");
+        Event event;
+        if (status == 0xF0) {
+            CheckSysexEnded(cursor, position);
+            position.sysexStart = position.offset;
+            position.sysexLength = 1;
+        } else if (position.sysexLength == 0) {
+            CheckEscape(cursor, start, data);
+            event.kind = data.empty() ? Event::Kind::kNothing : Event::Kind::kEscape;
+            event.escaped = data;
+            return event;
+        }
+        const bool ends = !data.empty() && data.back() == 0xF7;
+        for (std::size_t i = 0; i < data.size() - (ends ? 1 : 0); ++i) {
+            if (data[i] >= 0x80) {
+                cursor.FailAt(start + i,
+                              fmt::format("{:02X} inside a System Exclusive message", data[i]));
+            }
+        }
+        position.sysexLength += length;
+        if (ends) {
+            event.kind = Event::Kind::kSysex;
+            event.length = position.sysexLength;
+            position.sysexLength = 0;
+        }
+        return event;
+    }
+
+    static void CheckEscape(const Cursor& cursor, std::size_t start,
+                            std::span<const std::uint8_t> data) {
+        for (std::size_t at = 0; at < data.size();) {
+            at += EscapedMessageLength(cursor, start + at, data.subspan(at));
+        }
+    }
+
+    // How long the message is with which the bytes start, which lie at `start` in the file.
+    static std::size_t EscapedMessageLength(const Cursor& cursor, std::size_t start,
+                                            std::span<const std::uint8_t> bytes) {
+        const std::uint8_t status = bytes.front();
+        if (status < 0x80 || status == 0xF7) {
+            cursor.FailAt(start,
+                          fmt::format("{:02X} stands in an escape where a message starts", status));
+        }
+        const std::size_t end =
+            static_cast<std::size_t>(std::find_if(bytes.begin() + 1, bytes.end(),
+                                                  [](std::uint8_t byte) { return byte >= 0x80; }) -
+                                     bytes.begin());
+        if (const std::optional<std::size_t> due = MidiMessageLength(status)) {
+            if (end < *due) {
+                cursor.FailAt(start, fmt::format("a message with status {:02X} has {} bytes, in "
+                                                 "this escape it has {}",
+                                                 status, *due, end));
+            }
+            return *due;
+        }
+        if (end == bytes.size() || bytes[end] != 0xF7) {
+            cursor.FailAt(start, "the System Exclusive message that starts here is not ended in "
+                                 "its escape");
+        }
+        return end + 1;
     }
 
     // Meta and System Exclusive events are said to cancel running status, but files that carry on
     // with it are common and mean what they seem to: it is kept.
-    void ReadChannelEvent(Cursor& track, std::uint64_t tick, std::uint8_t status,
-                          std::uint8_t& runningStatus, std::size_t start) {
-        std::uint8_t message[3];
-        std::size_t length = 0;
+    static Event ReadChannelEvent(Cursor& cursor, TrackPosition& position, std::uint8_t status) {
+        Event event;
+        event.kind = Event::Kind::kChannel;
         if (status >= 0xF0) {
-            track.FailAt(start, fmt::format("{:02X} is no event of a MIDI file", status));
+            cursor.FailAt(position.offset,
+                          fmt::format("{:02X} is no event of a MIDI file", status));
         }
         if (status >= 0x80) {
-            runningStatus = status;
-            message[length++] = status;
-        } else {
-            if (runningStatus == 0) {
-                track.FailAt(start, fmt::format("the data byte {:02X} without a status", status));
-            }
-            message[length++] = runningStatus;
-            message[length++] = status;
+            position.runningStatus = status;
+        } else if (position.runningStatus == 0) {
+            cursor.FailAt(position.offset,
+                          fmt::format("the data byte {:02X} without a status", status));
         }
-        const std::size_t due = (runningStatus & 0xE0) == 0xC0 ? 2 : 3;
-        while (length < due) {
-            const std::size_t offset = track.Offset();
-            const std::uint8_t byte = track.Byte("channel message");
+        event.bytes[event.length++] = position.runningStatus;
+        if (status < 0x80) {
+            event.bytes[event.length++] = status;
+        }
+        const std::size_t due = *MidiMessageLength(position.runningStatus);
+        while (event.length < due) {
+            const std::size_t offset = cursor.Offset();
+            const std::uint8_t byte = cursor.Byte("channel message");
             if (byte >= 0x80) {
-                track.FailAt(offset,
-                             fmt::format("{:02X} stands where a data byte below 80 is due", byte));
+                cursor.FailAt(offset,
+                              fmt::format("{:02X} stands where a data byte below 80 is due", byte));
             }
-            message[length++] = byte;
+            event.bytes[event.length++] = byte;
         }
-        AddMessage(tick, std::span(message, length), start);
+        return event;
     }
 
-    void AddMessage(std::uint64_t tick, std::span<const std::uint8_t> bytes, std::size_t start) {
-        mEvents.push_back({tick, 0, mBytes.size(), bytes.size(), start});
-        mBytes.insert(mBytes.end(), bytes.begin(), bytes.end());
-    }
-
+    // Reads the tracks once more, side by side in order of time. They were found to be sound.
     RecordedSession Merge() {
-        // The tracks were read one after the other, so a stable sort keeps their order at a tick.
-        std::stable_sort(mEvents.begin(), mEvents.end(),
-                         [](const Event& a, const Event& b) { return a.tick < b.tick; });
         RecordedSession session;
-        std::uint64_t tick = 0;
-        // Whole microseconds and the rest in units of 1/mTicksPerBeat, so that no rounding adds up.
-        std::uint64_t microseconds = 0;
-        std::uint64_t rest = 0;
-        for (const Event& event : mEvents) {
-            const std::uint64_t ticks = event.tick - tick;
-            tick = event.tick;
-            const std::uint64_t most =
-                (std::numeric_limits<std::uint64_t>::max() - rest) / mMicrosecondsNumerator;
-            const std::uint64_t scaled = ticks > most ? 0 : ticks * mMicrosecondsNumerator + rest;
-            microseconds += scaled / mTicksPerBeat;
-            rest = scaled % mTicksPerBeat;
-            if (ticks > most || microseconds > kLongestSession) {
-                mFile.FailAt(event.fileOffset, "this event is more than 7 days after the start");
+        std::make_heap(mTracks.begin(), mTracks.end(), IsLater);
+        while (!mTracks.empty()) {
+            std::pop_heap(mTracks.begin(), mTracks.end(), IsLater);
+            TrackPosition& track = mTracks.back();
+            const TrackPosition at = track;
+            Cursor cursor = mFile.At(at.offset);
+            const Event event = ReadEvent(cursor, track);
+            if (event.kind == Event::Kind::kEndOfTrack) {
+                mTracks.pop_back();
+                continue;
             }
-            if (event.tempo == 0) {
-                session.Append(microseconds, std::span(mBytes).subspan(event.offset, event.length));
-            } else if (!mFixedTime) {
-                mMicrosecondsNumerator = event.tempo;
+            if (event.kind != Event::Kind::kNothing) {
+                AdvanceTo(at);
+                Perform(event, track, session);
             }
+            std::push_heap(mTracks.begin(), mTracks.end(), IsLater);
         }
         if (session.MessageCount() == 0) {
             throw InputError(fmt::format("{}: holds no MIDI message", mName));
@@ -334,16 +403,81 @@ private:
         return session;
     }
 
+    void AdvanceTo(const TrackPosition& position) {
+        const std::uint64_t ticks = position.tick - mTick;
+        mTick = position.tick;
+        const std::uint64_t most =
+            (std::numeric_limits<std::uint64_t>::max() - mRest) / mMicrosecondsNumerator;
+        const std::uint64_t scaled = ticks > most ? 0 : ticks * mMicrosecondsNumerator + mRest;
+        mMicroseconds += scaled / mTicksPerBeat;
+        mRest = scaled % mTicksPerBeat;
+        if (ticks > most || mMicroseconds > kLongestSession) {
+            mFile.FailAt(position.offset, "this event is more than 7 days after the start");
+        }
+    }
+
+    void Perform(const Event& event, const TrackPosition& track, RecordedSession& session) {
+        switch (event.kind) {
+        case Event::Kind::kTempo:
+            if (!mFixedTime) {
+                mMicrosecondsNumerator = event.tempo;
+            }
+            break;
+        case Event::Kind::kChannel:
+            session.Append(mMicroseconds, std::span(event.bytes).first(event.length));
+            break;
+        case Event::Kind::kSysex:
+            JoinSysex(track.sysexStart, session.Append(mMicroseconds, event.length));
+            break;
+        case Event::Kind::kEscape:
+            for (std::span<const std::uint8_t> rest = event.escaped; !rest.empty();) {
+                const std::size_t length = EscapedMessageLength(mFile, 0, rest);
+                session.Append(mMicroseconds, rest.first(length));
+                rest = rest.subspan(length);
+            }
+            break;
+        case Event::Kind::kNothing:
+        case Event::Kind::kEndOfTrack:
+            break;
+        }
+    }
+
+    // Copies a message from the events over which it is split, the first of which is at `start`.
+    void JoinSysex(std::size_t start, std::span<std::uint8_t> message) const {
+        Cursor cursor = mFile.At(start);
+        message.front() = 0xF0;
+        for (std::size_t have = 1; have < message.size();) {
+            if (cursor.Byte("event") == 0xFF) {
+                cursor.Byte("meta event");
+                cursor.Bytes(cursor.VariableLength("length of a meta event"), "meta event");
+            } else {
+                const std::span<const std::uint8_t> part =
+                    cursor.Bytes(cursor.VariableLength("length of a System Exclusive event"),
+                                 "System Exclusive event");
+                std::copy(part.begin(), part.end(), message.begin() + static_cast<long>(have));
+                have += part.size();
+            }
+            if (have < message.size()) {
+                cursor.VariableLength("time of an event");
+            }
+        }
+    }
+
     Cursor mFile;
     const std::string& mName;
+    // Those that have something to say. In pieces, so that it grows without a copy.
+    std::deque<TrackPosition> mTracks;
+
     // A tick is mMicrosecondsNumerator / mTicksPerBeat microseconds; with an SMPTE division "beat"
     // is the division's second and the tempo has no say.
     bool mFixedTime = false;
     std::uint64_t mMicrosecondsNumerator = kDefaultTempo;
     std::uint64_t mTicksPerBeat = 0;
-    std::vector<std::uint8_t> mOpenSysex;
-    std::vector<std::uint8_t> mBytes;
-    std::vector<Event> mEvents;
+    // The place in time of the merge: whole microseconds, and the rest in units of 1/mTicksPerBeat,
+    // so that no rounding adds up.
+    std::uint64_t mTick = 0;
+    std::uint64_t mMicroseconds = 0;
+    std::uint64_t mRest = 0;
 };
 
 } // namespace
@@ -353,6 +487,9 @@ bool IsStandardMidiFile(std::string_view content) {
 }
 
 RecordedSession ReadStandardMidiFile(std::string_view content, const std::string& name) {
+    if (content.size() > std::numeric_limits<std::uint32_t>::max()) {
+        throw InputError(fmt::format("{}: larger than 4 GiB", name));
+    }
     return FileReader(content, name).Read();
 }
 

@@ -151,6 +151,9 @@ int ReplayCommand::Run() {
             throw;
         }
         LogFindings(report);
+        if (const std::optional<std::string> warning = PingWarning(report)) {
+            Tell(kReplayLog, *warning);
+        }
     }
     fmt::print("{}", mJson ? SummaryJson(report) : SummaryText(report));
     return report.Clean() ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -1,17 +1,10 @@
 #include "tests/support/AllocationCounter.h"
+#include "tests/support/Sanitized.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define QUORVEL_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define QUORVEL_SANITIZED 1
-#endif
-#endif
 
 #if defined(QUORVEL_SANITIZED)
 #include <sanitizer/allocator_interface.h>

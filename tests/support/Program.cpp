@@ -7,6 +7,7 @@
 #include <iterator>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -82,10 +83,11 @@ std::string Program::ErrorSoFar() const {
 
 ProgramResult Program::Wait() {
     int status = 0;
-    ::waitpid(mProcess, &status, 0);
+    struct rusage usage {};
+    ::wait4(mProcess, &status, 0, &usage);
     mProcess = -1;
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
-            ContentOf(mFolder / "out"), ContentOf(mFolder / "err")};
+            ContentOf(mFolder / "out"), ContentOf(mFolder / "err"), usage.ru_maxrss};
 }
 
 ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::string& input,

@@ -12,6 +12,7 @@ struct ProgramResult {
     int status; // the exit status, or 128 and the number of the signal that ended it
     std::string out;
     std::string err;
+    long peakKibibytes; // the most memory that it had at a time
 };
 
 // A program that runs beside the test, its output kept in files so that it never waits for the

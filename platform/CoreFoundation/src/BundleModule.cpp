@@ -1,5 +1,6 @@
 #include "platform/CoreFoundation/src/BundleModule.h"
 #include "platform/CoreFoundation/src/FileDescriptor.h"
+#include "platform/CoreFoundation/src/ModuleExtent.h"
 #include "platform/CoreFoundation/src/PlugInError.h"
 #include "platform/CoreFoundation/src/Utf8String.h"
 
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -124,6 +126,13 @@ bool BundleModule::Load() {
     if (!S_ISREG(status.st_mode)) {
         return SetPlugInError(*path + ": expected the module that key CFBundleExecutable of " +
                               ListPath() + " names, found no regular file");
+    }
+    const FileDescriptor file(open(path->c_str(), O_RDONLY | O_CLOEXEC));
+    const std::uint64_t due = file ? ModuleExtent(file.Get()).value_or(0) : 0;
+    if (due > static_cast<std::uint64_t>(status.st_size)) {
+        return SetPlugInError(*path + ": cut off: by its headers the module has " +
+                              std::to_string(due) + " bytes, the file has " +
+                              std::to_string(status.st_size));
     }
     mHandle = dlopen(path->c_str(), RTLD_NOW | RTLD_LOCAL);
     if (mHandle == nullptr) {

@@ -1,15 +1,8 @@
 #include "tests/integration/midiserver/Midiserver.h"
+#include "tests/support/Sanitized.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define QUORVEL_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define QUORVEL_SANITIZED 1
-#endif
-#endif
 
 namespace QuorvelTest {
 namespace {

@@ -174,8 +174,10 @@ TEST_F(LogTest, TakesNoticesOfThePreferencesIntoAStructuredLog) {
     const ProgramResult structured = replay("json");
     EXPECT_EQ(structured.status, 0) << structured.out;
     const std::vector<nlohmann::json> records = Records(structured.err);
-    ASSERT_EQ(records.size(), 1U);
+    ASSERT_EQ(records.size(), 2U);
     EXPECT_EQ(records[0]["level"], "warning");
+    EXPECT_EQ(records[1]["level"], "warning");
+    EXPECT_THAT(records[1]["message"].get<std::string>(), HasSubstr("no ping was exercised"));
     EXPECT_EQ(records[0]["categories"], nlohmann::json::array({"Preferences"}));
     EXPECT_THAT(records[0]["message"].get<std::string>(),
                 HasSubstr("gives no number of ports, the driver publishes 4"));

@@ -94,6 +94,17 @@ TEST_F(PlugInBundleTest, NamesTheModuleThatIsMissingOrBroken) {
     ExpectRefusal({"Contents/Linux/QuorvelMIDI"});
 }
 
+TEST_F(PlugInBundleTest, NamesAModuleThatIsCutOffWhereverThatIs) {
+    const std::filesystem::path module = mBundle / "Contents" / "Linux" / "QuorvelMIDI";
+    const std::uintmax_t size = std::filesystem::file_size(module);
+    for (std::uintmax_t length = size - 1; length > 0; length -= length / 5 + 1) {
+        std::filesystem::resize_file(module, length);
+        ExpectRefusal({length < 64 ? "can be loaded"
+                                   : "cut off: by its headers the module has " +
+                                         std::to_string(size) + " bytes"});
+    }
+}
+
 TEST_F(PlugInBundleTest, NamesTheFactoryFunctionThatTheModuleLacks) {
     Edit("<string>MIDIPluginFactory</string>", "<string>NoSuchFactory</string>");
     ExpectRefusal({"NoSuchFactory"});

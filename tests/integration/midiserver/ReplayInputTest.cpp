@@ -1,9 +1,11 @@
 #include "tests/integration/midiserver/Midiserver.h"
+#include "tests/support/Sanitized.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <unistd.h>
 
 namespace QuorvelTest {
@@ -76,6 +78,70 @@ TEST(ReplayInputTest, RefusesAPortThatThePreferencesDoNotPublish) {
     EXPECT_THAT(result.err, HasSubstr("midiserver: port 5 is not there: the driver publishes 4"));
     EXPECT_EQ(result.out, "");
 }
+
+#if !defined(                                                                                      \
+    QUORVEL_SANITIZED) // where memory has shadows; the fuzz targets count what is allocated
+
+// A long file of a few bytes over and over, written without holding it: a process counts the memory
+// of the one that started it.
+struct LongFile {
+    bool midi; // a Standard MIDI File whose beat is a tick, else as it is
+    std::string start;
+    std::string unit;
+    std::string end;
+
+    std::size_t WriteTo(const std::string& path, std::size_t size) const {
+        std::ofstream file(path, std::ios::binary);
+        const std::size_t count = size / unit.size();
+        if (midi) {
+            file << std::string_view("MThd\0\0\0\6\0\0\0\1\0\1MTrk", 18);
+            const std::size_t length = start.size() + count * unit.size() + end.size();
+            for (int shift = 24; shift >= 0; shift -= 8) {
+                file << static_cast<char>(length >> shift & 0xFF);
+            }
+        }
+        file << start;
+        for (std::size_t i = 0; i < count; ++i) {
+            file << unit;
+        }
+        file << end;
+        return static_cast<std::size_t>(file.tellp());
+    }
+};
+
+TEST(ReplayInputTest, TakesAtMostFourTimesTheSizeOfAFileToReadIt) {
+    const TemporaryFolder folder;
+    const std::string path = (folder.Path() / "session").string();
+    // Refused only when the session has been read.
+    const auto peak = [&](bool fromPipe) {
+        const std::vector<std::string> arguments = {"replay",  fromPipe ? "-" : path, "--port", "5",
+                                                    "--prefs", folder.Path().string()};
+        const ProgramResult result =
+            Shell(fromPipe ? "cat " + path + " | \"$@\"" : "exec \"$@\"", arguments);
+        EXPECT_THAT(result.err, HasSubstr("midiserver: port 5 is not there"));
+        return result.peakKibibytes;
+    };
+    constexpr std::size_t kSize = 8'000'000;
+    const std::vector<LongFile> files = {
+        // Messages of two bytes, an eighth of a second apart.
+        {true, std::string("\0\xFF\x51\3\2\0\0\0\xC0\1", 10), "\1\2",
+         std::string("\0\xFF\x2F\0", 4)},
+        // One System Exclusive message in many parts.
+        {true, std::string("\0\xF0\1\1", 4), "\1\xF7\x78" + std::string(0x78, '\1'),
+         std::string("\1\xF7\1\xF7\0\xFF\x2F\0", 8)},
+        {false, "", "0 F8\n", ""}};
+    LongFile{false, "", "0 F8\n", ""}.WriteTo(path, 5);
+    const long little = peak(false);
+    for (const LongFile& file : files) {
+        const std::size_t size = file.WriteTo(path, kSize);
+        const long most = 4 * static_cast<long>(size) / 1024 + 512;
+        EXPECT_LE(peak(false) - little, most);
+        EXPECT_LE(peak(true) - little, most);
+        EXPECT_GT(peak(false) - little, static_cast<long>(size) / 1024); // or nothing is measured
+    }
+}
+
+#endif
 
 } // namespace
 } // namespace QuorvelTest

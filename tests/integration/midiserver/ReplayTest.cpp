@@ -156,6 +156,44 @@ TEST(ReplayTest, AnswersNoPingWithoutPreferences) {
     EXPECT_THAT(result.err, HasSubstr("gives no number of ports, the driver publishes 4"));
 }
 
+TEST(ReplayTest, SaysLoudlyThatThePingsOfASessionWereNotExercised) {
+    const TemporaryFolder none;
+    const Preferences hui("1-4", "HUI");
+    const Preferences mackie("5-8", "MackieControl");
+    const std::string mackieSession = "0 F0 00 00 66 14 00 F7\n";
+    const std::string huiSession = "0 90 00 00\n1 90 00 00\n";
+    const auto replay = [](const std::string& session, const std::string& folder,
+                           const std::string& port) {
+        return Midiserver(
+            {"replay", "-", "--as-fast-as-possible", "--json", "--port", port, "--prefs", folder},
+            session);
+    };
+    const std::vector<std::tuple<std::string, std::string, std::string, std::string>> cases = {
+        {mackieSession, none.Path().string(), "1",
+         "WARNING: no ping was exercised: the session holds 1 of MackieControl, and Quorvel Port 1 "
+         "emulates no protocol"},
+        {mackieSession, hui.Folder(), "1",
+         "WARNING: no ping was exercised: the session holds 1 of MackieControl, and Quorvel Port 1 "
+         "emulates HUI"},
+        {huiSession, mackie.Folder(), "6",
+         "WARNING: no ping was exercised: the session holds 2 of HUI, and Quorvel Port 6 emulates "
+         "MackieControl; to have the driver answer them: midiserver prefs set APP --ports 5-8 "
+         "--protocol HUI"}};
+    for (const auto& [session, folder, port, warning] : cases) {
+        const ProgramResult result = replay(session, folder, port);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_THAT(result.err, HasSubstr(warning));
+        EXPECT_FALSE(Summary(result)["pings"]["notExercised"].is_null());
+    }
+    for (const ProgramResult& result :
+         {replay(mackieSession, mackie.Folder(), "6"), replay(huiSession, hui.Folder(), "1"),
+          replay("0 90 01 00\n", hui.Folder(), "1")}) {
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err, "");
+        EXPECT_TRUE(Summary(result)["pings"]["notExercised"].is_null());
+    }
+}
+
 TEST(ReplayTest, ReadsACaptureFromStandardInput) {
     const Preferences preferences("1-4", "HUI");
     const std::string file = Capture("ardour-hui.txt");

@@ -1,6 +1,7 @@
 #include "midiserver/CaptureFile.h"
 
 #include "midiserver/InputError.h"
+#include "tests/unit/midiserver/RecordedMessages.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,11 +28,11 @@ TEST(CaptureFileTest, ReadsTimesAndBytesInOrder) {
 
     ASSERT_EQ(session.MessageCount(), 3U);
     EXPECT_EQ(session.ByteCount(), 9U);
-    EXPECT_EQ(session.Microseconds(0), 0U);
-    EXPECT_EQ(session.Microseconds(1), 1500U);
-    EXPECT_THAT(session.Bytes(0), ElementsAre(0x90, 0x3C, 0x7F));
-    EXPECT_THAT(session.Bytes(1), ElementsAre(0xF0, 0x00, 0x0A, 0xF7));
-    EXPECT_THAT(session.Bytes(2), ElementsAre(0xC0, 0x05));
+    EXPECT_EQ(MessageAt(session, 0).microseconds, 0U);
+    EXPECT_EQ(MessageAt(session, 1).microseconds, 1500U);
+    EXPECT_THAT(MessageAt(session, 0).bytes, ElementsAre(0x90, 0x3C, 0x7F));
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0xF0, 0x00, 0x0A, 0xF7));
+    EXPECT_THAT(MessageAt(session, 2).bytes, ElementsAre(0xC0, 0x05));
 }
 
 TEST(CaptureFileTest, SkipsCommentsEmptyLinesAndCarriageReturns) {
@@ -39,7 +40,18 @@ TEST(CaptureFileTest, SkipsCommentsEmptyLinesAndCarriageReturns) {
         ReadCaptureFile("# a session\r\n\r\n  \t\r\n10 F8 # clock\r\n20\tFA", "session.txt");
 
     ASSERT_EQ(session.MessageCount(), 2U);
-    EXPECT_THAT(session.Bytes(1), ElementsAre(0xFA));
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0xFA));
+}
+
+TEST(CaptureFileTest, AcceptsAByteOrderMarkInFrontAndNowhereElse) {
+    const std::string mark = "\xEF\xBB\xBF";
+    EXPECT_EQ(ReadCaptureFile(mark + "0 F8\n", "session.txt").MessageCount(), 1U);
+    EXPECT_EQ(ReadCaptureFile(mark + "# comment\n0 F8\n", "session.txt").MessageCount(), 1U);
+    EXPECT_EQ(FailureOf(mark), "session.txt: holds no MIDI message");
+    EXPECT_THAT(FailureOf(mark + mark + "0 F8\n"),
+                testing::StartsWith("session.txt:1: not a line"));
+    EXPECT_THAT(FailureOf("0 F8\n" + mark + "1 F8\n"),
+                testing::StartsWith("session.txt:2: not a line"));
 }
 
 TEST(CaptureFileTest, NamesFileAndLineOfTextThatIsNoCapture) {
@@ -81,9 +93,9 @@ TEST(CaptureFileTest, RefusesWhatIsNotOneWholeMessage) {
 TEST(CaptureFileTest, KeepsTheOrderOfLinesWhoseTimesRunBackwards) {
     const RecordedSession session = ReadCaptureFile("5 F8\n4 FA\n6 FB\n", "session.txt");
 
-    EXPECT_THAT(session.Bytes(1), ElementsAre(0xFA));
-    EXPECT_EQ(session.Microseconds(1), 5U);
-    EXPECT_EQ(session.Microseconds(2), 6U);
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0xFA));
+    EXPECT_EQ(MessageAt(session, 1).microseconds, 5U);
+    EXPECT_EQ(MessageAt(session, 2).microseconds, 6U);
 }
 
 TEST(CaptureFileTest, RefusesTimesThatAreNone) {
@@ -123,11 +135,11 @@ TEST(CaptureFileTest, SurvivesRandomBytesAndRandomEdits) {
         try {
             const RecordedSession session = ReadCaptureFile(content, "random");
             std::uint64_t time = 0;
-            for (std::size_t i = 0; i < session.MessageCount(); ++i) {
-                ASSERT_GE(session.Microseconds(i), time);
-                ASSERT_FALSE(session.Bytes(i).empty());
-                ASSERT_GE(session.Bytes(i).front(), 0x80);
-                time = session.Microseconds(i);
+            for (const RecordedMessage& message : session) {
+                ASSERT_GE(message.microseconds, time);
+                ASSERT_FALSE(message.bytes.empty());
+                ASSERT_GE(message.bytes.front(), 0x80);
+                time = message.microseconds;
             }
         } catch (const InputError& error) {
             ASSERT_EQ(std::string(error.what()).find('\n'), std::string::npos);

@@ -129,5 +129,38 @@ TEST(ReportTest, ShowsWhereASessionStands) {
     EXPECT_THAT(StatusLine(report), HasSubstr("waiting for the rest, about 3 s"));
 }
 
+TEST(ReportTest, SaysLoudlyWhichPingsWereNotExercised) {
+    ReplayReport report = CleanReport();
+    report.port = 5;
+    report.findings.ports.resize(8);
+    report.findings.ports[5] = report.findings.ports[1];
+    report.protocol = Protocol::kNone;
+    report.findings.pings = report.findings.answered = 0;
+    EXPECT_EQ(PingWarning(report), std::nullopt);
+    report.findings.otherHuiPings = 7;
+    EXPECT_EQ(report.UnexercisedProtocol(), Protocol::kHui);
+    report.findings.otherMackiePings = 2;
+    EXPECT_EQ(
+        PingWarning(report),
+        "WARNING: no ping was exercised: the session holds 2 of MackieControl, and Quorvel Port "
+        "6 emulates no protocol; to have the driver answer them: midiserver prefs set APP "
+        "--ports 5-8 --protocol MackieControl");
+    EXPECT_THAT(SummaryText(report), HasSubstr("THE SESSION'S 2 OF MackieControl NOT EXERCISED\n"));
+    EXPECT_THAT(SummaryText(report), HasSubstr("result        passed, BUT NOT ITS PINGS\n"));
+    EXPECT_TRUE(report.Clean());
+    const nlohmann::json pings = nlohmann::json::parse(SummaryJson(report))["pings"];
+    EXPECT_EQ(pings["notExercised"]["protocol"], "MackieControl");
+    EXPECT_EQ(pings["notExercised"]["count"], 2);
+}
+
+TEST(ReportTest, IsContentWithPingsOfThePortsProtocol) {
+    ReplayReport report = CleanReport();
+    report.findings.otherHuiPings = 7; // notes, more likely than not
+    report.findings.otherMackiePings = 1;
+
+    EXPECT_EQ(PingWarning(report), std::nullopt);
+    EXPECT_TRUE(nlohmann::json::parse(SummaryJson(report))["pings"]["notExercised"].is_null());
+}
+
 } // namespace
 } // namespace MidiServer

@@ -1,6 +1,7 @@
 #include "midiserver/StandardMidiFile.h"
 
 #include "midiserver/InputError.h"
+#include "tests/unit/midiserver/RecordedMessages.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -67,12 +68,12 @@ TEST(StandardMidiFileTest, ReadsChannelMessagesWithRunningStatus) {
                                             0xC5, 0x07, 0x00, 0x08, 0x00, 0xE0, 0x01, 0x02})));
 
     ASSERT_EQ(session.MessageCount(), 5U);
-    EXPECT_THAT(session.Bytes(0), ElementsAre(0x90, 0x3C, 0x7F));
-    EXPECT_THAT(session.Bytes(1), ElementsAre(0x90, 0x3C, 0x00));
-    EXPECT_EQ(session.Microseconds(1), 500'000U); // 480 ticks at 120 beats a minute
-    EXPECT_THAT(session.Bytes(2), ElementsAre(0xC5, 0x07));
-    EXPECT_THAT(session.Bytes(3), ElementsAre(0xC5, 0x08));
-    EXPECT_THAT(session.Bytes(4), ElementsAre(0xE0, 0x01, 0x02));
+    EXPECT_THAT(MessageAt(session, 0).bytes, ElementsAre(0x90, 0x3C, 0x7F));
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0x90, 0x3C, 0x00));
+    EXPECT_EQ(MessageAt(session, 1).microseconds, 500'000U); // 480 ticks at 120 beats a minute
+    EXPECT_THAT(MessageAt(session, 2).bytes, ElementsAre(0xC5, 0x07));
+    EXPECT_THAT(MessageAt(session, 3).bytes, ElementsAre(0xC5, 0x08));
+    EXPECT_THAT(MessageAt(session, 4).bytes, ElementsAre(0xE0, 0x01, 0x02));
 }
 
 TEST(StandardMidiFileTest, KeepsRunningStatusAcrossMetaEvents) {
@@ -81,7 +82,7 @@ TEST(StandardMidiFileTest, KeepsRunningStatusAcrossMetaEvents) {
         Track(Raw({0x00, 0x90, 0x3C, 0x7F, 0x00, 0xFF, 0x01, 0x02, 'h', 'i', 0x00, 0x3D, 0x01})));
 
     ASSERT_EQ(session.MessageCount(), 2U);
-    EXPECT_THAT(session.Bytes(1), ElementsAre(0x90, 0x3D, 0x01));
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0x90, 0x3D, 0x01));
 }
 
 TEST(StandardMidiFileTest, FollowsTheTempoMapOfTheFirstTrackInTheOthers) {
@@ -91,8 +92,8 @@ TEST(StandardMidiFileTest, FollowsTheTempoMapOfTheFirstTrackInTheOthers) {
     const RecordedSession session = Read(Header(1, 2, 96) + Track(tempos) + Track(notes));
 
     ASSERT_EQ(session.MessageCount(), 2U);
-    EXPECT_EQ(session.Microseconds(0), 500'000U);   // half a beat of 1 s
-    EXPECT_EQ(session.Microseconds(1), 1'125'000U); // a beat, and half of one of 0.25 s
+    EXPECT_EQ(MessageAt(session, 0).microseconds, 500'000U);   // half a beat of 1 s
+    EXPECT_EQ(MessageAt(session, 1).microseconds, 1'125'000U); // a beat, and half of one of 0.25 s
 }
 
 TEST(StandardMidiFileTest, AddsUpTicksWithoutRounding) {
@@ -102,15 +103,17 @@ TEST(StandardMidiFileTest, AddsUpTicksWithoutRounding) {
     }
     const RecordedSession session = Read(Header(0, 1, 3) + Track(events));
 
-    EXPECT_EQ(session.Microseconds(2999), 500'000'000U); // 3000 thirds of 0.5 s
+    EXPECT_EQ(MessageAt(session, 2999).microseconds, 500'000'000U); // 3000 thirds of 0.5 s
 }
 
 TEST(StandardMidiFileTest, FollowsTheFramesOfASmpteDivisionWhateverTheTempo) {
-    const std::string events = Raw({0x00, 0xFF, 0x51, 0x03, 0x0F, 0x42, 0x40,          //
-                                    0x87, 0x68, 0x90, 0x01, 0x01});                    // 1000 ticks
-    EXPECT_EQ(Read(Header(0, 1, 0xE728) + Track(events)).Microseconds(0), 1'000'000U); // 25 x 40
-    EXPECT_EQ(Read(Header(0, 1, 0xE80A) + Track(events)).Microseconds(0), 4'166'666U); // 24 x 10
-    EXPECT_EQ(Read(Header(0, 1, 0xE364) + Track(events)).Microseconds(0), 333'666U);   // 29.97
+    const std::string events = Raw({0x00, 0xFF, 0x51, 0x03, 0x0F, 0x42, 0x40, //
+                                    0x87, 0x68, 0x90, 0x01, 0x01});           // 1000 ticks
+    EXPECT_EQ(Read(Header(0, 1, 0xE728) + Track(events)).begin()->microseconds,
+              1'000'000U); // 25 x 40
+    EXPECT_EQ(Read(Header(0, 1, 0xE80A) + Track(events)).begin()->microseconds,
+              4'166'666U); // 24 x 10
+    EXPECT_EQ(Read(Header(0, 1, 0xE364) + Track(events)).begin()->microseconds, 333'666U); // 29.97
 }
 
 TEST(StandardMidiFileTest, MergesTracksByTimeAndThenByTheirPlace) {
@@ -120,11 +123,11 @@ TEST(StandardMidiFileTest, MergesTracksByTimeAndThenByTheirPlace) {
              Track(Raw({0x08, 0x92, 0x01, 0x01, 0x08, 0x92, 0x02, 0x01})));
 
     ASSERT_EQ(session.MessageCount(), 5U);
-    EXPECT_THAT(session.Bytes(0), ElementsAre(0x92, 0x01, 0x01));
-    EXPECT_THAT(session.Bytes(1), ElementsAre(0x90, 0x01, 0x01));
-    EXPECT_THAT(session.Bytes(2), ElementsAre(0x91, 0x01, 0x01));
-    EXPECT_THAT(session.Bytes(3), ElementsAre(0x92, 0x02, 0x01));
-    EXPECT_THAT(session.Bytes(4), ElementsAre(0x91, 0x02, 0x01));
+    EXPECT_THAT(MessageAt(session, 0).bytes, ElementsAre(0x92, 0x01, 0x01));
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0x90, 0x01, 0x01));
+    EXPECT_THAT(MessageAt(session, 2).bytes, ElementsAre(0x91, 0x01, 0x01));
+    EXPECT_THAT(MessageAt(session, 3).bytes, ElementsAre(0x92, 0x02, 0x01));
+    EXPECT_THAT(MessageAt(session, 4).bytes, ElementsAre(0x91, 0x02, 0x01));
 }
 
 TEST(StandardMidiFileTest, JoinsSystemExclusiveThatIsSplitIntoSeveralEvents) {
@@ -135,17 +138,89 @@ TEST(StandardMidiFileTest, JoinsSystemExclusiveThatIsSplitIntoSeveralEvents) {
                                            0x00, 0xF0, 0x02, 0x7E, 0xF7}))); // a whole one
 
     ASSERT_EQ(session.MessageCount(), 2U);
-    EXPECT_THAT(session.Bytes(0), ElementsAre(0xF0, 0x43, 0x12, 0x01, 0x02, 0xF7));
-    EXPECT_EQ(session.Microseconds(0), 166'666U); // the time of its last part
-    EXPECT_THAT(session.Bytes(1), ElementsAre(0xF0, 0x7E, 0xF7));
+    EXPECT_THAT(MessageAt(session, 0).bytes, ElementsAre(0xF0, 0x43, 0x12, 0x01, 0x02, 0xF7));
+    EXPECT_EQ(MessageAt(session, 0).microseconds, 166'666U); // the time of its last part
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0xF0, 0x7E, 0xF7));
 }
 
-TEST(StandardMidiFileTest, SendsTheBytesOfAnEscapeAsTheyAre) {
+TEST(StandardMidiFileTest, SendsTheMessagesOfAnEscape) {
     const RecordedSession session =
-        Read(Header(0, 1, 96) + Track(Raw({0x00, 0xF7, 0x02, 0xF3, 0x01, 0x00, 0xF7, 0x00})));
+        Read(Header(0, 1, 96) + Track(Raw({0x60, 0xF7, 0x02, 0xF3, 0x01,             //
+                                           0x00, 0xF7, 0x00,                         //
+                                           0x00, 0xF7, 0x0A, 0xF8, 0xF0, 0x43, 0xF7, //
+                                           0x90, 0x01, 0x02, 0xF2, 0x03, 0x04})));
 
-    ASSERT_EQ(session.MessageCount(), 1U);
-    EXPECT_THAT(session.Bytes(0), ElementsAre(0xF3, 0x01));
+    ASSERT_EQ(session.MessageCount(), 5U);
+    EXPECT_THAT(MessageAt(session, 0).bytes, ElementsAre(0xF3, 0x01));
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0xF8));
+    EXPECT_THAT(MessageAt(session, 2).bytes, ElementsAre(0xF0, 0x43, 0xF7));
+    EXPECT_THAT(MessageAt(session, 3).bytes, ElementsAre(0x90, 0x01, 0x02));
+    EXPECT_THAT(MessageAt(session, 4).bytes, ElementsAre(0xF2, 0x03, 0x04));
+    EXPECT_EQ(MessageAt(session, 4).microseconds, 500'000U);
+}
+
+TEST(StandardMidiFileTest, RefusesAnEscapeThatHoldsNoWholeMessagesWithItsOffset) {
+    const auto failure = [](std::initializer_list<int> events) {
+        return FailureOf(Header(0, 1, 96) + Track(Raw(events)));
+    };
+    EXPECT_EQ(failure({0x00, 0xF7, 0x02, 0x01, 0x02}),
+              "song.mid: byte 25: 01 stands in an escape where a message starts");
+    EXPECT_EQ(failure({0x00, 0xF7, 0x01, 0xF7}),
+              "song.mid: byte 25: F7 stands in an escape where a message starts");
+    EXPECT_EQ(failure({0x00, 0xF7, 0x03, 0xF8, 0x90, 0x01}),
+              "song.mid: byte 26: a message with status 90 has 3 bytes, in this escape it has 2");
+    EXPECT_EQ(failure({0x00, 0xF7, 0x03, 0x90, 0x01, 0xF8}),
+              "song.mid: byte 25: a message with status 90 has 3 bytes, in this escape it has 2");
+    EXPECT_EQ(failure({0x00, 0xF7, 0x03, 0xF3, 0x01, 0x02}),
+              "song.mid: byte 27: 02 stands in an escape where a message starts");
+    EXPECT_EQ(failure({0x00, 0xF7, 0x02, 0xF0, 0x01}),
+              "song.mid: byte 25: the System Exclusive message that starts here is not ended in "
+              "its escape");
+    EXPECT_EQ(failure({0x00, 0xF7, 0x04, 0xF0, 0x01, 0xF8, 0xF7}),
+              "song.mid: byte 25: the System Exclusive message that starts here is not ended in "
+              "its escape");
+    EXPECT_THAT(failure({0x00, 0xF7, 0x7F, 0xF8}), HasSubstr("cut off in the System Exclusive"));
+}
+
+TEST(StandardMidiFileTest, RefusesDamageInEveryPartOfASplitMessage) {
+    const auto failure = [](std::initializer_list<int> events) {
+        return FailureOf(Header(0, 1, 96) + Track(Raw(events)));
+    };
+    EXPECT_EQ(failure({0x00, 0xF0, 0x02, 0x43, 0xF8, 0x00, 0xF7, 0x01, 0xF7}),
+              "song.mid: byte 26: F8 inside a System Exclusive message");
+    EXPECT_EQ(failure({0x00, 0xF0, 0x01, 0x43, 0x00, 0xF7, 0x03, 0x01, 0xF7, 0xF7}),
+              "song.mid: byte 30: F7 inside a System Exclusive message");
+    // Ended by the part before, so that the next one is an escape.
+    EXPECT_EQ(failure({0x00, 0xF0, 0x02, 0x43, 0xF7, 0x00, 0xF7, 0x02, 0x01, 0xF7}),
+              "song.mid: byte 30: 01 stands in an escape where a message starts");
+}
+
+TEST(StandardMidiFileTest, JoinsSystemExclusiveAcrossMetaEventsAndOtherTracks) {
+    const RecordedSession session =
+        Read(Header(1, 2, 96) + Track(Raw({0x00, 0xF0, 0x00, // a start without data
+                                           0x10, 0xFF, 0x51, 0x03, 0x0F, 0x42, 0x40, //
+                                           0x10, 0xF7, 0x00, // and a part without
+                                           0x00, 0xF7, 0x02, 0x01, 0x02, 0x10, 0xF7, 0x01, 0xF7})) +
+             Track(Raw({0x18, 0x90, 0x05, 0x06})));
+
+    ASSERT_EQ(session.MessageCount(), 2U);
+    EXPECT_THAT(MessageAt(session, 0).bytes, ElementsAre(0x90, 0x05, 0x06));
+    EXPECT_THAT(MessageAt(session, 1).bytes, ElementsAre(0xF0, 0x01, 0x02, 0xF7));
+}
+
+TEST(StandardMidiFileTest, MergesAsManyTracksAsAFileCanHave) {
+    std::string content = Header(1, 65535, 96);
+    for (int track = 0; track < 65535; ++track) {
+        content += Track(Raw({(65535 - track) & 0x7F, 0x90 | (track & 0x0F), 0x01, 0x01}));
+    }
+    const RecordedSession session = Read(content);
+
+    EXPECT_EQ(session.MessageCount(), 65535U);
+    std::uint64_t time = 0;
+    for (const RecordedMessage& message : session) {
+        EXPECT_GE(message.microseconds, time);
+        time = message.microseconds;
+    }
 }
 
 TEST(StandardMidiFileTest, SkipsUnknownChunksAndALongerHeader) {
@@ -245,8 +320,10 @@ TEST(StandardMidiFileTest, SurvivesRandomEditsOfAFile) {
             const RecordedSession session = Read(content);
             ASSERT_GT(session.MessageCount(), 0U);
             ASSERT_LE(session.ByteCount(), 2 * content.size());
-            for (std::size_t i = 1; i < session.MessageCount(); ++i) {
-                ASSERT_GE(session.Microseconds(i), session.Microseconds(i - 1));
+            std::uint64_t time = 0;
+            for (const RecordedMessage& message : session) {
+                ASSERT_GE(message.microseconds, time);
+                time = message.microseconds;
             }
         } catch (const InputError& error) {
             ASSERT_THAT(error.what(), testing::StartsWith("song.mid: "));

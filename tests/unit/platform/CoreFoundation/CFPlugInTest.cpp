@@ -12,9 +12,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <limits>
+#include <link.h>
 #include <string>
 #include <thread>
 
@@ -314,6 +317,46 @@ TEST_F(CFPlugInTest, NamesTheModuleThatCannotBeLoaded) {
     std::filesystem::create_directory(ModulePath());
     EXPECT_EQ(MakeInstance(), nullptr);
     EXPECT_THAT(LastError(), AllOf(StartsWith(ModulePath()), EndsWith("no regular file")));
+}
+
+// The loader maps what the headers promise, and the first touch of what is not there is a SIGBUS.
+TEST_F(CFPlugInTest, RefusesAModuleThatIsCutOffAtAnyLength) {
+    const auto size = std::filesystem::file_size(ModulePath());
+    const PlugIn plugIn = Create();
+    for (std::uintmax_t length = size - 1; length > 0;
+         length -= std::min<std::uintmax_t>(97, length)) {
+        std::filesystem::resize_file(ModulePath(), length);
+        ASSERT_EQ(MakeInstance(), nullptr) << length;
+        ASSERT_THAT(LastError(),
+                    StartsWith(ModulePath() + (length < sizeof(ElfW(Ehdr))
+                                                   ? ": expected a module"
+                                                   : ": cut off: by its headers the module has " +
+                                                         std::to_string(size) + " bytes")))
+            << length;
+    }
+}
+
+TEST_F(CFPlugInTest, RefusesAModuleWhoseHeadersPromiseMoreThanAnyFile) {
+    const PlugIn plugIn = Create();
+    ElfW(Ehdr) header;
+    ElfW(Phdr) segment;
+    std::fstream file(ModulePath(), std::ios::in | std::ios::out | std::ios::binary);
+    file.read(reinterpret_cast<char*>(&header), sizeof header);
+    file.seekg(static_cast<std::streamoff>(header.e_phoff));
+    file.read(reinterpret_cast<char*>(&segment), sizeof segment);
+    segment.p_filesz = std::numeric_limits<decltype(segment.p_filesz)>::max();
+    file.seekp(static_cast<std::streamoff>(header.e_phoff));
+    file.write(reinterpret_cast<const char*>(&segment), sizeof segment);
+    file.flush();
+    EXPECT_EQ(MakeInstance(), nullptr);
+    EXPECT_THAT(LastError(), StartsWith(ModulePath() + ": cut off"));
+
+    header.e_phoff = std::numeric_limits<decltype(header.e_phoff)>::max() - 8;
+    file.seekp(0);
+    file.write(reinterpret_cast<const char*>(&header), sizeof header);
+    file.flush();
+    EXPECT_EQ(MakeInstance(), nullptr);
+    EXPECT_THAT(LastError(), StartsWith(ModulePath() + ": cut off"));
 }
 
 TEST_F(CFPlugInTest, NamesTheFunctionThatIsMissingOrMakesNothing) {

@@ -1,4 +1,6 @@
 // What the headers of every program and library that is installed say of its safety.
+#include <algorithm>
+#include <iterator>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -87,7 +89,29 @@ TEST_P(ShippedBinariesTest, LiesAtRandomAddresses) {
     EXPECT_THAT(ReadHeaders(GetParam(), "-hW"), HasSubstr("DYN ("));
 }
 
+TEST_P(ShippedBinariesTest, ChecksItsStackFrames) {
+    EXPECT_THAT(ReadHeaders(GetParam(), "-sDW"), HasSubstr("__stack_chk_fail"));
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+TEST_P(ShippedBinariesTest, IsMarkedForControlFlowProtection) {
+    EXPECT_THAT(ReadHeaders(GetParam(), "-nW"), AllOf(HasSubstr("IBT"), HasSubstr("SHSTK")));
+}
+#endif
+
 INSTANTIATE_TEST_SUITE_P(Every, ShippedBinariesTest, ::testing::ValuesIn(kBinaries),
                          [](const auto& test) { return std::string(test.param.mName); });
+
+#ifdef __OPTIMIZE__
+// Not every one calls a function that has a checked form; together they do.
+TEST(ShippedBinariesTogetherTest, CallTheCheckedFormsOfTheCLibrarysFunctions) {
+    std::vector<std::string> calls;
+    for (const Binary& binary : kBinaries) {
+        std::ranges::move(LinesWith(ReadHeaders(binary, "-sDW"), "_chk@GLIBC"),
+                          std::back_inserter(calls));
+    }
+    EXPECT_FALSE(calls.empty());
+}
+#endif
 
 } // namespace

@@ -11,16 +11,18 @@ namespace {
 
 struct Watch {
     bool active = false;
+    bool everybody = false;
     int failing = 0;
     int count = 0;
     std::array<std::size_t, 64> sizes{};
 };
 
 thread_local Watch tlsWatch;
+thread_local long tlsBlocks = 0;
 
 void* Allocate(std::size_t size, const void* caller) {
     Watch& watch = tlsWatch;
-    if (watch.active && TestSupport::IsInProgram(caller)) {
+    if (watch.active && (watch.everybody || TestSupport::IsInProgram(caller))) {
         if (static_cast<std::size_t>(watch.count) < watch.sizes.size()) {
             watch.sizes[static_cast<std::size_t>(watch.count)] = size;
         }
@@ -29,7 +31,15 @@ void* Allocate(std::size_t size, const void* caller) {
             return nullptr;
         }
     }
+    tlsBlocks++;
     return std::malloc(size);
+}
+
+void Free(void* memory) {
+    if (memory != nullptr) {
+        tlsBlocks--;
+        std::free(memory);
+    }
 }
 
 void* AllocateOrThrow(std::size_t size, const void* caller) {
@@ -47,6 +57,19 @@ void WatchAllocations(int failing) {
     tlsWatch = Watch{};
     tlsWatch.failing = failing;
     tlsWatch.active = true;
+}
+
+void WatchAllAllocations(int failing) {
+    WatchAllocations(failing);
+    tlsWatch.everybody = true;
+}
+
+bool AllocationFailed() {
+    return tlsWatch.failing != 0 && tlsWatch.count >= tlsWatch.failing;
+}
+
+long BlocksHeld() {
+    return tlsBlocks;
 }
 
 std::vector<std::size_t> AllocationsWatched() {
@@ -75,14 +98,14 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
+    Free(memory);
 }

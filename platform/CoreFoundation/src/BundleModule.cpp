@@ -56,12 +56,15 @@ std::optional<std::string> ContentsOf(const std::string& path, std::string& reas
 CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
     const CFOwned<CFDataRef> data(CFDataCreate(
         nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
+    if (!data) {
+        throw std::bad_alloc();
+    }
     CFErrorRef error = nullptr;
     CFOwned<CFPropertyListRef> list(CFPropertyListCreateWithData(
         nullptr, data.get(), kCFPropertyListImmutable, nullptr, &error));
     const CFOwned<CFErrorRef> ownedError(error);
     if (list.get() == nullptr) {
-        const CFOwned<CFStringRef> text(CFErrorCopyDescription(error));
+        const CFOwned<CFStringRef> text(error == nullptr ? nullptr : CFErrorCopyDescription(error));
         reason = Utf8Of(text.get()).value_or("it cannot be read");
         return nullptr;
     }
@@ -78,16 +81,16 @@ std::shared_ptr<BundleModule> BundleModule::Read(const std::string& folder) {
     const std::string listPath = folder + "/Contents/Info.plist";
     std::string reason;
     const auto bytes = ContentsOf(listPath, reason);
-    const CFDictionaryRef info = bytes ? CopyDictionary(*bytes, reason) : nullptr;
-    if (info == nullptr) {
+    CFOwned<CFDictionaryRef> info(bytes ? CopyDictionary(*bytes, reason) : nullptr);
+    if (!info) {
         SetPlugInError(listPath + ": expected a bundle's property list: " + reason);
         return nullptr;
     }
-    return std::make_shared<BundleModule>(folder, info);
+    return std::make_shared<BundleModule>(folder, std::move(info));
 }
 
-BundleModule::BundleModule(const std::string& folder, CFDictionaryRef info)
-    : mFolder(folder), mInfo(info) {}
+BundleModule::BundleModule(const std::string& folder, CFOwned<CFDictionaryRef> info)
+    : mFolder(folder), mInfo(std::move(info)) {}
 
 BundleModule::~BundleModule() = default;
 
@@ -199,6 +202,8 @@ CFBundleRef BundleRegistry::CopyOrMake(const std::string& folder) {
     if (module == nullptr) {
         return nullptr;
     }
+    // The place first: a bundle that was made is known, as its end takes the lock held here.
+    mEntries.reserve(mEntries.size() + 1);
     auto* const bundle = new __CFBundle(module);
     mEntries.push_back({std::move(module), bundle, {}, {}, 0});
     return bundle;
@@ -255,8 +260,9 @@ std::optional<BundleRegistry::FactoryUse> BundleRegistry::BeginUse(const UuidByt
     for (Entry& entry : mEntries) {
         for (const PlugInFactory& each : entry.factories) {
             if (each.uuid == factory && entry.bundle != nullptr) {
+                FactoryUse use{entry.module, each};
                 ++entry.uses;
-                return FactoryUse{entry.module, each};
+                return use;
             }
         }
     }
@@ -295,21 +301,25 @@ bool BundleRegistry::HasInstances(const BundleModule& module) {
 }
 
 std::size_t BundleRegistry::UnloadUnused() {
-    std::vector<std::shared_ptr<BundleModule>> unused;
-    {
-        const std::lock_guard lock(mMutex);
-        std::erase_if(mEntries, [&](const Entry& entry) {
-            const bool idle = entry.bundle == nullptr && entry.instances.empty() && entry.uses == 0;
-            if (idle) {
-                unused.push_back(entry.module);
-            }
-            return idle;
-        });
-    }
     std::size_t count = 0;
-    for (const auto& module : unused) {
+    // One by one, since there may be no memory for a list of them; with the lock let go, since a
+    // module may have destructors that use bundles.
+    while (const std::shared_ptr<BundleModule> module = TakeUnused()) {
         count += module->IsLoaded() ? 1U : 0U;
         module->Unload();
     }
     return count;
+}
+
+std::shared_ptr<BundleModule> BundleRegistry::TakeUnused() {
+    const std::lock_guard lock(mMutex);
+    const auto unused = std::find_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) {
+        return entry.bundle == nullptr && entry.instances.empty() && entry.uses == 0;
+    });
+    if (unused == mEntries.end()) {
+        return nullptr;
+    }
+    std::shared_ptr<BundleModule> module = std::move(unused->module);
+    mEntries.erase(unused);
+    return module;
 }

@@ -25,7 +25,7 @@ public:
     // when its property list cannot be read.
     static std::shared_ptr<BundleModule> Read(const std::string& folder);
 
-    BundleModule(const std::string& folder, CFDictionaryRef info);
+    BundleModule(const std::string& folder, CFOwned<CFDictionaryRef> info);
     BundleModule(const BundleModule&) = delete;
     BundleModule& operator=(const BundleModule&) = delete;
     ~BundleModule();
@@ -95,6 +95,8 @@ private:
 
     Entry* EntryWithFactory(const UuidBytes& factory);
     Entry* EntryOf(const BundleModule& module);
+    // A module that nobody holds any more, which is taken out; null when there is none.
+    std::shared_ptr<BundleModule> TakeUnused();
 
     std::mutex mMutex;
     std::vector<Entry> mEntries; // under mMutex

@@ -28,22 +28,22 @@ CFTypeID CFBundleGetTypeID() {
 }
 
 CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL) {
-    char path[PATH_MAX];
-    if (!CFRuntimeIsArgument(bundleURL, kCFRuntimeURLType, "bundleURL") ||
-        CFURLGetFileSystemRepresentation(bundleURL, true, reinterpret_cast<UInt8*>(path),
-                                         sizeof path) == 0) {
-        SetPlugInError("expected the URL of a bundle's folder, found none");
-        return nullptr;
-    }
-    char* const real = realpath(path, nullptr);
-    if (real == nullptr) {
-        SetPlugInError(std::string(path) + ": " + std::strerror(errno) +
-                       "; expected a bundle's folder");
-        return nullptr;
-    }
-    const std::string folder(real);
-    std::free(real);
-    return BundleRegistry::Instance().CopyOrMake(folder);
+    const bool isUrl = CFRuntimeIsArgument(bundleURL, kCFRuntimeURLType, "bundleURL");
+    return CFRuntimeGuard<CFBundleRef>(nullptr, [&]() -> CFBundleRef {
+        char path[PATH_MAX];
+        char folder[PATH_MAX];
+        if (!isUrl || CFURLGetFileSystemRepresentation(
+                          bundleURL, true, reinterpret_cast<UInt8*>(path), sizeof path) == 0) {
+            SetPlugInError("expected the URL of a bundle's folder, found none");
+            return nullptr;
+        }
+        if (realpath(path, folder) == nullptr) {
+            SetPlugInError(std::string(path) + ": " + std::strerror(errno) +
+                           "; expected a bundle's folder");
+            return nullptr;
+        }
+        return BundleRegistry::Instance().CopyOrMake(folder);
+    });
 }
 
 CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle) {
@@ -72,8 +72,10 @@ CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle) {
     if (object == nullptr) {
         return nullptr;
     }
-    const auto path = object->mModule->ExecutablePath();
-    return path ? CopyUrl(*path, false) : nullptr;
+    return CFRuntimeGuard<CFURLRef>(nullptr, [&] {
+        const auto path = object->mModule->ExecutablePath();
+        return path ? CopyUrl(*path, false) : nullptr;
+    });
 }
 
 Boolean CFBundleIsExecutableLoaded(CFBundleRef bundle) {
@@ -90,8 +92,12 @@ void CFBundleUnloadExecutable(CFBundleRef bundle) {
 
 void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName) {
     auto* object = CFRuntimeArgument<__CFBundle>(bundle, "bundle");
-    const auto name = CFRuntimeIsArgument(functionName, kCFRuntimeStringType, "functionName")
-                          ? Utf8Of(functionName)
-                          : std::nullopt;
-    return object == nullptr || !name ? nullptr : object->mModule->Find(*name);
+    if (object == nullptr ||
+        !CFRuntimeIsArgument(functionName, kCFRuntimeStringType, "functionName")) {
+        return nullptr;
+    }
+    return CFRuntimeGuard<void*>(nullptr, [&]() -> void* {
+        const auto name = Utf8Of(functionName);
+        return name ? object->mModule->Find(*name) : nullptr;
+    });
 }

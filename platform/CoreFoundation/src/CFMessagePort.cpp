@@ -43,7 +43,8 @@ void ScheduleSource(void* info, CFRunLoopRef loop, CFRunLoopMode) {
 }
 
 void CancelSource(void* info, CFRunLoopRef loop, CFRunLoopMode) {
-    static_cast<SourceInfo*>(info)->port->mListener->Detach(loop->Context());
+    CFRuntimeGuard(
+        [&] { static_cast<SourceInfo*>(info)->port->mListener->Detach(loop->Context()); });
 }
 
 void PerformSource(void* info) {
@@ -178,16 +179,19 @@ CFRunLoopSourceRef __CFMessagePort::CopySource(CFIndex order) {
         }
         CFRelease(known);
     }
-    auto* const info = new SourceInfo{this, nullptr};
-    CFRetain(this);
+    auto info = std::make_unique<SourceInfo>(SourceInfo{this, nullptr});
     CFRunLoopSourceContext context{};
-    context.info = info;
+    context.info = info.get();
     context.release = ReleaseSourceInfo;
     context.schedule = ScheduleSource;
     context.cancel = CancelSource;
     context.perform = PerformSource;
     const CFRunLoopSourceRef source = CFRunLoopSourceCreate(nullptr, order, &context);
-    info->source = source;
+    if (source == nullptr) {
+        return nullptr;
+    }
+    CFRetain(this);
+    info.release()->source = source;
     mSource->Set(source);
     return source;
 }
@@ -341,7 +345,9 @@ Boolean CFMessagePortIsValid(CFMessagePortRef ms) {
 CFRunLoopSourceRef CFMessagePortCreateRunLoopSource(CFAllocatorRef, CFMessagePortRef local,
                                                     CFIndex order) {
     auto* port = CFRuntimeArgument<__CFMessagePort>(local, "local");
-    return port == nullptr ? nullptr : port->CopySource(order);
+    return port == nullptr ? nullptr : CFRuntimeGuard<CFRunLoopSourceRef>(nullptr, [&] {
+        return port->CopySource(order);
+    });
 }
 
 CFTypeID CFMessagePortGetTypeID() {

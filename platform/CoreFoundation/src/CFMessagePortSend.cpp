@@ -2,7 +2,6 @@
 // running.
 #include "platform/CoreFoundation/src/CFMessagePortObject.h"
 #include "platform/CoreFoundation/src/CFRunLoopObject.h"
-#include "platform/CoreFoundation/src/Utf8String.h"
 
 #include <CoreFoundation/CFMessagePortHost.h>
 
@@ -38,9 +37,7 @@ CFTimeInterval SecondsUntil(Clock::time_point deadline) {
 class ReplyWatch {
 public:
     ReplyWatch(int socket, CFStringRef mode)
-        : mLoop(CFRunLoopGetCurrent()),
-          mModeName(Utf8Of(mode).value_or("")),
-          mDescriptor(*mLoop->Context(), socket) {
+        : mLoop(CFRunLoopGetCurrent()), mMode(mode), mDescriptor(*mLoop->Context(), socket) {
         CFRunLoopSourceContext context{};
         mSource = CFRunLoopSourceCreate(nullptr, 0, &context);
         CFRunLoopAddSource(mLoop, mSource, mode);
@@ -70,7 +67,7 @@ public:
                                    });
         }
         bool stopped = false;
-        mLoop->Run(mModeName, SecondsUntil(deadline), true, &stopped);
+        mLoop->Run(mMode, SecondsUntil(deadline), true, &stopped);
         mStopped = mStopped || stopped;
     }
 
@@ -80,7 +77,7 @@ private:
     };
 
     const CFRunLoopRef mLoop;
-    const std::string mModeName;
+    const CFStringRef mMode; // the caller's
     boost::asio::posix::stream_descriptor mDescriptor;
     CFRunLoopSourceRef mSource = nullptr;
     const std::shared_ptr<Armed> mArmed = std::make_shared<Armed>();

@@ -30,15 +30,27 @@ CFArrayRef CopyUuidArray(const std::vector<UuidBytes>& uuids) {
     if (uuids.empty()) {
         return nullptr;
     }
-    const CFMutableArrayRef array = CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
+    std::vector<CFOwned<CFUUIDRef>> owned;
+    std::vector<const void*> values;
     for (const UuidBytes& each : uuids) {
         CFUUIDBytes bytes;
         std::memcpy(&bytes, each.data(), sizeof bytes);
-        const CFOwned<CFUUIDRef> uuid(CFUUIDCreateFromUUIDBytes(nullptr, bytes));
-        CFArrayAppendValue(array, uuid.get());
+        CFOwned<CFUUIDRef> uuid(CFUUIDCreateFromUUIDBytes(nullptr, bytes));
+        if (!uuid) {
+            return nullptr;
+        }
+        values.push_back(uuid.get());
+        owned.push_back(std::move(uuid));
     }
-    return array;
+    return CFArrayCreate(nullptr, values.data(), static_cast<CFIndex>(values.size()),
+                         &kCFTypeArrayCallBacks);
 }
+
+// Ends a factory's use however the making of the instance ends.
+struct UseEnd {
+    const BundleRegistry::FactoryUse& use;
+    ~UseEnd() { BundleRegistry::Instance().EndUse(use); }
+};
 
 bool Makes(const PlugInFactory& factory, const UuidBytes& type) {
     for (const UuidBytes& each : factory.types) {
@@ -80,20 +92,21 @@ void* MakeInstance(const BundleRegistry::FactoryUse& use, CFAllocatorRef allocat
 } // namespace
 
 CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInURL) {
-    const CFPlugInRef plugIn = CFBundleCreate(allocator, plugInURL);
-    if (plugIn == nullptr) {
-        return nullptr;
-    }
-    const auto& module = plugIn->mModule;
-    const auto factories = module->ExecutablePath()
-                               ? PlugInFactories(module->Info(), module->ListPath())
-                               : std::nullopt;
-    if (!factories) {
-        CFRelease(plugIn);
-        return nullptr;
-    }
-    BundleRegistry::Instance().Register(module, *factories);
-    return plugIn;
+    return CFRuntimeGuard<CFPlugInRef>(nullptr, [&]() -> CFPlugInRef {
+        CFOwned<CFPlugInRef> plugIn(CFBundleCreate(allocator, plugInURL));
+        if (!plugIn) {
+            return nullptr;
+        }
+        const auto& module = plugIn->mModule;
+        const auto factories = module->ExecutablePath()
+                                   ? PlugInFactories(module->Info(), module->ListPath())
+                                   : std::nullopt;
+        if (!factories) {
+            return nullptr;
+        }
+        BundleRegistry::Instance().Register(module, *factories);
+        return plugIn.release();
+    });
 }
 
 CFBundleRef CFPlugInGetBundle(CFPlugInRef plugIn) {
@@ -102,39 +115,43 @@ CFBundleRef CFPlugInGetBundle(CFPlugInRef plugIn) {
 
 CFArrayRef CFPlugInFindFactoriesForPlugInType(CFUUIDRef typeUUID) {
     const auto type = BytesOf(typeUUID, "typeUUID");
-    return type ? CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, nullptr)) : nullptr;
+    return !type ? nullptr : CFRuntimeGuard<CFArrayRef>(nullptr, [&] {
+        return CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, nullptr));
+    });
 }
 
 CFArrayRef CFPlugInFindFactoriesForPlugInTypeInPlugIn(CFUUIDRef typeUUID, CFPlugInRef plugIn) {
     const auto type = BytesOf(typeUUID, "typeUUID");
     const auto* object = CFRuntimeArgument<__CFBundle>(plugIn, "plugIn");
-    return type && object != nullptr ? CopyUuidArray(BundleRegistry::Instance().FactoriesFor(
-                                           *type, object->mModule.get()))
-                                     : nullptr;
+    return !type || object == nullptr ? nullptr : CFRuntimeGuard<CFArrayRef>(nullptr, [&] {
+        return CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, object->mModule.get()));
+    });
 }
 
 void* CFPlugInInstanceCreate(CFAllocatorRef allocator, CFUUIDRef factoryUUID, CFUUIDRef typeUUID) {
     const auto factory = BytesOf(factoryUUID, "factoryUUID");
     const auto type = BytesOf(typeUUID, "typeUUID");
     if (!factory || !type) {
-        SetPlugInError("expected the UUIDs of a factory and of a type, found none");
-        return nullptr;
+        return CFRuntimeGuard<void*>(nullptr, []() -> void* {
+            SetPlugInError("expected the UUIDs of a factory and of a type, found none");
+            return nullptr;
+        });
     }
-    BundleRegistry& registry = BundleRegistry::Instance();
-    const auto use = registry.BeginUse(*factory);
-    if (!use) {
-        SetPlugInError("expected a plug-in with factory " + UuidText(*factory) +
-                       " to have been created, found none");
-        return nullptr;
-    }
-    void* const instance = MakeInstance(*use, allocator, typeUUID, *type);
-    registry.EndUse(*use);
-    return instance;
+    return CFRuntimeGuard<void*>(nullptr, [&]() -> void* {
+        const auto use = BundleRegistry::Instance().BeginUse(*factory);
+        if (!use) {
+            SetPlugInError("expected a plug-in with factory " + UuidText(*factory) +
+                           " to have been created, found none");
+            return nullptr;
+        }
+        const UseEnd end{*use};
+        return MakeInstance(*use, allocator, typeUUID, *type);
+    });
 }
 
 void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
     if (const auto factory = BytesOf(factoryID, "factoryID")) {
-        BundleRegistry::Instance().AddInstance(*factory);
+        CFRuntimeGuard([&] { BundleRegistry::Instance().AddInstance(*factory); });
     }
 }
 

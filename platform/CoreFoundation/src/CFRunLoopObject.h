@@ -13,11 +13,11 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 
+#include <array>
 #include <atomic>
-#include <map>
+#include <cstddef>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
 
 struct __CFRunLoopSource final : CFRuntimeObject {
@@ -37,7 +37,7 @@ struct __CFRunLoopSource final : CFRuntimeObject {
 
     struct Place {
         CFRunLoopRef loop; // a reference is held
-        std::string mode;
+        CFOwned<CFRunLoopMode> mode;
     };
 
     const CFIndex mOrder;
@@ -52,6 +52,9 @@ struct __CFRunLoopSource final : CFRuntimeObject {
     std::vector<Place> mPlaces; // under mMutex
 
 private:
+    // A loop that it is in, retained; null when there is none left.
+    CFRunLoopRef InvalidateAndCopyAnyLoop();
+
     std::atomic<bool> mSignalled{false};
 };
 
@@ -59,12 +62,16 @@ struct __CFRunLoop final : CFRuntimeObject {
     __CFRunLoop();
     ~__CFRunLoop() override;
 
-    void AddSource(CFRunLoopSourceRef source, const std::string& mode);
-    void RemoveSource(CFRunLoopSourceRef source, const std::string& mode);
-    bool ContainsSource(CFRunLoopSourceRef source, const std::string& mode) const;
-    void AddCommonMode(const std::string& mode);
+    // Modes are strings, never null. What adds throws std::bad_alloc and has then added nothing;
+    // nothing else needs memory, so that whatever is there can be run, stopped and taken down.
+    void AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
+    void RemoveSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
+    // Out of all modes. Under the source's `mScheduleMutex`; the caller holds a reference to both.
+    void RemoveWholly(CFRunLoopSourceRef source);
+    bool ContainsSource(CFRunLoopSourceRef source, CFRunLoopMode mode) const;
+    void AddCommonMode(CFRunLoopMode mode);
     // `wasStopped` (may be null) tells whether the run was stopped, even if its result is another.
-    CFRunLoopRunResult Run(const std::string& mode, CFTimeInterval seconds,
+    CFRunLoopRunResult Run(CFRunLoopMode mode, CFTimeInterval seconds,
                            bool returnAfterSourceHandled, bool* wasStopped);
     void Stop();
     void WakeUp();
@@ -77,35 +84,58 @@ struct __CFRunLoop final : CFRuntimeObject {
     // The descriptors that the loop watches are bound to this. Its handlers run on the loop's
     // thread whenever the loop runs, in whatever mode: they may signal sources but must not call
     // out.
-    std::shared_ptr<boost::asio::io_context> Context() const { return mContext; }
+    std::shared_ptr<boost::asio::io_context> Context() const {
+        return {mContext, &mContext->context};
+    }
 
 private:
     using SourceList = std::vector<CFRunLoopSourceRef>; // references are held; sorted by order
 
+    struct Mode {
+        CFOwned<CFRunLoopMode> name;
+        SourceList sources; // never empty
+    };
+
+    // A run of the loop; lies on the stack of the thread that runs it.
     struct Activation {
-        std::string mode;
+        const CFRunLoopMode mode;
+        Activation* const outer;
         bool stopped = false;
     };
 
-    void AddToMode(CFRunLoopSourceRef source, const std::string& mode);
-    void RemoveFromMode(CFRunLoopSourceRef source, const std::string& mode);
-    bool ModeContains(CFRunLoopSourceRef source, const std::string& mode) const;
-    bool ModeIsEmpty(const std::string& mode) const;
+    // The handler that wakes the loop lies here and not on the heap: waking is part of taking a
+    // source out, which must not fail. There is one at most.
+    struct WakeContext {
+        alignas(std::max_align_t) std::array<std::byte, 256> handler;
+        // Set by the first of several wake-ups, cleared by the handler that it posted, so that
+        // waking a loop that does not run does not pile up handlers.
+        std::atomic<bool> posted{false};
+        boost::asio::io_context context;
+    };
+    class WakeHandler;
+
+    bool AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode);
+    template <typename Accepts>
+    bool RemoveFromOneMode(CFRunLoopSourceRef source, const Accepts& accepts);
+    bool RemoveFromCommonSources(CFRunLoopSourceRef source);
+    void RemoveFromCommonModes(CFRunLoopSourceRef source);
+    CFRunLoopSourceRef CopyAnySource() const;
+    bool IsCommonMode(CFRunLoopMode mode) const;
+    const Mode* FindMode(CFRunLoopMode mode) const;
+    bool ModeIsEmpty(CFRunLoopMode mode) const;
     bool InnermostIsStopped() const;
-    bool PerformSources(const std::string& mode);
+    bool PerformSources(CFRunLoopMode mode);
+    bool PerformSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
     void PollContext();
 
     mutable std::mutex mMutex;
-    std::map<std::string, SourceList> mModes; // under mMutex, as all down to mDead
-    std::vector<std::string> mCommonModes;
+    std::vector<Mode> mModes; // under mMutex, as all down to mDead; those with sources
+    std::vector<CFOwned<CFRunLoopMode>> mCommonModes;
     SourceList mCommonSources;
-    std::vector<Activation> mActivations;
+    Activation* mInnermost = nullptr;
     bool mDead = false;
 
     std::atomic<bool> mWaiting{false};
-    // Set by the first of several wake-ups, cleared by the handler that it posted, so that waking a
-    // loop that does not run does not pile up handlers.
-    std::atomic<bool> mWakePosted{false};
-    std::shared_ptr<boost::asio::io_context> mContext;
+    const std::shared_ptr<WakeContext> mContext;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> mWorkGuard;
 };

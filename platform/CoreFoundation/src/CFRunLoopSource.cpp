@@ -43,39 +43,36 @@ void __CFRunLoopSource::Invalidate() {
     CFRetain(this);
     {
         const std::lock_guard scheduleLock(mScheduleMutex);
-        std::vector<Place> places;
-        {
-            const std::lock_guard lock(mMutex);
-            mValid = false;
-            places = mPlaces;
-            for (const Place& place : places) {
-                CFRetain(place.loop);
-            }
-        }
-        for (const Place& place : places) {
-            place.loop->RemoveSource(this, place.mode);
-            CFRelease(place.loop);
+        // One place at a time, since there may be no memory for a list of them. No other thread
+        // adds one any more, nor takes one away while the lock above is held.
+        while (const CFRunLoopRef loop = InvalidateAndCopyAnyLoop()) {
+            loop->RemoveWholly(this);
+            CFRelease(loop);
         }
     }
     CFRelease(this);
 }
 
-void __CFRunLoopSource::SignalAndWake() {
-    std::vector<CFRunLoopRef> loops;
-    {
-        const std::lock_guard lock(mMutex);
-        if (!mValid) {
-            return;
-        }
-        Signal();
-        for (const Place& place : mPlaces) {
-            CFRetain(place.loop);
-            loops.push_back(place.loop);
-        }
+CFRunLoopRef __CFRunLoopSource::InvalidateAndCopyAnyLoop() {
+    const std::lock_guard lock(mMutex);
+    mValid = false;
+    if (mPlaces.empty()) {
+        return nullptr;
     }
-    for (const CFRunLoopRef loop : loops) {
-        loop->WakeUp();
-        CFRelease(loop);
+    CFRetain(mPlaces.front().loop);
+    return mPlaces.front().loop;
+}
+
+void __CFRunLoopSource::SignalAndWake() {
+    // Waking takes none of the locks, so that it may be done under this one, which keeps the
+    // places.
+    const std::lock_guard lock(mMutex);
+    if (!mValid) {
+        return;
+    }
+    Signal();
+    for (const Place& place : mPlaces) {
+        place.loop->WakeUp();
     }
 }
 

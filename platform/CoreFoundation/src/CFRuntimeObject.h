@@ -192,7 +192,8 @@ CFHashCode CFRuntimeHash(const Units& units) {
 // Whether objects may be made with the allocator.
 bool CFRuntimeCanAllocate(CFAllocatorRef allocator);
 
-// Calls `body` and gives its result, or `failure` when there was no memory for it.
+// Calls `body` and gives its result, or `failure` when there was no memory for it, or the system
+// had nothing left of something else that it needs (descriptors).
 template <typename Result, typename Body>
 Result CFRuntimeGuard(Result failure, const Body& body) noexcept {
     try {
@@ -201,7 +202,17 @@ Result CFRuntimeGuard(Result failure, const Body& body) noexcept {
         return failure;
     } catch (const std::length_error&) {
         return failure;
+    } catch (const std::runtime_error&) {
+        return failure;
     }
+}
+// The same for what has no result.
+template <typename Body>
+void CFRuntimeGuard(const Body& body) noexcept {
+    CFRuntimeGuard(false, [&] {
+        body();
+        return true;
+    });
 }
 
 // A new object with one reference, null when there is no memory.

@@ -298,11 +298,12 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFString
         for (size_t begin = 0;;) {
             const size_t end = mark.empty() ? std::u16string::npos : text.find(mark, begin);
             const size_t size = end == std::u16string::npos ? end : end - begin;
-            parts.emplace_back(MakeString(alloc, text.substr(begin, size)));
-            if (!parts.back()) {
+            CFOwned<CFStringRef> part(MakeString(alloc, text.substr(begin, size)));
+            if (!part) {
                 return nullptr;
             }
-            values.push_back(parts.back().get());
+            values.push_back(part.get());
+            parts.push_back(std::move(part));
             if (end == std::u16string::npos) {
                 break;
             }

@@ -135,12 +135,12 @@ CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef /*alloc*/, UInt8 byte0, 
                                          UInt8 byte6, UInt8 byte7, UInt8 byte8, UInt8 byte9,
                                          UInt8 byte10, UInt8 byte11, UInt8 byte12, UInt8 byte13,
                                          UInt8 byte14, UInt8 byte15) {
-    // Made on first use, which may be before this file's own statics are, and never destroyed.
-    static std::mutex* const mutex = new std::mutex;
-    static auto* const constants = new std::map<Bytes, CFUUIDRef>;
     const Bytes bytes = {byte0, byte1, byte2,  byte3,  byte4,  byte5,  byte6,  byte7,
                          byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15};
     return CFRuntimeGuard<CFUUIDRef>(nullptr, [&]() -> CFUUIDRef {
+        // Made on first use, which may be before this file's own statics are, and never destroyed.
+        static std::mutex* const mutex = new std::mutex;
+        static auto* const constants = new std::map<Bytes, CFUUIDRef>;
         const std::lock_guard<std::mutex> guard(*mutex);
         const auto [entry, added] = constants->try_emplace(bytes, nullptr);
         if (entry->second == nullptr) {

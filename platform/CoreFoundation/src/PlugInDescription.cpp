@@ -9,6 +9,7 @@
 #include <CoreFoundation/CFString.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace {
@@ -40,6 +41,9 @@ bool Fail(const std::string& listPath, const std::string& key, const std::string
 
 CFTypeRef ValueOf(CFDictionaryRef info, const char* key) {
     const CFOwned<CFStringRef> name(CopyUtf8String(key));
+    if (!name) {
+        throw std::bad_alloc();
+    }
     return CFDictionaryGetValue(info, name.get());
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <optional>
 
 namespace {
@@ -133,12 +134,15 @@ void AppendNumber(const Conversion& conversion, const char* size, T value, std::
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int length = std::snprintf(nullptr, 0, specification.c_str(), value);
-    if (length > 0) {
-        std::string printed(static_cast<size_t>(length) + 1, '\0');
-        std::snprintf(printed.data(), printed.size(), specification.c_str(), value);
-        printed.pop_back();
-        text += UTF16FromASCII(printed);
+    if (length < 0) {
+        throw std::bad_alloc(); // it needs memory of its own for wide numbers
     }
+    std::string printed(static_cast<size_t>(length) + 1, '\0');
+    if (std::snprintf(printed.data(), printed.size(), specification.c_str(), value) != length) {
+        throw std::bad_alloc();
+    }
+    printed.pop_back();
+    text += UTF16FromASCII(printed);
 #pragma GCC diagnostic pop
 }
 
@@ -227,7 +231,11 @@ void AppendCString(const Conversion& conversion, Arguments& arguments, std::u16s
 }
 
 void AppendObject(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
-    const CFOwned<CFStringRef> description(CFCopyDescription(arguments.Next<CFTypeRef>()));
+    const CFTypeRef object = arguments.Next<CFTypeRef>();
+    const CFOwned<CFStringRef> description(CFCopyDescription(object));
+    if (object != nullptr && !description) {
+        throw std::bad_alloc();
+    }
     const auto* string = CFRuntimeCast<__CFString>(description.get());
     std::u16string printed = string == nullptr ? u"(null)" : string->Text();
     if (conversion.precision) {

@@ -3,6 +3,8 @@
 
 #include <CoreServices/Multiprocessing.h>
 
+#include <type_traits>
+
 namespace {
 
 using CoreServices::Deadline;
@@ -23,11 +25,10 @@ struct Semaphore : CoreServices::ObjectRecord {
 
 using Semaphores = CoreServices::ObjectTable<Semaphore>;
 
-// Never destroyed: a thread may still use a semaphore while the process ends.
-Semaphores& AllSemaphores() {
-    static Semaphores* const semaphores = new Semaphores;
-    return *semaphores;
-}
+// Exists before any code has run, and has nothing to destroy: a thread may still use a semaphore
+// while the process ends.
+constinit Semaphores gSemaphores;
+static_assert(std::is_trivially_destructible_v<Semaphores>);
 
 } // namespace
 
@@ -37,7 +38,7 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
         return paramErr;
     }
     *semaphore = static_cast<MPSemaphoreID>(
-        AllSemaphores().Create([maximumValue, initialValue](Semaphore& record) {
+        gSemaphores.Create([maximumValue, initialValue](Semaphore& record) {
             record.mMaximum = maximumValue;
             record.mValue = initialValue;
         }));
@@ -45,11 +46,11 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
 }
 
 OSStatus MPDeleteSemaphore(MPSemaphoreID semaphore) {
-    return AllSemaphores().Delete(semaphore) ? OSStatus{noErr} : OSStatus{kMPInvalidIDErr};
+    return gSemaphores.Delete(semaphore) ? OSStatus{noErr} : OSStatus{kMPInvalidIDErr};
 }
 
 OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout) {
-    Semaphores::Locked record(AllSemaphores(), semaphore);
+    Semaphores::Locked record(gSemaphores, semaphore);
     if (!record) {
         return kMPInvalidIDErr;
     }
@@ -79,7 +80,7 @@ OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout) {
 OSStatus MPSignalSemaphore(MPSemaphoreID semaphore) {
     Semaphore* awaited = nullptr;
     {
-        Semaphores::Locked record(AllSemaphores(), semaphore);
+        Semaphores::Locked record(gSemaphores, semaphore);
         if (!record) {
             return kMPInvalidIDErr;
         }

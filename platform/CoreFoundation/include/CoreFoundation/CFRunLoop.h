@@ -36,7 +36,7 @@ CF_EXPORT const CFRunLoopMode kCFRunLoopCommonModes;
 
 CF_EXPORT CFTypeID CFRunLoopGetTypeID(void);
 
-// The calling thread's loop and the main thread's. Never null; the caller owns no reference.
+// The calling thread's loop and the main thread's, no reference added. Null only without memory.
 CF_EXPORT CFRunLoopRef CFRunLoopGetCurrent(void);
 CF_EXPORT CFRunLoopRef CFRunLoopGetMain(void);
 
@@ -67,8 +67,8 @@ CF_EXPORT void CFRunLoopWakeUp(CFRunLoopRef rl);
 CF_EXPORT void CFRunLoopAddCommonMode(CFRunLoopRef rl, CFRunLoopMode mode);
 
 // Adding keeps a reference to the source. Adding a source twice to one mode is one entry; adding an
-// invalid one, or to the loop of a thread that has ended, does nothing. Removing what is not there
-// does nothing. A source may be in several modes and several loops.
+// invalid one, or to the loop of a thread that has ended, or without memory does nothing. So does
+// removing what is not there. A source may be in several modes and several loops.
 CF_EXPORT Boolean CFRunLoopContainsSource(CFRunLoopRef rl, CFRunLoopSourceRef source,
                                           CFRunLoopMode mode);
 CF_EXPORT void CFRunLoopAddSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMode mode);

@@ -1,0 +1,413 @@
+// Every allocation of every function that makes any, failed once. In strict mode, so that what the
+// library cannot make does not reach a function that must not be given null.
+#include <CoreFoundation/CFPlugInHost.h>
+#include <CoreFoundation/CFRuntimeHost.h>
+#include <CoreFoundation/CoreFoundation.h>
+
+#include "tests/support/AllocationFaults.h"
+#include "tests/support/CFHandle.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace {
+
+// Makes `call` with its first allocation failing, then with its second, and so on until it needs no
+// more. It returns whether it got what it asked for, and keeps nothing. After a failure there is
+// not an object and not a block more than before.
+void FailEachAllocation(const std::function<bool()>& call) {
+    ASSERT_TRUE(call()) << "with all the memory it wants";
+    for (int n = 1;; n++) {
+        ASSERT_LT(n, 5000);
+        SCOPED_TRACE("allocation " + std::to_string(n) + " fails");
+        const CFIndex objects = CFRuntimeHostLiveObjectCount(0);
+        const long blocks = TestSupport::BlocksHeld();
+        TestSupport::WatchAllAllocations(n);
+        const bool done = call();
+        const bool failed = TestSupport::AllocationFailed();
+        TestSupport::WatchAllAllocations();
+        if (!failed) {
+            EXPECT_TRUE(done);
+            return;
+        }
+        EXPECT_EQ(CFRuntimeHostLiveObjectCount(0), objects);
+        EXPECT_EQ(TestSupport::BlocksHeld(), blocks);
+    }
+}
+
+// Whether there is an object; gives it up.
+bool Made(CFTypeRef object) {
+    if (object == nullptr) {
+        return false;
+    }
+    CFRelease(object);
+    return true;
+}
+
+constexpr const char* kLongText = "a text that is too long to lie within a string object itself";
+
+CFStringRef LongString() {
+    static const CFStringRef string = __CFStringMakeConstantString(kLongText);
+    return string;
+}
+
+TEST(CFMemory, StringsAreMadeOrNot) {
+    const UniChar wide[] = {0x3B1, 'b', 0x3B3};
+    FailEachAllocation(
+        [] { return Made(CFStringCreateWithCString(nullptr, kLongText, kCFStringEncodingASCII)); });
+    FailEachAllocation([] {
+        return Made(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(kLongText), 40,
+                                            kCFStringEncodingUTF8, true));
+    });
+    FailEachAllocation([&] { return Made(CFStringCreateWithCharacters(nullptr, wide, 3)); });
+    FailEachAllocation([] { return Made(CFStringCreateCopy(nullptr, LongString())); });
+    FailEachAllocation([] {
+        return Made(CFStringCreateWithSubstring(nullptr, LongString(), CFRangeMake(1, 40)));
+    });
+    FailEachAllocation([] {
+        return Made(
+            CFStringCreateArrayBySeparatingStrings(nullptr, CFSTR("1-2-3-4-5"), CFSTR("-")));
+    });
+    const void* parts[] = {LongString(), LongString()};
+    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, parts, 2, &kCFTypeArrayCallBacks));
+    FailEachAllocation(
+        [&] { return Made(CFStringCreateByCombiningStrings(nullptr, array.Get(), CFSTR(", "))); });
+}
+
+TEST(CFMemory, FormatsAreWholeOrNot) {
+    const void* parts[] = {LongString(), CFSTR("x")};
+    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, parts, 2, &kCFTypeArrayCallBacks));
+    const CFHandle<CFStringRef> expected(CFStringCreateWithCString(
+        nullptr,
+        (std::string("7 0x10 1.50 text c (") + kLongText + ", x) %                    .").c_str(),
+        kCFStringEncodingASCII));
+    FailEachAllocation([&] {
+        const CFHandle<CFStringRef> text(CFStringCreateWithFormat(
+            nullptr, nullptr, CFSTR("%d %p %.2f %s %c %@ %%%20s."), 7,
+            reinterpret_cast<void*>(0x10), 1.5, "text", 'c', array.Get(), ""));
+        EXPECT_TRUE(!text || CFEqual(text.Get(), expected.Get()));
+        return text.Get() != nullptr;
+    });
+}
+
+TEST(CFMemory, ConstantsAreMadeOrNot) {
+    // The text is there once it has been made, for good and without any allocation.
+    CFStringRef string = nullptr;
+    for (int n = 1; string == nullptr; n++) {
+        ASSERT_LT(n, 100);
+        TestSupport::WatchAllAllocations(n);
+        string = __CFStringMakeConstantString("a text that no other test of this program uses");
+        const bool failed = TestSupport::AllocationFailed();
+        TestSupport::WatchAllAllocations();
+        EXPECT_EQ(string == nullptr, failed);
+    }
+    TestSupport::WatchAllAllocations(1);
+    EXPECT_EQ(__CFStringMakeConstantString("a text that no other test of this program uses"),
+              string);
+    EXPECT_FALSE(TestSupport::AllocationFailed());
+    TestSupport::WatchAllAllocations();
+}
+
+TEST(CFMemory, ValuesAreMadeOrNot) {
+    const UInt8 bytes[] = {1, 2, 3};
+    FailEachAllocation([&] { return Made(CFDataCreate(nullptr, bytes, sizeof bytes)); });
+    const CFHandle<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
+    FailEachAllocation([&] { return Made(CFDataCreateCopy(nullptr, data.Get())); });
+    FailEachAllocation([] { return Made(CFDateCreate(nullptr, 1)); });
+    FailEachAllocation([] {
+        const SInt32 value = 1;
+        return Made(CFNumberCreate(nullptr, kCFNumberSInt32Type, &value));
+    });
+    FailEachAllocation([] { return Made(CFUUIDCreate(nullptr)); });
+    FailEachAllocation([] {
+        return Made(CFUUIDCreateFromString(nullptr, CFSTR("43C98C3C-306C-11D5-AF73-003065A8301E")));
+    });
+    const CFHandle<CFUUIDRef> uuid(CFUUIDCreate(nullptr));
+    FailEachAllocation([&] { return Made(CFUUIDCreateString(nullptr, uuid.Get())); });
+    FailEachAllocation([&] { return Made(CFCopyDescription(uuid.Get())); });
+    FailEachAllocation(
+        [] { return Made(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 2, nullptr)); });
+    const CFHandle<CFErrorRef> error(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 2, nullptr));
+    FailEachAllocation([&] { return Made(CFErrorCopyDescription(error.Get())); });
+}
+
+TEST(CFMemory, URLsAreMadeOrNot) {
+    const auto make = [](const char* path) {
+        return CFURLCreateFromFileSystemRepresentation(
+            nullptr, reinterpret_cast<const UInt8*>(path),
+            static_cast<CFIndex>(std::string_view(path).size()), true);
+    };
+    FailEachAllocation([&] { return Made(make("/a folder/another/and one more.plugin/")); });
+    FailEachAllocation([&] { return Made(make("relative to the working directory")); });
+    FailEachAllocation([] {
+        return Made(
+            CFURLCreateWithFileSystemPath(nullptr, LongString(), kCFURLPOSIXPathStyle, true));
+    });
+    const CFHandle<CFURLRef> url(make("/a folder/another/and one more.plugin"));
+    FailEachAllocation(
+        [&] { return Made(CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle)); });
+    FailEachAllocation([&] {
+        return Made(CFURLCreateCopyAppendingPathComponent(nullptr, url.Get(), LongString(), false));
+    });
+    FailEachAllocation(
+        [&] { return Made(CFURLCreateCopyDeletingLastPathComponent(nullptr, url.Get())); });
+    FailEachAllocation([&] { return Made(CFURLCopyLastPathComponent(url.Get())); });
+    FailEachAllocation([&] { return Made(CFURLCopyPathExtension(url.Get())); });
+}
+
+TEST(CFMemory, ContainersHoldAllOrNothing) {
+    const void* values[] = {LongString(), kCFBooleanTrue, CFSTR("x")};
+    FailEachAllocation(
+        [&] { return Made(CFArrayCreate(nullptr, values, 3, &kCFTypeArrayCallBacks)); });
+    FailEachAllocation([&] {
+        return Made(CFDictionaryCreate(nullptr, values, values, 3, &kCFTypeDictionaryKeyCallBacks,
+                                       &kCFTypeDictionaryValueCallBacks));
+    });
+    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, values, 3, &kCFTypeArrayCallBacks));
+    const CFHandle<CFDictionaryRef> dictionary(
+        CFDictionaryCreate(nullptr, values, values, 3, &kCFTypeDictionaryKeyCallBacks,
+                           &kCFTypeDictionaryValueCallBacks));
+    FailEachAllocation([&] { return Made(CFArrayCreateCopy(nullptr, array.Get())); });
+    FailEachAllocation([&] { return Made(CFArrayCreateMutableCopy(nullptr, 0, array.Get())); });
+    FailEachAllocation([&] { return Made(CFDictionaryCreateCopy(nullptr, dictionary.Get())); });
+    FailEachAllocation(
+        [&] { return Made(CFDictionaryCreateMutableCopy(nullptr, 0, dictionary.Get())); });
+    FailEachAllocation([&] { return Made(CFCopyDescription(array.Get())); });
+    FailEachAllocation([&] { return Made(CFCopyDescription(dictionary.Get())); });
+}
+
+TEST(CFMemory, ChangesAreMadeWholeOrNotAtAll) {
+    FailEachAllocation([] {
+        const CFHandle<CFMutableArrayRef> array(
+            CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+        if (!array) {
+            return false;
+        }
+        for (CFIndex i = 0; i < 3; i++) {
+            const CFIndex before = CFArrayGetCount(array.Get());
+            CFArrayAppendValue(array.Get(), LongString());
+            const CFIndex after = CFArrayGetCount(array.Get());
+            EXPECT_TRUE(after == before || after == before + 1);
+        }
+        const CFIndex before = CFArrayGetCount(array.Get());
+        CFArrayAppendArray(array.Get(), array.Get(), CFRangeMake(0, before));
+        const CFIndex after = CFArrayGetCount(array.Get());
+        EXPECT_TRUE(after == before || after == 2 * before);
+        return after == 6;
+    });
+    FailEachAllocation([] {
+        const CFHandle<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(
+            nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+        if (!dictionary) {
+            return false;
+        }
+        for (CFStringRef key : {CFSTR("a"), CFSTR("b"), CFSTR("c")}) {
+            CFDictionarySetValue(dictionary.Get(), key, LongString());
+            const void* const value = CFDictionaryGetValue(dictionary.Get(), key);
+            EXPECT_TRUE(value == nullptr || CFEqual(value, LongString()));
+        }
+        return CFDictionaryGetCount(dictionary.Get()) == 3;
+    });
+    FailEachAllocation([] {
+        const CFHandle<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+        const UInt8 bytes[] = {1, 2, 3};
+        if (!data) {
+            return false;
+        }
+        CFDataAppendBytes(data.Get(), bytes, 3);
+        CFDataIncreaseLength(data.Get(), 100);
+        CFDataReplaceBytes(data.Get(), CFRangeMake(0, 1), bytes, 3);
+        return CFDataGetLength(data.Get()) == 105;
+    });
+}
+
+TEST(CFMemory, ThreadHasALoopOrNone) {
+    // A loop is made once for each thread, so each attempt has its own.
+    for (int n = 1, failed = 1; failed != 0; n++) {
+        std::thread([n, &failed] {
+            TestSupport::WatchAllAllocations(n);
+            const CFRunLoopRef loop = CFRunLoopGetCurrent();
+            failed = TestSupport::AllocationFailed() ? 1 : 0;
+            TestSupport::WatchAllAllocations();
+            EXPECT_EQ(loop == nullptr, failed != 0);
+            EXPECT_NE(CFRunLoopGetCurrent(), nullptr);
+        }).join();
+    }
+}
+
+struct Counts {
+    int scheduled = 0;
+    int cancelled = 0;
+    int performed = 0;
+};
+
+CFRunLoopSourceRef MakeSource(Counts& counts) {
+    CFRunLoopSourceContext context{};
+    context.info = &counts;
+    context.schedule = [](void* info, CFRunLoopRef, CFRunLoopMode) {
+        static_cast<Counts*>(info)->scheduled++;
+    };
+    context.cancel = [](void* info, CFRunLoopRef, CFRunLoopMode) {
+        static_cast<Counts*>(info)->cancelled++;
+    };
+    context.perform = [](void* info) { static_cast<Counts*>(info)->performed++; };
+    return CFRunLoopSourceCreate(nullptr, 0, &context);
+}
+
+TEST(CFMemory, SourceIsInALoopOrNot) {
+    const CFRunLoopRef loop = CFRunLoopGetCurrent();
+    Counts other;
+    const CFHandle<CFRunLoopSourceRef> there(MakeSource(other));
+    CFRunLoopAddSource(loop, there.Get(), kCFRunLoopDefaultMode);
+    for (CFStringRef mode : {kCFRunLoopDefaultMode, kCFRunLoopCommonModes, LongString()}) {
+        FailEachAllocation([&] {
+            Counts counts;
+            const CFHandle<CFRunLoopSourceRef> source(MakeSource(counts));
+            if (!source) {
+                return false;
+            }
+            CFRunLoopAddSource(loop, source.Get(), mode);
+            const bool added = CFRunLoopContainsSource(loop, source.Get(), mode);
+            CFRunLoopRemoveSource(loop, source.Get(), mode);
+            EXPECT_FALSE(CFRunLoopContainsSource(loop, source.Get(), mode));
+            EXPECT_TRUE(counts.scheduled == counts.cancelled);
+            CFRunLoopAddSource(loop, source.Get(), mode);
+            const bool again = CFRunLoopContainsSource(loop, source.Get(), mode);
+            CFRunLoopSourceInvalidate(source.Get());
+            EXPECT_EQ(counts.scheduled, counts.cancelled);
+            EXPECT_EQ(CFGetRetainCount(source.Get()), 1);
+            return added && again;
+        });
+    }
+    CFRunLoopSourceInvalidate(there.Get());
+}
+
+TEST(CFMemory, SourcesArePerformedAndTheLoopIsStoppedWithoutMemory) {
+    const CFRunLoopRef loop = CFRunLoopGetCurrent();
+    Counts counts;
+    const CFHandle<CFRunLoopSourceRef> first(MakeSource(counts));
+    const CFHandle<CFRunLoopSourceRef> second(MakeSource(counts));
+    CFRunLoopAddSource(loop, first.Get(), kCFRunLoopDefaultMode);
+    CFRunLoopAddSource(loop, second.Get(), kCFRunLoopDefaultMode);
+    FailEachAllocation([&] {
+        counts.performed = 0;
+        CFRunLoopSourceSignal(first.Get());
+        CFRunLoopSourceSignal(second.Get());
+        CFRunLoopWakeUp(loop);
+        while (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true) == kCFRunLoopRunHandledSource) {
+        }
+        return counts.performed == 2;
+    });
+    EXPECT_EQ(counts.performed, 2);
+    CFRunLoopSourceInvalidate(first.Get());
+    CFRunLoopSourceInvalidate(second.Get());
+}
+
+TEST(CFMemory, ThreadsLoopIsTakenDownWithoutMemory) {
+    Counts counts;
+    const CFHandle<CFRunLoopSourceRef> source(MakeSource(counts));
+    std::thread([&] {
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), source.Get(), kCFRunLoopDefaultMode);
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), source.Get(), kCFRunLoopCommonModes);
+        TestSupport::WatchAllAllocations(1);
+    }).join();
+    EXPECT_EQ(counts.scheduled, 1);
+    EXPECT_EQ(counts.cancelled, 1);
+    EXPECT_EQ(CFGetRetainCount(source.Get()), 1);
+}
+
+TEST(CFMemory, ModeIsCommonForAllSourcesOrForNone) {
+    static int made = 0;
+    Counts counts;
+    const CFRunLoopRef loop = CFRunLoopGetCurrent();
+    const CFHandle<CFRunLoopSourceRef> source(MakeSource(counts));
+    CFRunLoopAddSource(loop, source.Get(), kCFRunLoopCommonModes);
+    const CFIndex objects = CFRuntimeHostLiveObjectCount(0);
+    for (int n = 1, failed = 1; failed != 0; n++) {
+        // Another one each time: a mode stays common.
+        const std::string name = "a mode of this test's own, number " + std::to_string(made++);
+        const CFStringRef mode = __CFStringMakeConstantString(name.c_str());
+        TestSupport::WatchAllAllocations(n);
+        CFRunLoopAddCommonMode(loop, mode);
+        failed = TestSupport::AllocationFailed() ? 1 : 0;
+        TestSupport::WatchAllAllocations();
+        EXPECT_EQ(CFRunLoopContainsSource(loop, source.Get(), mode), failed == 0);
+    }
+    CFRunLoopSourceInvalidate(source.Get());
+    EXPECT_EQ(CFGetRetainCount(source.Get()), 1);
+    EXPECT_EQ(CFRuntimeHostLiveObjectCount(0), objects);
+}
+
+class CFMemoryOfPlugIns : public testing::Test {
+protected:
+    CFMemoryOfPlugIns() {
+        const std::filesystem::path contents = mFolder.Path() + "/Contents";
+        std::filesystem::create_directories(contents / "Linux");
+        std::filesystem::create_symlink(QUORVEL_TEST_MODULE, contents / "Linux" / "Module");
+        std::ofstream(contents / "Info.plist") << R"(<?xml version="1.0" encoding="UTF-8"?>
+<plist version="1.0"><dict>
+<key>CFBundleIdentifier</key><string>com.quorvel.test</string>
+<key>CFBundleExecutable</key><string>Module</string>
+<key>CFPlugInFactories</key><dict>
+<key>11111111-2222-3333-4444-555555555555</key><string>MakeNothing</string></dict>
+<key>CFPlugInTypes</key><dict>
+<key>66666666-7777-8888-9999-AAAAAAAAAAAA</key><array>
+<string>11111111-2222-3333-4444-555555555555</string></array></dict>
+</dict></plist>)";
+        mUrl = CFHandle<CFURLRef>(CFURLCreateFromFileSystemRepresentation(
+            nullptr, reinterpret_cast<const UInt8*>(mFolder.Path().data()),
+            static_cast<CFIndex>(mFolder.Path().size()), true));
+        mFactory = CFHandle<CFUUIDRef>(
+            CFUUIDCreateFromString(nullptr, CFSTR("11111111-2222-3333-4444-555555555555")));
+        mType = CFHandle<CFUUIDRef>(
+            CFUUIDCreateFromString(nullptr, CFSTR("66666666-7777-8888-9999-AAAAAAAAAAAA")));
+    }
+
+    const TemporaryDirectory mFolder;
+    CFHandle<CFURLRef> mUrl;
+    CFHandle<CFUUIDRef> mFactory;
+    CFHandle<CFUUIDRef> mType;
+};
+
+TEST_F(CFMemoryOfPlugIns, ListsOfFactoriesAreWholeOrNot) {
+    const CFHandle<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
+    ASSERT_TRUE(plugIn);
+    FailEachAllocation([&] { return Made(CFPlugInFindFactoriesForPlugInType(mType.Get())); });
+    FailEachAllocation([&] {
+        return Made(CFPlugInFindFactoriesForPlugInTypeInPlugIn(mType.Get(), plugIn.Get()));
+    });
+}
+
+TEST_F(CFMemoryOfPlugIns, BundlesAnswerOrNot) {
+    const CFHandle<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
+    ASSERT_TRUE(plugIn);
+    FailEachAllocation([&] { return Made(CFBundleCreate(nullptr, mUrl.Get())); });
+    FailEachAllocation([&] { return Made(CFBundleCopyExecutableURL(plugIn.Get())); });
+    FailEachAllocation([&] {
+        return CFBundleGetFunctionPointerForName(plugIn.Get(), CFSTR("MakeNothing")) != nullptr;
+    });
+}
+
+TEST_F(CFMemoryOfPlugIns, InstancesAreMadeOrNotAndTheModuleCanBeUnloaded) {
+    CFHandle<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
+    ASSERT_TRUE(plugIn);
+    FailEachAllocation([&] {
+        CFPlugInAddInstanceForFactory(mFactory.Get());
+        EXPECT_EQ(CFPlugInInstanceCreate(nullptr, mFactory.Get(), mType.Get()), nullptr);
+        CFPlugInRemoveInstanceForFactory(mFactory.Get());
+        CFBundleUnloadExecutable(plugIn.Get());
+        EXPECT_FALSE(CFBundleIsExecutableLoaded(plugIn.Get()));
+        return true;
+    });
+    plugIn.Reset();
+    EXPECT_EQ(CFPlugInFindFactoriesForPlugInType(mType.Get()), nullptr);
+}
+
+} // namespace

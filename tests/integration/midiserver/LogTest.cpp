@@ -164,10 +164,9 @@ TEST_F(LogTest, IsCompleteWhenTheReplayFails) {
 }
 
 TEST_F(LogTest, TakesNoticesOfThePreferencesIntoAStructuredLog) {
-    const TemporaryFolder empty;
-    empty.Write("com.quorvel.ControlSurface.plist", "<plist><dict/></plist>");
+    const Preferences empty;
     const auto replay = [&](const char* format) {
-        return Midiserver({"replay", "-", "--prefs", empty.Path().string(), "--log-format", format},
+        return Midiserver({"replay", "-", "--prefs", empty.Folder(), "--log-format", format},
                           kSession);
     };
     EXPECT_THAT(replay("plain").err, testing::StartsWith("midiserver: preferences: "));

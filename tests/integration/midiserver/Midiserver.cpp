@@ -32,6 +32,10 @@ std::string PlugInBundle() {
     return MIDISERVER_PLUGIN;
 }
 
+Preferences::Preferences() {
+    Write("com.quorvel.ControlSurface.plist", "<plist><dict/></plist>");
+}
+
 Preferences::Preferences(const std::string& ports, const std::string& protocol) {
     const ProgramResult result = Midiserver(
         {"prefs", "set", "Test", "--ports", ports, "--protocol", protocol, "--prefs", Folder()});

@@ -26,9 +26,10 @@ std::string Capture(const std::string& name);
 // The bundle that the build made.
 std::string PlugInBundle();
 
-// A folder of preferences for one application.
+// A folder of preferences for no application, or for one.
 class Preferences : public TemporaryFolder {
 public:
+    Preferences();
     Preferences(const std::string& ports, const std::string& protocol);
 
     std::string Folder() const { return Path().string(); }

@@ -70,9 +70,9 @@ TEST(ReplayInputTest, NamesTheByteOfAStandardMidiFileThatWasCut) {
 }
 
 TEST(ReplayInputTest, RefusesAPortThatThePreferencesDoNotPublish) {
-    const TemporaryFolder none;
-    const ProgramResult result = Midiserver(
-        {"replay", Capture("ardour-hui.txt"), "--port", "5", "--prefs", none.Path().string()});
+    const Preferences none;
+    const ProgramResult result =
+        Midiserver({"replay", Capture("ardour-hui.txt"), "--port", "5", "--prefs", none.Folder()});
 
     EXPECT_EQ(result.status, 2);
     EXPECT_THAT(result.err, HasSubstr("midiserver: port 5 is not there: the driver publishes 4"));
@@ -110,12 +110,12 @@ struct LongFile {
 };
 
 TEST(ReplayInputTest, TakesAtMostFourTimesTheSizeOfAFileToReadIt) {
-    const TemporaryFolder folder;
+    const Preferences folder;
     const std::string path = (folder.Path() / "session").string();
     // Refused only when the session has been read.
     const auto peak = [&](bool fromPipe) {
         const std::vector<std::string> arguments = {"replay",  fromPipe ? "-" : path, "--port", "5",
-                                                    "--prefs", folder.Path().string()};
+                                                    "--prefs", folder.Folder()};
         const ProgramResult result =
             Shell(fromPipe ? "cat " + path + " | \"$@\"" : "exec \"$@\"", arguments);
         EXPECT_THAT(result.err, HasSubstr("midiserver: port 5 is not there"));

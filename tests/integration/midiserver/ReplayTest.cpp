@@ -145,11 +145,10 @@ TEST(ReplayTest, PlaysToThePortThatIsAskedFor) {
 }
 
 TEST(ReplayTest, AnswersNoPingWithoutPreferences) {
-    const TemporaryFolder none;
-    none.Write("com.quorvel.ControlSurface.plist", "<plist><dict/></plist>");
+    const Preferences none;
     const std::string file = Capture("ardour-hui.txt");
-    const ProgramResult result = Midiserver(
-        {"replay", file, "--as-fast-as-possible", "--json", "--prefs", none.Path().string()});
+    const ProgramResult result =
+        Midiserver({"replay", file, "--as-fast-as-possible", "--json", "--prefs", none.Folder()});
 
     ExpectNothingLost(result, ContentOfCapture(file), 0);
     EXPECT_EQ(Summary(result)["protocol"], "none");
@@ -157,7 +156,7 @@ TEST(ReplayTest, AnswersNoPingWithoutPreferences) {
 }
 
 TEST(ReplayTest, SaysLoudlyThatThePingsOfASessionWereNotExercised) {
-    const TemporaryFolder none;
+    const Preferences none;
     const Preferences hui("1-4", "HUI");
     const Preferences mackie("5-8", "MackieControl");
     const std::string mackieSession = "0 F0 00 00 66 14 00 F7\n";
@@ -169,7 +168,7 @@ TEST(ReplayTest, SaysLoudlyThatThePingsOfASessionWereNotExercised) {
             session);
     };
     const std::vector<std::tuple<std::string, std::string, std::string, std::string>> cases = {
-        {mackieSession, none.Path().string(), "1",
+        {mackieSession, none.Folder(), "1",
          "WARNING: no ping was exercised: the session holds 1 of MackieControl, and Quorvel Port 1 "
          "emulates no protocol"},
         {mackieSession, hui.Folder(), "1",

@@ -16,8 +16,8 @@ std::vector<std::string> ReplayOf(const std::string& file, const std::string& fo
 }
 
 TEST(UnwritableOutputTest, EndsWith1WhereTheErrorCannotBeTold) {
-    const TemporaryFolder folder;
-    const std::string prefs = folder.Path().string();
+    const Preferences folder;
+    const std::string prefs = folder.Folder();
     for (const char* script : {"exec \"$@\" 2>/dev/full", "exec \"$@\" 2>&-"}) {
         for (const std::vector<std::string>& arguments :
              {std::vector<std::string>{},
@@ -82,8 +82,8 @@ TEST(UnwritableOutputTest, SaysItOnceOfAReportThatIsLongerThanABuffer) {
 
 // A file that took the number of a closed stream would receive what is meant for the stream.
 TEST(UnwritableOutputTest, KeepsWhatIsMeantForAClosedStreamOutOfFiles) {
-    const TemporaryFolder folder;
-    const std::string prefs = folder.Path().string();
+    const Preferences folder;
+    const std::string prefs = folder.Folder();
     const std::string capture = folder.Write("session.txt", "0 90 00 00\n");
     const std::string setup = (folder.Path() / "setup.plist").string();
     for (const char* script :

@@ -58,9 +58,9 @@ TEST_F(InstalledTreeTest, IsStripped) {
 
 TEST_F(InstalledTreeTest, ReplaysWithThePlugInThatItBrings) {
     const std::string capture = mFolder.Write("capture", "0 90 3c 40\n1000 80 3c 00\n");
-    std::filesystem::create_directory(mFolder.Path() / "preferences");
-    const ProgramResult result = RunProgram({mPrefix + "/bin/midiserver", "replay", capture,
-                                             "--prefs", mFolder.Path() / "preferences"});
+    mFolder.Write("com.quorvel.ControlSurface.plist", "<plist><dict/></plist>");
+    const ProgramResult result = RunProgram(
+        {mPrefix + "/bin/midiserver", "replay", capture, "--prefs", mFolder.Path().string()});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.out, HasSubstr("passed"));
 }

@@ -132,7 +132,7 @@ void UsePreferencesFolder(const std::filesystem::path& folder) {
 }
 
 std::filesystem::path PreferencesEditor::File() {
-    std::array<char, 2 * PATH_MAX> path{};
+    std::array<char, std::size_t{2} * PATH_MAX> path{};
     if (CFPreferencesHostGetPath(kIdentifier, kCFPreferencesAnyUser, kCFPreferencesCurrentHost,
                                  path.data(), CFIndex{path.size()}) == 0) {
         throw InputError("the preferences folder has too long a name");

@@ -154,6 +154,7 @@ private:
         const CFIndex count = CFArrayGetCount(array);
         const size_t number = AddObject(Counted(0xA, static_cast<size_t>(count)));
         std::vector<size_t> references;
+        references.reserve(static_cast<size_t>(count));
         for (CFIndex i = 0; i < count; ++i) {
             references.push_back(Add(CFArrayGetValueAtIndex(array, i)));
         }
@@ -165,6 +166,7 @@ private:
         const std::vector<PropertyListEntry> entries = SortedEntries(dictionary);
         const size_t number = AddObject(Counted(0xD, entries.size()));
         std::vector<size_t> references;
+        references.reserve(2 * entries.size());
         for (const PropertyListEntry& entry : entries) {
             references.push_back(Add(entry.key));
         }

@@ -11,7 +11,6 @@
 
 #include <syslog.h>
 
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
@@ -273,10 +272,14 @@ Boolean CFPreferencesHostGetPath(CFStringRef applicationID, CFStringRef userName
                                  CFStringRef hostName, char* buffer, CFIndex bufferSize) {
     return CFRuntimeGuard(false, [&] {
         const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
-        if (!domain || bufferSize < 0 || domain->Path().size() >= static_cast<size_t>(bufferSize)) {
+        if (!domain) {
             return false;
         }
-        std::strcpy(buffer, domain->Path().c_str());
+        const std::string path = domain->Path();
+        if (bufferSize < 0 || path.size() >= static_cast<size_t>(bufferSize)) {
+            return false;
+        }
+        buffer[path.copy(buffer, path.size())] = '\0';
         return true;
     });
 }

@@ -274,12 +274,15 @@ const __CFRunLoop::Mode* __CFRunLoop::FindMode(CFRunLoopMode mode) const {
 
 bool __CFRunLoop::ContainsSource(CFRunLoopSourceRef source, CFRunLoopMode mode) const {
     const std::lock_guard lock(mMutex);
-    const Mode* const found = FindMode(mode);
-    if (!IsCommonModes(mode) && found == nullptr) {
-        return false;
+    const SourceList* list = &mCommonSources;
+    if (!IsCommonModes(mode)) {
+        const Mode* const found = FindMode(mode);
+        if (found == nullptr) {
+            return false;
+        }
+        list = &found->sources;
     }
-    const SourceList& list = IsCommonModes(mode) ? mCommonSources : found->sources;
-    return std::find(list.begin(), list.end(), source) != list.end();
+    return std::find(list->begin(), list->end(), source) != list->end();
 }
 
 void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {

@@ -390,7 +390,7 @@ TEST_F(CollectionTest, ARecordThatWasCutDoesNotHarmOtherContexts) {
 
 // A child process collects; that it is still at it when the alarm comes shows as its end.
 TEST_F(CollectionTest, AnEscapedPerCentSignBeforeAnArgumentHangsThePassEvenIfTheMessageIsHidden) {
-    const auto collectUntilTheAlarm = [this](bool isShown) {
+    const auto collectUntilTheAlarm = [](bool isShown) {
         Manager().SetFilterValue(kInfo, true);
         OwnContext context;
         context.Log(kCat, "%d and 100%% of", 1, 2);

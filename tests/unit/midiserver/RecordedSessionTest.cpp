@@ -34,10 +34,10 @@ TEST(RecordedSessionTest, GivesBackWhatWasAppended) {
         }
         expected.emplace_back(time, std::move(bytes));
     };
-    for (const std::size_t length :
+    for (const int length :
          {0, 1, 2, 3, 4, 127, 128, 16383, 16384, 65500, 65516, 65536, 65537, 200'000, 1}) {
         for (const std::uint64_t step : {0ULL, 1ULL, 31ULL, 32ULL, 4095ULL, 4096ULL, 1ULL << 39}) {
-            add(step, length);
+            add(step, static_cast<std::size_t>(length));
         }
     }
     for (int i = 0; i < 100'000; ++i) {

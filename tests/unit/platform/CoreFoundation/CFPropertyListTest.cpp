@@ -84,6 +84,10 @@ std::string Binary(const std::vector<std::string>& objects) {
            BigEndian(0, 8) + BigEndian(start, 8);
 }
 
+size_t Below(size_t end, std::mt19937_64& random) {
+    return static_cast<size_t>(random() % end);
+}
+
 // Any property list, at most `depth` deep.
 Value Random(std::mt19937_64& random, unsigned depth) {
     switch (random() % (depth == 0 ? 6 : 8)) {
@@ -98,14 +102,14 @@ Value Random(std::mt19937_64& random, unsigned depth) {
         std::string text;
         const char* const parts[] = {"a",  "<",  "&", "\"", "'", ">",     "]]>", " ",
                                      "\n", "\t", "ä", "€",  "😀", "&amp;", "Z"};
-        for (size_t length = random() % 8; length > 0; --length) {
-            text += parts[random() % std::size(parts)];
+        for (size_t length = Below(8, random); length > 0; --length) {
+            text += parts[Below(std::size(parts), random)];
         }
         return Value(CFRetain(Text(text).Get()));
     }
     case 4: {
         std::string bytes;
-        for (size_t length = random() % 100; length > 0; --length) {
+        for (size_t length = Below(100, random); length > 0; --length) {
             bytes += static_cast<char>(random());
         }
         return Value(CFRetain(Bytes(bytes).Get()));
@@ -114,14 +118,14 @@ Value Random(std::mt19937_64& random, unsigned depth) {
         return Value(CFDateCreate(nullptr, static_cast<double>(static_cast<SInt32>(random()) / 2)));
     case 6: {
         const auto array = Array();
-        for (size_t count = random() % 5; count > 0; --count) {
+        for (size_t count = Below(5, random); count > 0; --count) {
             CFArrayAppendValue(array.Get(), Random(random, depth - 1).Get());
         }
         return Value(CFRetain(array.Get()));
     }
     default: {
         const auto dictionary = Dictionary();
-        for (size_t count = random() % 5; count > 0; --count) {
+        for (size_t count = Below(5, random); count > 0; --count) {
             CFDictionarySetValue(dictionary.Get(),
                                  Text("<key> & " + std::to_string(random() % 20)).Get(),
                                  Random(random, depth - 1).Get());
@@ -461,8 +465,9 @@ TEST(CFPropertyList, SurvivesMutations) {
             const std::string original = Write(value.Get(), format);
             for (int mutation = 0; mutation < 20; ++mutation) {
                 std::string bytes = original;
-                for (size_t changes = 1 + random() % 4; changes > 0 && !bytes.empty(); --changes) {
-                    const size_t place = random() % bytes.size();
+                for (size_t changes = 1 + Below(4, random); changes > 0 && !bytes.empty();
+                     --changes) {
+                    const size_t place = Below(bytes.size(), random);
                     switch (random() % 5) {
                     case 0:
                         bytes[place] = static_cast<char>(random());
@@ -474,10 +479,11 @@ TEST(CFPropertyList, SurvivesMutations) {
                         bytes.resize(place);
                         break;
                     case 3:
-                        bytes.erase(place, 1 + random() % 8);
+                        bytes.erase(place, 1 + Below(8, random));
                         break;
                     default:
-                        bytes.insert(place, bytes.substr(random() % bytes.size(), random() % 30));
+                        bytes.insert(place,
+                                     bytes.substr(Below(bytes.size(), random), Below(30, random)));
                     }
                 }
                 const Value read = Parse(bytes);

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <poll.h>
@@ -357,7 +358,11 @@ TEST_F(CFMessagePortTest, LeavesANameToTheLiveProcessThatServesIt) {
     const Port remote = MakeRemote(CFSTR("taken"));
     EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortSuccess);
     const std::string failure = FailureOf(CFSTR("taken"));
-    EXPECT_EQ(failure, SocketPath("taken") + ": another CFMessagePortTe (pid " +
+    // As the kernel calls it: under emulation by the emulator's name.
+    std::string program;
+    std::ifstream("/proc/" + std::to_string(child.Id()) + "/comm") >> program;
+    ASSERT_NE(program, "");
+    EXPECT_EQ(failure, SocketPath("taken") + ": another " + program + " (pid " +
                            std::to_string(child.Id()) +
                            ") already serves this port; end that one, or set QUORVEL_RUNTIME_DIR "
                            "to another folder");

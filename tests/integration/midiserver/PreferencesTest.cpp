@@ -1,5 +1,6 @@
 #include "tests/integration/midiserver/Midiserver.h"
 
+#include "tests/support/Sanitized.h"
 #include "tests/support/TestSeed.h"
 
 #include <gmock/gmock.h>
@@ -18,14 +19,6 @@ namespace {
 using testing::HasSubstr;
 
 constexpr const char* kFile = "com.quorvel.ControlSurface.plist";
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define QUORVEL_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define QUORVEL_SANITIZED 1
-#endif
-#endif
 
 // Runs midiserver with a limit on its address space, unless a sanitizer reserves its own.
 ProgramResult WithinMemory(unsigned mebibytes, const std::vector<std::string>& arguments,

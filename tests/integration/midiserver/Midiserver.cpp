@@ -18,10 +18,11 @@ ProgramResult Midiserver(std::vector<std::string> arguments, const std::string& 
     return RunProgram(MidiserverCommand(std::move(arguments)), input, environment);
 }
 
-ProgramResult Shell(const std::string& script, std::vector<std::string> arguments) {
+ProgramResult Shell(const std::string& script, std::vector<std::string> arguments,
+                    const std::string& input) {
     std::vector<std::string> command = MidiserverCommand(std::move(arguments));
     command.insert(command.begin(), {"/bin/sh", "-c", script, "sh"});
-    return RunProgram(command, {}, {"JOURNAL_STREAM="});
+    return RunProgram(command, input, {"JOURNAL_STREAM="});
 }
 
 std::string Capture(const std::string& name) {

@@ -15,7 +15,8 @@ ProgramResult Midiserver(std::vector<std::string> arguments, const std::string& 
 
 // Runs midiserver from a shell, where "$@" stands for the program and these arguments:
 // Shell("ulimit -t 60; exec \"$@\" 2>&-", {"prefs", "show"}).
-ProgramResult Shell(const std::string& script, std::vector<std::string> arguments);
+ProgramResult Shell(const std::string& script, std::vector<std::string> arguments,
+                    const std::string& input = {});
 
 // The command line of midiserver with these arguments.
 std::vector<std::string> MidiserverCommand(std::vector<std::string> arguments);

@@ -28,9 +28,7 @@ ProgramResult WithinMemory(unsigned mebibytes, const std::vector<std::string>& a
 #endif
     const std::string limit =
         mebibytes == 0 ? "" : "ulimit -v " + std::to_string(mebibytes * 1024) + "; ";
-    std::vector<std::string> command = MidiserverCommand(arguments);
-    command.insert(command.begin(), {"/bin/sh", "-c", limit + "exec \"$@\"", "sh"});
-    return RunProgram(command, input);
+    return Shell(limit + "exec \"$@\"", arguments, input);
 }
 
 class PreferencesTest : public testing::Test {

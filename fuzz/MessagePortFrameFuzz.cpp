@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "fuzz/Require.h"
-#include "platform/CoreFoundation/src/FileDescriptor.h"
-#include "platform/CoreFoundation/src/MessagePortFrame.h"
+#include "platform/CoreFoundation/src/messageport/MessagePortFrame.h"
+#include "platform/support/FileDescriptor.h"
 
 #include <CoreFoundation/CFMessagePort.h>
 

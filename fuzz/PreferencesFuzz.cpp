@@ -6,7 +6,7 @@
 #include <string>
 
 #include "fuzz/Require.h"
-#include "midiserver/PreferencesEditor.h"
+#include "midiserver/preferences/PreferencesEditor.h"
 #include "tests/support/DriversConfiguration.h"
 #include "tests/support/TemporaryDirectory.h"
 

@@ -3,8 +3,8 @@
 
 #include "fuzz/AllocationPeak.h"
 #include "fuzz/Require.h"
-#include "midiserver/CaptureFile.h"
-#include "midiserver/InputError.h"
+#include "midiserver/errors/InputError.h"
+#include "midiserver/replay/CaptureFile.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
-#include "midiserver/ErrorOutput.h"
-#include "midiserver/InputError.h"
 #include "midiserver/commands/Prefs.h"
 #include "midiserver/commands/Replay.h"
+#include "midiserver/errors/ErrorOutput.h"
+#include "midiserver/errors/InputError.h"
 #include "runtime/thread/NyInit.h"
 
 #include <CLI/CLI.hpp>

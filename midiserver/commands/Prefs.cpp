@@ -1,8 +1,8 @@
 #include "midiserver/commands/Prefs.h"
 
-#include "midiserver/ErrorOutput.h"
-#include "midiserver/InputError.h"
-#include "midiserver/PreferencesEditor.h"
+#include "midiserver/errors/ErrorOutput.h"
+#include "midiserver/errors/InputError.h"
+#include "midiserver/preferences/PreferencesEditor.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

@@ -1,16 +1,16 @@
 #include "midiserver/commands/Replay.h"
 
-#include "midiserver/AddressSpace.h"
-#include "midiserver/ControlQueue.h"
-#include "midiserver/Host.h"
-#include "midiserver/InputError.h"
-#include "midiserver/Interrupt.h"
-#include "midiserver/LogCategories.h"
-#include "midiserver/PreferencesEditor.h"
-#include "midiserver/PrivateRuntimeFolder.h"
-#include "midiserver/ProgressDisplay.h"
-#include "midiserver/ReplaySession.h"
-#include "midiserver/SessionFile.h"
+#include "midiserver/errors/InputError.h"
+#include "midiserver/host/AddressSpace.h"
+#include "midiserver/host/ControlQueue.h"
+#include "midiserver/host/Host.h"
+#include "midiserver/host/Interrupt.h"
+#include "midiserver/host/PrivateRuntimeFolder.h"
+#include "midiserver/log/LogCategories.h"
+#include "midiserver/preferences/PreferencesEditor.h"
+#include "midiserver/replay/ProgressDisplay.h"
+#include "midiserver/replay/ReplaySession.h"
+#include "midiserver/replay/SessionFile.h"
 
 #include <fmt/format.h>
 

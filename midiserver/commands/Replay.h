@@ -1,7 +1,7 @@
 #pragma once
 
-#include "midiserver/Logging.h"
-#include "midiserver/Report.h"
+#include "midiserver/log/Logging.h"
+#include "midiserver/replay/Report.h"
 
 #include <CLI/CLI.hpp>
 

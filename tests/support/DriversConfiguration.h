@@ -2,8 +2,8 @@
 #pragma once
 
 #include "MidiDriver/MidiConfigFile.h"
-#include "midiserver/CFText.h"
-#include "midiserver/PortConfiguration.h"
+#include "midiserver/host/CFText.h"
+#include "midiserver/preferences/PortConfiguration.h"
 
 #include <vector>
 

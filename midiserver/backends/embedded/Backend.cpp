@@ -1,6 +1,6 @@
 #include "midiserver/backends/embedded/Backend.h"
 
-#include "midiserver/CFText.h"
+#include "midiserver/host/CFText.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "midiserver/Host.h"
+#include "midiserver/host/Host.h"
 
 #include <CoreMIDI/MIDIServices.h>
 

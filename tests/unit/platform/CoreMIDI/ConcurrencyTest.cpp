@@ -1,4 +1,4 @@
-#include "FakeDriver.h"
+#include "tests/unit/platform/CoreMIDI/FakeDriver.h"
 
 #include <array>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "MidiTestSupport.h"
+#include "tests/unit/platform/CoreMIDI/MidiTestSupport.h"
 
 #include <set>
 

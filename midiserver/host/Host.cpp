@@ -1,0 +1,133 @@
+#include "midiserver/host/Host.h"
+
+#include "midiserver/errors/InputError.h"
+#include "midiserver/host/CFText.h"
+#include "midiserver/log/LogCategories.h"
+#include "midiserver/log/Logging.h"
+
+#include <CoreFoundation/CFMessagePortHost.h>
+#include <CoreMIDI/MIDIServerHost.h>
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace MidiServer {
+
+namespace {
+
+void RequireNoErr(OSStatus status, const char* what) {
+    if (status != noErr) {
+        throw HostError(fmt::format("{} (status {})", what, status));
+    }
+}
+
+// A driver whose own port failed must not be taken for the one that another process serves under
+// the same name.
+void RequireMessagePort() {
+    const CFOwned<CFStringRef> name = MakeCFString(kMessagePortName);
+    const CFOwned<CFStringRef> failure(CFMessagePortHostCopyLocalFailure(name.Get()));
+    if (failure) {
+        throw HostError(fmt::format("the driver's message port \"{}\" cannot be made: {}",
+                                    kMessagePortName, TextOf(failure.Get())));
+    }
+}
+
+std::string NameOf(MIDIObjectRef object, CFStringRef property) {
+    CFStringRef value = nullptr;
+    if (MIDIObjectGetStringProperty(object, property, &value) != noErr) {
+        return {};
+    }
+    return TextOf(CFOwned<CFStringRef>(value).Get());
+}
+
+} // namespace
+
+Host::Host(const std::filesystem::path& bundle,
+           const std::optional<std::filesystem::path>& setupFile)
+    : mLoader(bundle) {
+    OpenSetup(setupFile);
+    const CFOwned<CFStringRef> identity = MakeCFString(mLoader.Identity());
+    const OSStatus status = MIDIServerHostAttachDriver(mLoader.Driver(), identity.Get());
+    RequireNoErr(status, status == kMIDIServerStartErr
+                             ? "no thread can be started for the driver; the limits on tasks "
+                               "(ulimit -u, TasksMax) and on address space (ulimit -v) apply"
+                             : "the driver cannot be attached");
+    mAttached = true;
+    Log(kHostLog[HSL::kChatty], "attached driver %s", mLoader.Identity());
+}
+
+void Host::OpenSetup(const std::optional<std::filesystem::path>& file) {
+    if (!file) {
+        RequireNoErr(MIDIServerHostOpenSetup(nullptr), "the setup cannot be opened");
+        Log(kHostLog[HSL::kChatty], "opened a setup that is not kept");
+        return;
+    }
+    const CFOwned<CFStringRef> path = MakeCFString(std::filesystem::absolute(*file).string());
+    const OSStatus status = MIDIServerHostOpenSetup(path.Get());
+    if (status == kMIDISetupFormatErr) {
+        mSetupWarning = fmt::format("{}: not a setup; it was moved aside and a new one is made",
+                                    file->string());
+    } else if (status != noErr) {
+        throw InputError(fmt::format("{}: the setup cannot be opened: {}", file->string(),
+                                     std::generic_category().message(errno)));
+    }
+    mSetupFile = *file;
+    Log(kHostLog[HSL::kChatty], "opened setup %s", file->string());
+}
+
+Host::~Host() {
+    Stop();
+    if (mAttached) {
+        MIDIServerHostDetachDriver(mLoader.Driver());
+    }
+}
+
+void Host::Start() {
+    MIDIDriverRef driver = mLoader.Driver();
+    const MIDIDeviceListRef devices = MIDIServerHostCopyDeviceList(driver);
+    const OSStatus status = (*driver)->Start(driver, devices);
+    MIDIDeviceListDispose(devices);
+    RequireNoErr(status, "the driver did not start");
+    mRunning = true;
+    RequireMessagePort();
+    Log(kHostLog[HSL::kInfo], "started driver %s", mLoader.Identity());
+    ListPorts();
+    Log(kHostLog[HSL::kInfo], "ports found: %u", mPorts.size());
+    if (mSetupFile && MIDIServerHostSaveSetup() != noErr) {
+        throw InputError(fmt::format("{}: the setup cannot be saved: {}", mSetupFile->string(),
+                                     std::generic_category().message(errno)));
+    }
+}
+
+void Host::Stop() {
+    if (!mRunning) {
+        return;
+    }
+    mRunning = false;
+    mPorts.clear();
+    // Detaching drains what DAWs have sent, so the driver still gets it before it stops.
+    MIDIDriverRef driver = mLoader.Driver();
+    mAttached = false;
+    MIDIServerHostDetachDriver(driver);
+    (*driver)->Stop(driver);
+    Log(kHostLog[HSL::kInfo], "stopped driver %s", mLoader.Identity());
+}
+
+void Host::ListPorts() {
+    mPorts.clear();
+    for (ItemCount d = 0; d < MIDIGetNumberOfDevices(); ++d) {
+        const MIDIDeviceRef device = MIDIGetDevice(d);
+        if (NameOf(device, kMIDIPropertyDriverOwner) != mLoader.Identity()) {
+            continue;
+        }
+        for (ItemCount e = 0; e < MIDIDeviceGetNumberOfEntities(device); ++e) {
+            const MIDIEntityRef entity = MIDIDeviceGetEntity(device, e);
+            mPorts.push_back({NameOf(entity, kMIDIPropertyName), MIDIEntityGetSource(entity, 0),
+                              MIDIEntityGetDestination(entity, 0)});
+            Log(kHostLog[HSL::kChatty], "port %u: %s", mPorts.size(), mPorts.back().name);
+        }
+    }
+}
+
+} // namespace MidiServer

@@ -1,0 +1,143 @@
+#include "midiserver/host/PrivateRuntimeFolder.h"
+
+#include "midiserver/host/Host.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <fcntl.h>
+#include <string>
+#include <sys/syscall.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace MidiServer {
+
+namespace {
+
+constexpr const char* kRuntimeFolderVariable = "QUORVEL_RUNTIME_DIR";
+constexpr std::array kFatalSignals = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM};
+
+// What a handler removes, and whether there is such a folder. Release and acquire: the handler may
+// run on any thread. The text is never freed, as one may still read it when the folder goes.
+std::array<char, PATH_MAX> msPath{};
+std::atomic<bool> msMade = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+// As getdents64 gives them.
+struct DirectoryEntry {
+    std::uint64_t inode;
+    std::int64_t next;
+    std::uint16_t length;
+    std::uint8_t type;
+    char name[1];
+};
+
+// For a signal handler, in which nothing that allocates may be called. The folder is flat.
+void RemoveFlatFolder(const char* path) {
+    const int folder = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder == -1) {
+        return;
+    }
+    alignas(DirectoryEntry) char entries[2048];
+    for (;;) {
+        const long size = ::syscall(SYS_getdents64, folder, entries, sizeof entries);
+        if (size <= 0) {
+            break;
+        }
+        for (long at = 0; at < size;) {
+            const auto* entry = reinterpret_cast<const DirectoryEntry*>(entries + at);
+            ::unlinkat(folder, entry->name, 0); // refuses "." and ".."
+            at += entry->length;
+        }
+    }
+    ::close(folder);
+    ::rmdir(path);
+}
+
+void RemoveAndEnd(int number) {
+    const int error = errno;
+    if (msMade.load(std::memory_order_acquire)) {
+        RemoveFlatFolder(msPath.data());
+    }
+    std::signal(number, SIG_DFL);
+    std::raise(number); // comes when the handler returns
+    errno = error;
+}
+
+void Handle(int number, void (*from)(int), void (*to)(int)) {
+    struct sigaction action {};
+    if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler == from) {
+        action = {};
+        action.sa_handler = to;
+        sigemptyset(&action.sa_mask);
+        ::sigaction(number, &action, nullptr);
+    }
+}
+
+// Keeps the signals away while the folder is made or removed and nobody else could remove it.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int number : kFatalSignals) {
+            sigaddset(&signals, number);
+        }
+        ::pthread_sigmask(SIG_BLOCK, &signals, &mBefore);
+    }
+    ~BlockedSignals() { ::pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t mBefore{};
+};
+
+} // namespace
+
+PrivateRuntimeFolder::PrivateRuntimeFolder() {
+    const char* const given = std::getenv(kRuntimeFolderVariable);
+    if (given != nullptr && *given != '\0') {
+        return;
+    }
+    std::error_code error;
+    const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
+    std::string name = ((error ? "/tmp" : temporary) / "midiserver-XXXXXX").string();
+    const BlockedSignals blocked;
+    if (::mkdtemp(name.data()) == nullptr) {
+        throw HostError(fmt::format("{}: no folder can be made: {}", name,
+                                    std::generic_category().message(errno)));
+    }
+    mFolder = name;
+    ::setenv(kRuntimeFolderVariable, name.c_str(), 1);
+    // A longer name cannot have been made.
+    msPath[name.copy(msPath.data(), msPath.size() - 1)] = '\0';
+    msMade.store(true, std::memory_order_release);
+    for (const int number : kFatalSignals) {
+        Handle(number, SIG_DFL, RemoveAndEnd);
+    }
+}
+
+PrivateRuntimeFolder::~PrivateRuntimeFolder() {
+    if (!mFolder.empty()) {
+        ::unsetenv(kRuntimeFolderVariable);
+        {
+            const BlockedSignals blocked;
+            std::error_code ignored;
+            std::filesystem::remove_all(mFolder, ignored);
+            msMade.store(false, std::memory_order_relaxed);
+        }
+        for (const int number : kFatalSignals) {
+            Handle(number, RemoveAndEnd, SIG_DFL);
+        }
+    }
+}
+
+} // namespace MidiServer

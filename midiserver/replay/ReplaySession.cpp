@@ -1,0 +1,239 @@
+#include "midiserver/replay/ReplaySession.h"
+
+#include "midiserver/backends/embedded/Backend.h"
+#include "midiserver/host/Interrupt.h"
+#include "midiserver/log/LogCategories.h"
+#include "midiserver/log/Logging.h"
+#include "midiserver/replay/ControlSurfaceApplication.h"
+#include "midiserver/replay/PacketList.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace MidiServer {
+
+namespace {
+
+constexpr std::size_t kLargestPacket = 256;
+constexpr std::size_t kLargestList = 1024;
+// How long a wait goes on without a look at the interrupt count.
+constexpr std::chrono::milliseconds kLookout(50);
+// What the driver may need beyond the permitted rate on a busy machine.
+constexpr std::chrono::seconds kGrace(15);
+
+// The longest that the throttle needs for these bytes: their time at the permitted rate, and the
+// second until what it let through before has left its window.
+std::chrono::nanoseconds ThrottleTime(std::uint64_t dataBytes) {
+    const std::chrono::duration<double> time(
+        1.0 + static_cast<double>(dataBytes) /
+                  static_cast<double>(ReplayStatistics::kPermittedBytesPerSecond));
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(time);
+}
+
+// How many ports there are, once it is certain that the one to play to is at its place.
+unsigned CheckedPortCount(const std::vector<DriverPort>& ports, unsigned port) {
+    const std::string name = fmt::format("Quorvel Port {}", port + 1);
+    if (port >= ports.size() || ports[port].name != name) {
+        throw HostError(fmt::format("the driver publishes no port \"{}\"", name));
+    }
+    return static_cast<unsigned>(ports.size());
+}
+
+} // namespace
+
+ReplaySession::ReplaySession(const RecordedSession& recording, const ReplayOptions& options,
+                             const Host& host)
+    : mRecording(recording),
+      mOptions(options),
+      mHost(host),
+      mStatistics(options.port, CheckedPortCount(host.Ports(), options.port), options.protocol) {
+    mReport.file = options.file;
+    mReport.port = options.port;
+    mReport.protocol = options.protocol;
+    mReport.speed = options.speed;
+    mReport.messages = recording.MessageCount();
+    mStart = mLastArrival = Clock::now();
+}
+
+ReplayReport ReplaySession::Run() {
+    ControlSurfaceApplication application([this](unsigned port, const MIDIPacketList& packets) {
+        const Clock::time_point now = Clock::now();
+        const std::lock_guard lock(mMutex);
+        mStatistics.Forwarded(port, now, PacketsOf(packets));
+        mLastArrival = now;
+        mArrived.notify_all();
+    });
+    Backend backend([this](std::size_t port, const MIDIPacketList& packets) {
+        const Clock::time_point now = Clock::now();
+        const std::lock_guard lock(mMutex);
+        mStatistics.Replied(static_cast<unsigned>(port), now, PacketsOf(packets));
+        mArrived.notify_all();
+    });
+    application.Connect(static_cast<unsigned>(mHost.Ports().size()));
+    backend.PublishPorts(mHost.Ports());
+    {
+        const std::lock_guard lock(mMutex);
+        mStart = mLastArrival = Clock::now();
+    }
+    SendAll(backend);
+    LogSent();
+    WaitForTheRest();
+    backend.WithdrawPorts();
+    application.Disconnect();
+    return Report();
+}
+
+void ReplaySession::SendAll(Backend& backend) {
+    RecordedSession::Iterator message = mRecording.begin();
+    const std::uint64_t first = message->microseconds;
+    std::size_t offset = 0;
+    while (message != mRecording.end()) {
+        if (mOptions.speed && offset == 0) {
+            const std::chrono::duration<double, std::micro> time(
+                static_cast<double>(message->microseconds - first) / *mOptions.speed);
+            if (!WaitUntilDue(mStart + std::chrono::duration_cast<Clock::duration>(time))) {
+                break;
+            }
+        }
+        if (Interrupt::Count() > 0 || !SendNextList(backend, message, offset)) {
+            break;
+        }
+    }
+    const std::lock_guard lock(mMutex);
+    mReport.interrupted = message != mRecording.end() && !mReport.stalled;
+}
+
+void ReplaySession::LogSent() const {
+    const ReplayReport report = Report();
+    Log(kReplayLog[HSL::kInfo], "%s: sent %u of %u messages%s", report.file, report.sent,
+        report.messages, report.interrupted ? ", interrupted" : "");
+    if (report.heldBack > 0) {
+        Log(kReplayLog[HSL::kChatty], "waited %u times for room in the driver", report.heldBack);
+    }
+}
+
+// False when the wait was interrupted.
+bool ReplaySession::WaitUntilDue(Clock::time_point due) {
+    std::unique_lock lock(mMutex);
+    for (Clock::time_point now = Clock::now(); now < due; now = Clock::now()) {
+        if (Interrupt::Count() > 0) {
+            return false;
+        }
+        // Arrivals wake it too early, which does no harm.
+        mArrived.wait_until(lock, std::min(due, now + kLookout));
+    }
+    return true;
+}
+
+// Sends from `offset` of `message` on what is due at that message's time and fits into a list, and
+// moves both on. False when the session has to end.
+bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& message,
+                                 std::size_t& offset) {
+    const std::uint64_t time = message->microseconds;
+    mList.Clear();
+    mListPackets.clear();
+    std::uint64_t completed = 0;
+    while (message != mRecording.end() && message->microseconds == time) {
+        const std::span<const std::uint8_t> rest = message->bytes.subspan(offset);
+        const std::span<const std::uint8_t> packet =
+            rest.first(std::min(rest.size(), kLargestPacket));
+        if (!mList.Empty() && mList.SizeWith(packet.size()) > kLargestList) {
+            break;
+        }
+        mList.Add(packet);
+        mListPackets.push_back(packet);
+        offset += packet.size();
+        if (packet.size() == rest.size()) {
+            ++message;
+            ++completed;
+            offset = 0;
+        }
+    }
+    {
+        std::unique_lock lock(mMutex);
+        if (!WaitForRoom(lock, mList.ByteSize())) {
+            return false;
+        }
+        // Announced before it is sent: it may arrive before MIDISend returns.
+        mStatistics.ListSent(Clock::now(), mListPackets);
+        mReport.sent += completed;
+    }
+    if (backend.DeliverToDriver(mOptions.port, *mList.List()) != noErr) {
+        const std::lock_guard lock(mMutex);
+        mStatistics.LastListRefused();
+    }
+    return true;
+}
+
+// False when the driver lets nothing through any more, or the wait was interrupted.
+bool ReplaySession::WaitForRoom(std::unique_lock<std::mutex>& lock, std::size_t listBytes) {
+    const auto isRoom = [&] {
+        return mStatistics.BytesInFlight() + listBytes <= kFlowControlBytes;
+    };
+    if (isRoom()) {
+        return true;
+    }
+    const Clock::time_point start = Clock::now();
+    mReport.phase = ReplayPhase::kHeldBack;
+    ++mReport.heldBack;
+    const auto finish = [&](bool result) {
+        mReport.heldBackTime += Clock::now() - start;
+        mReport.phase = ReplayPhase::kSending;
+        return result;
+    };
+    while (!isRoom()) {
+        const Clock::time_point now = Clock::now();
+        if (now - std::max(start, mLastArrival) > ThrottleTime(kLargestList) + kGrace) {
+            mReport.stalled = true;
+            return finish(false);
+        }
+        if (Interrupt::Count() > 0) {
+            return finish(false);
+        }
+        mArrived.wait_for(lock, kLookout);
+    }
+    return finish(true);
+}
+
+void ReplaySession::WaitForTheRest() {
+    std::unique_lock lock(mMutex);
+    mReport.phase = ReplayPhase::kWaitingForTheRest;
+    const Clock::time_point deadline =
+        Clock::now() + ThrottleTime(mStatistics.DataBytesInFlight()) + kGrace;
+    const auto allArrived = [this] {
+        return mStatistics.BytesInFlight() == 0 && mStatistics.PingsOutstanding() == 0;
+    };
+    while (!allArrived() && Interrupt::Count() < 2 && !mReport.stalled) {
+        if (Clock::now() > deadline) {
+            mReport.stalled = true;
+        } else {
+            mArrived.wait_for(lock, kLookout);
+        }
+    }
+    mReport.elapsed = Clock::now() - mStart;
+    mReport.phase = ReplayPhase::kFinished;
+    mFinished = true;
+}
+
+ReplayReport ReplaySession::Report() const {
+    std::unique_lock lock(mMutex);
+    ReplayReport report = mReport;
+    if (!mFinished) {
+        report.elapsed = Clock::now() - mStart;
+    }
+    report.bytesInFlight = mStatistics.BytesInFlight();
+    report.dataBytesInFlight = mStatistics.DataBytesInFlight();
+    report.findings = mStatistics.Counts();
+    const LatencyDistribution forwarding = mStatistics.Forwarding();
+    const LatencyDistribution replies = mStatistics.Replies();
+    const LatencyDistribution throttled = mStatistics.Throttled();
+    lock.unlock();
+    // Sorting takes its time, and the driver's threads wait for the lock.
+    report.findings.forwarding = forwarding.Summary();
+    report.findings.replies = replies.Summary();
+    report.findings.throttled = throttled.Summary();
+    return report;
+}
+
+} // namespace MidiServer

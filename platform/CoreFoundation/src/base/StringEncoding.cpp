@@ -1,0 +1,202 @@
+#include "platform/CoreFoundation/src/base/StringEncoding.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace {
+
+// The upper half of MacRoman, by byte.
+constexpr std::array<char16_t, 128> kMacRoman = {
+    0x00C4, 0x00C5, 0x00C7, 0x00C9, 0x00D1, 0x00D6, 0x00DC, 0x00E1, 0x00E0, 0x00E2, 0x00E4, 0x00E3,
+    0x00E5, 0x00E7, 0x00E9, 0x00E8, 0x00EA, 0x00EB, 0x00ED, 0x00EC, 0x00EE, 0x00EF, 0x00F1, 0x00F3,
+    0x00F2, 0x00F4, 0x00F6, 0x00F5, 0x00FA, 0x00F9, 0x00FB, 0x00FC, 0x2020, 0x00B0, 0x00A2, 0x00A3,
+    0x00A7, 0x2022, 0x00B6, 0x00DF, 0x00AE, 0x00A9, 0x2122, 0x00B4, 0x00A8, 0x2260, 0x00C6, 0x00D8,
+    0x221E, 0x00B1, 0x2264, 0x2265, 0x00A5, 0x00B5, 0x2202, 0x2211, 0x220F, 0x03C0, 0x222B, 0x00AA,
+    0x00BA, 0x03A9, 0x00E6, 0x00F8, 0x00BF, 0x00A1, 0x00AC, 0x221A, 0x0192, 0x2248, 0x2206, 0x00AB,
+    0x00BB, 0x2026, 0x00A0, 0x00C0, 0x00C3, 0x00D5, 0x0152, 0x0153, 0x2013, 0x2014, 0x201C, 0x201D,
+    0x2018, 0x2019, 0x00F7, 0x25CA, 0x00FF, 0x0178, 0x2044, 0x20AC, 0x2039, 0x203A, 0xFB01, 0xFB02,
+    0x2021, 0x00B7, 0x201A, 0x201E, 0x2030, 0x00C2, 0x00CA, 0x00C1, 0x00CB, 0x00C8, 0x00CD, 0x00CE,
+    0x00CF, 0x00CC, 0x00D3, 0x00D4, 0xF8FF, 0x00D2, 0x00DA, 0x00DB, 0x00D9, 0x0131, 0x02C6, 0x02DC,
+    0x00AF, 0x02D8, 0x02D9, 0x02DA, 0x00B8, 0x02DD, 0x02DB, 0x02C7};
+
+// The same by character, for searching.
+constexpr auto kMacRomanByCharacter = [] {
+    std::array<std::pair<char16_t, uint8_t>, kMacRoman.size()> table{};
+    for (size_t i = 0; i < table.size(); ++i) {
+        table[i] = {kMacRoman[i], static_cast<uint8_t>(0x80 + i)};
+    }
+    std::sort(table.begin(), table.end());
+    return table;
+}();
+
+constexpr bool IsHighSurrogate(char32_t c) {
+    return c >= 0xD800 && c <= 0xDBFF;
+}
+
+constexpr bool IsLowSurrogate(char32_t c) {
+    return c >= 0xDC00 && c <= 0xDFFF;
+}
+
+// Decodes the sequence at the front and removes it. False when it is malformed, overlong, a
+// surrogate or beyond Unicode.
+bool TakeUTF8(std::string_view& bytes, char32_t& character) {
+    const auto first = static_cast<uint8_t>(bytes.front());
+    size_t size = 1;
+    char32_t smallest = 0;
+    if (first < 0x80) {
+        character = first;
+    } else if (first >= 0xC2 && first <= 0xDF) {
+        size = 2;
+        smallest = 0x80;
+        character = first & 0x1FU;
+    } else if (first >= 0xE0 && first <= 0xEF) {
+        size = 3;
+        smallest = 0x800;
+        character = first & 0x0FU;
+    } else if (first >= 0xF0 && first <= 0xF4) {
+        size = 4;
+        smallest = 0x10000;
+        character = first & 0x07U;
+    } else {
+        return false;
+    }
+    if (bytes.size() < size) {
+        return false;
+    }
+    for (size_t i = 1; i < size; ++i) {
+        const auto next = static_cast<uint8_t>(bytes[i]);
+        if ((next & 0xC0U) != 0x80) {
+            return false;
+        }
+        character = (character << 6) | (next & 0x3FU);
+    }
+    bytes.remove_prefix(size);
+    return character >= smallest && character <= 0x10FFFF && !IsHighSurrogate(character) &&
+           !IsLowSurrogate(character);
+}
+
+bool AppendDecodedUTF8(std::string_view bytes, std::u16string& text) {
+    while (!bytes.empty()) {
+        char32_t character = 0;
+        if (!TakeUTF8(bytes, character)) {
+            return false;
+        }
+        if (character >= 0x10000) {
+            text += static_cast<char16_t>(0xD800 + ((character - 0x10000) >> 10));
+            text += static_cast<char16_t>(0xDC00 + ((character - 0x10000) & 0x3FF));
+        } else {
+            text += static_cast<char16_t>(character);
+        }
+    }
+    return true;
+}
+
+size_t PutUTF8(char32_t character, char (&bytes)[4]) {
+    const auto tail = [character](unsigned shift) {
+        return static_cast<char>(0x80 | ((character >> shift) & 0x3F));
+    };
+    if (character < 0x80) {
+        bytes[0] = static_cast<char>(character);
+        return 1;
+    }
+    if (character < 0x800) {
+        bytes[0] = static_cast<char>(0xC0 | (character >> 6));
+        bytes[1] = tail(0);
+        return 2;
+    }
+    if (character < 0x10000) {
+        bytes[0] = static_cast<char>(0xE0 | (character >> 12));
+        bytes[1] = tail(6);
+        bytes[2] = tail(0);
+        return 3;
+    }
+    bytes[0] = static_cast<char>(0xF0 | (character >> 18));
+    bytes[1] = tail(12);
+    bytes[2] = tail(6);
+    bytes[3] = tail(0);
+    return 4;
+}
+
+} // namespace
+
+bool StringEncodingIsKnown(CFStringEncoding encoding) {
+    return encoding == kCFStringEncodingMacRoman || encoding == kCFStringEncodingASCII ||
+           encoding == kCFStringEncodingUTF8;
+}
+
+bool AppendDecoded(std::string_view bytes, CFStringEncoding encoding, std::u16string& text) {
+    if (!StringEncodingIsKnown(encoding)) {
+        return false;
+    }
+    if (encoding == kCFStringEncodingUTF8) {
+        return AppendDecodedUTF8(bytes, text);
+    }
+    for (const char c : bytes) {
+        const auto byte = static_cast<uint8_t>(c);
+        if (byte < 0x80) {
+            text += static_cast<char16_t>(byte);
+        } else if (encoding == kCFStringEncodingMacRoman) {
+            text += kMacRoman[byte - 0x80U];
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::u16string UTF16FromCString(std::string_view bytes) {
+    std::u16string text;
+    if (!AppendDecoded(bytes, kCFStringEncodingUTF8, text)) {
+        text.clear();
+        AppendDecoded(bytes, kCFStringEncodingMacRoman, text);
+    }
+    return text;
+}
+
+std::u16string UTF16FromASCII(std::string_view bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+EncodedCharacter EncodeCharacter(char16_t first, char16_t second, CFStringEncoding encoding) {
+    EncodedCharacter result;
+    char32_t character = first;
+    if (IsHighSurrogate(first) && IsLowSurrogate(second)) {
+        result.units = 2;
+        character = 0x10000 + ((static_cast<char32_t>(first) - 0xD800) << 10) +
+                    (static_cast<char32_t>(second) - 0xDC00);
+    }
+    if (!StringEncodingIsKnown(encoding)) {
+        return result;
+    }
+    if (character < 0x80) {
+        result.bytes[0] = static_cast<char>(character);
+        result.size = 1;
+    } else if (encoding == kCFStringEncodingUTF8) {
+        if (!IsHighSurrogate(character) && !IsLowSurrogate(character)) {
+            result.size = PutUTF8(character, result.bytes);
+        }
+    } else if (encoding == kCFStringEncodingMacRoman && result.units == 1) {
+        const auto* const found =
+            std::lower_bound(kMacRomanByCharacter.begin(), kMacRomanByCharacter.end(),
+                             std::pair<char16_t, uint8_t>(first, 0));
+        if (found != kMacRomanByCharacter.end() && found->first == first) {
+            result.bytes[0] = static_cast<char>(found->second);
+            result.size = 1;
+        }
+    }
+    return result;
+}
+
+bool AppendUTF8(std::u16string_view text, std::string& bytes) {
+    while (!text.empty()) {
+        const EncodedCharacter character =
+            EncodeCharacter(text[0], text.size() > 1 ? text[1] : u'\0', kCFStringEncodingUTF8);
+        if (character.size == 0) {
+            return false;
+        }
+        bytes.append(character.bytes, character.size);
+        text.remove_prefix(character.units);
+    }
+    return true;
+}

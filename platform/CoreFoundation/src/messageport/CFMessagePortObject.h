@@ -1,0 +1,64 @@
+// A message port's inner state: a local port serves through a listener, a remote one asks through a
+// sender. Which of the two it has never changes.
+#pragma once
+
+#include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
+#include "platform/CoreFoundation/src/messageport/MessagePortListener.h"
+#include "platform/CoreFoundation/src/messageport/MessagePortSender.h"
+
+#include <CoreFoundation/CFMessagePort.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+// The run-loop source of a local port, known without keeping it alive: the source keeps the port,
+// and the listener's handlers may outlive both.
+class MessagePortSource {
+public:
+    void Set(CFRunLoopSourceRef source);
+    void ClearIf(CFRunLoopSourceRef source);
+    CFRunLoopSourceRef Copy(); // null when there is none; the caller owns the result
+    void SignalAndWake();
+
+private:
+    std::mutex mMutex;
+    CFRunLoopSourceRef mSource = nullptr; // under mMutex; no reference is held
+};
+
+struct __CFMessagePort final : CFRuntimeObject {
+    __CFMessagePort(const std::string& name, CFMessagePortCallBack callout,
+                    const CFMessagePortContext* context, std::shared_ptr<MessagePortSource> source,
+                    std::shared_ptr<MessagePortListener> listener);
+    __CFMessagePort(const std::string& name, std::unique_ptr<MessagePortSender> sender);
+    ~__CFMessagePort() override;
+
+    bool IsRemote() const { return mSender != nullptr; }
+    bool IsValid() const;
+    // Ends the port; whether this call did. Reports it to the invalidation callback when asked to.
+    bool Invalidate(bool report);
+    void SetInvalidationCallBack(CFMessagePortInvalidationCallBack callBack);
+    CFRunLoopSourceRef CopySource(CFIndex order);
+    // Performs the request that waits longest.
+    void PerformRequest();
+    SInt32 Send(const MessagePort::FrameHeader& header, CFDataRef data, CFTimeInterval sendTimeout,
+                CFTimeInterval receiveTimeout, CFStringRef replyMode, CFDataRef* returnData);
+    SInt32 BecomeInvalid();
+    SInt32 TakeReply(const std::shared_ptr<MessagePortSender::Connection>& connection,
+                     CFDataRef* returnData);
+
+    const std::string mName;
+    const CFStringRef mNameString;
+    const CFMessagePortCallBack mCallOut = nullptr;
+    CFMessagePortContext mContext{};                  // constant once constructed
+    const std::shared_ptr<MessagePortSource> mSource; // of a local port, as the listener
+    const std::shared_ptr<MessagePortListener> mListener;
+    const std::unique_ptr<MessagePortSender> mSender; // of a remote port
+
+    mutable std::mutex mMutex;
+    bool mValid = true; // under mMutex, as the two below
+    CFMessagePortInvalidationCallBack mInvalidationCallBack = nullptr;
+    // Released as the last user lets go of it: a callout that runs as the port is invalidated keeps
+    // the info that it was given.
+    std::shared_ptr<void> mInfo;
+};

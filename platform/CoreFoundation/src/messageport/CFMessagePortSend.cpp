@@ -1,0 +1,234 @@
+// Requests of a remote port: handed over with the thread blocked, answered with its run loop
+// running.
+#include "platform/CoreFoundation/src/messageport/CFMessagePortObject.h"
+#include "platform/CoreFoundation/src/runloop/CFRunLoopObject.h"
+
+#include <CoreFoundation/CFMessagePortHost.h>
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <utility>
+
+using MessagePort::FrameKind;
+using MessagePort::FrameReader;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr CFTimeInterval kLongestWait = 10.0 * 365 * 24 * 3600;
+// How often a request is handed over before the other side, which does not take it, is given up.
+constexpr int kAttempts = 4;
+
+Clock::time_point DeadlineAfter(CFTimeInterval seconds) {
+    if (!(seconds > 0)) { // a NaN is no time
+        return Clock::now();
+    }
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                              std::chrono::duration<double>(std::min(seconds, kLongestWait)));
+}
+
+CFTimeInterval SecondsUntil(Clock::time_point deadline) {
+    return std::chrono::duration<double>(deadline - Clock::now()).count();
+}
+
+// Makes the calling thread's run loop return once a socket has something to read: a source of its
+// own is added to the mode for as long as this lives.
+class ReplyWatch {
+public:
+    ReplyWatch(int socket, CFStringRef mode)
+        : mLoop(CFRunLoopGetCurrent()), mMode(mode), mDescriptor(*mLoop->Context(), socket) {
+        CFRunLoopSourceContext context{};
+        mSource = CFRunLoopSourceCreate(nullptr, 0, &context);
+        CFRunLoopAddSource(mLoop, mSource, mode);
+    }
+    ReplyWatch(const ReplyWatch&) = delete;
+    ReplyWatch& operator=(const ReplyWatch&) = delete;
+    ~ReplyWatch() {
+        mDescriptor.release(); // the connection goes on
+        CFRunLoopSourceInvalidate(mSource);
+        CFRelease(mSource);
+        // A stop was meant for the run that the caller is in, not for the one made here.
+        if (mStopped) {
+            CFRunLoopStop(mLoop);
+        }
+    }
+
+    // Runs the loop until something may be there to read, or other work of the mode was done, or
+    // the deadline has passed.
+    void Wait(Clock::time_point deadline) {
+        if (!std::exchange(mArmed->waiting, true)) {
+            CFRetain(mSource);
+            mDescriptor.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                                   [armed = mArmed, source = CFOwned<CFRunLoopSourceRef>(mSource)](
+                                       const boost::system::error_code&) {
+                                       armed->waiting = false;
+                                       CFRunLoopSourceSignal(source.get());
+                                   });
+        }
+        bool stopped = false;
+        mLoop->Run(mMode, SecondsUntil(deadline), true, &stopped);
+        mStopped = mStopped || stopped;
+    }
+
+private:
+    struct Armed {
+        bool waiting = false;
+    };
+
+    const CFRunLoopRef mLoop;
+    const CFStringRef mMode; // the caller's
+    boost::asio::posix::stream_descriptor mDescriptor;
+    CFRunLoopSourceRef mSource = nullptr;
+    const std::shared_ptr<Armed> mArmed = std::make_shared<Armed>();
+    bool mStopped = false;
+};
+
+enum class Awaited {
+    Answered,
+    TimedOut,
+    NotTaken, // the other side let go of the connection without having read the request
+    Ended,    // it read the request and ended
+    Broken,   // the reply breaks off, or is none
+};
+
+// Replies to earlier requests, which were given up, are skipped.
+Awaited AwaitReply(MessagePortSender::Connection& connection, std::uint32_t sequence,
+                   Clock::time_point deadline, CFStringRef mode) {
+    ReplyWatch watch(connection.socket.Get(), mode);
+    while (true) {
+        const bool late = Clock::now() >= deadline;
+        watch.Wait(deadline);
+        while (true) {
+            const FrameReader::Result result = connection.reader.Read(connection.socket.Get());
+            if (result == FrameReader::Result::Incomplete) {
+                break;
+            }
+            if (result == FrameReader::Result::Reset) {
+                return Awaited::NotTaken;
+            }
+            if (result == FrameReader::Result::Closed && !connection.reader.HasBegun()) {
+                return Awaited::Ended;
+            }
+            if (result != FrameReader::Result::Complete) {
+                return Awaited::Broken;
+            }
+            const FrameKind kind = connection.reader.Header().kind;
+            if (kind == FrameKind::Request || kind == FrameKind::OneWay) {
+                return Awaited::Broken;
+            }
+            if (connection.reader.Header().sequence == sequence) {
+                return Awaited::Answered;
+            }
+            connection.reader.TakePayload();
+        }
+        if (late) {
+            return Awaited::TimedOut;
+        }
+    }
+}
+
+bool CanRunIn(CFStringRef mode) {
+    return mode == nullptr ||
+           (CFRuntimeTypeOf(mode) == kCFRuntimeStringType && !CFEqual(mode, kCFRunLoopCommonModes));
+}
+
+} // namespace
+
+SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef data,
+                             CFTimeInterval sendTimeout, CFTimeInterval receiveTimeout,
+                             CFStringRef replyMode, CFDataRef* returnData) {
+    std::vector<std::uint8_t> payload;
+    if (data != nullptr) {
+        const UInt8* const bytes = CFDataGetBytePtr(data);
+        payload.assign(bytes, bytes + CFDataGetLength(data));
+    }
+    const Clock::time_point sendDeadline = DeadlineAfter(sendTimeout);
+    std::optional<Clock::time_point> receiveDeadline;
+    // The other side may let go of a connection as long as it has not read a request from it, to
+    // make room for others. Such a request goes over a new connection: it is never performed twice.
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        std::shared_ptr<MessagePortSender::Connection> connection;
+        std::uint32_t sequence = 0;
+        switch (mSender->Send(header, payload, sendDeadline, attempt == 0, connection, sequence)) {
+        case MessagePortSender::Result::Done:
+            break;
+        case MessagePortSender::Result::TimedOut:
+            return kCFMessagePortSendTimeout;
+        case MessagePortSender::Result::NotTaken:
+            continue;
+        case MessagePortSender::Result::Refused:
+            return kCFMessagePortTransportError;
+        case MessagePortSender::Result::Gone:
+            return BecomeInvalid();
+        }
+        if (replyMode == nullptr) {
+            mSender->Return(connection, true);
+            return kCFMessagePortSuccess;
+        }
+        if (!receiveDeadline) {
+            receiveDeadline = DeadlineAfter(receiveTimeout);
+        }
+        const Awaited awaited = AwaitReply(*connection, sequence, *receiveDeadline, replyMode);
+        if (awaited == Awaited::Answered) {
+            return TakeReply(connection, returnData);
+        }
+        mSender->Return(connection, awaited == Awaited::TimedOut);
+        switch (awaited) {
+        case Awaited::Answered:
+        case Awaited::NotTaken:
+            break;
+        case Awaited::TimedOut:
+            return mSender->IsClosed() ? kCFMessagePortBecameInvalidError
+                                       : kCFMessagePortReceiveTimeout;
+        case Awaited::Ended:
+            return BecomeInvalid();
+        case Awaited::Broken:
+            return mSender->CanBeReached() ? kCFMessagePortTransportError : BecomeInvalid();
+        }
+    }
+    return mSender->CanBeReached() ? kCFMessagePortTransportError : BecomeInvalid();
+}
+
+SInt32 __CFMessagePort::BecomeInvalid() {
+    Invalidate(true);
+    return kCFMessagePortBecameInvalidError;
+}
+
+SInt32 __CFMessagePort::TakeReply(const std::shared_ptr<MessagePortSender::Connection>& connection,
+                                  CFDataRef* returnData) {
+    const FrameKind kind = connection->reader.Header().kind;
+    const std::vector<std::uint8_t> reply = connection->reader.TakePayload();
+    mSender->Return(connection, true);
+    if (kind == FrameKind::Refusal) {
+        return kCFMessagePortTransportError;
+    }
+    if (kind == FrameKind::Reply && returnData != nullptr) {
+        *returnData = CFDataCreate(nullptr, reply.data(), static_cast<CFIndex>(reply.size()));
+    }
+    return kCFMessagePortSuccess;
+}
+
+SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef data,
+                                CFTimeInterval sendTimeout, CFTimeInterval rcvTimeout,
+                                CFStringRef replyMode, CFDataRef* returnData) {
+    if (returnData != nullptr) {
+        *returnData = nullptr;
+    }
+    auto* port = CFRuntimeArgument<__CFMessagePort>(remote, "remote");
+    if (port == nullptr || !port->IsRemote() || !port->IsValid()) {
+        return kCFMessagePortIsInvalid;
+    }
+    CFRuntimeIsOptionalArgument(replyMode, kCFRuntimeStringType, "replyMode");
+    if (!CanRunIn(replyMode) || !CFRuntimeIsOptionalArgument(data, kCFRuntimeDataType, "data") ||
+        (data != nullptr && CFDataGetLength(data) > kCFMessagePortMaximumLength)) {
+        return kCFMessagePortTransportError;
+    }
+    MessagePort::FrameHeader header;
+    header.kind = replyMode == nullptr ? FrameKind::OneWay : FrameKind::Request;
+    header.msgid = msgid;
+    CFRetain(port);
+    const SInt32 result = port->Send(header, data, sendTimeout, rcvTimeout, replyMode, returnData);
+    CFRelease(port);
+    return result;
+}

@@ -1,0 +1,191 @@
+#include "platform/CoreFoundation/src/messageport/MessagePortSender.h"
+
+#include <algorithm>
+#include <climits>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
+#include <utility>
+
+using MessagePort::ConnectResult;
+using MessagePort::FrameWriter;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr auto kRetryInterval = std::chrono::milliseconds(2);
+
+// Whether the other side has not closed it. The reply to a request that was given up may wait.
+bool IsOpen(int socket) {
+    pollfd state{socket, POLLRDHUP, 0};
+    return poll(&state, 1, 0) == 0;
+}
+
+} // namespace
+
+std::unique_ptr<MessagePortSender> MessagePortSender::Open(const std::string& name) {
+    std::string error;
+    const auto path = MessagePort::SocketPath(name, error);
+    if (!path) {
+        return nullptr;
+    }
+    const auto identity = MessagePort::IdentityOf(*path);
+    if (!identity) {
+        return nullptr;
+    }
+    auto sender = std::make_unique<MessagePortSender>(*path, *identity);
+    std::shared_ptr<Connection> connection;
+    const Result result = sender->ConnectAnew(Clock::now(), connection);
+    if (result != Result::Done && result != Result::TimedOut) {
+        return nullptr;
+    }
+    sender->mIdle = std::move(connection);
+    return sender;
+}
+
+MessagePortSender::MessagePortSender(const std::string& path,
+                                     const MessagePort::SocketIdentity& identity)
+    : mPath(path), mIdentity(identity) {}
+
+MessagePortSender::Result MessagePortSender::ConnectAnew(Deadline deadline,
+                                                         std::shared_ptr<Connection>& connection) {
+    auto made = std::make_shared<Connection>();
+    while (true) {
+        if (IsClosed() || MessagePort::IdentityOf(mPath) != mIdentity) {
+            return Result::Gone;
+        }
+        switch (MessagePort::Connect(mPath, made->socket)) {
+        case ConnectResult::Connected:
+            // Another port may have taken the name over in between.
+            if (MessagePort::IdentityOf(mPath) != mIdentity) {
+                return Result::Gone;
+            }
+            connection = std::move(made);
+            return Result::Done;
+        case ConnectResult::Busy:
+            break;
+        case ConnectResult::Absent:
+            return Result::Gone;
+        case ConnectResult::Refused:
+            return Result::Refused;
+        }
+        // No event tells when there is room for another connection.
+        if (Clock::now() >= deadline) {
+            return Result::TimedOut;
+        }
+        std::this_thread::sleep_for(kRetryInterval);
+    }
+}
+
+MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayReuse,
+                                                    std::shared_ptr<Connection>& connection) {
+    connection = nullptr;
+    {
+        const std::lock_guard lock(mMutex);
+        if (mClosed) {
+            return Result::Gone;
+        }
+        if (mayReuse) {
+            connection = std::exchange(mIdle, nullptr);
+        }
+    }
+    if (connection == nullptr || !IsOpen(connection->socket.Get())) {
+        const Result result = ConnectAnew(deadline, connection);
+        if (result != Result::Done) {
+            return result;
+        }
+    }
+    const std::lock_guard lock(mMutex);
+    if (mClosed) {
+        return Result::Gone;
+    }
+    mLent.push_back(connection);
+    return Result::Done;
+}
+
+MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int socket,
+                                                      Deadline deadline) {
+    while (true) {
+        switch (writer.Write(socket)) {
+        case FrameWriter::Result::Complete:
+            return Result::Done;
+        case FrameWriter::Result::Failed:
+            return Result::NotTaken;
+        case FrameWriter::Result::Incomplete:
+            break;
+        }
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            return Result::TimedOut;
+        }
+        pollfd wait{socket, POLLOUT, 0};
+        poll(&wait, 1, static_cast<int>(std::min<std::int64_t>(left, INT_MAX)));
+    }
+}
+
+MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader header,
+                                                  const std::vector<std::uint8_t>& payload,
+                                                  Deadline deadline, bool mayReuse,
+                                                  std::shared_ptr<Connection>& connection,
+                                                  std::uint32_t& sequence) {
+    const Result borrowed = Borrow(deadline, mayReuse, connection);
+    if (borrowed != Result::Done) {
+        return borrowed;
+    }
+    sequence = connection->nextSequence++;
+    header.sequence = sequence;
+    FrameWriter writer(header, payload);
+    const Result written = WriteAll(writer, connection->socket.Get(), deadline);
+    if (written != Result::Done) {
+        Return(connection, written == Result::TimedOut && !writer.HasBegun());
+    }
+    return written;
+}
+
+void MessagePortSender::Return(const std::shared_ptr<Connection>& connection, bool reusable) {
+    const std::lock_guard lock(mMutex);
+    std::erase(mLent, connection);
+    if (reusable && !mClosed && mIdle == nullptr) {
+        mIdle = connection;
+    }
+}
+
+bool MessagePortSender::IsAlive() {
+    {
+        const std::lock_guard lock(mMutex);
+        if (mClosed) {
+            return false;
+        }
+        if (mIdle != nullptr && IsOpen(mIdle->socket.Get())) {
+            return true;
+        }
+        mIdle.reset();
+    }
+    return CanBeReached();
+}
+
+bool MessagePortSender::CanBeReached() {
+    std::shared_ptr<Connection> connection;
+    const Result result = ConnectAnew(Clock::now(), connection);
+    if (result == Result::Done) {
+        Return(connection, true);
+    }
+    // When no connection could be made for want of descriptors, nothing says that it is gone.
+    return result != Result::Gone;
+}
+
+void MessagePortSender::Close() {
+    const std::lock_guard lock(mMutex);
+    mClosed = true;
+    mIdle.reset();
+    // Not closed: the thread that borrowed it may be waiting on the descriptor.
+    for (const auto& connection : mLent) {
+        shutdown(connection->socket.Get(), SHUT_RDWR);
+    }
+}
+
+bool MessagePortSender::IsClosed() const {
+    const std::lock_guard lock(mMutex);
+    return mClosed;
+}

@@ -1,0 +1,70 @@
+#include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
+
+#include <CoreFoundation/CFDictionary.h>
+#include <CoreFoundation/CFError.h>
+
+const CFStringRef kCFErrorDomainPOSIX = CFSTR("NSPOSIXErrorDomain");
+const CFStringRef kCFErrorDomainCocoa = CFSTR("NSCocoaErrorDomain");
+const CFStringRef kCFErrorLocalizedDescriptionKey = CFSTR("NSLocalizedDescription");
+
+struct __CFError final : CFRuntimeObject {
+    __CFError(CFStringRef domain, CFIndex code, CFDictionaryRef userInfo)
+        : CFRuntimeObject(kCFRuntimeErrorType),
+          mDomain(static_cast<CFStringRef>(CFRetain(domain))),
+          mCode(code),
+          mUserInfo(userInfo == nullptr ? nullptr
+                                        : static_cast<CFDictionaryRef>(CFRetain(userInfo))) {}
+
+    bool Equals(const CFRuntimeObject& other) const override {
+        const auto& error = static_cast<const __CFError&>(other);
+        return mCode == error.mCode && CFEqual(mDomain.get(), error.mDomain.get()) != 0 &&
+               (mUserInfo == nullptr || error.mUserInfo == nullptr
+                    ? mUserInfo == error.mUserInfo
+                    : CFEqual(mUserInfo.get(), error.mUserInfo.get()) != 0);
+    }
+    CFHashCode Hash() const override {
+        return CFHash(mDomain.get()) ^ static_cast<CFHashCode>(mCode);
+    }
+    std::u16string Description(unsigned /*depth*/) const override;
+
+    const CFOwned<CFStringRef> mDomain;
+    const CFIndex mCode;
+    const CFOwned<CFDictionaryRef> mUserInfo;
+};
+
+std::u16string __CFError::Description(unsigned /*depth*/) const {
+    const auto* text = mUserInfo == nullptr
+                           ? nullptr
+                           : CFRuntimeCast<__CFString>(CFDictionaryGetValue(
+                                 mUserInfo.get(), kCFErrorLocalizedDescriptionKey));
+    if (text != nullptr) {
+        return text->Text();
+    }
+    const CFOwned<CFStringRef> made(CFStringCreateWithFormat(
+        nullptr, nullptr, CFSTR("error %ld of %@"), static_cast<long>(mCode), mDomain.get()));
+    const auto* string = CFRuntimeCast<__CFString>(made.get());
+    return string == nullptr ? u"error" : string->Text();
+}
+
+CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
+                         CFDictionaryRef userInfo) {
+    return CFRuntimeArgument<__CFString>(domain, "domain") == nullptr ||
+                   !CFRuntimeIsOptionalArgument(userInfo, kCFRuntimeDictionaryType, "userInfo")
+               ? nullptr
+               : CFRuntimeCreate<__CFError>(allocator, domain, code, userInfo);
+}
+
+CFStringRef CFErrorGetDomain(CFErrorRef err) {
+    const auto* error = CFRuntimeArgument<__CFError>(err, "err");
+    return error == nullptr ? nullptr : error->mDomain.get();
+}
+
+CFIndex CFErrorGetCode(CFErrorRef err) {
+    const auto* error = CFRuntimeArgument<__CFError>(err, "err");
+    return error == nullptr ? 0 : error->mCode;
+}
+
+CFStringRef CFErrorCopyDescription(CFErrorRef err) {
+    return CFRuntimeArgument<__CFError>(err, "err") == nullptr ? nullptr : CFCopyDescription(err);
+}

@@ -1,0 +1,337 @@
+#include "platform/CoreFoundation/src/base/StringEncoding.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
+#include "platform/CoreFoundation/src/values/StringFormat.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+namespace {
+
+// Takes the byte order mark off, which only marks bytes as UTF-8 here.
+std::string_view WithoutMark(std::string_view bytes) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    return bytes.substr(bytes.substr(0, kMark.size()) == kMark ? kMark.size() : 0);
+}
+
+CFStringRef MakeDecoded(CFAllocatorRef allocator, std::string_view bytes,
+                        CFStringEncoding encoding) {
+    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        std::u16string text;
+        return AppendDecoded(bytes, encoding, text) ? CFRuntimeCreate<__CFString>(allocator, text)
+                                                    : nullptr;
+    });
+}
+
+CFStringRef MakeString(CFAllocatorRef allocator, const std::u16string& text) {
+    return CFRuntimeCreate<__CFString>(allocator, text);
+}
+
+} // namespace
+
+__CFString::__CFString(std::u16string_view text) : CFRuntimeObject(kCFRuntimeStringType) {
+    Assign(text);
+}
+
+__CFString::__CFString(std::u16string_view text, CFRuntimeImmortal immortal)
+    : CFRuntimeObject(kCFRuntimeStringType, immortal) {
+    Assign(text);
+}
+
+void __CFString::Assign(std::u16string_view text) {
+    if (std::all_of(text.begin(), text.end(), [](char16_t c) { return c < 0x80; })) {
+        mNarrow.reserve(text.size());
+        for (const char16_t c : text) {
+            mNarrow += static_cast<char>(c);
+        }
+    } else {
+        mWide = text;
+    }
+}
+
+bool __CFString::Equals(const CFRuntimeObject& other) const {
+    const auto& string = static_cast<const __CFString&>(other);
+    return mNarrow == string.mNarrow && mWide == string.mWide;
+}
+
+CFHashCode __CFString::Hash() const {
+    // FNV-1a over the units.
+    uint32_t hash = 2166136261U;
+    for (size_t i = 0; i < Size(); ++i) {
+        hash = (hash ^ At(i)) * 16777619U;
+    }
+    return hash;
+}
+
+std::u16string __CFString::Description(unsigned /*depth*/) const {
+    return Text();
+}
+
+std::u16string __CFString::Text() const {
+    return mWide.empty() ? UTF16FromASCII(mNarrow) : mWide;
+}
+
+std::optional<std::string> UTF8OfString(CFTypeRef string) {
+    const auto* object = CFRuntimeCast<__CFString>(string);
+    if (object == nullptr) {
+        return std::nullopt;
+    }
+    if (object->ASCII() != nullptr) {
+        return *object->ASCII();
+    }
+    std::string bytes;
+    if (!AppendUTF8(object->Text(), bytes)) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+bool RangeIsWithin(CFRange range, size_t size) {
+    return range.location >= 0 && range.length >= 0 &&
+           static_cast<size_t>(range.location) <= size &&
+           static_cast<size_t>(range.length) <= size - static_cast<size_t>(range.location);
+}
+
+CFTypeID CFStringGetTypeID(void) {
+    return kCFRuntimeStringType;
+}
+
+CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char* cStr,
+                                      CFStringEncoding encoding) {
+    return cStr == nullptr ? nullptr : MakeDecoded(alloc, cStr, encoding);
+}
+
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8* bytes, CFIndex numBytes,
+                                    CFStringEncoding encoding, Boolean isExternalRepresentation) {
+    if (numBytes < 0 || (bytes == nullptr && numBytes != 0)) {
+        return nullptr;
+    }
+    std::string_view view;
+    if (numBytes != 0) {
+        view = {reinterpret_cast<const char*>(bytes), static_cast<size_t>(numBytes)};
+    }
+    if (isExternalRepresentation != 0 && encoding == kCFStringEncodingUTF8) {
+        view = WithoutMark(view);
+    }
+    return MakeDecoded(alloc, view, encoding);
+}
+
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef alloc, const UniChar* chars,
+                                         CFIndex numChars) {
+    if (numChars < 0 || (chars == nullptr && numChars != 0)) {
+        return nullptr;
+    }
+    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        return MakeString(alloc, std::u16string(chars, chars + numChars));
+    });
+}
+
+CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString) {
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    if (string == nullptr || !CFRuntimeCanAllocate(alloc)) {
+        return nullptr;
+    }
+    string->Retain();
+    return string;
+}
+
+CFStringRef CFStringCreateWithSubstring(CFAllocatorRef alloc, CFStringRef str, CFRange range) {
+    const auto* string = CFRuntimeArgument<__CFString>(str, "str");
+    if (string == nullptr || !RangeIsWithin(range, string->Size())) {
+        return nullptr;
+    }
+    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        return MakeString(alloc, string->Text().substr(static_cast<size_t>(range.location),
+                                                       static_cast<size_t>(range.length)));
+    });
+}
+
+CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFDictionaryRef formatOptions,
+                                     CFStringRef format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    CFStringRef result =
+        CFStringCreateWithFormatAndArguments(alloc, formatOptions, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
+                                                 CFDictionaryRef /*formatOptions*/,
+                                                 CFStringRef format, va_list arguments) {
+    const auto* string = CFRuntimeArgument<__CFString>(format, "format");
+    if (string == nullptr) {
+        return nullptr;
+    }
+    // Copied here, not in the body: a va_list parameter may have become a pointer.
+    va_list copy;
+    va_copy(copy, arguments);
+    CFStringRef result = CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        std::u16string text;
+        return FormatString(string->Text(), copy, text) ? MakeString(alloc, text) : nullptr;
+    });
+    va_end(copy);
+    return result;
+}
+
+CFIndex CFStringGetLength(CFStringRef theString) {
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    return string == nullptr ? 0 : static_cast<CFIndex>(string->Size());
+}
+
+UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx) {
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    if (string == nullptr || idx < 0) {
+        return 0;
+    }
+    return static_cast<UniChar>(string->AtOrNothing(static_cast<size_t>(idx)));
+}
+
+void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer) {
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    if (string == nullptr || buffer == nullptr || !RangeIsWithin(range, string->Size())) {
+        return;
+    }
+    for (CFIndex i = 0; i < range.length; ++i) {
+        buffer[i] = static_cast<UniChar>(string->At(static_cast<size_t>(range.location + i)));
+    }
+}
+
+Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize,
+                           CFStringEncoding encoding) {
+    if (buffer == nullptr || bufferSize <= 0) {
+        return false;
+    }
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    if (string == nullptr || !StringEncodingIsKnown(encoding)) {
+        buffer[0] = '\0';
+        return false;
+    }
+    const size_t room = static_cast<size_t>(bufferSize) - 1;
+    size_t used = 0;
+    for (size_t i = 0; i < string->Size();) {
+        const EncodedCharacter character =
+            EncodeCharacter(string->At(i), string->AtOrNothing(i + 1), encoding);
+        if (character.size == 0 || character.size > room - used) {
+            buffer[0] = '\0';
+            return false;
+        }
+        std::memcpy(buffer + used, character.bytes, character.size);
+        used += character.size;
+        i += character.units;
+    }
+    buffer[used] = '\0';
+    return true;
+}
+
+const char* CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding) {
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    if (string == nullptr || !StringEncodingIsKnown(encoding)) {
+        return nullptr;
+    }
+    const std::string* text = string->ASCII();
+    return text == nullptr || text->find('\0') != std::string::npos ? nullptr : text->c_str();
+}
+
+CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding,
+                         UInt8 lossByte, Boolean /*isExternalRepresentation*/, UInt8* buffer,
+                         CFIndex maxBufLen, CFIndex* usedBufLen) {
+    if (usedBufLen != nullptr) {
+        *usedBufLen = 0;
+    }
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    if (string == nullptr || !StringEncodingIsKnown(encoding) ||
+        !RangeIsWithin(range, string->Size()) || (buffer != nullptr && maxBufLen < 0)) {
+        return 0;
+    }
+    const auto begin = static_cast<size_t>(range.location);
+    const size_t end = begin + static_cast<size_t>(range.length);
+    size_t position = begin;
+    size_t used = 0;
+    while (position < end) {
+        EncodedCharacter character = EncodeCharacter(
+            string->At(position), position + 1 < end ? string->At(position + 1) : u'\0', encoding);
+        if (character.size == 0) {
+            if (lossByte == 0) {
+                break;
+            }
+            character.bytes[0] = static_cast<char>(lossByte);
+            character.size = 1;
+        }
+        if (buffer != nullptr) {
+            if (character.size > static_cast<size_t>(maxBufLen) - used) {
+                break;
+            }
+            std::memcpy(buffer + used, character.bytes, character.size);
+        }
+        used += character.size;
+        position += character.units;
+    }
+    if (usedBufLen != nullptr) {
+        *usedBufLen = static_cast<CFIndex>(used);
+    }
+    return static_cast<CFIndex>(position - begin);
+}
+
+CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding) {
+    if (length < 0 || !StringEncodingIsKnown(encoding)) {
+        return kCFNotFound;
+    }
+    // A unit takes at most three bytes of UTF-8; four are for characters of two units.
+    const CFIndex perUnit = encoding == kCFStringEncodingUTF8 ? 3 : 1;
+    return length > std::numeric_limits<CFIndex>::max() / perUnit ? kCFNotFound : length * perUnit;
+}
+
+CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFStringRef theString,
+                                                  CFStringRef separatorString) {
+    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
+    const auto* separator = CFRuntimeArgument<__CFString>(separatorString, "separatorString");
+    if (string == nullptr || separator == nullptr) {
+        return nullptr;
+    }
+    return CFRuntimeGuard<CFArrayRef>(nullptr, [&]() -> CFArrayRef {
+        const std::u16string text = string->Text();
+        const std::u16string mark = separator->Text();
+        std::vector<CFOwned<CFStringRef>> parts;
+        std::vector<const void*> values;
+        for (size_t begin = 0;;) {
+            const size_t end = mark.empty() ? std::u16string::npos : text.find(mark, begin);
+            const size_t size = end == std::u16string::npos ? end : end - begin;
+            CFOwned<CFStringRef> part(MakeString(alloc, text.substr(begin, size)));
+            if (!part) {
+                return nullptr;
+            }
+            values.push_back(part.get());
+            parts.push_back(std::move(part));
+            if (end == std::u16string::npos) {
+                break;
+            }
+            begin = end + mark.size();
+        }
+        return CFArrayCreate(alloc, values.data(), static_cast<CFIndex>(values.size()),
+                             &kCFTypeArrayCallBacks);
+    });
+}
+
+CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef alloc, CFArrayRef theArray,
+                                             CFStringRef separatorString) {
+    const auto* separator = CFRuntimeArgument<__CFString>(separatorString, "separatorString");
+    if (!CFRuntimeIsArgument(theArray, kCFRuntimeArrayType, "theArray") || separator == nullptr) {
+        return nullptr;
+    }
+    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        std::u16string text;
+        for (CFIndex i = 0; i < CFArrayGetCount(theArray); ++i) {
+            const auto* part = CFRuntimeCast<__CFString>(CFArrayGetValueAtIndex(theArray, i));
+            if (part == nullptr) {
+                return nullptr;
+            }
+            if (i != 0) {
+                text += separator->Text();
+            }
+            text += part->Text();
+        }
+        return MakeString(alloc, text);
+    });
+}

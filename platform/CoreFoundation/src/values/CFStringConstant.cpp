@@ -1,0 +1,41 @@
+// The table of constant strings. It keeps copies of the texts and not the literals, which vanish
+// with the module that they are in.
+#include "platform/CoreFoundation/src/base/StringEncoding.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace {
+
+struct TextHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+};
+using Constants = std::unordered_map<std::string, CFStringRef, TextHash, std::equal_to<>>;
+
+} // namespace
+
+CFStringRef __CFStringMakeConstantString(const char* cStr) {
+    if (cStr == nullptr) {
+        return nullptr;
+    }
+    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        // Made on first use, which may be before this file's own statics are, and never destroyed.
+        static std::mutex* const mutex = new std::mutex;
+        static auto* const constants = new Constants;
+        const std::lock_guard<std::mutex> guard(*mutex);
+        // Looked for first: a constant that is there needs no memory.
+        auto entry = constants->find(std::string_view(cStr));
+        if (entry == constants->end()) {
+            entry = constants->try_emplace(cStr, nullptr).first;
+        }
+        if (entry->second == nullptr) {
+            entry->second = new __CFString(UTF16FromCString(cStr), CFRuntimeImmortal{});
+        }
+        return entry->second;
+    });
+}

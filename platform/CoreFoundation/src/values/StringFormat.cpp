@@ -1,0 +1,318 @@
+#include "platform/CoreFoundation/src/values/StringFormat.h"
+
+#include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
+#include "platform/CoreFoundation/src/base/StringEncoding.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
+#include "platform/CoreFoundation/src/values/PlainNumbers.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <optional>
+
+namespace {
+
+// Widths and precisions beyond this are refused, so that a format cannot ask for gigabytes.
+constexpr int kLargestWidth = 1 << 20;
+
+// What stands between "%" and the conversion's letter.
+struct Conversion {
+    std::string flags;
+    std::optional<int> width;
+    std::optional<int> precision;
+    std::string size; // hh h l ll q j z t L
+    char16_t letter = 0;
+
+    // For snprintf, with width and precision written out.
+    std::string Specification(const char* printedSize) const {
+        std::string result = "%" + flags;
+        if (width) {
+            result += std::to_string(*width);
+        }
+        if (precision) {
+            result += "." + std::to_string(*precision);
+        }
+        result += printedSize;
+        result += static_cast<char>(letter);
+        return result;
+    }
+};
+
+// Hands out the arguments. A class, since a va_list cannot be passed on by reference everywhere.
+class Arguments {
+public:
+    explicit Arguments(va_list arguments) { va_copy(mArguments, arguments); }
+    ~Arguments() { va_end(mArguments); }
+    Arguments(const Arguments&) = delete;
+    Arguments& operator=(const Arguments&) = delete;
+
+    template <typename T>
+    T Next() {
+        return va_arg(mArguments, T);
+    }
+
+private:
+    va_list mArguments;
+};
+
+// Reads formats from front to end.
+class Reader {
+public:
+    explicit Reader(std::u16string_view format) : mFormat(format) {}
+
+    bool AtEnd() const { return mFormat.empty(); }
+    char16_t Take() {
+        const char16_t c = mFormat.front();
+        mFormat.remove_prefix(1);
+        return c;
+    }
+    bool TakeIf(char16_t c) {
+        if (mFormat.empty() || mFormat.front() != c) {
+            return false;
+        }
+        mFormat.remove_prefix(1);
+        return true;
+    }
+
+    // False when the conversion is cut off, malformed or beyond the limits.
+    bool TakeConversion(Arguments& arguments, Conversion& conversion) {
+        constexpr std::u16string_view kFlags = u"-+ #0'";
+        while (!mFormat.empty() && kFlags.find(mFormat.front()) != std::u16string_view::npos) {
+            conversion.flags += static_cast<char>(Take());
+        }
+        if (!TakeNumber(arguments, conversion.width)) {
+            return false;
+        }
+        if (conversion.width && *conversion.width < 0) {
+            conversion.flags += '-';
+            conversion.width = -*conversion.width;
+        }
+        if (TakeIf(u'.')) {
+            conversion.precision = 0;
+            if (!TakeNumber(arguments, conversion.precision)) {
+                return false;
+            }
+            if (*conversion.precision < 0) {
+                conversion.precision.reset();
+            }
+        }
+        constexpr std::u16string_view kSizes = u"hlqjztL";
+        while (!mFormat.empty() && kSizes.find(mFormat.front()) != std::u16string_view::npos) {
+            conversion.size += static_cast<char>(Take());
+        }
+        if (mFormat.empty()) {
+            return false;
+        }
+        conversion.letter = Take();
+        return true;
+    }
+
+private:
+    // A number, "*" for the next argument, or nothing.
+    bool TakeNumber(Arguments& arguments, std::optional<int>& number) {
+        if (TakeIf(u'*')) {
+            number = arguments.Next<int>();
+            return *number <= kLargestWidth && *number >= -kLargestWidth;
+        }
+        while (!mFormat.empty() && mFormat.front() >= u'0' && mFormat.front() <= u'9') {
+            number = number.value_or(0) * 10 + (Take() - u'0');
+            if (*number > kLargestWidth) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    std::u16string_view mFormat;
+};
+
+template <typename T>
+void AppendNumber(const Conversion& conversion, const char* size, T value, std::u16string& text) {
+    const std::string specification = conversion.Specification(size);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int length = std::snprintf(nullptr, 0, specification.c_str(), value);
+    if (length < 0) {
+        throw std::bad_alloc(); // it needs memory of its own for wide numbers
+    }
+    std::string printed(static_cast<size_t>(length) + 1, '\0');
+    if (std::snprintf(printed.data(), printed.size(), specification.c_str(), value) != length) {
+        throw std::bad_alloc();
+    }
+    printed.pop_back();
+    text += UTF16FromASCII(printed);
+#pragma GCC diagnostic pop
+}
+
+// Pads to the width. The precision has been applied.
+void AppendPadded(const Conversion& conversion, std::u16string_view printed, std::u16string& text) {
+    const auto width = static_cast<size_t>(conversion.width.value_or(0));
+    const size_t padding = width > printed.size() ? width - printed.size() : 0;
+    const bool left = conversion.flags.find('-') != std::string::npos;
+    if (!left) {
+        text.append(padding, u' ');
+    }
+    text += printed;
+    if (left) {
+        text.append(padding, u' ');
+    }
+}
+
+bool AppendSigned(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
+    intmax_t value = 0;
+    if (conversion.size.empty()) {
+        value = arguments.Next<int>();
+    } else if (conversion.size == "hh") {
+        value = static_cast<signed char>(arguments.Next<int>());
+    } else if (conversion.size == "h") {
+        value = static_cast<short>(arguments.Next<int>());
+    } else if (conversion.size == "l") {
+        value = arguments.Next<long>();
+    } else if (conversion.size == "ll" || conversion.size == "q") {
+        value = arguments.Next<long long>();
+    } else if (conversion.size == "j") {
+        value = arguments.Next<intmax_t>();
+    } else if (conversion.size == "z" || conversion.size == "t") {
+        value = arguments.Next<ptrdiff_t>();
+    } else {
+        return false;
+    }
+    AppendNumber(conversion, "j", value, text);
+    return true;
+}
+
+bool AppendUnsigned(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
+    uintmax_t value = 0;
+    if (conversion.size.empty()) {
+        value = arguments.Next<unsigned int>();
+    } else if (conversion.size == "hh") {
+        value = static_cast<unsigned char>(arguments.Next<int>());
+    } else if (conversion.size == "h") {
+        value = static_cast<unsigned short>(arguments.Next<int>());
+    } else if (conversion.size == "l") {
+        value = arguments.Next<unsigned long>();
+    } else if (conversion.size == "ll" || conversion.size == "q") {
+        value = arguments.Next<unsigned long long>();
+    } else if (conversion.size == "j") {
+        value = arguments.Next<uintmax_t>();
+    } else if (conversion.size == "z" || conversion.size == "t") {
+        value = arguments.Next<size_t>();
+    } else {
+        return false;
+    }
+    AppendNumber(conversion, "j", value, text);
+    return true;
+}
+
+bool AppendFloat(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
+    if (conversion.size == "L") {
+        AppendNumber(conversion, "L", arguments.Next<long double>(), text);
+        return true;
+    }
+    if (!conversion.size.empty() && conversion.size != "l") {
+        return false;
+    }
+    AppendNumber(conversion, "", arguments.Next<double>(), text);
+    return true;
+}
+
+void AppendCString(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
+    const char* bytes = arguments.Next<const char*>();
+    if (bytes == nullptr) {
+        bytes = "(null)";
+    }
+    // With a precision the bytes need not end with a NUL.
+    const size_t size = conversion.precision
+                            ? strnlen(bytes, static_cast<size_t>(*conversion.precision))
+                            : std::strlen(bytes);
+    AppendPadded(conversion, UTF16FromCString({bytes, size}), text);
+}
+
+void AppendObject(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
+    const CFTypeRef object = arguments.Next<CFTypeRef>();
+    const CFOwned<CFStringRef> description(CFCopyDescription(object));
+    if (object != nullptr && !description) {
+        throw std::bad_alloc();
+    }
+    const auto* string = CFRuntimeCast<__CFString>(description.get());
+    std::u16string printed = string == nullptr ? u"(null)" : string->Text();
+    if (conversion.precision) {
+        printed.resize(std::min(printed.size(), static_cast<size_t>(*conversion.precision)));
+    }
+    AppendPadded(conversion, printed, text);
+}
+
+bool AppendConversion(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
+    switch (conversion.letter) {
+    case u'd':
+    case u'i':
+        return AppendSigned(conversion, arguments, text);
+    case u'u':
+    case u'x':
+    case u'X':
+    case u'o':
+        return AppendUnsigned(conversion, arguments, text);
+    case u'a':
+    case u'A':
+    case u'e':
+    case u'E':
+    case u'f':
+    case u'F':
+    case u'g':
+    case u'G':
+        return AppendFloat(conversion, arguments, text);
+    default:
+        break;
+    }
+    if (!conversion.size.empty()) {
+        return false;
+    }
+    switch (conversion.letter) {
+    case u's':
+        AppendCString(conversion, arguments, text);
+        return true;
+    case u'c': {
+        const char c = static_cast<char>(arguments.Next<int>());
+        AppendPadded(conversion, UTF16FromCString({&c, 1}), text);
+        return true;
+    }
+    case u'C': {
+        const auto c = static_cast<char16_t>(arguments.Next<int>());
+        AppendPadded(conversion, {&c, 1}, text);
+        return true;
+    }
+    case u'p':
+        AppendNumber(conversion, "", arguments.Next<const void*>(), text);
+        return true;
+    case u'@':
+        AppendObject(conversion, arguments, text);
+        return true;
+    case u'%':
+        text += u'%';
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+bool FormatString(std::u16string_view format, va_list arguments, std::u16string& text) {
+    const PlainNumbers plain;
+    Arguments list(arguments);
+    Reader reader(format);
+    while (!reader.AtEnd()) {
+        const char16_t c = reader.Take();
+        if (c != u'%') {
+            text += c;
+            continue;
+        }
+        Conversion conversion;
+        if (!reader.TakeConversion(list, conversion) || !AppendConversion(conversion, list, text)) {
+            return false;
+        }
+    }
+    return true;
+}

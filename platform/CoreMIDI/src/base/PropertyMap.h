@@ -1,0 +1,41 @@
+#pragma once
+
+#include "platform/support/CFOwned.h"
+
+#include <map>
+#include <string>
+
+namespace CoreMIDI {
+
+enum class PropertyType { kInteger, kString, kData, kDictionary };
+
+// An object's own properties by their names: property lists of the four types, integers of 32 bits.
+using PropertyMap = std::map<std::string, CFOwned<CFPropertyListRef>>;
+
+// The type of a value, nothing when no property can have it.
+std::optional<PropertyType> TypeOf(CFPropertyListRef value);
+
+// What is special about a property, by its name.
+struct PropertyRule {
+    std::optional<PropertyType> mType; // nothing: any
+    bool mIsSettable = true;           // by clients
+    bool mIsSaved = true;
+};
+const PropertyRule& RuleOf(const std::string& name);
+
+// The names that the library itself looks at.
+inline constexpr const char* kNameProperty = "name";
+inline constexpr const char* kManufacturerProperty = "manufacturer";
+inline constexpr const char* kModelProperty = "model";
+inline constexpr const char* kUniqueIDProperty = "uniqueID";
+inline constexpr const char* kAdvanceScheduleTimeProperty = "scheduleAheadMuSec";
+inline constexpr const char* kEmbeddedProperty = "embedded";
+inline constexpr const char* kOfflineProperty = "offline";
+inline constexpr const char* kPrivateProperty = "private";
+inline constexpr const char* kDriverOwnerProperty = "driver";
+inline constexpr const char* kDisplayNameProperty = "displayName";
+
+// The same as a dictionary.
+CFOwned<CFMutableDictionaryRef> DictionaryOf(const PropertyMap& properties);
+
+} // namespace CoreMIDI

@@ -1,0 +1,165 @@
+// Devices, from their making to their removal, and what else drivers call.
+#include "platform/CoreMIDI/src/state/DeviceTree.h"
+#include "platform/CoreMIDI/src/state/DriverIO.h"
+#include "platform/CoreMIDI/src/state/Routing.h"
+
+#include <CoreMIDI/MIDIDriver.h>
+#include <CoreMIDI/MIDISetup.h>
+
+using namespace CoreMIDI;
+
+OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name, CFStringRef manufacturer,
+                          CFStringRef model, MIDIDeviceRef* outDevice) {
+    return Answer([&]() -> OSStatus {
+        if (!IsName(name) || !IsName(manufacturer) || !IsName(model) || outDevice == nullptr) {
+            return paramErr;
+        }
+        const Change change;
+        World& world = World::Get();
+        auto& device = world.Add<Device>(Kind::kDevice);
+        device.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
+        device.mProperties[kManufacturerProperty] =
+            CFOwned<CFPropertyListRef>::Retained(manufacturer);
+        device.mProperties[kModelProperty] = CFOwned<CFPropertyListRef>::Retained(model);
+        device.mOwner = owner;
+        for (const std::shared_ptr<DriverOutput>& driver : world.mDrivers) {
+            if (driver->mDriver == owner) {
+                GiveToDriver(device, driver);
+            }
+        }
+        *outDevice = device.mReference;
+        return noErr;
+    });
+}
+
+OSStatus MIDIDeviceDispose(MIDIDeviceRef device) {
+    return Answer([&]() -> OSStatus {
+        Change change;
+        auto* const found = World::Get().Find<Device>(device);
+        if (found == nullptr) {
+            return kMIDIObjectNotFound;
+        }
+        if (found->mIsInSetup) {
+            return kMIDINotPermitted;
+        }
+        DestroyDevice(change, *found);
+        return noErr;
+    });
+}
+
+OSStatus MIDIDeviceAddEntity(MIDIDeviceRef device, CFStringRef name, Boolean embedded,
+                             ItemCount numSourceEndpoints, ItemCount numDestinationEndpoints,
+                             MIDIEntityRef* newEntity) {
+    return Answer([&]() -> OSStatus {
+        if (!IsName(name)) {
+            return paramErr;
+        }
+        Change change;
+        auto* const found = World::Get().Find<Device>(device);
+        if (found == nullptr) {
+            return kMIDIObjectNotFound;
+        }
+        Entity& entity = AddEntity(*found);
+        try {
+            entity.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
+            entity.mProperties[kEmbeddedProperty] =
+                CFOwned<CFPropertyListRef>(MakeNumber(embedded != 0 ? 1 : 0).Release());
+            for (ItemCount i = 0; i < numSourceEndpoints; ++i) {
+                AddEndpoint(entity, Kind::kSource);
+            }
+            for (ItemCount i = 0; i < numDestinationEndpoints; ++i) {
+                AddEndpoint(entity, Kind::kDestination);
+            }
+        } catch (const std::bad_alloc&) {
+            DestroyEntity(change, entity);
+            throw;
+        }
+        change.NotifyAdded(entity);
+        change.SetupChanged(entity);
+        if (newEntity != nullptr) {
+            *newEntity = entity.mReference;
+        }
+        return noErr;
+    });
+}
+
+OSStatus MIDIDeviceRemoveEntity(MIDIDeviceRef device, MIDIEntityRef entity) {
+    return Answer([&]() -> OSStatus {
+        Change change;
+        auto* const found = World::Get().Find<Entity>(entity);
+        if (found == nullptr || found->mDevice->mReference != device) {
+            return kMIDIObjectNotFound;
+        }
+        change.NotifyRemoved(*found);
+        change.SetupChanged(*found);
+        DestroyEntity(change, *found);
+        return noErr;
+    });
+}
+
+OSStatus MIDISetupAddDevice(MIDIDeviceRef device) {
+    return Answer([&]() -> OSStatus {
+        Change change;
+        World& world = World::Get();
+        auto* const found = world.Find<Device>(device);
+        if (found == nullptr) {
+            return kMIDIObjectNotFound;
+        }
+        if (!found->mIsInSetup) {
+            world.mSetupDevices.push_back(found);
+            found->mIsInSetup = true;
+            change.NotifyAdded(*found);
+            change.SetupChanged(*found);
+        }
+        return noErr;
+    });
+}
+
+OSStatus MIDISetupRemoveDevice(MIDIDeviceRef device) {
+    return Answer([&]() -> OSStatus {
+        Change change;
+        auto* const found = World::Get().Find<Device>(device);
+        if (found == nullptr || !found->mIsInSetup) {
+            return kMIDIObjectNotFound;
+        }
+        change.NotifyRemoved(*found);
+        change.SetupChanged(*found);
+        DestroyDevice(change, *found);
+        return noErr;
+    });
+}
+
+OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2) {
+    return Answer([&]() -> OSStatus {
+        const Change change;
+        auto* const endpoint = World::Get().Find<Endpoint>(endpt);
+        if (endpoint == nullptr) {
+            return kMIDIUnknownEndpoint;
+        }
+        endpoint->mRefCons = {ref1, ref2};
+        UpdateRoute(*endpoint);
+        return noErr;
+    });
+}
+
+OSStatus MIDIEndpointGetRefCons(MIDIEndpointRef endpt, void** ref1, void** ref2) {
+    return Answer([&]() -> OSStatus {
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        const auto* const endpoint = world.Find<Endpoint>(endpt);
+        if (endpoint == nullptr) {
+            return kMIDIUnknownEndpoint;
+        }
+        if (ref1 != nullptr) {
+            *ref1 = endpoint->mRefCons.first;
+        }
+        if (ref2 != nullptr) {
+            *ref2 = endpoint->mRefCons.second;
+        }
+        return noErr;
+    });
+}
+
+CFRunLoopRef MIDIGetDriverIORunLoop(void) {
+    return AnswerOrZero([] { return DriverIO::Get().Loop(); });
+}

@@ -1,0 +1,64 @@
+// Lists of devices.
+#include "platform/CoreMIDI/src/state/World.h"
+
+#include <CoreMIDI/MIDIDriver.h>
+
+using namespace CoreMIDI;
+
+ItemCount MIDIDeviceListGetNumberOfDevices(MIDIDeviceListRef devList) {
+    return AnswerOrZero([&]() -> ItemCount {
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        const auto* const list = world.Find<DeviceList>(devList);
+        return list == nullptr ? 0 : static_cast<ItemCount>(list->mDevices.size());
+    });
+}
+
+MIDIDeviceRef MIDIDeviceListGetDevice(MIDIDeviceListRef devList, ItemCount index0) {
+    return AnswerOrZero([&]() -> MIDIDeviceRef {
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        const auto* const list = world.Find<DeviceList>(devList);
+        return list == nullptr || index0 >= list->mDevices.size() ? 0 : list->mDevices[index0];
+    });
+}
+
+OSStatus MIDIDeviceListAddDevice(MIDIDeviceListRef devList, MIDIDeviceRef dev) {
+    return Answer([&]() -> OSStatus {
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        auto* const list = world.Find<DeviceList>(devList);
+        if (list == nullptr || world.Find<Device>(dev) == nullptr) {
+            return kMIDIObjectNotFound;
+        }
+        list->mDevices.push_back(dev);
+        return noErr;
+    });
+}
+
+OSStatus MIDIDeviceListDispose(MIDIDeviceListRef devList) {
+    return Answer([&]() -> OSStatus {
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        auto* const list = world.Find<DeviceList>(devList);
+        if (list == nullptr) {
+            return kMIDIObjectNotFound;
+        }
+        world.Remove(*list);
+        return noErr;
+    });
+}
+
+MIDIDeviceListRef MIDIGetDriverDeviceList(MIDIDriverRef driver) {
+    return AnswerOrZero([&]() -> MIDIDeviceListRef {
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        auto& list = world.Add<DeviceList>(Kind::kDeviceList);
+        for (const Device* device : world.mSetupDevices) {
+            if (driver != nullptr && device->mOwner == driver) {
+                list.mDevices.push_back(device->mReference);
+            }
+        }
+        return list.mReference;
+    });
+}

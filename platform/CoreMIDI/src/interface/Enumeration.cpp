@@ -1,0 +1,168 @@
+// What there is, by index and by relation.
+#include "platform/CoreMIDI/src/state/World.h"
+
+#include <CoreMIDI/MIDIServices.h>
+
+namespace CoreMIDI {
+
+namespace {
+
+// Looks at something under the lock; 0 when that fails.
+template <typename Result, typename Look>
+Result LookAt(const Look& look) noexcept {
+    return AnswerOrZero([&]() -> Result {
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        return look(world);
+    });
+}
+
+// Calls `visit` for each listed endpoint of that kind, in order, until it returns true.
+template <typename Visit>
+void VisitListed(const World& world, Kind kind, const Visit& visit) {
+    const auto isListed = [](const Endpoint& endpoint) {
+        return endpoint.Integer(kPrivateProperty) == 0 && endpoint.Integer(kOfflineProperty) == 0;
+    };
+    for (const Device* device : world.mSetupDevices) {
+        for (const Entity* entity : device->mEntities) {
+            for (const Endpoint* endpoint :
+                 kind == Kind::kSource ? entity->mSources : entity->mDestinations) {
+                if (isListed(*endpoint) && visit(*endpoint)) {
+                    return;
+                }
+            }
+        }
+    }
+    for (const Endpoint* endpoint : world.mVirtualEndpoints) {
+        if (ObjectRegistry::KindOf(endpoint->mReference) == kind && isListed(*endpoint) &&
+            visit(*endpoint)) {
+            return;
+        }
+    }
+}
+
+ItemCount CountListed(Kind kind) {
+    return LookAt<ItemCount>([kind](const World& world) {
+        ItemCount count = 0;
+        VisitListed(world, kind, [&count](const Endpoint&) {
+            ++count;
+            return false;
+        });
+        return count;
+    });
+}
+
+MIDIEndpointRef ListedAt(Kind kind, ItemCount index) {
+    return LookAt<MIDIEndpointRef>([kind, index](const World& world) {
+        MIDIEndpointRef found = 0;
+        ItemCount count = 0;
+        VisitListed(world, kind, [&](const Endpoint& endpoint) {
+            if (count++ != index) {
+                return false;
+            }
+            found = endpoint.mReference;
+            return true;
+        });
+        return found;
+    });
+}
+
+// The number of an object's parts, and the part at an index, from the vector that `member` names.
+template <typename Type, typename Part>
+ItemCount CountParts(MIDIObjectRef reference, std::vector<Part*> Type::*member) {
+    return LookAt<ItemCount>([&](const World& world) -> ItemCount {
+        const auto* const object = world.Find<Type>(reference);
+        return object == nullptr ? 0 : static_cast<ItemCount>((object->*member).size());
+    });
+}
+
+template <typename Type, typename Part>
+MIDIObjectRef PartAt(MIDIObjectRef reference, std::vector<Part*> Type::*member, ItemCount index) {
+    return LookAt<MIDIObjectRef>([&](const World& world) -> MIDIObjectRef {
+        const auto* const object = world.Find<Type>(reference);
+        if (object == nullptr || index >= (object->*member).size()) {
+            return 0;
+        }
+        return (object->*member)[index]->mReference;
+    });
+}
+
+// The object above an entity or endpoint.
+template <typename Type>
+OSStatus ParentOf(MIDIObjectRef reference, MIDIObjectRef* parent) {
+    if (parent == nullptr) {
+        return paramErr;
+    }
+    *parent = LookAt<MIDIObjectRef>([&](const World& world) -> MIDIObjectRef {
+        const auto* const object = world.Find<Type>(reference);
+        return object == nullptr || object->Parent() == nullptr ? 0 : object->Parent()->mReference;
+    });
+    return *parent == 0 ? OSStatus{kMIDIObjectNotFound} : OSStatus{noErr};
+}
+
+} // namespace
+
+} // namespace CoreMIDI
+
+using namespace CoreMIDI;
+
+ItemCount MIDIGetNumberOfDevices(void) {
+    return LookAt<ItemCount>(
+        [](const World& world) { return static_cast<ItemCount>(world.mSetupDevices.size()); });
+}
+
+MIDIDeviceRef MIDIGetDevice(ItemCount deviceIndex0) {
+    return LookAt<MIDIDeviceRef>([deviceIndex0](const World& world) -> MIDIDeviceRef {
+        return deviceIndex0 < world.mSetupDevices.size()
+                   ? world.mSetupDevices[deviceIndex0]->mReference
+                   : 0;
+    });
+}
+
+ItemCount MIDIGetNumberOfSources(void) {
+    return CountListed(Kind::kSource);
+}
+
+MIDIEndpointRef MIDIGetSource(ItemCount sourceIndex0) {
+    return ListedAt(Kind::kSource, sourceIndex0);
+}
+
+ItemCount MIDIGetNumberOfDestinations(void) {
+    return CountListed(Kind::kDestination);
+}
+
+MIDIEndpointRef MIDIGetDestination(ItemCount destIndex0) {
+    return ListedAt(Kind::kDestination, destIndex0);
+}
+
+ItemCount MIDIDeviceGetNumberOfEntities(MIDIDeviceRef device) {
+    return CountParts(device, &Device::mEntities);
+}
+
+MIDIEntityRef MIDIDeviceGetEntity(MIDIDeviceRef device, ItemCount entityIndex0) {
+    return PartAt(device, &Device::mEntities, entityIndex0);
+}
+
+ItemCount MIDIEntityGetNumberOfSources(MIDIEntityRef entity) {
+    return CountParts(entity, &Entity::mSources);
+}
+
+MIDIEndpointRef MIDIEntityGetSource(MIDIEntityRef entity, ItemCount sourceIndex0) {
+    return PartAt(entity, &Entity::mSources, sourceIndex0);
+}
+
+ItemCount MIDIEntityGetNumberOfDestinations(MIDIEntityRef entity) {
+    return CountParts(entity, &Entity::mDestinations);
+}
+
+MIDIEndpointRef MIDIEntityGetDestination(MIDIEntityRef entity, ItemCount destIndex0) {
+    return PartAt(entity, &Entity::mDestinations, destIndex0);
+}
+
+OSStatus MIDIEntityGetDevice(MIDIEntityRef inEntity, MIDIDeviceRef* outDevice) {
+    return ParentOf<Entity>(inEntity, outDevice);
+}
+
+OSStatus MIDIEndpointGetEntity(MIDIEndpointRef inEndpoint, MIDIEntityRef* outEntity) {
+    return ParentOf<Endpoint>(inEndpoint, outEntity);
+}

@@ -1,0 +1,275 @@
+// The property functions.
+#include "platform/CoreMIDI/src/state/Routing.h"
+#include "platform/CoreMIDI/src/state/SetupFormat.h"
+
+#include <CoreMIDI/MIDIProperties.h>
+
+namespace CoreMIDI {
+
+namespace {
+
+std::string OwnText(const PropertyObject& object, const char* name) {
+    return TextOf(static_cast<CFStringRef>(object.Find(name))).value_or("");
+}
+
+// See kMIDIPropertyDisplayName.
+std::string DisplayNameOf(const PropertyObject& object) {
+    std::string name = OwnText(object, kNameProperty);
+    const auto* const endpoint = dynamic_cast<const Endpoint*>(&object);
+    if (endpoint == nullptr || endpoint->DeviceOrNull() == nullptr) {
+        return name;
+    }
+    std::string device = OwnText(*endpoint->DeviceOrNull(), kNameProperty);
+    if (name.empty()) {
+        return device;
+    }
+    if (device.empty() || name.starts_with(device)) {
+        return name;
+    }
+    return device + " " + name;
+}
+
+CFOwned<CFPropertyListRef> ValueOf(const PropertyObject& object, const std::string& name) {
+    if (name == kUniqueIDProperty) {
+        return CFOwned<CFPropertyListRef>(MakeNumber(object.mUniqueID).Release());
+    }
+    if (name == kDisplayNameProperty) {
+        return CFOwned<CFPropertyListRef>(MakeString(DisplayNameOf(object)).Release());
+    }
+    return CFOwned<CFPropertyListRef>::Retained(object.Find(name));
+}
+
+OSStatus Get(MIDIObjectRef reference, CFStringRef propertyID, PropertyType type,
+             CFOwned<CFPropertyListRef>& value) {
+    const std::optional<std::string> name = TextOf(propertyID);
+    if (!name) {
+        return paramErr;
+    }
+    World& world = World::Get();
+    const std::lock_guard lock(world.mMutex);
+    const auto* const object = world.Find<PropertyObject>(reference);
+    if (object == nullptr) {
+        return kMIDIObjectNotFound;
+    }
+    value = ValueOf(*object, *name);
+    if (!value) {
+        return kMIDIUnknownProperty;
+    }
+    if (TypeOf(value.Get()) != type) {
+        return kMIDIWrongPropertyType;
+    }
+    return noErr;
+}
+
+// Gets a value that is an object; the caller of the interface function owns it.
+template <typename Reference>
+OSStatus GetObject(MIDIObjectRef reference, CFStringRef propertyID, PropertyType type,
+                   Reference* out) {
+    return Answer([&]() -> OSStatus {
+        if (out == nullptr) {
+            return paramErr;
+        }
+        CFOwned<CFPropertyListRef> value;
+        const OSStatus status = Get(reference, propertyID, type, value);
+        if (status == noErr) {
+            *out = static_cast<Reference>(value.Release());
+        }
+        return status;
+    });
+}
+
+OSStatus SetUniqueID(Change& change, PropertyObject& object, SInt32 value) {
+    if (value == kMIDIInvalidUniqueID) {
+        return kMIDINotPermitted;
+    }
+    if (!World::Get().SetUniqueID(object, value)) {
+        return kMIDIIDNotUnique;
+    }
+    change.NotifyProperty(object, kUniqueIDProperty);
+    change.SetupChanged(object);
+    return noErr;
+}
+
+// What follows from a property's change.
+void PropertyChanged(Change& change, const PropertyObject& object, const std::string& name) {
+    if (name == kAdvanceScheduleTimeProperty) {
+        UpdateRoutes(object);
+    }
+    change.NotifyProperty(object, name);
+    if (RuleOf(name).mIsSaved) {
+        change.SetupChanged(object);
+    }
+}
+
+OSStatus Set(MIDIObjectRef reference, CFStringRef propertyID, CFOwned<CFPropertyListRef> value) {
+    std::optional<std::string> name = TextOf(propertyID);
+    if (!name || !IsName(propertyID) || !value) {
+        return paramErr;
+    }
+    if (!CFPropertyListIsValid(value.Get(), kCFPropertyListXMLFormat_v1_0)) {
+        return kMIDIWrongPropertyType;
+    }
+    const std::optional<PropertyType> type = TypeOf(value.Get());
+    // Declared before the lock: what is replaced is released after it.
+    CFOwned<CFPropertyListRef> replaced;
+    Change change;
+    auto* const object = World::Get().Find<PropertyObject>(reference);
+    if (object == nullptr) {
+        return kMIDIObjectNotFound;
+    }
+    const PropertyRule& rule = RuleOf(*name);
+    if (!type || (rule.mType && rule.mType != type)) {
+        return kMIDIWrongPropertyType;
+    }
+    if (!rule.mIsSettable) {
+        return kMIDINotPermitted;
+    }
+    if (*name == kUniqueIDProperty) {
+        return SetUniqueID(change, *object, *NumberOf(value.Get()));
+    }
+    if (*name == kDisplayNameProperty) {
+        name = kNameProperty;
+    }
+    CFOwned<CFPropertyListRef>& place = object->mProperties[*name];
+    replaced = std::move(place);
+    place = std::move(value);
+    PropertyChanged(change, *object, *name);
+    return noErr;
+}
+
+} // namespace
+
+} // namespace CoreMIDI
+
+using namespace CoreMIDI;
+
+OSStatus MIDIObjectGetIntegerProperty(MIDIObjectRef obj, CFStringRef propertyID, SInt32* outValue) {
+    return Answer([&]() -> OSStatus {
+        if (outValue == nullptr) {
+            return paramErr;
+        }
+        CFOwned<CFPropertyListRef> value;
+        const OSStatus status = Get(obj, propertyID, PropertyType::kInteger, value);
+        if (status == noErr) {
+            *outValue = *NumberOf(value.Get());
+        }
+        return status;
+    });
+}
+
+OSStatus MIDIObjectSetIntegerProperty(MIDIObjectRef obj, CFStringRef propertyID, SInt32 value) {
+    return Answer([&] {
+        return Set(obj, propertyID, CFOwned<CFPropertyListRef>(MakeNumber(value).Release()));
+    });
+}
+
+OSStatus MIDIObjectGetStringProperty(MIDIObjectRef obj, CFStringRef propertyID, CFStringRef* str) {
+    return GetObject(obj, propertyID, PropertyType::kString, str);
+}
+
+OSStatus MIDIObjectSetStringProperty(MIDIObjectRef obj, CFStringRef propertyID, CFStringRef str) {
+    return Answer([&]() -> OSStatus {
+        if (!IsString(str)) {
+            return paramErr;
+        }
+        return Set(obj, propertyID, CFOwned<CFPropertyListRef>::Retained(str));
+    });
+}
+
+OSStatus MIDIObjectGetDataProperty(MIDIObjectRef obj, CFStringRef propertyID, CFDataRef* outData) {
+    return GetObject(obj, propertyID, PropertyType::kData, outData);
+}
+
+OSStatus MIDIObjectSetDataProperty(MIDIObjectRef obj, CFStringRef propertyID, CFDataRef data) {
+    return Answer([&]() -> OSStatus {
+        if (data == nullptr || CFGetTypeID(data) != CFDataGetTypeID()) {
+            return paramErr;
+        }
+        // A copy: the caller's may be mutable.
+        return Set(obj, propertyID, CFOwned<CFPropertyListRef>(CFDataCreateCopy(nullptr, data)));
+    });
+}
+
+OSStatus MIDIObjectGetDictionaryProperty(MIDIObjectRef obj, CFStringRef propertyID,
+                                         CFDictionaryRef* outDict) {
+    return GetObject(obj, propertyID, PropertyType::kDictionary, outDict);
+}
+
+OSStatus MIDIObjectSetDictionaryProperty(MIDIObjectRef obj, CFStringRef propertyID,
+                                         CFDictionaryRef dict) {
+    return Answer([&]() -> OSStatus {
+        if (dict == nullptr || CFGetTypeID(dict) != CFDictionaryGetTypeID()) {
+            return paramErr;
+        }
+        CFOwned<CFPropertyListRef> copy(
+            CFPropertyListCreateDeepCopy(nullptr, dict, kCFPropertyListImmutable));
+        if (!copy) {
+            return kMIDIWrongPropertyType;
+        }
+        return Set(obj, propertyID, std::move(copy));
+    });
+}
+
+OSStatus MIDIObjectRemoveProperty(MIDIObjectRef obj, CFStringRef propertyID) {
+    return Answer([&]() -> OSStatus {
+        const std::optional<std::string> name = TextOf(propertyID);
+        if (!name) {
+            return paramErr;
+        }
+        Change change;
+        auto* const object = World::Get().Find<PropertyObject>(obj);
+        if (object == nullptr) {
+            return kMIDIObjectNotFound;
+        }
+        if (*name == kUniqueIDProperty || *name == kDisplayNameProperty ||
+            !RuleOf(*name).mIsSettable) {
+            return kMIDINotPermitted;
+        }
+        if (object->mProperties.erase(*name) == 0) {
+            return kMIDIUnknownProperty;
+        }
+        PropertyChanged(change, *object, *name);
+        return noErr;
+    });
+}
+
+OSStatus MIDIObjectGetProperties(MIDIObjectRef obj, CFPropertyListRef* outProperties,
+                                 Boolean deep) {
+    return Answer([&]() -> OSStatus {
+        if (outProperties == nullptr) {
+            return paramErr;
+        }
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        const auto* const object = world.Find<PropertyObject>(obj);
+        if (object == nullptr) {
+            return kMIDIObjectNotFound;
+        }
+        *outProperties = PropertiesOf(*object, deep != 0).Release();
+        return noErr;
+    });
+}
+
+OSStatus MIDIObjectFindByUniqueID(MIDIUniqueID inUniqueID, MIDIObjectRef* outObject,
+                                  MIDIObjectType* outObjectType) {
+    return Answer([&]() -> OSStatus {
+        if (outObject == nullptr) {
+            return paramErr;
+        }
+        *outObject = 0;
+        if (outObjectType != nullptr) {
+            *outObjectType = kMIDIObjectType_Other;
+        }
+        World& world = World::Get();
+        const std::lock_guard lock(world.mMutex);
+        const auto found = world.mUniqueIDs.find(inUniqueID);
+        if (found == world.mUniqueIDs.end()) {
+            return kMIDIObjectNotFound;
+        }
+        *outObject = found->second->mReference;
+        if (outObjectType != nullptr) {
+            *outObjectType = TypeOf(*outObject);
+        }
+        return noErr;
+    });
+}

@@ -1,0 +1,162 @@
+// The way of packets: MIDISend, MIDIReceived and MIDIFlushOutput.
+#include "platform/CoreMIDI/src/base/HostTime.h"
+#include "platform/CoreMIDI/src/interface/PacketList.h"
+#include "platform/CoreMIDI/src/state/DriverIO.h"
+#include "platform/CoreMIDI/src/state/World.h"
+#include "platform/support/PacketListBuilder.h"
+
+#include <CoreMIDI/MIDIServices.h>
+
+#include <utility>
+
+namespace CoreMIDI {
+
+namespace {
+
+// Why a reference is not that of an endpoint of the right kind.
+OSStatus EndpointError(const World& world, MIDIEndpointRef endpoint, Kind otherKind) {
+    return world.mObjects.IsLive(endpoint, otherKind) ? kMIDIWrongEndpointType
+                                                      : kMIDIUnknownEndpoint;
+}
+
+bool HasPacketAfter(const MIDIPacketList* list, std::size_t bytes, MIDITimeStamp now) {
+    bool has = false;
+    ForEachPacket(list, bytes,
+                  [&](const MIDIPacket* packet) { has = has || PacketTime(packet) > now; });
+    return has;
+}
+
+void Append(PacketListBuilder& builder, const MIDIPacket* packet) {
+    builder.Add({PacketData(packet), PacketLength(packet)}, PacketTime(packet));
+}
+
+OSStatus SendDue(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* list,
+                 std::size_t bytes) {
+    if (target->mReceiver != nullptr) {
+        target->mReceiver->Deliver(list);
+        return noErr;
+    }
+    if (!DriverIO::Get().Submit(target, list, bytes, {})) {
+        return kMIDIMessageSendErr;
+    }
+    return noErr;
+}
+
+// Sends a list of which some packets have to wait.
+OSStatus SendSplit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* list,
+                   std::size_t bytes, MIDITimeStamp now) {
+    PacketListBuilder due;
+    std::vector<LaterList> later;
+    ForEachPacket(list, bytes, [&](const MIDIPacket* packet) {
+        const MIDITimeStamp time = PacketTime(packet);
+        if (time <= now) {
+            Append(due, packet);
+        } else {
+            // Neighbours of the same time stay together.
+            if (later.empty() || later.back().mTime != time) {
+                later.push_back({time, {}});
+            }
+            Append(later.back().mList, packet);
+        }
+    });
+    const MIDIPacketList* const dueList = due.Empty() ? nullptr : due.List();
+    const bool isDriver = target->mDriver != nullptr;
+    if (!DriverIO::Get().Submit(target, isDriver ? dueList : nullptr, due.ByteSize(),
+                                std::move(later))) {
+        return kMIDIMessageSendErr;
+    }
+    if (!isDriver && dueList != nullptr) {
+        target->mReceiver->Deliver(dueList);
+    }
+    return noErr;
+}
+
+} // namespace
+
+} // namespace CoreMIDI
+
+using namespace CoreMIDI;
+
+OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef dest, const MIDIPacketList* pktlist) {
+    return Answer([&]() -> OSStatus {
+        const World& world = World::Get();
+        if (pktlist == nullptr) {
+            return paramErr;
+        }
+        if (!world.mObjects.IsLive(port, Kind::kOutputPort)) {
+            return kMIDIInvalidPort;
+        }
+        if (ObjectRegistry::KindOf(dest) != Kind::kDestination) {
+            return EndpointError(world, dest, Kind::kSource);
+        }
+        std::shared_ptr<const OutputTarget> target;
+        {
+            const ObjectRegistry::Reader route(world.mObjects, dest);
+            if (route.Get() == nullptr) {
+                return kMIDIUnknownEndpoint;
+            }
+            target = route.Get()->mTarget;
+        }
+        const std::size_t bytes = ListBytes(pktlist);
+        if (target == nullptr || bytes == 0) {
+            return kMIDIMessageSendErr;
+        }
+        if (PacketCount(pktlist) == 0) {
+            return noErr;
+        }
+        const MIDITimeStamp now = HostTimeNow();
+        const bool mustWait = !target->mSchedulesItself && HasPacketAfter(pktlist, bytes, now);
+        return mustWait ? SendSplit(target, pktlist, bytes, now) : SendDue(target, pktlist, bytes);
+    });
+}
+
+OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* pktlist) {
+    const World& world = World::Get();
+    if (pktlist == nullptr) {
+        return paramErr;
+    }
+    if (ObjectRegistry::KindOf(src) != Kind::kSource) {
+        return EndpointError(world, src, Kind::kDestination);
+    }
+    const ObjectRegistry::Reader route(world.mObjects, src);
+    if (route.Get() == nullptr) {
+        return kMIDIUnknownEndpoint;
+    }
+    if (PacketCount(pktlist) != 0) {
+        for (const std::shared_ptr<Connection>& connection : route.Get()->mConnections) {
+            connection->Deliver(pktlist);
+        }
+    }
+    return noErr;
+}
+
+OSStatus MIDIFlushOutput(MIDIEndpointRef dest) {
+    return Answer([&]() -> OSStatus {
+        World& world = World::Get();
+        std::vector<std::shared_ptr<const OutputTarget>> flushed;
+        {
+            const std::lock_guard lock(world.mMutex);
+            if (dest != 0) {
+                OSStatus status = noErr;
+                if (world.FindEndpoint(dest, Kind::kDestination, status) == nullptr) {
+                    return status;
+                }
+                const ObjectRegistry::Reader route(world.mObjects, dest);
+                flushed.push_back(route.Get()->mTarget);
+            } else {
+                for (const std::shared_ptr<DriverOutput>& driver : world.mDrivers) {
+                    auto everything = std::make_shared<OutputTarget>();
+                    everything->mDriver = driver;
+                    flushed.push_back(std::move(everything));
+                }
+            }
+        }
+        DriverIO::Get().DropWaiting(dest);
+        for (const std::shared_ptr<const OutputTarget>& target : flushed) {
+            if (target != nullptr && target->mDriver != nullptr) {
+                DriverIO::Get().PostFlush(target);
+            }
+        }
+        return noErr;
+    });
+}

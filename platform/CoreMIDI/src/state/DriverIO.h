@@ -1,0 +1,118 @@
+#pragma once
+
+#include "platform/CoreMIDI/src/base/Route.h"
+#include "platform/support/CFOwned.h"
+#include "platform/support/PacketListBuilder.h"
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace CoreMIDI {
+
+// A driver that is attached.
+struct DriverOutput {
+    MIDIDriverRef mDriver = nullptr;
+    std::string mIdentity;
+    // Under the lock of DriverIO.
+    bool mIsAttached = true;
+    std::size_t mPending = 0; // calls that are queued or in progress
+};
+
+// The bytes of a packet list.
+using ListBuffer = std::vector<Byte>;
+
+// A list whose time is still to come.
+struct LaterList {
+    MIDITimeStamp mTime;
+    PacketListBuilder mList;
+};
+
+// The driver I/O thread: the only one that calls `Send`, `EnableSource` and `Flush` of drivers, and
+// the one that hands over packets which had to wait for their time.
+//
+// What is due is queued, 65536 bytes of packet lists at most; what is to wait is kept apart by
+// time, 1 MiB at most. What is handed over next is what became due first: a queued list at the time
+// when it was queued. The thread is started when it is first needed and lives as long as the
+// process; it waits in its run loop.
+//
+// Any thread; functions block and allocate only as stated.
+class DriverIO {
+public:
+    static DriverIO& Get();
+
+    // Starts the thread, if need be, and waits for that. False when it cannot be started.
+    bool Start();
+    bool IsThisThread() const;
+    // The thread's run loop; null when it cannot be started.
+    CFRunLoopRef Loop();
+
+    // Queues a list (null: none) for a driver's destination, and lists that have to wait for any
+    // destination; all or nothing. Blocks while the queue is full, but fails on the thread itself.
+    // False: not attached, no room, or no thread.
+    bool Submit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* due,
+                std::size_t dueBytes, std::vector<LaterList> later);
+    // Drops what waits for its time, for one endpoint or, for 0, all.
+    void DropWaiting(MIDIEndpointRef endpoint);
+
+    // Queue a call of the driver's function. Never block; nothing happens if it is not attached.
+    void PostEnableSource(const std::shared_ptr<DriverOutput>& driver, MIDIEndpointRef source,
+                          bool isEnabled);
+    void PostFlush(const std::shared_ptr<const OutputTarget>& target);
+
+    // Refuses all that comes for the driver from now on, drops what waits for its time, and blocks
+    // until the driver has taken the rest. Not on the thread itself.
+    void Detach(const std::shared_ptr<DriverOutput>& driver);
+
+private:
+    enum class Task { kPackets, kEnableSource, kDisableSource, kFlush };
+
+    struct Item {
+        Task mTask = Task::kPackets;
+        std::shared_ptr<const OutputTarget> mTarget; // of packets and flushes
+        std::shared_ptr<DriverOutput> mDriver;       // of the other tasks, and null otherwise
+        MIDIEndpointRef mSource = 0;
+        MIDITimeStamp mDue = 0;
+        ListBuffer mList;
+
+        DriverOutput* Driver() const;
+    };
+
+    static constexpr std::size_t kQueueBytes = 65536;
+    static constexpr std::size_t kWaitingBytes = std::size_t{1} << 20;
+    static constexpr std::size_t kSpareBuffers = 64;
+
+    void Run();
+    // Takes the next item that is due. False, with the time until one is, when there is none.
+    bool TakeNext(Item& item, CFTimeInterval& secondsToNext);
+    static void Perform(const Item& item);
+    void Finish(Item& item);
+    void Post(Item item);
+
+    // The following are called under mMutex.
+    void QueueLocked(Item item);
+    // isToBeDropped: bool (const OutputTarget&).
+    template <typename Predicate>
+    void DropWaitingLocked(const Predicate& isToBeDropped);
+    void WakeLocked();
+
+    std::mutex mMutex;
+    std::condition_variable mChanged; // room in the queue, a driver's item done, the thread started
+    // Under mMutex.
+    enum class ThreadState { kNone, kStarting, kRunning } mThreadState = ThreadState::kNone;
+    CFRunLoopRef mLoop = nullptr;
+    CFRunLoopSourceRef mWakeSource = nullptr;
+    bool mIsAwake = false; // looks at the queue before it sleeps
+    std::deque<Item> mQueue;
+    std::multimap<MIDITimeStamp, Item> mWaiting;
+    std::size_t mQueuedBytes = 0; // of lists queued or being handed over
+    std::size_t mWaitingBytes = 0;
+    std::vector<ListBuffer> mSpare; // buffers to be used again
+};
+
+} // namespace CoreMIDI

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "platform/CoreMIDI/src/state/ObjectRegistry.h"
+#include "platform/CoreMIDI/src/state/Objects.h"
+#include "platform/CoreMIDI/src/state/SetupStore.h"
+
+#include <exception>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <new>
+#include <random>
+#include <type_traits>
+#include <vector>
+
+namespace CoreMIDI {
+
+// All that there is, one for the process. Never destroyed: threads of clients and of the library
+// may still be at work while the process ends.
+//
+// Public fields are under `mMutex`, except for what ObjectRegistry allows without it.
+class World {
+public:
+    static World& Get();
+
+    // The object of that reference if it is of the type; null otherwise.
+    template <typename Type>
+    Type* Find(MIDIObjectRef reference) const {
+        return dynamic_cast<Type*>(mObjects.Find(reference));
+    }
+    Port* FindPort(MIDIPortRef reference, Kind kind) const {
+        return ObjectRegistry::KindOf(reference) == kind ? Find<Port>(reference) : nullptr;
+    }
+    // An endpoint of that kind; the status says what is wrong when it is null.
+    Endpoint* FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& status) const;
+
+    // Makes an object and gives it a reference and, if it is one with properties, a unique ID.
+    template <typename Type>
+    Type& Add(Kind kind) {
+        auto object = std::make_unique<Type>();
+        Type& added = *object;
+        mObjects.Add(kind, std::move(object));
+        if constexpr (std::is_base_of_v<PropertyObject, Type>) {
+            AssignUniqueID(added);
+        }
+        return added;
+    }
+    // Takes the object out of the registry and of the unique IDs.
+    void Remove(Object& object);
+
+    // False when another object has the ID.
+    bool SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID);
+    // Another object that has the ID gets a new one.
+    void TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID);
+
+    std::mutex mMutex;
+    ObjectRegistry mObjects;
+    std::map<MIDIUniqueID, PropertyObject*> mUniqueIDs;
+    std::vector<Device*> mSetupDevices;
+    std::vector<Endpoint*> mVirtualEndpoints;
+    std::vector<std::shared_ptr<DriverOutput>> mDrivers;
+    std::vector<Client*> mClients;
+    SetupStore mSetup;
+
+private:
+    World() = default;
+    void AssignUniqueID(PropertyObject& object);
+
+    std::random_device mRandom;
+};
+
+// What a reference names, as notifications and searches tell it.
+MIDIObjectType TypeOf(MIDIObjectRef reference);
+
+// Runs the body of an interface function: no exception gets into the C code that called it.
+template <typename Body>
+OSStatus Answer(const Body& body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return memFullErr;
+    } catch (const std::exception&) {
+        return kMIDIServerStartErr;
+    }
+}
+
+// The same for a function that gives a number or reference, 0 on failure.
+template <typename Body>
+auto AnswerOrZero(const Body& body) noexcept -> decltype(body()) {
+    try {
+        return body();
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+} // namespace CoreMIDI

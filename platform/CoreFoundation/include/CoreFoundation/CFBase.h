@@ -101,7 +101,8 @@ CF_EXPORT CFStringRef CFCopyTypeIDDescription(CFTypeID type_id);
 // Whether both are of one type and of equal value; a reference equals itself and null equals null.
 // Containers that are nested more than 512 deep are compared as references below that.
 CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
-// Equal objects have equal hashes. 0 for null.
+// Equal objects have equal hashes within one process; from one process to the next a hash of text
+// or bytes is another. 0 for null.
 CF_EXPORT CFHashCode CFHash(CFTypeRef cf);
 
 // A text for people: the string itself, the number's digits, a container's values (nothing below 64

@@ -6,6 +6,7 @@
 #include <CoreFoundation/CFString.h>
 
 #include <cxxabi.h>
+#include <sys/random.h>
 
 #include <array>
 #include <cstdio>
@@ -71,6 +72,17 @@ bool CFRuntimeIsArgument(CFTypeRef reference, CFTypeID type, const char* argumen
     }
     CFRuntimeRefuse(reference, TypeName(type), argument, function);
     return false;
+}
+
+uint64_t CFRuntimeHashPoint() noexcept {
+    static const uint64_t point = [] {
+        uint32_t bits = 0;
+        if (getrandom(&bits, sizeof bits, 0) != sizeof bits) {
+            bits = 0x1B873593; // no secret, but a hash
+        }
+        return (bits >> 1U) | 1U;
+    }();
+    return point;
 }
 
 CFTypeID CFRuntimeRegisterType(const char* name) {

@@ -179,14 +179,21 @@ inline bool CFRuntimeIsOptionalArgument(CFTypeRef reference, CFTypeID type, cons
     return reference == nullptr || CFRuntimeIsArgument(reference, type, argument, function);
 }
 
-// A hash over bytes or units: FNV-1a, 32 bits.
+// The point at which CFRuntimeHash takes its polynomials: drawn once for the process.
+uint64_t CFRuntimeHashPoint() noexcept;
+
+// A hash over bytes or units: the polynomial that has them as its coefficients, at a secret point
+// of the field of 2^31 - 1 elements. Two sequences of n units agree at n points at most, so nobody
+// who does not know the point can fill a file with keys that collide.
 template <typename Units>
 CFHashCode CFRuntimeHash(const Units& units) {
-    uint32_t hash = 2166136261U;
+    constexpr uint64_t kElements = (uint64_t{1} << 31U) - 1;
+    const uint64_t point = CFRuntimeHashPoint();
+    uint64_t hash = 1; // so that zeros in front count
     for (const auto unit : units) {
-        hash = (hash ^ unit) * 16777619U;
+        hash = (hash * point + static_cast<uint64_t>(unit)) % kElements;
     }
-    return hash;
+    return static_cast<CFHashCode>(hash);
 }
 
 // Whether objects may be made with the allocator.

@@ -56,12 +56,7 @@ bool __CFString::Equals(const CFRuntimeObject& other) const {
 }
 
 CFHashCode __CFString::Hash() const {
-    // FNV-1a over the units.
-    uint32_t hash = 2166136261U;
-    for (size_t i = 0; i < Size(); ++i) {
-        hash = (hash ^ At(i)) * 16777619U;
-    }
-    return hash;
+    return mWide.empty() ? CFRuntimeHash(mNarrow) : CFRuntimeHash(mWide);
 }
 
 std::u16string __CFString::Description(unsigned /*depth*/) const {

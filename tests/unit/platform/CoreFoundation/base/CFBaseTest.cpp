@@ -4,8 +4,11 @@
 
 #include <CoreFoundation/CFRuntimeHost.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <thread>
 
@@ -32,6 +35,23 @@ TEST(CFBase, PassesNullOver) {
     EXPECT_TRUE(CFEqual(nullptr, nullptr));
     EXPECT_FALSE(CFEqual(nullptr, kCFBooleanTrue));
     EXPECT_FALSE(CFEqual(kCFBooleanTrue, nullptr));
+}
+
+// Else a file could be made whose keys all have one hash, and reading it would take hours.
+TEST(CFBase, HashesTextAndBytesDifferentlyInEachProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // which starts the program anew
+    const UInt8 bytes[] = {1, 2, 3, 4};
+    const CFHandle<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
+    for (const CFTypeRef object : {CFTypeRef{CFSTR("text")}, CFTypeRef{data.Get()}}) {
+        const std::string own = "hash " + std::to_string(CFHash(object)) + ".";
+        EXPECT_EXIT(
+            {
+                std::fprintf(stderr, "hash %lu.", CFHash(object));
+                std::_Exit(0);
+            },
+            testing::ExitedWithCode(0),
+            testing::AllOf(testing::HasSubstr("hash "), testing::Not(testing::HasSubstr(own))));
+    }
 }
 
 TEST(CFBase, KeepsConstantsForEver) {

@@ -84,7 +84,7 @@ TEST_P(NyWorkQueueRandomTest, EveryCommandRunsOnceOrIsCancelledAndEveryWaiterIsR
     Ledger ledger;
     std::mutex commandsMutex;
     std::vector<std::unique_ptr<Record>> records;
-    // Of every second command or so: the queue ends those that it has to itself in another way.
+    // About every second command; the others belong to the queue alone, which then destroys them.
     std::vector<boost::shared_ptr<NyWorkQueue::CCommand>> kept;
     std::atomic<int> highestHandle{0};
     std::atomic<bool> producing{true};

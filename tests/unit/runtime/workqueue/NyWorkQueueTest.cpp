@@ -533,10 +533,10 @@ TEST(NyWorkQueueTest, ACommandThatNobodyWaitedForIsDoneAllTheSame) {
     queue.ProcessCommands();
 }
 
-// Three commands that the consumer takes over together; the first waits until it may go on.
-class TakenOver {
+// A batch of three commands that the consumer is running; the first waits until it may go on.
+class RunningBatch {
 public:
-    TakenOver() {
+    RunningBatch() {
         mQueue->Pause(NyWorkQueue::kPauseNow);
         Adopt(*mQueue, MakeCommand([this](TestCommand&) {
             mStarted.Open();
@@ -549,7 +549,7 @@ public:
         mQueue->Resume();
         mStarted.Wait();
     }
-    ~TakenOver() { mGoOn.Open(); }
+    ~RunningBatch() { mGoOn.Open(); }
 
     Gate mStarted;
     Gate mGoOn;
@@ -559,36 +559,36 @@ public:
 };
 
 TEST(NyWorkQueueTest, ACommandBehindTheRunningOneOfABatchCanStillBeCancelled) {
-    TakenOver taken;
-    EXPECT_EQ(taken.mQueue->CancelCommand(taken.mHandles[0], nullptr, NyWorkQueue::kWait), 4);
-    taken.mGoOn.Open();
-    taken.mQueue->WaitOnCommand(taken.mHandles[1], nullptr, NyWorkQueue::kWait);
-    EXPECT_EQ(taken.mBehind[0]->mRuns, 0);
-    EXPECT_EQ(taken.mBehind[1]->mRuns, 1);
+    RunningBatch batch;
+    EXPECT_EQ(batch.mQueue->CancelCommand(batch.mHandles[0], nullptr, NyWorkQueue::kWait), 4);
+    batch.mGoOn.Open();
+    batch.mQueue->WaitOnCommand(batch.mHandles[1], nullptr, NyWorkQueue::kWait);
+    EXPECT_EQ(batch.mBehind[0]->mRuns, 0);
+    EXPECT_EQ(batch.mBehind[1]->mRuns, 1);
 }
 
 TEST(NyWorkQueueTest, StoppingNowReleasesWhatIsBehindTheRunningCommandAtOnce) {
-    TakenOver taken;
-    EXPECT_EQ(taken.mBehind[0].use_count(), 2);
-    EXPECT_EQ(taken.mQueue->Stop(NyWorkQueue::kStopNow, false), 0);
-    EXPECT_EQ(taken.mBehind[0].use_count(), 1);
-    EXPECT_EQ(taken.mBehind[1].use_count(), 1);
-    taken.mGoOn.Open();
-    taken.mQueue.Join();
-    EXPECT_EQ(taken.mBehind[0]->mRuns + taken.mBehind[1]->mRuns, 0);
+    RunningBatch batch;
+    EXPECT_EQ(batch.mBehind[0].use_count(), 2);
+    EXPECT_EQ(batch.mQueue->Stop(NyWorkQueue::kStopNow, false), 0);
+    EXPECT_EQ(batch.mBehind[0].use_count(), 1);
+    EXPECT_EQ(batch.mBehind[1].use_count(), 1);
+    batch.mGoOn.Open();
+    batch.mQueue.Join();
+    EXPECT_EQ(batch.mBehind[0]->mRuns + batch.mBehind[1]->mRuns, 0);
 }
 
 TEST(NyWorkQueueTest, TheRunningCommandOfABatchIsFoundAndWaitedForThoughOnlyTheQueueHasIt) {
-    TakenOver taken;
+    RunningBatch batch;
     std::atomic<bool> waited{false};
     std::thread waiter([&] {
-        EXPECT_EQ(taken.mQueue->WaitOnCommand(0, nullptr, NyWorkQueue::kWait), 0);
+        EXPECT_EQ(batch.mQueue->WaitOnCommand(0, nullptr, NyWorkQueue::kWait), 0);
         waited = true;
     });
-    EXPECT_EQ(taken.mQueue->CancelCommand(0, nullptr, NyWorkQueue::kNoWait), 0) << "found";
+    EXPECT_EQ(batch.mQueue->CancelCommand(0, nullptr, NyWorkQueue::kNoWait), 0) << "found";
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(waited);
-    taken.mGoOn.Open();
+    batch.mGoOn.Open();
     waiter.join();
 }
 
@@ -648,10 +648,9 @@ TEST(NyWorkQueueTest, WhatIsBehindACommandOfABatchThatFailsStaysPending) {
     EXPECT_EQ(next->mRuns, 1);
 }
 
-TEST(NyWorkQueueTest, NoCommandIsForgottenWhenABatchIsTakenBackBetweenItsCommands) {
+TEST(NyWorkQueueTest, NoCommandIsForgottenWhileOthersLookForCommandsAllTheTime) {
     ThreadQueue queue;
     std::atomic<bool> stop{false};
-    // Whoever looks for a command takes the batch back; these do little else.
     std::vector<std::thread> lookers;
     for (int i = 0; i < 3; ++i) {
         lookers.emplace_back([&queue, &stop] {

@@ -5,25 +5,25 @@
 #include <cstddef>
 #include <optional>
 
-/// A list of 32-bit values that one thread at a time changes while any thread reads it.
-///
-/// It stands where a vector would, because the host's sending thread and the worker's thread look
-/// endpoints up while a further Start empties and refills the lists. A vector's storage could move
-/// or go away under them; here it is fixed and every access is atomic. A reader sees each entry
-/// either as it was before the change or after it, which is all that the packet paths need: they
-/// take one entry per message, and an endpoint of an earlier start stays a valid one.
-///
-/// No call blocks, allocates or throws. Trivially destructible, so that a global list may be read
-/// until the process is gone.
+// A list of 32-bit values that one thread at a time changes while any thread reads it.
+//
+// It stands where a vector would, because the host's sending thread and the worker's thread look
+// endpoints up while a further Start empties and refills the lists. A vector's storage could move
+// or go away under them; here it is fixed and every access is atomic. A reader sees each entry
+// either as it was before the change or after it, which is all that the packet paths need: they
+// take one entry per message, and an endpoint of an earlier start stays a valid one.
+//
+// No call blocks, allocates or throws. Trivially destructible, so that a global list may be read
+// until the process is gone.
 template <typename T, std::size_t Capacity>
 class AtomicList {
 public:
     static_assert(std::atomic<T>::is_always_lock_free);
 
-    /// Any thread.
+    // Any thread.
     std::size_t Size() const { return mSize.load(std::memory_order_acquire); }
 
-    /// The entry, or nothing when `index` is not below the size. Any thread.
+    // The entry, or nothing when `index` is not below the size. Any thread.
     std::optional<T> At(std::size_t index) const {
         // Acquire pairs with the release in Append: who sees the size sees the entries below it.
         if (index >= Size()) {
@@ -32,7 +32,7 @@ public:
         return mEntries[index].load(std::memory_order_relaxed);
     }
 
-    /// The changing thread. False, and nothing is changed, when the list is full.
+    // The changing thread. False, and nothing is changed, when the list is full.
     bool Append(T value) {
         const std::size_t size = mSize.load(std::memory_order_relaxed);
         if (size == Capacity) {
@@ -43,7 +43,7 @@ public:
         return true;
     }
 
-    /// The changing thread.
+    // The changing thread.
     void Clear() { mSize.store(0, std::memory_order_release); }
 
 private:

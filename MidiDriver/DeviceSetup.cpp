@@ -19,7 +19,7 @@ unsigned int PortCount() {
     return configured == 0 || configured > kMaxPorts ? kDefaultPorts : configured;
 }
 
-/// True when the device of the last run is taken over as it is.
+// True when the device of the last run is taken over as it is.
 bool ReuseDevice(MIDIPlugin& plugin, MIDIDeviceListRef devices, unsigned int numPorts) {
     const ItemCount count = MIDIDeviceListGetNumberOfDevices(devices);
     if (count > 0) {
@@ -53,7 +53,7 @@ void CreateDevice(MIDIDriverRef self, MIDIPlugin& plugin, unsigned int numPorts)
     ThrowIfError(MIDISetupAddDevice(device));
 }
 
-/// Binds each destination to its port index and notes each source.
+// Binds each destination to its port index and notes each source.
 void CollectEndpoints(MIDIDriverRef self, MIDIPlugin& plugin, MIDIDeviceRef device) {
     plugin.portSources.Clear();
     const ItemCount count = MIDIDeviceGetNumberOfEntities(device);
@@ -93,8 +93,8 @@ void CreateVirtualSources(MIDIPlugin& plugin, unsigned int numPorts) {
     }
 }
 
-/// Leaves off quietly where something cannot be made. A further start adds the source that is there
-/// to the current run loop.
+// Leaves off quietly where something cannot be made. A further start adds the source that is there
+// to the current run loop.
 void OpenMessagePort(MIDIPlugin& plugin) {
     if (plugin.messagePort == nullptr) {
         CFMessagePortContext context{};

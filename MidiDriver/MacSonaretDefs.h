@@ -2,9 +2,9 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-/// Keys of the control-surface system's preferences, shared by its programs. The driver itself
-/// reads kAppInfoArrayKey and, in each of that array's dictionaries, kMIDIPortKey and kProtocolKey.
-/// Constant strings: never to be released.
+// Keys of the control-surface system's preferences, shared by its programs. The driver itself
+// reads kAppInfoArrayKey and, in each of that array's dictionaries, kMIDIPortKey and kProtocolKey.
+// Constant strings: never to be released.
 namespace MacSonaretDefs {
 
 extern const CFStringRef kAutoLaunchKey;
@@ -14,14 +14,14 @@ extern const CFStringRef kNetworkInterfaceKey;
 extern const CFStringRef kLaunchStatusKey;
 extern const CFStringRef kTotalNumMIDIPortsKey;
 extern const CFStringRef kLastLaunchConfigKey;
-extern const CFStringRef kMIDIPortKey; ///< a string: first and last port, 1-based, "5-8"
-extern const CFStringRef kProtocolKey; ///< a string: "HUI" or "MackieControl"
+extern const CFStringRef kMIDIPortKey; // a string: first and last port, 1-based, "5-8"
+extern const CFStringRef kProtocolKey; // a string: "HUI" or "MackieControl"
 extern const CFStringRef kAppPathKey;
 extern const CFStringRef kAppIdentifierKey;
 extern const CFStringRef kAppNameKey;
-extern const CFStringRef kAppInfoArrayKey; ///< an array of dictionaries, one per application
+extern const CFStringRef kAppInfoArrayKey; // an array of dictionaries, one per application
 
-/// The application identifier under which the preferences are kept.
+// The application identifier under which the preferences are kept.
 extern const CFStringRef kPrefsIdentifier;
 
 } // namespace MacSonaretDefs

@@ -24,7 +24,7 @@ constexpr std::array<PortBlock, 8> kPortBlocks{{
     {"29-32", 32},
 }};
 
-/// The value as what it should be, null when it is missing or of another type.
+// The value as what it should be, null when it is missing or of another type.
 template <typename Reference>
 Reference Checked(CFTypeRef value, CFTypeID type) {
     return value != nullptr && CFGetTypeID(value) == type ? static_cast<Reference>(value) : nullptr;
@@ -61,7 +61,7 @@ unsigned int LastPortOfBlock(std::string_view name) {
     return block == kPortBlocks.end() ? 0 : block->lastPort;
 }
 
-/// False when `bounds` is no range of ports.
+// False when `bounds` is no range of ports.
 bool CopyProtocolToRange(CFTypeRef protocol, CFArrayRef bounds,
                          std::vector<CFStringRef>& protocols) {
     if (CFArrayGetCount(bounds) != 2) {

@@ -68,13 +68,13 @@ void ReadActiveSenseFns(std::vector<tActiveSenseFn>& functions) {
     }
 }
 
-/// Takes down what the construction reached, also when it was cut short.
-///
-/// The removal of the factory's instance comes first, although it lets the module go at a count of
-/// 0, and more of this code runs after it. That is safe: CoreFoundation unloads a plug-in's module
-/// with the last reference to the plug-in and never within that call, because every instance says
-/// goodbye in this way, from code of its own module. The host holds such a reference while it calls
-/// Release, and gives it back when that has returned.
+// Takes down what the construction reached, also when it was cut short.
+//
+// The removal of the factory's instance comes first, although it lets the module go at a count of
+// 0, and more of this code runs after it. That is safe: CoreFoundation unloads a plug-in's module
+// with the last reference to the plug-in and never within that call, because every instance says
+// goodbye in this way, from code of its own module. The host holds such a reference while it calls
+// Release, and gives it back when that has returned.
 void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
     if (plugin == nullptr) {
         return;
@@ -163,7 +163,7 @@ OSStatus MIDIDriverMonitor(MIDIDriverRef /*self*/, MIDIEndpointRef /*destination
     return noErr;
 }
 
-/// Filled by name: systems differ in the members that follow Monitor, which stay null.
+// Filled by name: systems differ in the members that follow Monitor, which stay null.
 constexpr MIDIDriverInterface MakeDriverInterface() {
     MIDIDriverInterface table{};
     table.QueryInterface = MIDIPluginQueryInterface;

@@ -23,7 +23,7 @@ bool IsChannelStatus(unsigned char byte) {
     return IsStatus(byte) && byte < kSystemExclusive;
 }
 
-/// Program change and channel pressure have one data byte, all other channel messages two.
+// Program change and channel pressure have one data byte, all other channel messages two.
 int DataBytesOf(unsigned char channelStatus) {
     return (channelStatus & 0xE0) == 0xC0 ? 1 : 2;
 }
@@ -86,7 +86,7 @@ void MIDIParser::EmitRealTime(unsigned long long timestamp, unsigned char status
     EmitPacketList(0, list);
 }
 
-/// False when the rest of the call's bytes is to be dropped.
+// False when the rest of the call's bytes is to be dropped.
 bool MIDIParser::TakeStatus(unsigned long long timestamp, unsigned char status) {
     MIDIPacket& packet = List().packet[0];
     if (mBytesNeeded == kInSystemExclusive) {
@@ -158,7 +158,7 @@ const unsigned char* MIDIParser::TakeSystemExclusive(unsigned long long timestam
     return next;
 }
 
-/// Takes at least one of the data bytes at `next` and returns the first that it left.
+// Takes at least one of the data bytes at `next` and returns the first that it left.
 const unsigned char* MIDIParser::TakeData(unsigned long long timestamp, const unsigned char* next,
                                           const unsigned char* end) {
     if (mBytesNeeded == kInSystemExclusive) {
@@ -186,9 +186,9 @@ const unsigned char* MIDIParser::TakeData(unsigned long long timestamp, const un
     return next;
 }
 
-/// Takes the complete channel messages at `next`, the bulk of most streams, without the detour over
-/// an open message. Only for a parser that has no System Exclusive open, and where either no
-/// message is pending or a status follows. Returns the first byte that it left.
+// Takes the complete channel messages at `next`, the bulk of most streams, without the detour over
+// an open message. Only for a parser that has no System Exclusive open, and where either no
+// message is pending or a status follows. Returns the first byte that it left.
 const unsigned char* MIDIParser::TakeWholeMessages(unsigned long long timestamp,
                                                    const unsigned char* next,
                                                    const unsigned char* end) {

@@ -4,42 +4,42 @@
 
 #include <cstddef>
 
-/// Turns a raw MIDI 1.0 byte stream into packet lists, one complete message per list.
-///
-/// The stream may be cut anywhere: an open message, the running status and the port number live on
-/// between calls of FeedBytes. A System Exclusive message is handed on in chunks of at most 257
-/// bytes, the later ones without a leading 0xF0. Real-time messages are handed on at once, even
-/// from the midst of another message.
-///
-/// Threads: none of its own and no lock; one thread at a time may use an object. Nothing allocates
-/// or blocks but what EmitPacketList does.
+// Turns a raw MIDI 1.0 byte stream into packet lists, one complete message per list.
+//
+// The stream may be cut anywhere: an open message, the running status and the port number live on
+// between calls of FeedBytes. A System Exclusive message is handed on in chunks of at most 257
+// bytes, the later ones without a leading 0xF0. Real-time messages are handed on at once, even
+// from the midst of another message.
+//
+// Threads: none of its own and no lock; one thread at a time may use an object. Nothing allocates
+// or blocks but what EmitPacketList does.
 class MIDIParser {
 public:
-    /// With honourPortSelect the status 0xF5 starts a two-byte message that selects the port number
-    /// handed to EmitPacketList; otherwise 0xF5 has no data bytes of its own.
+    // With honourPortSelect the status 0xF5 starts a two-byte message that selects the port number
+    // handed to EmitPacketList; otherwise 0xF5 has no data bytes of its own.
     explicit MIDIParser(bool honourPortSelect);
     MIDIParser(const MIDIParser&) = delete;
     MIDIParser& operator=(const MIDIParser&) = delete;
     virtual ~MIDIParser();
 
-    /// Called for every complete message and every System Exclusive chunk, on the thread that feeds
-    /// the bytes. `list` holds one packet and is valid during the call only. `port` is 0 for
-    /// real-time messages, else the number last selected (0 at first). Must not feed this parser.
+    // Called for every complete message and every System Exclusive chunk, on the thread that feeds
+    // the bytes. `list` holds one packet and is valid during the call only. `port` is 0 for
+    // real-time messages, else the number last selected (0 at first). Must not feed this parser.
     virtual void EmitPacketList(unsigned char port, const MIDIPacketList& list) = 0;
 
-    /// Parses `count` bytes. `timestamp` (host ticks) goes on every message, and on every System
-    /// Exclusive chunk, whose first status or data byte comes in this call. A chunk that holds the
-    /// closing 0xF7 alone, as the one before it was just full, keeps that one's time stamp. A null
-    /// pointer or a count below 1 feeds nothing.
-    ///
-    /// After the 0xF7 that ends a System Exclusive message the rest of the call's bytes is dropped,
-    /// on purpose: the sources that this parser was made for deliver such a message by itself.
+    // Parses `count` bytes. `timestamp` (host ticks) goes on every message, and on every System
+    // Exclusive chunk, whose first status or data byte comes in this call. A chunk that holds the
+    // closing 0xF7 alone, as the one before it was just full, keeps that one's time stamp. A null
+    // pointer or a count below 1 feeds nothing.
+    //
+    // After the 0xF7 that ends a System Exclusive message the rest of the call's bytes is dropped,
+    // on purpose: the sources that this parser was made for deliver such a message by itself.
     void FeedBytes(unsigned long long timestamp, unsigned char* bytes, int count);
 
 private:
     static constexpr int kNothingPending = 0;
     static constexpr int kInSystemExclusive = -1;
-    static constexpr std::size_t kHeaderSize = 14; ///< packet count, time stamp, length
+    static constexpr std::size_t kHeaderSize = 14; // packet count, time stamp, length
     static constexpr std::size_t kDataRoom = 258;
     static constexpr std::size_t kChunkSize = 257;
 
@@ -57,9 +57,9 @@ private:
 
     UInt32 mHonourPortSelect;
     UInt8 mCurrentPort;
-    UInt8 mRunningStatus; ///< 0x80 to 0xEF, or 0 when there is none
-    SInt32 mBytesNeeded;  ///< data bytes that the open message still lacks, or one of the two above
-    /// A MIDIPacketList of one packet. Kept as bytes because a chunk is one byte longer than the
-    /// data array that the platform's header declares.
+    UInt8 mRunningStatus; // 0x80 to 0xEF, or 0 when there is none
+    SInt32 mBytesNeeded;  // data bytes that the open message still lacks, or one of the two above
+    // A MIDIPacketList of one packet. Kept as bytes because a chunk is one byte longer than the
+    // data array that the platform's header declares.
     alignas(MIDIPacketList) unsigned char mPacketList[kHeaderSize + kDataRoom];
 };

@@ -16,15 +16,15 @@ namespace {
 constexpr unsigned int kSendPacketBufferSize = 16;
 constexpr unsigned int kLongestReply = 255; // the buffer's size is reckoned modulo 256
 
-/// The buffer of ReplyMIDIPacketList. A bare pointer, freed with the instance: a destructor at exit
-/// could run into a thread that is replying.
+// The buffer of ReplyMIDIPacketList. A bare pointer, freed with the instance: a destructor at exit
+// could run into a thread that is replying.
 unsigned char*& SendPacketBuffer() {
     static unsigned char* sendPacketBuffer =
         new (std::nothrow) unsigned char[kSendPacketBufferSize];
     return sendPacketBuffer;
 }
 
-/// Zeroes the time stamps of all packets and returns the list's size in bytes.
+// Zeroes the time stamps of all packets and returns the list's size in bytes.
 unsigned int ResetTimeStamps(MIDIPacketList* list) {
     const PacketListExtent extent =
         ForEachPacket(list, kUnknownListSize, [](const MIDIPacket* packet) {

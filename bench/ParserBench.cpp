@@ -21,7 +21,7 @@ unsigned char DataByte(std::size_t i) {
     return static_cast<unsigned char>((i * 37) % 128);
 }
 
-/// Notes on and off, each with its status.
+// Notes on and off, each with its status.
 Pieces Notes() {
     Pieces pieces(kPieces);
     for (Bytes& piece : pieces) {
@@ -34,7 +34,7 @@ Pieces Notes() {
     return pieces;
 }
 
-/// A fader's movements: one status, then pairs of data bytes.
+// A fader's movements: one status, then pairs of data bytes.
 Pieces RunningStatus() {
     Pieces pieces(kPieces);
     for (Bytes& piece : pieces) {
@@ -46,7 +46,7 @@ Pieces RunningStatus() {
     return pieces;
 }
 
-/// One message per piece, since the parser drops what follows a message's end in a call.
+// One message per piece, since the parser drops what follows a message's end in a call.
 Pieces SystemExclusive() {
     Pieces pieces(kPieces);
     for (Bytes& piece : pieces) {

@@ -40,66 +40,66 @@
 #include <memory>
 #include <vector>
 
-/// What one queued item is.
+// What one queued item is.
 enum tPacketDataCBElemType : int {
-    kMIDISinglePacket = 0, ///< the MIDI bytes of one packet
-    kMIDIPacketList = 1,   ///< the bytes of a MIDIPacketList, laid out and aligned as CoreMIDI does
+    kMIDISinglePacket = 0, // the MIDI bytes of one packet
+    kMIDIPacketList = 1,   // the bytes of a MIDIPacketList, laid out and aligned as CoreMIDI does
 };
 
-/// Delivers one queued item: `data` is `length` bytes as they were enqueued, valid until the call
-/// returns, not aligned beyond a byte array's. Called on the worker's thread without its lock.
+// Delivers one queued item: `data` is `length` bytes as they were enqueued, valid until the call
+// returns, not aligned beyond a byte array's. Called on the worker's thread without its lock.
 using tForwardMIDIFn = void (*)(unsigned int port, const unsigned char* data, unsigned int length,
                                 void* refcon);
 
-/// Sends the answer to a ping straight back to the host. Called on the sending thread.
+// Sends the answer to a ping straight back to the host. Called on the sending thread.
 using tReplyMIDIFn = void (*)(unsigned int port, const unsigned char* data, unsigned int length);
 
-/// Makes a worker and starts its thread, which may call `forward` at once. Ownership goes to the
-/// caller, who gives the worker to DeleteMidiCallbackWorker.
-///
-/// `dataElementSize`, `infoElementSize` and `throttleElementSize` are 1, 4 and 12 bytes. A ring of
-/// any other element size is left out, as one whose allocation failed. That is reported to syslog;
-/// the worker then queues nothing (data, info) or drops every item on its way out (throttle).
-///
-/// `forward` and `reply` may be null: items are then consumed, pings not answered. `activeSense` is
-/// copied; null, or a null entry, or a port beyond its end: that port's pings are not answered.
-/// `refcon` goes to `forward` unchanged.
-///
-/// `throttleRate` is in counted bytes per second and port; 0 or less means no limit. Intended: it
-/// is also the number of ports that the throttle's tables have room for, each with a ring of 1.1 *
-/// `throttleRate` records of which only the header is touched, and `portCount` is not read.
-///
-/// Throws std::bad_alloc or std::length_error when the tables cannot be allocated.
+// Makes a worker and starts its thread, which may call `forward` at once. Ownership goes to the
+// caller, who gives the worker to DeleteMidiCallbackWorker.
+//
+// `dataElementSize`, `infoElementSize` and `throttleElementSize` are 1, 4 and 12 bytes. A ring of
+// any other element size is left out, as one whose allocation failed. That is reported to syslog;
+// the worker then queues nothing (data, info) or drops every item on its way out (throttle).
+//
+// `forward` and `reply` may be null: items are then consumed, pings not answered. `activeSense` is
+// copied; null, or a null entry, or a port beyond its end: that port's pings are not answered.
+// `refcon` goes to `forward` unchanged.
+//
+// `throttleRate` is in counted bytes per second and port; 0 or less means no limit. Intended: it
+// is also the number of ports that the throttle's tables have room for, each with a ring of 1.1 *
+// `throttleRate` records of which only the header is touched, and `portCount` is not read.
+//
+// Throws std::bad_alloc or std::length_error when the tables cannot be allocated.
 void* CreateMidiCallbackWorker(tPacketDataCBElemType elementType, int dataElementSize,
                                int infoElementSize, int throttleElementSize, tForwardMIDIFn forward,
                                tReplyMIDIFn reply, const std::vector<tActiveSenseFn>* activeSense,
                                void* refcon, int throttleRate, int portCount);
 
-/// The entry points to a worker. All do nothing for a null worker.
+// The entry points to a worker. All do nothing for a null worker.
 
-/// Shuts the worker down if necessary and frees it.
+// Shuts the worker down if necessary and frees it.
 void DeleteMidiCallbackWorker(void* worker);
 
-/// Ends the worker's thread and waits for it, once; what is still queued is dropped. An item that
-/// is being held back is released first, which takes up to about a second.
+// Ends the worker's thread and waits for it, once; what is still queued is dropped. An item that
+// is being held back is released first, which takes up to about a second.
 void ShutDown(void* worker);
 
-/// Queues `numBytes` bytes from `data` for a 0-based port. With `complete` false they are the first
-/// part of an item that ends with the next complete call. `data` may be reused on return and is not
-/// changed.
-///
-/// Every ping among the packets of a complete call is answered before this returns, in addition to
-/// being queued. In a packet list only packets that lie whole within `numBytes` are looked at.
-///
-/// Nothing at all happens for a port above 255, for one beyond the throttle's tables, and for null
-/// data that is said to have bytes.
+// Queues `numBytes` bytes from `data` for a 0-based port. With `complete` false they are the first
+// part of an item that ends with the next complete call. `data` may be reused on return and is not
+// changed.
+//
+// Every ping among the packets of a complete call is answered before this returns, in addition to
+// being queued. In a packet list only packets that lie whole within `numBytes` are looked at.
+//
+// Nothing at all happens for a port above 255, for one beyond the throttle's tables, and for null
+// data that is said to have bytes.
 void WriteCBBytes(void* worker, unsigned int port, void* data, unsigned int numBytes,
                   bool complete);
 
-/// Wakes the worker's thread.
+// Wakes the worker's thread.
 void SignalConsumeEvent(void* worker);
 
-/// malloc and free (the size is ignored), the allocator of every ring.
+// malloc and free (the size is ignored), the allocator of every ring.
 void* allocFunc(int size);
 void freeFunc(void* block, int size);
 
@@ -116,7 +116,7 @@ public:
     void SignalConsumeEvent() { mConsumeEvent.Signal(); }
     bool IsRunning() const { return mRunning.load(std::memory_order_relaxed) != 0; }
 
-    /// The body of the worker's thread.
+    // The body of the worker's thread.
     void Run() override;
 
 private:

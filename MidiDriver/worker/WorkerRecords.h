@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <cstring>
 
-/// What is known of one queued item: its port and how many bytes of it lie in the data ring.
+// What is known of one queued item: its port and how many bytes of it lie in the data ring.
 struct InfoRecord {
     static constexpr unsigned int kHighestPort = 0xFF;
     static constexpr unsigned int kLongestItem = 0xFFFFFF;
 
-    uint32_t mWord = 0; ///< bits 31..24 the port, bits 23..0 the length
+    uint32_t mWord = 0; // bits 31..24 the port, bits 23..0 the length
 
     static InfoRecord Make(unsigned int port, unsigned int length) {
         return {(port << 24) | (length & kLongestItem)};
@@ -21,17 +21,17 @@ struct InfoRecord {
 };
 static_assert(sizeof(InfoRecord) == 4);
 
-/// One released item: when, and how many bytes of it count towards the port's rate.
+// One released item: when, and how many bytes of it count towards the port's rate.
 struct ThrottleRecord {
-    UnsignedWide mTime{};    ///< on the clock of `UpTime`, in host ticks
-    uint32_t mBytesWord = 0; ///< bits 31..8 the counted bytes; bits 7..0 mean nothing
+    UnsignedWide mTime{};    // on the clock of `UpTime`, in host ticks
+    uint32_t mBytesWord = 0; // bits 31..8 the counted bytes; bits 7..0 mean nothing
 
     static ThrottleRecord Make(UnsignedWide time, unsigned int bytes) { return {time, bytes << 8}; }
     unsigned int Bytes() const { return mBytesWord >> 8; }
 };
 static_assert(sizeof(ThrottleRecord) == 12 && alignof(ThrottleRecord) == 4);
 
-/// An UnsignedWide lies in memory as the number that it stands for.
+// An UnsignedWide lies in memory as the number that it stands for.
 inline uint64_t ToNumber(UnsignedWide wide) {
     uint64_t number = 0;
     static_assert(sizeof number == sizeof wide);

@@ -36,7 +36,7 @@ class Allocation : public DriverFixture {
 protected:
     Allocation() { gReceived = 0; }
 
-    /// Replies, and returns what that allocated.
+    // Replies, and returns what that allocated.
     static std::vector<std::size_t> Reply(const Bytes& data, int failing = 0) {
         WatchAllocations(failing);
         ReplyMIDIPacketList(0, data.data(), static_cast<unsigned int>(data.size()));

@@ -29,7 +29,7 @@ SInt32 IntegerOf(MIDIObjectRef object, CFStringRef property) {
     return value;
 }
 
-/// What a list of blocks is to lead to.
+// What a list of blocks is to lead to.
 std::vector<TestSupport::Application> PortsConfigured(unsigned int numPorts) {
     if (numPorts == 0) {
         return {};

@@ -37,7 +37,7 @@ protected:
         TestSupport::ResetPlatformFaults();
     }
 
-    /// With the devices of the last run, as a server starts a driver.
+    // With the devices of the last run, as a server starts a driver.
     OSStatus Start() {
         const MIDIDeviceListRef devices = MIDIServerHostCopyDeviceList(mDriver);
         const OSStatus status = TableStart(mDriver, devices);
@@ -45,7 +45,7 @@ protected:
         return status;
     }
 
-    /// With no device of a last run.
+    // With no device of a last run.
     OSStatus StartAfresh() { return TableStart(mDriver, 0); }
 
     void OpenAndStart() {

@@ -28,7 +28,7 @@ class PacketPaths : public DriverFixture {
 protected:
     PacketPaths() { TestSupport::ClearReceivedLists(); }
 
-    /// Lists that went out on `source`, oldest first.
+    // Lists that went out on `source`, oldest first.
     static std::vector<Bytes> ListsOn(MIDIEndpointRef source) {
         std::vector<Bytes> lists;
         for (const ReceivedList& received : ReceivedLists()) {
@@ -244,8 +244,8 @@ TEST_F(PacketPaths, GoesOnWhenThePlatformDoesNotTakeAList) {
     EXPECT_THAT(TestSupport::SyslogLines(), IsEmpty());
 }
 
-/// The host may start and stop the driver while its sending thread and the worker are at it:
-/// nothing is read that is being changed (the thread sanitizer watches), and what arrives is whole.
+// The host may start and stop the driver while its sending thread and the worker are at it:
+// nothing is read that is being changed (the thread sanitizer watches), and what arrives is whole.
 TEST_F(PacketPaths, SurvivesStartsAndStopsWhilePacketsFlow) {
     mPreferences.SetApplications({{"1-4", "HUI"}});
     OpenAndStart();
@@ -281,8 +281,8 @@ TEST_F(PacketPaths, SurvivesStartsAndStopsWhilePacketsFlow) {
     }
 }
 
-/// What the worker still holds when the last reference goes is dropped, and nothing is forwarded
-/// after it.
+// What the worker still holds when the last reference goes is dropped, and nothing is forwarded
+// after it.
 TEST_F(PacketPaths, EndsWhileTheWorkerStillHoldsData) {
     OpenAndStart();
     for (int i = 0; i < 200; i++) {

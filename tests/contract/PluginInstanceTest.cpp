@@ -41,7 +41,7 @@ class PluginInstance : public DriverFixture {
 protected:
     PluginInstance() { TestSupport::ClearReceivedLists(); }
 
-    /// Whether the port answers each of the two protocols' pings.
+    // Whether the port answers each of the two protocols' pings.
     std::pair<bool, bool> Answers(unsigned int port) {
         const auto answers = [this, port](const Bytes& ping) {
             TestSupport::ClearReceivedLists();

@@ -27,7 +27,7 @@ protected:
         ASSERT_TRUE(mRemote);
     }
 
-    /// Asks through the port, whose source is on this thread's run loop.
+    // Asks through the port, whose source is on this thread's run loop.
     IDs Ask(SInt32 msgid, CFDataRef data = nullptr) {
         IDs ids{-1, -1, -1, -1};
         CFDataRef reply = nullptr;

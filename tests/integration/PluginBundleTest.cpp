@@ -28,7 +28,7 @@ using TestSupport::Bytes;
 using testing::ElementsAre;
 using TestSupport::MakePacketList;
 
-/// A program's output, and its status as the shell gives it.
+// A program's output, and its status as the shell gives it.
 struct Output {
     std::string text;
     int status;
@@ -61,7 +61,7 @@ protected:
     TestSupport::TestPreferences mPreferences;
 };
 
-/// Reads one source and notes every packet's bytes.
+// Reads one source and notes every packet's bytes.
 class Reader {
 public:
     explicit Reader(MIDIEndpointRef source) {
@@ -209,7 +209,7 @@ TEST_F(PluginBundle, AnswersTheMessagePortToAnotherProcess) {
     EXPECT_THAT(blocks[3], ElementsAre(0, 0, blocks[1][0], blocks[1][1]));
 }
 
-/// A preferences file as someone may leave it, and the ports that the driver publishes for it.
+// A preferences file as someone may leave it, and the ports that the driver publishes for it.
 struct PreferencesFile {
     const char* name;
     std::string content;

@@ -16,7 +16,7 @@
 
 namespace Integration {
 
-/// Whether the bundle's module is mapped into the process.
+// Whether the bundle's module is mapped into the process.
 inline bool ModuleIsLoaded() {
     std::ifstream maps("/proc/self/maps");
     std::string line;
@@ -30,7 +30,7 @@ inline bool ModuleIsLoaded() {
 
 class PluginHost {
 public:
-    /// Null handles where a step failed; Driver() tells whether all went well.
+    // Null handles where a step failed; Driver() tells whether all went well.
     PluginHost() {
         const std::string path = QUORVEL_PLUGIN_BUNDLE;
         const auto url = CFHandle(CFURLCreateFromFileSystemRepresentation(
@@ -62,7 +62,7 @@ public:
     PluginHost(const PluginHost&) = delete;
     PluginHost& operator=(const PluginHost&) = delete;
 
-    /// Stops, releases and unloads.
+    // Stops, releases and unloads.
     ~PluginHost() {
         if (mDriver != nullptr) {
             EXPECT_EQ((*mDriver)->Stop(mDriver), noErr);

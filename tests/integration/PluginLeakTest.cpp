@@ -9,7 +9,7 @@ namespace {
 using Integration::LiveObjects;
 using TestSupport::BlockCounts;
 
-/// The number of blocks of one object of the kind that `make` makes.
+// The number of blocks of one object of the kind that `make` makes.
 template <typename Make>
 long BlocksOf(Make make) {
     CFRelease(make()); // what its kind needs once, it has now

@@ -13,7 +13,7 @@
 
 namespace Integration {
 
-/// As long as no other block in the program: the worker's packet buffer grows to a list's length.
+// As long as no other block in the program: the worker's packet buffer grows to a list's length.
 inline constexpr std::size_t kListSize = 54321;
 
 struct LiveObjects {
@@ -31,7 +31,7 @@ protected:
         mPreferences.SetApplications({{"1-1", "Overwritten"}, {"1-4", "HUI"}});
     }
 
-    /// Loads, starts, sends, stops, releases and unloads.
+    // Loads, starts, sends, stops, releases and unloads.
     static void Round() {
         {
             PluginHost host;

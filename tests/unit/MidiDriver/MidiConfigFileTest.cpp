@@ -59,7 +59,7 @@ protected:
         EXPECT_EQ(protocols.byPort, byPort);
     }
 
-    /// The two functions find nothing in what stands there, whatever it is.
+    // The two functions find nothing in what stands there, whatever it is.
     void ExpectNothingIn(CFPropertyListRef value) {
         mPreferences.SetValue(value);
         EXPECT_EQ(GetMidiConfigNumPorts(), 0U);

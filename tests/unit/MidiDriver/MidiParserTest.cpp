@@ -28,7 +28,7 @@ void PrintTo(const Message& message, std::ostream* out) {
          << testing::PrintToString(message.bytes);
 }
 
-/// Notes what the parser emits.
+// Notes what the parser emits.
 class RecordingParser final : public MIDIParser {
 public:
     using MIDIParser::MIDIParser;
@@ -61,7 +61,7 @@ std::vector<Bytes> Parse(const Bytes& bytes) {
     return parser.EmittedBytes();
 }
 
-/// `count` data bytes 00 01 02 ... 7F 00 01 ...
+// `count` data bytes 00 01 02 ... 7F 00 01 ...
 Bytes DataBytes(std::size_t count) {
     Bytes bytes(count);
     for (std::size_t i = 0; i < count; i++) {
@@ -269,7 +269,7 @@ TEST(MidiParser, LeavesTheBytesThatItIsFedAsTheyAre) {
     EXPECT_EQ(bytes, original);
 }
 
-/// A second reading of the rules, one byte at a time and without a care for speed.
+// A second reading of the rules, one byte at a time and without a care for speed.
 class ReferenceParser {
 public:
     explicit ReferenceParser(bool honourPortSelect) : mHonour(honourPortSelect) {}
@@ -380,7 +380,7 @@ unsigned int FreshSeed() {
     return std::random_device{}();
 }
 
-/// Statuses and data as mixed as can be, with long runs of data so that chunks fill.
+// Statuses and data as mixed as can be, with long runs of data so that chunks fill.
 Bytes RandomStream(std::mt19937& random, std::size_t length) {
     Bytes bytes;
     while (bytes.size() < length) {

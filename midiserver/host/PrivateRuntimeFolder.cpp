@@ -1,6 +1,7 @@
 #include "midiserver/host/PrivateRuntimeFolder.h"
 
 #include "midiserver/host/Host.h"
+#include "platform/support/FileDescriptor.h"
 
 #include <fmt/format.h>
 
@@ -41,23 +42,22 @@ struct DirectoryEntry {
 
 // For a signal handler, in which nothing that allocates may be called. The folder is flat.
 void RemoveFlatFolder(const char* path) {
-    const int folder = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder == -1) {
+    const FileDescriptor folder(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) {
         return;
     }
     alignas(DirectoryEntry) char entries[2048];
     for (;;) {
-        const long size = ::syscall(SYS_getdents64, folder, entries, sizeof entries);
+        const long size = ::syscall(SYS_getdents64, folder.Get(), entries, sizeof entries);
         if (size <= 0) {
             break;
         }
         for (long at = 0; at < size;) {
             const auto* entry = reinterpret_cast<const DirectoryEntry*>(entries + at);
-            ::unlinkat(folder, entry->name, 0); // refuses "." and ".."
+            ::unlinkat(folder.Get(), entry->name, 0); // refuses "." and ".."
             at += entry->length;
         }
     }
-    ::close(folder);
     ::rmdir(path);
 }
 

@@ -282,5 +282,16 @@ TEST(ReplayTest, KeepsTheDeviceInTheSetupFileFromOneRunToTheNext) {
     EXPECT_EQ(ContentOf(setup), kept);
 }
 
+TEST(ReplayTest, SaysWhichSetupFileCannotBeSavedAndWhy) {
+    const Preferences preferences("1-4", "HUI");
+    // There is no file, which is well, but nobody can make the folder.
+    const ProgramResult result = Midiserver(
+        {"replay", "-", "--setup", "/proc/none/setup.plist", "--prefs", preferences.Folder()},
+        "0 90 00 00\n");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, testing::HasSubstr("midiserver: /proc/none/setup.plist: the setup "
+                                               "cannot be saved: No such file or directory\n"));
+}
+
 } // namespace
 } // namespace QuorvelTest

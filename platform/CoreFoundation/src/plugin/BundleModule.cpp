@@ -3,6 +3,7 @@
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
 #include "platform/CoreFoundation/src/values/Utf8String.h"
 #include "platform/support/FileDescriptor.h"
+#include "platform/support/FileReading.h"
 
 #include <CoreFoundation/CFData.h>
 #include <CoreFoundation/CFError.h>
@@ -20,38 +21,6 @@
 namespace {
 
 constexpr std::size_t kLongestList = std::size_t{1024} * 1024;
-
-// The bytes of a file, null with a reason when it cannot be read or is longer than any description
-// of a bundle.
-std::optional<std::string> ContentsOf(const std::string& path, std::string& reason) {
-    // Not blocking, so that a pipe of this name is an error and not a wait.
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!file || fstat(file.Get(), &status) != 0) {
-        reason = std::strerror(errno);
-        return std::nullopt;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        reason = "not a regular file";
-        return std::nullopt;
-    }
-    std::string bytes(kLongestList + 1, '\0');
-    std::size_t have = 0;
-    while (have < bytes.size()) {
-        const ssize_t got = read(file.Get(), bytes.data() + have, bytes.size() - have);
-        if (got < 0 && errno != EINTR) {
-            reason = std::strerror(errno);
-            return std::nullopt;
-        }
-        if (got == 0) {
-            bytes.resize(have);
-            return bytes;
-        }
-        have += got > 0 ? static_cast<std::size_t>(got) : 0;
-    }
-    reason = "longer than " + std::to_string(kLongestList) + " bytes";
-    return std::nullopt;
-}
 
 CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
     const CFOwned<CFDataRef> data(CFDataCreate(
@@ -80,10 +49,12 @@ CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
 std::shared_ptr<BundleModule> BundleModule::Read(const std::string& folder) {
     const std::string listPath = folder + "/Contents/Info.plist";
     std::string reason;
-    const auto bytes = ContentsOf(listPath, reason);
-    CFOwned<CFDictionaryRef> info(bytes ? CopyDictionary(*bytes, reason) : nullptr);
+    std::string bytes;
+    const FileFailure failure = ReadWholeFile(listPath, kLongestList, bytes);
+    CFOwned<CFDictionaryRef> info(failure ? nullptr : CopyDictionary(bytes, reason));
     if (!info) {
-        SetPlugInError(listPath + ": expected a bundle's property list: " + reason);
+        SetPlugInError(listPath +
+                       ": expected a bundle's property list: " + (failure ? failure.text : reason));
         return nullptr;
     }
     return std::make_shared<BundleModule>(folder, std::move(info));

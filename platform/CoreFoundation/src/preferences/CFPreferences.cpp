@@ -7,7 +7,8 @@
 #include "platform/CoreFoundation/src/propertylist/PropertyListFile.h"
 #include "platform/CoreFoundation/src/propertylist/PropertyListLimits.h"
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
-#include "platform/support/FileReplace.h"
+#include "platform/support/FileReading.h"
+#include "platform/support/LockedFile.h"
 
 #include <syslog.h>
 
@@ -51,12 +52,13 @@ struct DomainFile {
 DomainFile ReadDomain(const PreferencesDomain& domain) {
     DomainFile file;
     std::string bytes;
-    const ReadResult result =
-        ReadWholeFile(domain.Path(), kPropertyListMaximumSize, bytes, file.cause);
     CFOwned<CFPropertyListRef> read;
-    if (result == ReadResult::kMissing) {
-        file.contents = FileContents::kMissing;
-    } else if (result == ReadResult::kRead) {
+    if (const FileFailure unread = ReadWholeFile(domain.Path(), kPropertyListMaximumSize, bytes)) {
+        file.cause = unread.text;
+        if (unread.error == ENOENT) {
+            file.contents = FileContents::kMissing;
+        }
+    } else {
         PropertyListFailure failure;
         read.reset(ParsePropertyList(bytes, false, file.format, failure));
         if (!read) {
@@ -140,8 +142,8 @@ bool ChangeFile(const PreferencesDomain& domain, const Change& change,
                 PropertyListFailure& failure) {
     failure.code = kCFPreferencesHostWriteError;
     LockedFile locked(domain.Path());
-    if (!locked.Cause().empty()) {
-        failure.text = locked.Cause();
+    if (locked.Failure()) {
+        failure.text = locked.Failure().text;
         return false;
     }
     const DomainFile file = ReadDomain(domain);
@@ -158,7 +160,9 @@ bool ChangeFile(const PreferencesDomain& domain, const Change& change,
         failure.text = "cannot be written: " + unwritable.text;
         return false;
     }
-    return locked.Replace(bytes, failure.text);
+    const FileFailure unwritten = locked.Replace(bytes);
+    failure.text = unwritten.text;
+    return !unwritten;
 }
 
 } // namespace

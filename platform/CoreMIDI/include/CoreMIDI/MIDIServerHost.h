@@ -26,8 +26,9 @@
 COREMIDI_EXPORT OSStatus MIDIServerHostOpenSetup(CFStringRef path);
 
 // Writes the setup now: to a temporary file beside it, synced and then put in its place, so that
-// the file is always whole. kMIDINoCurrentSetup when the setup is kept in memory only;
-// kMIDINotPermitted when the file cannot be written (errno tells).
+// the file is always whole. It keeps the owner and mode that it has; where `path` is a symbolic
+// link it is the file that the link leads to. kMIDINoCurrentSetup when the setup is kept in memory
+// only; kMIDINotPermitted when the file cannot be written (errno tells).
 COREMIDI_EXPORT OSStatus MIDIServerHostSaveSetup(void);
 
 // From now on packets are handed to the driver. The devices that it created and will create carry

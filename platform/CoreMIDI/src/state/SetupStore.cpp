@@ -1,8 +1,9 @@
 #include "platform/CoreMIDI/src/state/SetupStore.h"
 
-#include "platform/CoreMIDI/src/base/SetupFile.h"
 #include "platform/CoreMIDI/src/state/DeviceTree.h"
 #include "platform/CoreMIDI/src/state/SetupFormat.h"
+#include "platform/support/FileReading.h"
+#include "platform/support/LockedFile.h"
 
 #include <syslog.h>
 
@@ -24,10 +25,41 @@ bool CanKeepFiles() {
     return static_cast<bool>(BytesOf(DictionaryOf({}).Get()));
 }
 
-std::optional<SetupDescription> Parse(const CFOwned<CFDataRef>& contents) {
+std::optional<SetupDescription> Parse(const std::string& bytes) {
+    const CFOwned<CFDataRef> contents(CFDataCreate(
+        nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
     const CFOwned<CFPropertyListRef> propertyList(CFPropertyListCreateWithData(
         nullptr, contents.Get(), kCFPropertyListImmutable, nullptr, nullptr));
     return ReadSetup(propertyList.Get());
+}
+
+// The setup in the file, none where there is no file. What is no setup is moved aside; the status
+// says so. The result is a value of errno, 0 but for kMIDINotPermitted.
+int Read(const std::string& path, SetupDescription& setup, OSStatus& status) {
+    constexpr std::size_t kMaximumBytes = std::size_t{16} << 20;
+    std::string bytes;
+    const FileFailure failure = ReadWholeFile(path, kMaximumBytes, bytes);
+    if (failure.error == ENOENT) {
+        return 0;
+    }
+    status = kMIDINotPermitted;
+    if (failure && failure.error != EFBIG) {
+        return failure.error;
+    }
+    auto parsed = failure ? std::nullopt : Parse(bytes);
+    if (parsed) {
+        setup = std::move(*parsed);
+        status = noErr;
+        return 0;
+    }
+    std::string aside;
+    if (const FileFailure unmoved = LockedFile(path).MoveAside(aside)) {
+        return unmoved.error;
+    }
+    syslog(LOG_ERR, "CoreMIDI: %s is not a MIDI setup; it was moved to %s", path.c_str(),
+           aside.c_str());
+    status = kMIDISetupFormatErr;
+    return 0;
 }
 
 void Take(PropertyObject& object, const PartDescription& description) {
@@ -70,29 +102,7 @@ OSStatus SetupStore::Open(std::optional<std::string> path) {
         status = kMIDINotPermitted;
         error = ENOTSUP;
     } else if (path) {
-        CFOwned<CFDataRef> contents;
-        error = ReadWholeFile(*path, contents);
-        if (error == ENOENT) {
-            error = 0;
-        } else if (error == 0 || error == EFBIG) {
-            std::optional<SetupDescription> parsed;
-            if (error == 0) {
-                parsed = Parse(contents);
-            }
-            if (parsed) {
-                setup = std::move(*parsed);
-            } else {
-                std::string aside;
-                error = MoveFileAside(*path, aside);
-                status = error == 0 ? kMIDISetupFormatErr : kMIDINotPermitted;
-                if (error == 0) {
-                    syslog(LOG_ERR, "CoreMIDI: %s is not a MIDI setup; it was moved to %s",
-                           path->c_str(), aside.c_str());
-                }
-            }
-        } else {
-            status = kMIDINotPermitted;
-        }
+        error = Read(*path, setup, status);
     }
     mPath = status == kMIDINotPermitted ? std::nullopt : std::move(path);
 
@@ -114,18 +124,27 @@ OSStatus SetupStore::Open(std::optional<std::string> path) {
 
 OSStatus SetupStore::Save() {
     const std::lock_guard lock(mMutex);
-    return mPath ? SaveLocked() : kMIDINoCurrentSetup;
+    if (!mPath) {
+        return kMIDINoCurrentSetup;
+    }
+    if (const FileFailure failure = SaveLocked()) {
+        errno = failure.error;
+        return kMIDINotPermitted;
+    }
+    return noErr;
 }
 
 void SetupStore::SaveAfterChange() {
     const std::lock_guard lock(mMutex);
-    if (mPath && SaveLocked() != noErr) {
-        syslog(LOG_ERR, "CoreMIDI: the MIDI setup cannot be written to %s: %s", mPath->c_str(),
-               std::strerror(errno));
+    if (mPath) {
+        if (const FileFailure failure = SaveLocked()) {
+            syslog(LOG_ERR, "CoreMIDI: the MIDI setup is not saved: %s: %s", mPath->c_str(),
+                   failure.text.c_str());
+        }
     }
 }
 
-OSStatus SetupStore::SaveLocked() {
+FileFailure SetupStore::SaveLocked() {
     CFOwned<CFPropertyListRef> propertyList;
     {
         World& world = World::Get();
@@ -133,12 +152,12 @@ OSStatus SetupStore::SaveLocked() {
         propertyList = WriteSetup(world);
     }
     const CFOwned<CFDataRef> contents = BytesOf(propertyList.Get());
-    const int error = contents ? WriteFileAtomically(*mPath, contents.Get()) : EINVAL;
-    if (error != 0) {
-        errno = error;
-        return kMIDINotPermitted;
+    if (!contents) {
+        return {EINVAL, "no property list can be made of it"};
     }
-    return noErr;
+    return LockedFile(*mPath).Replace(
+        {reinterpret_cast<const char*>(CFDataGetBytePtr(contents.Get())),
+         static_cast<std::size_t>(CFDataGetLength(contents.Get()))});
 }
 
 } // namespace CoreMIDI

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/support/FileFailure.h"
+
 #include <CoreMIDI/CoreMIDIBase.h>
 
 #include <mutex>
@@ -19,7 +21,7 @@ public:
     void SaveAfterChange();
 
 private:
-    OSStatus SaveLocked();
+    FileFailure SaveLocked();
 
     // Held while the setup is read and written, so that files replace each other in the order of
     // the changes. Taken before the lock of World.

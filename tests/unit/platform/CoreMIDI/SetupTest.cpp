@@ -1,11 +1,19 @@
+#include "tests/support/SyslogCapture.h"
+#include "tests/support/TestSeed.h"
 #include "tests/unit/platform/CoreMIDI/FakeDriver.h"
 
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 using namespace MidiTest;
@@ -318,6 +326,74 @@ TEST_F(SetupFileTest, MakesTheFolderAndReportsWhenItCannot) {
     EXPECT_EQ(MIDIServerHostSaveSetup(), noErr) << "and saved when that is possible again";
     ASSERT_EQ(Reopen(), noErr);
     EXPECT_EQ(MIDIGetNumberOfDevices(), 1U);
+}
+
+TEST_F(SetupFileTest, KeepsTheOwnerAndModeOfTheFile) {
+    Write("<plist version=\"1.0\"><dict><key>version</key><integer>1</integer>"
+          "<key>devices</key><array/></dict></plist>");
+    ASSERT_EQ(chmod(mPath.c_str(), 0640), 0);
+    const bool isRoot = geteuid() == 0; // who may give files away
+    ASSERT_TRUE(!isRoot || chown(mPath.c_str(), 12345, 23456) == 0);
+    ASSERT_EQ(Open(), noErr);
+    ASSERT_EQ(MIDISetupAddDevice(MakeDevice(nullptr, 1)), noErr);
+    EXPECT_NE(Contents().find("uniqueID"), std::string::npos);
+    struct stat status {};
+    ASSERT_EQ(stat(mPath.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0640U);
+    EXPECT_EQ(status.st_uid, isRoot ? 12345U : geteuid());
+    EXPECT_EQ(status.st_gid, isRoot ? 23456U : getegid());
+}
+
+TEST_F(SetupFileTest, KeepsASymbolicLinkToTheFile) {
+    std::filesystem::create_directory(mFolder / "there");
+    std::filesystem::create_symlink("there/setup", mPath);
+    ASSERT_EQ(Open(), noErr);
+    ASSERT_EQ(MIDISetupAddDevice(MakeDevice(nullptr, 1)), noErr);
+    EXPECT_TRUE(std::filesystem::is_symlink(mPath));
+    EXPECT_TRUE(std::filesystem::is_regular_file(mFolder / "there" / "setup"));
+    ASSERT_EQ(Reopen(), noErr);
+    EXPECT_EQ(MIDIGetNumberOfDevices(), 1U);
+}
+
+TEST_F(SetupFileTest, LeavesNothingBehindForGoodWhenItIsKilledWhileItWrites) {
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(DescribeSeed(seed));
+    std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
+    std::uniform_int_distribution<useconds_t> delay(0, 20000);
+    for (int round = 0; round < 20; ++round) {
+        const pid_t writer = fork();
+        ASSERT_GE(writer, 0);
+        if (writer == 0) {
+            while (Open() == noErr && MIDIServerHostSaveSetup() == noErr) {
+            }
+            _exit(1);
+        }
+        usleep(delay(random));
+        ASSERT_EQ(kill(writer, SIGKILL), 0);
+        int status = 0;
+        ASSERT_EQ(waitpid(writer, &status, 0), writer);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "it could not save";
+        ASSERT_EQ(Open(), noErr);
+        EXPECT_EQ(MIDIServerHostSaveSetup(), noErr);
+        EXPECT_EQ(FilesInFolder(), 1U);
+    }
+}
+
+TEST_F(SetupFileTest, SaysWhichFileCouldNotBeSavedAndWhy) {
+    std::filesystem::create_directory(mFolder / "a");
+    mPath = (mFolder / "a" / "setup.plist").string();
+    ASSERT_EQ(Open(), noErr);
+    std::filesystem::remove(mFolder / "a");
+    std::ofstream(mFolder / "a") << "a file in the way";
+    TestSupport::ClearSyslogLines();
+    EXPECT_EQ(MIDISetupAddDevice(MakeDevice(nullptr, 1)), noErr);
+    EXPECT_EQ(TestSupport::SyslogLines(),
+              (std::vector<TestSupport::SyslogLine>{
+                  {LOG_ERR, "CoreMIDI: the MIDI setup is not saved: " + mPath +
+                                ": the folder cannot be made: Not a directory"}}));
+    errno = 0;
+    EXPECT_EQ(MIDIServerHostSaveSetup(), kMIDINotPermitted);
+    EXPECT_EQ(errno, ENOTDIR);
 }
 
 TEST_F(SetupFileTest, GivesALoadedObjectItsUniqueIDThoughAVirtualOneHasIt) {

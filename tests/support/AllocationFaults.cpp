@@ -17,10 +17,12 @@ struct Watch {
     std::array<std::size_t, 64> sizes{};
 };
 
+constexpr std::size_t kPlainAlignment = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+
 thread_local Watch tlsWatch;
 thread_local long tlsBlocks = 0;
 
-void* Allocate(std::size_t size, const void* caller) {
+void* Allocate(std::size_t size, std::size_t alignment, const void* caller) {
     Watch& watch = tlsWatch;
     if (watch.active && (watch.everybody || TestSupport::IsInProgram(caller))) {
         if (static_cast<std::size_t>(watch.count) < watch.sizes.size()) {
@@ -32,7 +34,10 @@ void* Allocate(std::size_t size, const void* caller) {
         }
     }
     tlsBlocks++;
-    return std::malloc(size);
+    if (alignment <= kPlainAlignment) {
+        return std::malloc(size);
+    }
+    return std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
 }
 
 void Free(void* memory) {
@@ -42,8 +47,8 @@ void Free(void* memory) {
     }
 }
 
-void* AllocateOrThrow(std::size_t size, const void* caller) {
-    if (void* const memory = Allocate(size, caller)) {
+void* AllocateOrThrow(std::size_t size, std::size_t alignment, const void* caller) {
+    if (void* const memory = Allocate(size, alignment, caller)) {
         return memory;
     }
     throw std::bad_alloc();
@@ -82,19 +87,28 @@ std::vector<std::size_t> AllocationsWatched() {
 } // namespace TestSupport
 
 void* operator new(std::size_t size) {
-    return AllocateOrThrow(size, __builtin_return_address(0));
+    return AllocateOrThrow(size, kPlainAlignment, __builtin_return_address(0));
 }
 
 void* operator new[](std::size_t size) {
-    return AllocateOrThrow(size, __builtin_return_address(0));
+    return AllocateOrThrow(size, kPlainAlignment, __builtin_return_address(0));
 }
 
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return Allocate(size, __builtin_return_address(0));
+    return Allocate(size, kPlainAlignment, __builtin_return_address(0));
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return Allocate(size, __builtin_return_address(0));
+    return Allocate(size, kPlainAlignment, __builtin_return_address(0));
+}
+
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return AllocateOrThrow(size, static_cast<std::size_t>(alignment), __builtin_return_address(0));
+}
+
+void* operator new(std::size_t size, std::align_val_t alignment,
+                   const std::nothrow_t& /*tag*/) noexcept {
+    return Allocate(size, static_cast<std::size_t>(alignment), __builtin_return_address(0));
 }
 
 void operator delete(void* memory) noexcept {
@@ -107,5 +121,11 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
     Free(memory);
 }
 void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept {
+    Free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
     Free(memory);
 }

@@ -1,4 +1,4 @@
-#include "Deadline.h"
+#include "DurationLength.h"
 
 #include <CoreServices/DriverServices.h>
 
@@ -19,6 +19,11 @@ AbsoluteTime FromNumber(uint64_t number) {
     return time;
 }
 
+// In host ticks.
+uint64_t TicksOf(Duration duration) {
+    return static_cast<uint64_t>(CoreServices::LengthOf(duration).count());
+}
+
 } // namespace
 
 AbsoluteTime UpTime() {
@@ -30,13 +35,13 @@ AbsoluteTime UpTime() {
 
 AbsoluteTime AddDurationToAbsolute(Duration duration, AbsoluteTime absoluteTime) {
     const uint64_t time = ToNumber(absoluteTime);
-    const uint64_t length = CoreServices::DurationToNanoseconds(duration);
+    const uint64_t length = TicksOf(duration);
     constexpr uint64_t kLast = std::numeric_limits<uint64_t>::max();
     return FromNumber(time > kLast - length ? kLast : time + length);
 }
 
 AbsoluteTime SubDurationFromAbsolute(Duration duration, AbsoluteTime absoluteTime) {
     const uint64_t time = ToNumber(absoluteTime);
-    const uint64_t length = CoreServices::DurationToNanoseconds(duration);
+    const uint64_t length = TicksOf(duration);
     return FromNumber(time < length ? 0 : time - length);
 }

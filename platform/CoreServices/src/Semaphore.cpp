@@ -1,34 +1,37 @@
-#include "Deadline.h"
-#include "ObjectTable.h"
+#include "DurationLength.h"
+
+#include "platform/support/SlotTable.h"
 
 #include <CoreServices/Multiprocessing.h>
 
+#include <bit>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
 #include <type_traits>
 
 namespace {
 
-using CoreServices::Deadline;
-
-struct Semaphore : CoreServices::ObjectRecord {
+struct Semaphore {
+    std::mutex mMutex;
+    std::condition_variable mRaised;
     MPSemaphoreCount mMaximum = 0;
-    MPSemaphoreCount mValue = 0;
-    // Threads in a wait, and the units that were given to them but not yet picked up. A unit given
-    // to a waiter does not pass through `mValue`, so that it does not count against the maximum.
-    UInt32 mWaiters = 0;
-    UInt32 mGranted = 0;
-
-    void Reset() {
-        mWaiters = 0;
-        mGranted = 0;
-    }
+    MPSemaphoreCount mUnits = 0;
+    // Threads in a wait. A unit for each of them may lie in the semaphore above the maximum, until
+    // its thread has woken up and taken it.
+    MPSemaphoreCount mWaiters = 0;
 };
 
-using Semaphores = CoreServices::ObjectTable<Semaphore>;
+using Semaphores = SlotTable<Semaphore, uintptr_t, 20>;
 
 // Exists before any code has run, and has nothing to destroy: a thread may still use a semaphore
 // while the process ends.
 constinit Semaphores gSemaphores;
 static_assert(std::is_trivially_destructible_v<Semaphores>);
+
+Semaphore* FindSemaphore(MPSemaphoreID identifier) {
+    return gSemaphores.Find(std::bit_cast<uintptr_t>(identifier));
+}
 
 } // namespace
 
@@ -37,66 +40,55 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
     if (semaphore == nullptr || initialValue > maximumValue) {
         return paramErr;
     }
-    *semaphore = static_cast<MPSemaphoreID>(
-        gSemaphores.Create([maximumValue, initialValue](Semaphore& record) {
-            record.mMaximum = maximumValue;
-            record.mValue = initialValue;
+    *semaphore = std::bit_cast<MPSemaphoreID>(
+        gSemaphores.Add([maximumValue, initialValue](Semaphore& added, uintptr_t /*identifier*/) {
+            added.mMaximum = maximumValue;
+            added.mUnits = initialValue;
         }));
     return *semaphore == nullptr ? OSStatus{kMPInsufficientResourcesErr} : OSStatus{noErr};
 }
 
 OSStatus MPDeleteSemaphore(MPSemaphoreID semaphore) {
-    return gSemaphores.Delete(semaphore) ? OSStatus{noErr} : OSStatus{kMPInvalidIDErr};
+    return gSemaphores.Remove(std::bit_cast<uintptr_t>(semaphore)) ? OSStatus{noErr}
+                                                                   : OSStatus{kMPInvalidIDErr};
 }
 
 OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout) {
-    Semaphores::Locked record(gSemaphores, semaphore);
-    if (!record) {
+    Semaphore* const found = FindSemaphore(semaphore);
+    if (found == nullptr) {
         return kMPInvalidIDErr;
     }
-    if (record->mValue != 0) {
-        --record->mValue;
-        return noErr;
+    std::unique_lock lock(found->mMutex);
+    const auto hasUnit = [found] { return found->mUnits != 0; };
+    ++found->mWaiters;
+    if (timeout == kDurationForever) {
+        found->mRaised.wait(lock, hasUnit);
+    } else {
+        found->mRaised.wait_for(lock, CoreServices::LengthOf(timeout), hasUnit);
     }
-    const Deadline deadline(timeout);
-    ++record->mWaiters;
-    bool inTime = true;
-    do {
-        inTime = record.Wait(deadline);
-        if (!record.IsValid()) {
-            // The counts are already those of the record's next life.
-            return kMPDeletedErr;
-        }
-    } while (inTime && record->mGranted == 0);
-    --record->mWaiters;
-    // A unit that arrived with the deadline is taken: it was given to a waiter.
-    if (record->mGranted == 0) {
+    --found->mWaiters;
+    // Also a unit that arrived with the deadline: it was given to a waiter.
+    if (!hasUnit()) {
         return kMPTimeoutErr;
     }
-    --record->mGranted;
+    --found->mUnits;
     return noErr;
 }
 
 OSStatus MPSignalSemaphore(MPSemaphoreID semaphore) {
-    Semaphore* awaited = nullptr;
+    Semaphore* const found = FindSemaphore(semaphore);
+    if (found == nullptr) {
+        return kMPInvalidIDErr;
+    }
     {
-        Semaphores::Locked record(gSemaphores, semaphore);
-        if (!record) {
-            return kMPInvalidIDErr;
-        }
-        if (record->mGranted < record->mWaiters) {
-            ++record->mGranted;
-            awaited = record.operator->();
-        } else if (record->mValue == record->mMaximum) {
+        const std::lock_guard lock(found->mMutex);
+        if (found->mUnits >= found->mMaximum &&
+            found->mUnits - found->mMaximum >= found->mWaiters) {
             return kMPInsufficientResourcesErr;
-        } else {
-            ++record->mValue;
         }
+        ++found->mUnits;
     }
-    if (awaited != nullptr) {
-        // Outside the mutex, which the waiter needs at once. Records stay for ever: should this one
-        // have been deleted meanwhile, the signal wakes nobody or is a spurious wake-up.
-        awaited->mCondition.Signal();
-    }
+    // Outside the mutex, which the waiter needs at once.
+    found->mRaised.notify_one();
     return noErr;
 }

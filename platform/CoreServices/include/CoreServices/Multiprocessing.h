@@ -2,9 +2,13 @@
 //
 // Contract of all functions: any thread may call. An identifier that never existed, was deleted or
 // is null is answered with kMPInvalidIDErr. Nothing but the two Create functions allocates, and
-// nothing but MPEnterCriticalRegion and MPWaitOnSemaphore blocks; an uncontended call costs no
-// system call, but for a thread's first on a region, which asks the kernel for the thread's number.
-// Deleting an object wakes its waiters, whose calls return kMPDeletedErr.
+// nothing but MPEnterCriticalRegion and MPWaitOnSemaphore blocks. Entering a region that is free,
+// leaving one that nobody waits for, taking a unit that is there and giving one that nobody waits
+// for cost no system call.
+//
+// An object may be deleted only while no other call with its identifier is under way. The original
+// platform ends the waits of such calls with kMPDeletedErr; here nothing returns that status, and a
+// thread that waits for a deleted object may wait for ever.
 //
 // A wait takes a Duration: kDurationImmediate (0) polls, kDurationForever has no limit, a positive
 // value counts milliseconds, a negative one microseconds, both on the monotonic clock.
@@ -27,13 +31,13 @@ enum {
 // Results: noErr; paramErr (null pointer); kMPInsufficientResourcesErr (out of memory).
 CORESERVICES_EXPORT OSStatus MPCreateCriticalRegion(MPCriticalRegionID* criticalRegion);
 
-// Deletes the region, whoever holds it. Results: noErr; kMPInvalidIDErr.
+// Deletes the region, even if a thread is in it, whose exit is then answered with kMPInvalidIDErr.
+// Results: noErr; kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPDeleteCriticalRegion(MPCriticalRegionID criticalRegion);
 
-// Takes the region. The thread that holds it may enter again, up to 65535 times in all, and must
-// exit as often. Everything done before the last exit is visible to the thread that enters next.
-// Results: noErr; kMPTimeoutErr; kMPDeletedErr; kMPInvalidIDErr; kMPInsufficientResourcesErr (the
-// caller is in it 65535 times; nothing changes).
+// Takes the region. The thread that holds it may enter again and must exit as often. Everything
+// done before the last exit is visible to the thread that enters next.
+// Results: noErr; kMPTimeoutErr; kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion,
                                                    Duration timeout);
 
@@ -51,10 +55,12 @@ CORESERVICES_EXPORT OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue,
 // Deletes the semaphore. Results: noErr; kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPDeleteSemaphore(MPSemaphoreID semaphore);
 
-// Takes one unit. Results: noErr; kMPTimeoutErr; kMPDeletedErr; kMPInvalidIDErr.
+// Takes one unit. Everything done before the unit was given is visible to the thread that takes it.
+// Results: noErr; kMPTimeoutErr; kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout);
 
-// Gives one unit: to a waiter if there is one, else into the semaphore.
+// Gives one unit: to a waiting thread, which may exceed the maximum until that thread has taken it,
+// else into the semaphore. A thread that comes to wait meanwhile may be the one that gets the unit.
 // Results: noErr; kMPInsufficientResourcesErr (the semaphore is full; nothing changes);
 // kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPSignalSemaphore(MPSemaphoreID semaphore);

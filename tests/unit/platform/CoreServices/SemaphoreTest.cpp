@@ -158,21 +158,15 @@ TEST_F(SemaphoreTest, AnswersADeletedIdentifier) {
     EXPECT_EQ(MPDeleteSemaphore(mSemaphore), kMPInvalidIDErr);
 }
 
-TEST_F(SemaphoreTest, WakesItsWaitersWhenItIsDeleted) {
-    Make(1, 0);
-    std::vector<std::future<OSStatus>> waiters;
-    for (const Duration timeout : {Duration{kDurationForever}, Duration{600000}}) {
-        waiters.push_back(std::async(std::launch::async, [this, timeout] {
-            return MPWaitOnSemaphore(mSemaphore, timeout);
-        }));
-    }
-    for (auto& waiter : waiters) {
-        EXPECT_EQ(waiter.wait_for(milliseconds(20)), std::future_status::timeout);
-    }
-    EXPECT_EQ(MPDeleteSemaphore(mSemaphore), noErr);
-    for (auto& waiter : waiters) {
-        // A waiter that was late to arrive finds no semaphore instead of losing it.
-        EXPECT_THAT(waiter.get(), testing::AnyOf(kMPDeletedErr, kMPInvalidIDErr));
+TEST_F(SemaphoreTest, StartsEveryLifeWithItsOwnUnitsAndMaximum) {
+    for (MPSemaphoreCount i = 0; i < 5000; ++i) {
+        MPSemaphoreID semaphore = nullptr;
+        ASSERT_EQ(MPCreateSemaphore(1 + i % 3, i % 2, &semaphore), noErr);
+        for (MPSemaphoreCount given = i % 2; given < 1 + i % 3; ++given) {
+            ASSERT_EQ(MPSignalSemaphore(semaphore), noErr);
+        }
+        ASSERT_EQ(MPSignalSemaphore(semaphore), kMPInsufficientResourcesErr);
+        ASSERT_EQ(MPDeleteSemaphore(semaphore), noErr);
     }
 }
 

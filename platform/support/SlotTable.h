@@ -1,0 +1,170 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <mutex>
+#include <new>
+
+// A table that gives its contents identifiers and tells those that still name something from those
+// that no longer do, or never did.
+//
+//     constinit SlotTable<Region, std::uintptr_t, 20> gRegions;
+//     const std::uintptr_t identifier = gRegions.Add([](Region& region, std::uintptr_t) {...});
+//     Region* const region = gRegions.Find(identifier); // null once it has been removed
+//     gRegions.Remove(identifier);
+//
+// A content lives in a slot, from Add to Remove. Its identifier holds the slot's number, a tag of
+// the caller's choice and the slot's generation, which changes with every life: so a slot that is
+// used again does not answer to the identifiers of its earlier lives. Slots are used again in the
+// order in which they became free, and an identifier comes round after some 16 million further
+// lives at the earliest, as long as there are memory and numbers for that.
+//
+// Contents are made 256 at a time, by their default constructor, and never destroyed. A pointer to
+// one therefore stays good for ever, and each life finds what the last one has left in its slot.
+//
+// Any thread may call. Only Add allocates; only Add and Remove take a lock, for a few
+// instructions. What Add did to a content is visible to whoever finds it.
+template <typename Content, typename Identifier, unsigned kIndexBits, unsigned kTagBits = 0>
+class SlotTable {
+public:
+    constexpr SlotTable() = default;
+    SlotTable(const SlotTable&) = delete;
+    SlotTable& operator=(const SlotTable&) = delete;
+
+    static constexpr Identifier TagOf(Identifier identifier) {
+        return (identifier >> kIndexBits) & ((Identifier{1} << kTagBits) - 1);
+    }
+
+    // Begins a life and returns its identifier, never 0. `begin(content, identifier)` prepares the
+    // content before anybody can find it. Returns 0, without a call of `begin`, when memory or
+    // numbers are used up.
+    template <typename Begin>
+    Identifier Add(const Begin& begin, Identifier tag = 0) {
+        Slot* const slot = TakeFree();
+        if (slot == nullptr) {
+            return 0;
+        }
+        // Generation 0 is left out, so that no identifier is ever 0.
+        const Identifier last = slot->mLast >> kGenerationShift;
+        const Identifier generation = last == kLastGeneration ? 1 : last + 1;
+        slot->mLast = (generation << kGenerationShift) | (tag << kIndexBits) | IndexOf(slot->mLast);
+        begin(slot->mContent, slot->mLast);
+        // Pairs with the load in IsLive: a content that is found is found prepared.
+        slot->mLiving.store(slot->mLast, std::memory_order_release);
+        return slot->mLast;
+    }
+
+    // Ends a life. Returns false when the identifier names nothing; of several threads that remove
+    // the same, one is told true.
+    bool Remove(Identifier identifier) {
+        const std::lock_guard lock(mMutex);
+        if (!IsLive(identifier)) {
+            return false;
+        }
+        Slot* const slot = SlotOf(identifier);
+        slot->mLiving.store(0, std::memory_order_release);
+        slot->mNextFree = nullptr;
+        (mFree == 0 ? mFirstFree : mLastFree->mNextFree) = slot;
+        mLastFree = slot;
+        ++mFree;
+        return true;
+    }
+
+    bool IsLive(Identifier identifier) const {
+        const Slot* const slot = SlotOf(identifier);
+        return slot != nullptr && identifier != 0 &&
+               slot->mLiving.load(std::memory_order_acquire) == identifier;
+    }
+
+    // The content that an identifier names, or null. It is up to the caller that nobody removes it
+    // meanwhile.
+    Content* Find(Identifier identifier) const {
+        return IsLive(identifier) ? &SlotOf(identifier)->mContent : nullptr;
+    }
+
+    // What lies in the identifier's slot, in whatever life; null where there are no slots yet.
+    Content* FindInAnyLife(Identifier identifier) const {
+        Slot* const slot = SlotOf(identifier);
+        return slot == nullptr ? nullptr : &slot->mContent;
+    }
+
+private:
+    static constexpr unsigned kGenerationShift = kIndexBits + kTagBits;
+    static constexpr unsigned kGenerationBits =
+        std::numeric_limits<Identifier>::digits - kGenerationShift;
+    static constexpr Identifier kLastGeneration =
+        std::numeric_limits<Identifier>::max() >> kGenerationShift;
+    static constexpr std::uint32_t kSlotCount = std::uint32_t{1} << kIndexBits;
+    static constexpr std::uint32_t kBlockSize = 256;
+    // How many slots stay free at the least, for the 16 million lives between two of one
+    // identifier.
+    static constexpr std::uint32_t kMinimumFree =
+        kGenerationBits < 24 ? std::uint32_t{1} << (24 - kGenerationBits) : 0;
+    static constexpr std::size_t kCacheLine = 64;
+
+    // In a cache line of its own, so that contents in use at once do not slow each other down.
+    struct alignas(kCacheLine) Slot {
+        std::atomic<Identifier> mLiving{0}; // 0 while the slot is free
+        // The identifier of the slot's latest life; only its number before the first. It belongs to
+        // the one that took the slot from the free ones, and so does the next field to the table.
+        Identifier mLast = 0;
+        Slot* mNextFree = nullptr;
+        Content mContent;
+    };
+    using Block = std::array<Slot, kBlockSize>;
+
+    static constexpr std::uint32_t IndexOf(Identifier identifier) {
+        return static_cast<std::uint32_t>(identifier & (kSlotCount - 1));
+    }
+
+    Slot* SlotOf(Identifier identifier) const {
+        const std::uint32_t index = IndexOf(identifier);
+        // Pairs with the release store in TakeFresh: a block that is seen is seen complete.
+        Block* const block = mBlocks[index / kBlockSize].load(std::memory_order_acquire);
+        return block == nullptr ? nullptr : &(*block)[index % kBlockSize];
+    }
+
+    Slot* TakeFree() {
+        const std::lock_guard lock(mMutex);
+        if (mFree <= kMinimumFree) {
+            if (Slot* const fresh = TakeFresh()) {
+                return fresh;
+            }
+        }
+        if (mFree == 0) {
+            return nullptr;
+        }
+        --mFree;
+        Slot* const slot = mFirstFree;
+        mFirstFree = slot->mNextFree;
+        return slot;
+    }
+
+    // A slot that was never used.
+    Slot* TakeFresh() {
+        if (mUsed == kSlotCount) {
+            return nullptr;
+        }
+        if (mUsed % kBlockSize == 0) {
+            Block* const block = new (std::nothrow) Block;
+            if (block == nullptr) {
+                return nullptr;
+            }
+            mBlocks[mUsed / kBlockSize].store(block, std::memory_order_release);
+        }
+        Slot* const slot = SlotOf(mUsed);
+        slot->mLast = mUsed++;
+        return slot;
+    }
+
+    std::array<std::atomic<Block*>, kSlotCount / kBlockSize> mBlocks{};
+    // Guards what follows.
+    std::mutex mMutex;
+    std::uint32_t mUsed = 0; // slots that were ever used
+    std::uint32_t mFree = 0; // of these, free now: the list from the longest free to the latest
+    Slot* mFirstFree = nullptr;
+    Slot* mLastFree = nullptr;
+};

@@ -14,7 +14,7 @@ else()
     find_package(Boost 1.74 REQUIRED)
 endif()
 
-if(NOT APPLE AND NOT CMAKE_CROSSCOMPILING)
+if(QUORVEL_BUILD_MIDISERVER)
     find_package(CLI11 REQUIRED)
     find_package(fmt REQUIRED)
     find_package(nlohmann_json REQUIRED)

@@ -12,7 +12,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 target_compile_features(quorvel_flags INTERFACE cxx_std_20 c_std_11)
 target_include_directories(quorvel_flags INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(quorvel_flags INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${QUORVEL_WARNINGS_AS_ERRORS}>:-Werror>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # GCC 12 reports these two inside its own inlined library code.
     target_compile_options(quorvel_flags INTERFACE -Wno-stringop-overflow -Wno-array-bounds)

@@ -4,7 +4,7 @@
 #include "fuzz/AllocationPeak.h"
 #include "fuzz/Require.h"
 #include "midiserver/errors/InputError.h"
-#include "midiserver/replay/CaptureFile.h"
+#include "midiserver/replay/session/CaptureFile.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 // Arbitrary bytes through the reader of Standard MIDI Files: as the file, or as the events of
 // tracks in chunks whose lengths are right, which mutation alone would rarely hit.
 #include "fuzz/SessionReading.h"
-#include "midiserver/replay/StandardMidiFile.h"
+#include "midiserver/replay/session/StandardMidiFile.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -10,7 +10,7 @@
 #include "midiserver/preferences/PreferencesEditor.h"
 #include "midiserver/replay/ProgressDisplay.h"
 #include "midiserver/replay/ReplaySession.h"
-#include "midiserver/replay/SessionFile.h"
+#include "midiserver/replay/session/SessionFile.h"
 
 #include <fmt/format.h>
 

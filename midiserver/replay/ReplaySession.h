@@ -1,9 +1,9 @@
 #pragma once
 
 #include "midiserver/host/Host.h"
-#include "midiserver/replay/RecordedSession.h"
 #include "midiserver/replay/ReplayStatistics.h"
 #include "midiserver/replay/Report.h"
+#include "midiserver/replay/session/RecordedSession.h"
 #include "platform/support/PacketListBuilder.h"
 
 #include <chrono>

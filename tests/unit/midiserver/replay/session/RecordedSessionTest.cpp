@@ -1,4 +1,4 @@
-#include "midiserver/replay/RecordedSession.h"
+#include "midiserver/replay/session/RecordedSession.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

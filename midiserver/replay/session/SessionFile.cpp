@@ -1,8 +1,8 @@
-#include "midiserver/replay/SessionFile.h"
+#include "midiserver/replay/session/SessionFile.h"
 
 #include "midiserver/errors/InputError.h"
-#include "midiserver/replay/CaptureFile.h"
-#include "midiserver/replay/StandardMidiFile.h"
+#include "midiserver/replay/session/CaptureFile.h"
+#include "midiserver/replay/session/StandardMidiFile.h"
 #include "platform/support/FileDescriptor.h"
 #include "platform/support/FileReading.h"
 

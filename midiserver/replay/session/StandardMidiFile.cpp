@@ -1,7 +1,7 @@
-#include "midiserver/replay/StandardMidiFile.h"
+#include "midiserver/replay/session/StandardMidiFile.h"
 
 #include "midiserver/errors/InputError.h"
-#include "midiserver/replay/MidiMessage.h"
+#include "midiserver/replay/session/MidiMessage.h"
 
 #include <fmt/format.h>
 

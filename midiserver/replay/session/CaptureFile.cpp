@@ -1,7 +1,7 @@
-#include "midiserver/replay/CaptureFile.h"
+#include "midiserver/replay/session/CaptureFile.h"
 
 #include "midiserver/errors/InputError.h"
-#include "midiserver/replay/MidiMessage.h"
+#include "midiserver/replay/session/MidiMessage.h"
 
 #include <fmt/format.h>
 

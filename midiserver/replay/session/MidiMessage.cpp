@@ -1,4 +1,4 @@
-#include "midiserver/replay/MidiMessage.h"
+#include "midiserver/replay/session/MidiMessage.h"
 
 namespace MidiServer {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "midiserver/replay/RecordedSession.h"
+#include "midiserver/replay/session/RecordedSession.h"
 
 #include <iterator>
 

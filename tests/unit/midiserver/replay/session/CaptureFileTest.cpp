@@ -1,7 +1,7 @@
-#include "midiserver/replay/CaptureFile.h"
+#include "midiserver/replay/session/CaptureFile.h"
 
 #include "midiserver/errors/InputError.h"
-#include "tests/unit/midiserver/replay/RecordedMessages.h"
+#include "tests/unit/midiserver/replay/session/RecordedMessages.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

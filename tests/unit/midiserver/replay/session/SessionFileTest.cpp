@@ -1,4 +1,4 @@
-#include "midiserver/replay/SessionFile.h"
+#include "midiserver/replay/session/SessionFile.h"
 
 #include "midiserver/errors/InputError.h"
 

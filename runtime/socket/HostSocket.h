@@ -1,27 +1,29 @@
-// Where a host's sockets differ from those of the driver's first platform, whose numbers and
-// meanings the runtime's interface keeps. One source file a host.
+// The differences between a host's sockets and those of the driver's first platform. The runtime's
+// interface keeps that platform's numbers and meanings on every host. Each host has one source file
+// for this.
 //
-// Any thread; nothing blocks or allocates.
+// Any thread may call these functions; they neither block nor allocate.
 #pragma once
 
 #include <sys/socket.h>
 
-// The first platform's number of the host's error `hostError`, matched by name; -1 for an error
-// that the first platform does not have.
+// Returns the first platform's number for the host's error `hostError`; errors are matched by name,
+// so ETIMEDOUT becomes 60. Returns -1 for an error that the first platform does not have.
 int HostErrorToPlatformError(int hostError);
 
-// The host's number of an address family given as the first platform's: 30 is IPv6. Any other
-// family is returned as it is. And back.
+// These convert the number of an address family from the first platform's, where IPv6 is 30, to
+// the host's, and back. Families other than IPv6 have the same number on both.
 int PlatformFamilyToHost(int platformFamily);
 int HostFamilyToPlatform(int hostFamily);
 
 // Writes the host's family, and the length where the host keeps one, into `address`.
 void SetHostAddressHeader(sockaddr_storage& address, int hostFamily, socklen_t length);
 
-// Whether writing to a closed connection raises SIGPIPE. Both return 0, or -1 with errno set as
-// setsockopt and getsockopt do; a host without the option sets errno to ENOPROTOOPT.
+// Set and read the option that keeps a write to a closed connection from raising SIGPIPE. Both
+// return 0, or -1 with errno set as setsockopt and getsockopt do. On a host without the option they
+// set errno to ENOPROTOOPT.
 int SetHostNoSigPipe(int descriptor, int on);
 int GetHostNoSigPipe(int descriptor, int& on);
 
-// The buffer size that was asked for, given what getsockopt reads back for it.
+// Returns the buffer size that was asked for, given the size that getsockopt reads back.
 int RequestedBufferSize(int readBack);

@@ -1,4 +1,5 @@
-// The driver's first platform: nothing differs, but that an address keeps its own length.
+// The driver's first platform itself. Nothing differs there, except that an address keeps its own
+// length.
 #include "runtime/socket/HostSocket.h"
 
 int HostErrorToPlatformError(int hostError) {

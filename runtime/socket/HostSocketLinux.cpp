@@ -4,7 +4,7 @@
 
 namespace {
 
-// IPv6 on the driver's first platform.
+// The number of IPv6 on the driver's first platform.
 constexpr int kPlatformIPv6 = 30;
 
 struct ErrorPair {
@@ -12,7 +12,7 @@ struct ErrorPair {
     int platform;
 };
 
-// The first platform's error numbers, by the names that both have.
+// The error numbers of the first platform, beside the host's of the same name.
 constexpr ErrorPair kErrors[] = {
     {EPERM, 1},
     {ENOENT, 2},
@@ -138,7 +138,7 @@ int GetHostNoSigPipe(int /*descriptor*/, int& /*on*/) {
 }
 
 int RequestedBufferSize(int readBack) {
-    // The kernel doubles what is asked for, to make room for its own bookkeeping, and reads back
-    // the doubled size.
+    // The kernel doubles the size that is asked for, as it needs room for its own bookkeeping, and
+    // reads the doubled size back.
     return readBack / 2;
 }

@@ -50,7 +50,7 @@ int OSToNyResult(int error) {
         return 60;
     case 91:
         return 61;
-    // 62 is never given.
+    // No error has the result 62.
     case 94:
         return 63;
     case 95:

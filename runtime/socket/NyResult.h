@@ -1,6 +1,4 @@
 // The runtime's result codes for failed system calls.
-//
-// Pure function of its argument: any thread, no allocation.
 #pragma once
 
 enum tNyResult {
@@ -12,7 +10,9 @@ enum tNyResult {
     kNyNotForThisSocketType = 35,
 };
 
-// Maps an error number to a result. Error numbers are those of the driver's first platform,
-// whatever the host's own are: see HostSocket.h for the way from one to the other. A number that
-// has no result of its own gives kNyUnknownError.
+// Returns the result code for an error number: 60, a time-out, gives 54. The error numbers are
+// those of the driver's first platform on every host; HostErrorToPlatformError in HostSocket.h
+// converts a host's own. A number that has no result of its own gives kNyUnknownError.
+//
+// Any thread may call it; it neither blocks nor allocates.
 int OSToNyResult(int error);

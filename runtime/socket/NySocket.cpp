@@ -1,6 +1,7 @@
 #include "runtime/socket/NySocket.h"
 
-#include <cerrno>
+#include "runtime/socket/HostSocket.h"
+#include "runtime/socket/NyResult.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -9,8 +10,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "runtime/socket/HostSocket.h"
-#include "runtime/socket/NyResult.h"
+#include <cerrno>
 
 namespace {
 

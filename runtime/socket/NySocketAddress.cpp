@@ -1,12 +1,12 @@
 #include "runtime/socket/NySocketAddress.h"
 
-#include <algorithm>
-#include <cstring>
+#include "runtime/socket/HostSocket.h"
+#include "runtime/string/NyString.h"
 
 #include <netinet/in.h>
 
-#include "runtime/socket/HostSocket.h"
-#include "runtime/string/NyString.h"
+#include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -89,7 +89,7 @@ bool NySocketAddress::StringToIPv4Address(const char* text, unsigned int& addres
                 return false;
             }
         }
-        // A value that no octet has stays there when there is no number.
+        // If there is no number, this value stays there, which no octet has.
         octets[i] = 256;
         NyStringToValue(rest, octets[i], 10);
         if (octets[i] > 255) {

@@ -25,8 +25,8 @@ constexpr bool IsSurrogate(UTF32 unit) {
     return unit >= 0xD800 && unit <= 0xDFFF;
 }
 
-// How many bytes follow a lead byte. Bytes that lead nothing count as if they did, so that a text
-// that ends behind one is exhausted before it is illegal.
+// How many bytes follow each lead byte. Bytes that never lead a character have a count too, so that
+// a text that ends just after one is reported as exhausted rather than as illegal.
 constexpr std::array<unsigned char, 256> MakeTrailingByteCounts() {
     std::array<unsigned char, 256> counts{};
     for (std::size_t lead = 0xC0; lead < counts.size(); ++lead) {
@@ -36,8 +36,9 @@ constexpr std::array<unsigned char, 256> MakeTrailingByteCounts() {
 }
 constexpr std::array<unsigned char, 256> kTrailingBytes = MakeTrailingByteCounts();
 
-// Whether the `length` bytes at `source` are one well-formed character. The second byte of four
-// leads is bounded more tightly: no overlong form, no surrogate, nothing above U+10FFFF.
+// Says whether the `length` bytes at `source` are one well-formed character. After four of the lead
+// bytes the second byte has tighter bounds, which exclude overlong forms, surrogates and values
+// above U+10FFFF.
 bool IsLegalCharacter(const UTF8* source, std::size_t length) {
     const UTF8 lead = source[0];
     if (length == 1) {
@@ -118,13 +119,16 @@ void EncodeSurrogatePair(UTF32 character, UTF16* target) {
     target[1] = static_cast<UTF16>(0xDC00 + (offset & 0x3FF));
 }
 
-// The fast paths below alternate between blocks of ASCII, which are copied whole, and runs of
-// single characters, of which as many are converted as both sides surely have room for, so that no
-// bound needs to be looked at for each of them.
+// The fast paths, up to ReadUTF16. They make the conversions between UTF-8 and UTF-16 as fast as
+// ICU's and serve nothing else: the converters at the end of this file are complete without them.
+//
+// A fast path alternates between blocks of ASCII, which it copies whole, and runs of single
+// characters. A run is as long as both sides surely have room for, so that no character of it needs
+// a check of its own.
 constexpr std::ptrdiff_t kBlock = 32;
 constexpr std::ptrdiff_t kRun = 48;
 
-// Whether the 32 units at `source` are ASCII.
+// Says whether the 32 units at `source` are ASCII.
 template <typename Unit>
 bool IsASCIIBlock(const Unit* source) {
     constexpr std::uint64_t kOthers = sizeof(Unit) == 1 ? 0x8080808080808080U : 0xFF80FF80FF80FF80U;
@@ -158,7 +162,8 @@ constexpr std::uint32_t PackThreeBytes(std::uint32_t character) {
     return 0x8080E0 | character >> 12 | (character & 0xFC0) << 2 | (character & 0x3F) << 16;
 }
 
-// Writes a value's bytes, the least significant first; one store where the host does just that.
+// Writes a value's bytes, the least significant first. On a host that keeps them in this order it
+// is one store.
 template <typename Value>
 void StoreLeastFirst(Value value, UTF8* target) {
     if constexpr (std::endian::native == std::endian::little) {
@@ -170,14 +175,14 @@ void StoreLeastFirst(Value value, UTF8* target) {
     }
 }
 
-// Whether the four units at `source` take three bytes each.
+// Says whether the four units at `source` take three bytes each.
 inline bool AreFourThreeBytes(const UTF16* source) {
     return TakesThreeBytes(source[0]) && TakesThreeBytes(source[1]) && TakesThreeBytes(source[2]) &&
            TakesThreeBytes(source[3]);
 }
 
-// Writes a unit below 0x800 without a branch on which of its two lengths it has, and returns the
-// end. Writes two bytes.
+// Writes a unit below 0x800 and returns the end. It takes one byte or two; to save a branch, two
+// are written in both cases.
 inline UTF8* PutOneOrTwo(UTF32 unit, UTF8* target) {
     const bool isASCII = unit < 0x80;
     target[0] = static_cast<UTF8>(isASCII ? unit : 0xC0 | unit >> 6);
@@ -202,8 +207,8 @@ bool IsContinuation(UTF8 byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-// Converts what is well formed and far enough from both ends, and leaves all else, and every
-// decision about it, to the caller.
+// Converts characters that are well formed and far enough from both ends. It leaves everything
+// else, and every decision about it, to the caller.
 void ConvertWellFormed(const UTF8*& sourceStart, const UTF8* sourceEnd, UTF16*& targetStart,
                        const UTF16* targetEnd) {
     const UTF8* source = sourceStart;
@@ -252,8 +257,8 @@ void ConvertWellFormed(const UTF16*& sourceStart, const UTF16* sourceEnd, UTF8*&
     while (run > 0) {
         CopyASCIIBlocks(source, sourceEnd, target, targetEnd);
         CopyThreeByteBlocks(source, sourceEnd, target, targetEnd);
-        // A group of four may take one unit more, the second of a pair, and 13 bytes; behind the
-        // last one four more are looked at.
+        // A group of four units may take a fifth, the second of a pair, and 13 bytes. After the
+        // last group of the run, the next four units are looked at.
         run = std::min({kRun, (sourceEnd - source - 4) / 5, (targetEnd - target) / 13});
         for (std::ptrdiff_t i = 0; i < run; ++i) {
             std::uint64_t group;
@@ -302,8 +307,8 @@ void ConvertWellFormed(const UTF16*& sourceStart, const UTF16* sourceEnd, UTF8*&
     targetStart = target;
 }
 
-// Reads one character of UTF-16 at `source` and advances behind it. `source` stays where it is when
-// the result is not conversionOK.
+// Reads one character of UTF-16 at `source` and advances past it. If the result is not
+// conversionOK, `source` stays where it is.
 ConversionResult ReadUTF16(const UTF16*& source, const UTF16* sourceEnd, ConversionFlags flags,
                            UTF32& character) {
     character = *source;
@@ -327,8 +332,8 @@ ConversionResult ReadUTF16(const UTF16*& source, const UTF16* sourceEnd, Convers
     return conversionOK;
 }
 
-// Runs a conversion on copies of the caller's pointers, which a store through the target cannot
-// alias, and hands back how far it came.
+// Runs a conversion on copies of the caller's pointers and stores in those how far it came. No
+// store through the target can change the copies, so the compiler can keep them in registers.
 template <typename Source, typename Target, typename Conversion>
 ConversionResult Advance(const Source** sourceStart, Target** targetStart,
                          const Conversion& conversion) {
@@ -360,7 +365,8 @@ ConversionResult ConvertUTF32toUTF16(const UTF32** sourceStart, const UTF32* sou
                     *target++ = static_cast<UTF16>(kReplacement);
                 }
             } else if (character > kLastCharacter) {
-                // Intended: a strict conversion reports such a value and goes on without it.
+                // A strict conversion reports such a value and goes on without it, as the reference
+                // algorithm does.
                 if (flags == strictConversion) {
                     result = sourceIllegal;
                 } else {
@@ -426,8 +432,8 @@ ConversionResult ConvertUTF16toUTF8(const UTF16** sourceStart, const UTF16* sour
 ConversionResult ConvertUTF8toUTF16(const UTF8** sourceStart, const UTF8* sourceEnd,
                                     UTF16** targetStart, UTF16* targetEnd,
                                     ConversionFlags /*flags*/) {
-    // What the flags would tell apart, surrogates and values above U+10FFFF, is not well-formed
-    // UTF-8 and stops the conversion before they matter.
+    // The flags only differ for surrogates and values above U+10FFFF. In UTF-8 neither is well
+    // formed, so the conversion has stopped before the flags matter.
     return Advance(sourceStart, targetStart, [&](const UTF8*& source, UTF16*& target) {
         for (;;) {
             ConvertWellFormed(source, sourceEnd, target, targetEnd);
@@ -467,7 +473,8 @@ ConversionResult ConvertUTF32toUTF8(const UTF32** sourceStart, const UTF32* sour
                 return sourceIllegal;
             }
             if (character > kLastCharacter) {
-                // Intended: reported under both flags, replaced, and the conversion goes on.
+                // Such a value is replaced and reported under both flags, and the conversion goes
+                // on, as in the reference algorithm.
                 character = kReplacement;
                 result = sourceIllegal;
             }

@@ -1,12 +1,12 @@
 #include "runtime/string/NyString.h"
 
-#include <cstring>
-
 #include "runtime/string/ConvertUTF.h"
+
+#include <cstring>
 
 namespace {
 
-// Intended: longer texts are cut here, whatever memory there is.
+// Longer texts are cut here, whatever memory there is: the cut is part of the contract.
 constexpr std::size_t kConversionUnits = 4095;
 
 } // namespace
@@ -30,7 +30,7 @@ int NyStringToString(const unsigned short* text, std::string& out) {
 int NyStringToString(const char* text, tString& out) {
     unsigned short buffer[kConversionUnits];
     unsigned short* end = buffer;
-    // UTF-8 is read as bytes, which any object may be.
+    // Any object may be read as bytes, so this cast is safe.
     const auto* start = reinterpret_cast<const unsigned char*>(text);
     const unsigned char* source = start;
     const NYPL::ConversionResult result =

@@ -1,17 +1,18 @@
-// The runtime's text types: UTF-8 in std::string, UTF-16 in tString, and the conversions between
-// them and to values.
+// The runtime's text types, UTF-8 in std::string and UTF-16 in tString, and the conversions between
+// them and into values.
 //
-// Conversions are lenient (see ConvertUTF.h), go through a buffer of 4095 units on the stack and
-// keep no state: any thread may call them. They allocate only the result.
+// The conversions between the two are lenient (see ConvertUTF.h) and go through a buffer of 4095
+// units on the stack. They keep no state, so any thread may call them, and allocate only the
+// result.
 #pragma once
+
+#include "runtime/string/UTF16Traits.h"
 
 #include <cstddef>
 #include <ios>
 #include <sstream>
 #include <string>
 #include <utility>
-
-#include "runtime/string/UTF16Traits.h"
 
 class tString;
 
@@ -29,17 +30,20 @@ int NyStringToString(const unsigned short* text, std::string& out);
 int NyStringToString(const char* text, tString& out);
 
 // A string of UTF-16 code units without a terminator inside. Conversions from and to UTF-8 are cut
-// at 4095 units; whether they were complete is not reported: use NyStringToString to know.
+// at 4095 units and do not report it; NyStringToString does.
 //
-// It is used as a standard string is: built from units and their number, from a unit and how often
-// it comes, or from iterators; joined with +, also with UTF-8; cut with substr.
+// It is used as a standard string is. It can be built from units and their number, from a unit and
+// a repeat count, or from iterators; + joins it, with UTF-8 as well, and substr cuts it.
+//
+//     tString name("Fl\xC3\xB6te"); // UTF-8 in, five units of UTF-16 inside
+//     const std::string utf8 = name + " 2";
 class tString : public std::basic_string<unsigned short, UTF16Traits> {
 public:
     using Base = std::basic_string<unsigned short, UTF16Traits>;
     using Base::Base;
 
     tString() = default;
-    // What the standard string's own operations return.
+    // These take what the standard string's own operations return.
     tString(const Base& units) : Base(units) {}
     tString(Base&& units) noexcept : Base(std::move(units)) {}
     tString(const char* utf8) { NyStringToString(utf8, *this); }
@@ -57,7 +61,8 @@ public:
         return utf8;
     }
 
-    // As the standard string's; throws std::out_of_range when `position` is beyond the end.
+    // Does what the standard string's does: throws std::out_of_range for a `position` beyond the
+    // end.
     tString substr(size_type position = 0, size_type count = npos) const {
         return Base::substr(position, count);
     }
@@ -68,9 +73,9 @@ public:
     }
 };
 
-// Reads one value from the start of `text` as a string stream does: in octal for base 8, decimal
-// for 10, hexadecimal for 16; for any other base the prefix decides. Leaves `value` unchanged when
-// there is no such value, or it does not fit.
+// Reads one value from the start of `text` as a string stream does. Base 8 means octal, 10 decimal
+// and 16 hexadecimal; with any other base the prefix decides. Leaves `value` unchanged when the
+// text does not start with a value, or when it does not fit. So ("7f", value, 16) stores 127.
 template <typename T>
 void NyStringToValue(const std::string& text, T& value, int base) {
     std::istringstream stream(text);

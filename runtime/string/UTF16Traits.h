@@ -1,4 +1,5 @@
-// Character traits for strings of unsigned short, which the standard library need not supply.
+// The character traits with which tString is a standard string of unsigned short. The standard
+// library need not supply traits for that type.
 #pragma once
 
 #include <algorithm>

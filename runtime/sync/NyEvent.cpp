@@ -13,7 +13,8 @@ namespace {
 
 constexpr unsigned int kNoLimit = 0xFFFFFFFF;
 
-// The wall-clock moment `timeoutMs` from now; the epoch, which has passed, without a clock.
+// Returns the wall-clock moment `timeoutMs` from now. If the clock cannot be read, it counts from
+// the epoch, which has passed.
 timespec DeadlineAfter(unsigned int timeoutMs) {
     timeval now{};
     gettimeofday(&now, nullptr);
@@ -55,8 +56,9 @@ NyEvent::NyEvent(tResetPolicy policy, tState state) : NyEvent(policy, state, "un
 
 NyEvent::~NyEvent() = default;
 
-// The state is relaxed but for a signal: what it guards is ordered by the mutex, which a wait on an
-// event that stays signalled spares; that one acquires what the signal released.
+// Ordering of the state. Mostly the mutex orders what the event guards, and the state is relaxed.
+// The exception is a wait on a manual-reset event that is signalled: it does without the mutex, and
+// so acquires the state, which the signal released.
 
 void NyEvent::Signal() {
     SignalUnderLock();
@@ -78,10 +80,10 @@ void NyEvent::WakeWaiters() {
     if (data.mStatus != 0) {
         return;
     }
-    // Outside the mutex, so that a waiter that took the signal meanwhile spares the broadcast. A
-    // thread sees at least its own store here: whoever reads "not signalled" reads a later store
-    // by a waiter or by Reset, after which a blocked waiter is right to stay blocked; a later
-    // Signal makes its own broadcast.
+    // The state is read again outside the mutex: if a waiter took the signal meanwhile, there is
+    // nothing to broadcast. This thread reads its own store or a later one. So "not signalled" can
+    // only come from a later store, by a waiter or by Reset, and then the threads that are blocked
+    // are right to stay so. A later Signal makes its own broadcast.
     if (data.mState.load(std::memory_order_relaxed) == kSignaled) {
         pthread_cond_broadcast(&data.mCondition);
     }

@@ -7,7 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
-// The platform's objects behind a NyEvent.
+// The platform's objects behind a NyEvent, which alone uses them.
 struct NyEventPlatformData {
     NyEventPlatformData();
     ~NyEventPlatformData();
@@ -17,10 +17,11 @@ struct NyEventPlatformData {
     pthread_cond_t mCondition{};
     pthread_condattr_t mConditionAttributes{};
     pthread_mutex_t mMutex{};
-    // Result of the last platform call made to build or destroy the record, earlier ones are
-    // overwritten; not 0: the event is inert. Written by constructor and destructor only.
+    // The result of the last platform call that built or destroyed the record; each call overwrites
+    // the result before it. If it is not 0, the event is inert. Only the constructor and the
+    // destructor write it.
     int32_t mStatus = 0;
     NyEvent::tResetPolicy mResetPolicy = NyEvent::kManualReset;
-    // Written under `mMutex` only. Atomic for the one read that `Signal` makes outside of it.
+    // Written under `mMutex` only. Atomic because `Signal` and `Wait` also read it without.
     std::atomic<NyEvent::tState> mState{NyEvent::kNotSignaled};
 };

@@ -6,30 +6,37 @@
 
 // A named, recursive mutex over a critical region of the platform.
 //
-// A mutex whose region could not be created stays degenerate for life: every `Lock` returns true
-// and every `Unlock` does nothing. That is intended: a failing platform call neither blocks nor
-// fails a caller.
+// If the platform could not create the region, the mutex stays degenerate for life: every `Lock`
+// returns true and every `Unlock` does nothing. That is intended for the sake of the callers, whom
+// a failing platform call shall neither block nor fail.
 //
 // Any thread may lock; only the holder may unlock. Everything done before the last `Unlock` is
-// visible to the thread that locks next. Nothing allocates but the constructors.
+// visible to the thread that locks next. Only the constructors allocate.
+//
+//     NyMutex mutex("ports");
+//     if (mutex.Lock(100)) { // waits for up to 100 ms
+//         ++ports;
+//         mutex.Unlock();
+//     }
 class NyMutex {
 public:
     NyMutex(); // named "unnamed"
     explicit NyMutex(const char* name);
-    virtual ~NyMutex(); // no thread may hold or wait for the mutex
+    virtual ~NyMutex(); // no thread may hold the mutex or wait for it
     NyMutex(const NyMutex&) = delete;
     NyMutex& operator=(const NyMutex&) = delete;
 
-    // Takes the mutex; blocks for up to `timeoutMs` milliseconds, 0xFFFFFFFF without limit. Values
-    // from 0x80000000 to 0xFFFFFFFE reach the platform as a negative number, which counts
-    // microseconds (kept so). False on time-out only: any other failure of the platform counts as
-    // success.
+    // Takes the mutex. Blocks for up to `timeoutMs` milliseconds; 0xFFFFFFFF means without limit. A
+    // value from 0x80000000 to 0xFFFFFFFE reaches the platform as a negative number, which the
+    // platform reads as microseconds; this is kept. Returns false on time-out only: any other
+    // failure of the platform counts as success.
     bool Lock(unsigned int timeoutMs);
 
     // Undoes one `Lock` that returned true.
     void Unlock();
 
-    // For diagnostics. The count of locks not yet undone is steady only for the holder.
+    // Both are for diagnostics. The count is the number of locks that are not undone yet; only the
+    // holder can rely on it.
     const std::string& GetName() const { return mName; }
     int32_t GetLockCount() const { return mLockCount; }
 

@@ -5,14 +5,19 @@
 #include <atomic>
 #include <type_traits>
 
-// A slot that holds one pointer per thread, null until that thread sets it.
+// A slot that holds one pointer per thread. The pointer is null until its thread sets it.
 //
-// `Get` and `Set`: any thread, each on its own slot; neither blocks, and `Get` never allocates (the
-// first `Set` of a thread may, in the C library). What the slots point to belongs to the user: it
-// is freed neither when a thread ends nor when the slot goes.
+// Any thread may call `Get` and `Set`, which work on its own pointer. Neither blocks. `Get` never
+// allocates; the first `Set` of a thread may, in the C library. What the pointers point to belongs
+// to the user: it is freed neither when a thread ends nor when the slot is destroyed.
 //
-// When the platform has no key left, `Get` and `Set` use key 0 without a check, whoever's it is;
-// the slot then is that key's. Intended. Key 0 is never deleted.
+// When the platform has no key left, `Get` and `Set` use key 0 without a check, whoever owns it,
+// and work on that key's pointers. This is intended, so that no access pays for a check. Key 0 is
+// never deleted.
+//
+//     static NyThreadLocal<Session*> sSession;
+//     sSession.Set(&session);
+//     Session* const mine = sSession.Get();
 template <typename T>
 class NyThreadLocal {
     static_assert(std::is_pointer_v<T>, "a slot holds a pointer");
@@ -21,8 +26,8 @@ public:
     NyThreadLocal() : mKey(CreateKey()) {}
 
     ~NyThreadLocal() {
-        // Exchanged and not just read: these are static objects, and a thread that outlives them
-        // must find in the storage that remains that there is no slot any more.
+        // Marks the slot as destroyed. Slots are static objects, and a thread may outlive them; it
+        // then finds the mark in the storage that remains.
         const pthread_key_t key = mKey.exchange(kDestroyed, std::memory_order_relaxed);
         if (key != kNoKey) {
             pthread_key_delete(key);
@@ -47,10 +52,10 @@ public:
 
 private:
     static constexpr pthread_key_t kNoKey = 0;
-    static constexpr pthread_key_t kDestroyed = ~pthread_key_t{0}; // more keys than there can be
+    static constexpr pthread_key_t kDestroyed = ~pthread_key_t{0}; // beyond every platform's keys
 
-    // Some platforms hand out 0 as a key like any other. It is given back for the next one, so
-    // that 0 means everywhere that there is no key.
+    // Some platforms hand out 0 as a key like any other. It is given back in exchange for the next
+    // key, so that 0 means on every platform that there is no key.
     static pthread_key_t CreateKey() {
         pthread_key_t key = kNoKey;
         if (pthread_key_create(&key, nullptr) != 0) {
@@ -65,6 +70,6 @@ private:
         return created ? other : kNoKey;
     }
 
-    // In place and atomic, see the destructor.
+    // In the object itself, and atomic, because a thread may still read it after the destructor.
     std::atomic<pthread_key_t> mKey;
 };

@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
-// Both are constant-initialised and have no destructor: usable from any static object, and by a
-// thread that starts or ends while the process does.
+// Both are initialised at compile time and have no destructor. So any static object may use them,
+// and so may a thread that starts or ends while the process does.
 constinit NyAtStartFunctions NyThread::mAtStartFunctions;
 constinit std::atomic<pthread_t> NyThread::msMainThreadID{};
 
@@ -20,8 +20,9 @@ constexpr int32_t kLowestPriority = 1000;
 constexpr int32_t kNormalPriority = 1005;
 constexpr int32_t kHighestPriority = 1015;
 
-// The platform's priority for a level. Lopsided on purpose: the five levels below normal are
-// fifths of the lower half of the range, the ten above it are tenths of the upper half.
+// Returns the platform's priority for a level. The steps are lopsided on purpose, as there are five
+// levels below normal and ten above it: those below are fifths of the lower half of the range,
+// those above are tenths of the upper half.
 int ToPlatformPriority(int32_t level) {
     const int min = sched_get_priority_min(SCHED_FIFO);
     const int max = sched_get_priority_max(SCHED_FIFO);
@@ -49,7 +50,7 @@ int CreateRealTimeThread(pthread_t& thread, int32_t level, void* (*body)(void*),
     sched_param parameters{};
     parameters.sched_priority = ToPlatformPriority(level);
     pthread_attr_setschedparam(&attributes, &parameters);
-    // Without this the policy above would be ignored in favour of the creating thread's.
+    // Without this the platform would ignore the policy and use that of the creating thread.
     pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
     const int result = pthread_create(&thread, &attributes, body, argument);
     pthread_attr_destroy(&attributes);
@@ -87,7 +88,8 @@ void NyThread::Start() {
     pthread_t thread{};
     int result = CreateRealTimeThread(thread, mPriority, &ThreadBody, this);
     if (result != 0) {
-        // A process without the privilege is refused. Late playing beats none.
+        // The platform refuses a process without the privilege. It is better to play late than not
+        // to play.
         const int refusal = result;
         result = pthread_create(&thread, nullptr, &ThreadBody, this);
         if (result == 0) {
@@ -134,7 +136,7 @@ void* NyThread::ThreadBody(void* argument) {
 }
 
 void NyThread::ThreadStart(NyThread* thread) {
-    // The size is read afresh each time: an at-start function may add another.
+    // The size is read again each time, because an at-start function may add another one.
     for (std::size_t i = 0; i < mAtStartFunctions.Size(); ++i) {
         mAtStartFunctions.At(i)();
     }
@@ -142,6 +144,6 @@ void NyThread::ThreadStart(NyThread* thread) {
         thread->Run();
         thread->mPlatformData->mRunning.store(0, std::memory_order_release);
     }
-    // Static, so that it can be called while logging is off and there is no manager.
+    // This is a static function because there is no manager while logging is off.
     HSL::CLogManager::CleanupTLSContext();
 }

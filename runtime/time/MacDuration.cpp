@@ -18,7 +18,7 @@ long ConvertNyTimeToMacDuration(const NyTime& time) {
     }
     const auto seconds = static_cast<int32_t>(time.mMicroseconds / 1000000);
     const int64_t rest = time.mMicroseconds % 1000000;
-    // Unsigned, so that the intended wrap-around is defined.
+    // The arithmetic is unsigned so that the wrap-around, which is intended, is defined.
     const auto factor = static_cast<uint32_t>(seconds);
     if (seconds > kLastSecondInMicroseconds) {
         return static_cast<int32_t>(factor * 1000U + static_cast<uint32_t>(rest / 1000));

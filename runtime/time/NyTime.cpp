@@ -41,7 +41,7 @@ void NyClockTime::GetTime(NyTimeOfDay& out) {
 void NyClockTime::GetTime(NyTimeOfDay& out, long long seconds) {
     const time_t moment = static_cast<int32_t>(seconds);
     tm fields{};
-    // localtime() would do both in one step, but in a buffer that all threads share.
+    // localtime() would do both in one step, but all threads share its buffer.
     tzset();
     localtime_r(&moment, &fields);
     out.mSecond = fields.tm_sec;

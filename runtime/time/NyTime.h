@@ -4,12 +4,18 @@
 
 #include <cstdint>
 
-// A time in microseconds, or infinity. As a moment it counts from the Unix epoch (UTC) on the wall
-// clock, so that a set of the clock shows in the difference of two moments; as an interval it is a
-// length. Users subtract the microseconds of two finite values themselves.
+// A time in microseconds, or infinity.
+//
+// As a moment it counts from the Unix epoch (UTC) on the wall clock, so that setting the clock
+// shows in the difference of two moments. As an interval it is a length. There is no arithmetic
+// here: users subtract the microseconds of two finite values themselves.
+//
+//     NyTime limit;
+//     limit.Set(NyTime::kMicroseconds, 250000);
+//     event.Wait(limit); // for up to a quarter of a second
 struct NyTime {
-    // What `Set` makes of the value. The underlying type is fixed: a selector outside the list is
-    // an ordinary value, treated as kZero.
+    // What `Set` makes of the value. The underlying type is fixed, so that a selector outside the
+    // list is an ordinary value; `Set` treats it as kZero.
     enum tNySpecialTime : int32_t {
         kZero = 0,         // 0 microseconds; the argument is ignored
         kInfinite = 1,     // no limit; the argument is ignored
@@ -17,10 +23,10 @@ struct NyTime {
         kMicroseconds = 3, // the argument, in microseconds
     };
 
-    // Stores the kind and the value; the stored kind is kZero (finite) or kInfinite.
+    // Stores the kind and the value. The stored kind is kZero (finite) or kInfinite.
     void Set(tNySpecialTime kind, long long value);
 
-    // The present moment; zero (finite) when the clock cannot be read.
+    // Stores the present moment, or zero (finite) when the clock cannot be read.
     void SetToCurrentTime();
 
     int32_t mSpecial = kZero;  // kZero: finite; kInfinite: no limit; never another value
@@ -42,8 +48,11 @@ struct NyTimeOfDay {
     int32_t mIsDST = 0;   // 1 while daylight saving time is in force, else 0
 };
 
-// Calendar fields of wall-clock moments, in the time zone that `TZ` names at the call. Any thread;
-// no thread may change the environment meanwhile.
+// Gives the calendar fields of wall-clock moments, in the time zone that the environment variable
+// `TZ` names at the call. Any thread may call it, while no thread changes the environment.
+//
+//     NyTimeOfDay now;
+//     NyClockTime::GetTime(now); // at a quarter past nine: now.mHour is 9, now.mMinute is 15
 class NyClockTime {
 public:
     // The present moment.

@@ -5,7 +5,7 @@
 
 namespace {
 
-// A message without arguments that answers an object.
+// Sends a message without arguments, which is answered with an object.
 id Send(id receiver, const char* message) {
     using Function = id (*)(id, SEL);
     return reinterpret_cast<Function>(objc_msgSend)(receiver, sel_registerName(message));
@@ -19,6 +19,6 @@ void* NewAutoreleasePool() {
 }
 
 void ReleaseAutoreleasePool(void* pool) {
-    // A message to null is answered with nothing.
+    // Null is safe: the runtime ignores a message to null.
     Send(static_cast<id>(pool), "release");
 }

@@ -1,22 +1,22 @@
 #include "runtime/workqueue/NyAutoWorkerCommand.h"
 
+#include "runtime/workqueue/NyWorkQueueHelper.h"
+
 #include <array>
 #include <atomic>
 #include <cstddef>
 
-#include "runtime/workqueue/NyWorkQueueHelper.h"
-
 namespace {
 
-// Atomic so that an owner may register while others look; release and acquire make the queue that
-// is registered visible as its owner built it.
+// The entries are atomic so that an owner may set one while others look. Release and acquire make a
+// queue visible as its owner built it.
 constinit std::array<std::atomic<NyWorkQueue*>, 3> msWorkQueues{};
 
 bool HasEntry(tNyWorkQueueID id) {
     return id >= 0 && static_cast<std::size_t>(id) < msWorkQueues.size();
 }
 
-// The queue that a command goes to; null when it goes nowhere.
+// Returns the queue that a command goes to, or null when it goes nowhere.
 NyWorkQueue* SelectQueue(tNyWorkQueueID id, NyWorkQueue* given) {
     return id == kGivenWorkQueue ? given : NyAutoWorkerCommand::GetWorkQueue(id);
 }

@@ -1,30 +1,31 @@
 #include "runtime/workqueue/NyWorkQueue.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <utility>
-
-#include <boost/make_shared.hpp>
-
 #include "runtime/thread/NyThread.h"
 #include "runtime/workqueue/NyAutoWorkerCommand.h"
 #include "runtime/workqueue/NyWorkQueueHelper.h"
 #include "runtime/workqueue/WorkerThreadExtension.h"
+
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
 
 namespace {
 
 constexpr unsigned int kNoLimit = 0xFFFFFFFF;
 constexpr int kMaximumPending = 0x7FFFFFFF;
 
-// Stops the queue by having run.
+// The terminating command: it stops the queue by having run.
 class KillCommand : public NyWorkQueue::CCommand {
 public:
     KillCommand() : CCommand(true) {}
     void Do() override {}
 };
 
-// The check of a shared pointer's own dereference, which release builds of the library leave out.
+// Makes the check that a shared pointer's own dereference leaves out in release builds of the
+// library.
 void AbortIfEmpty(const boost::shared_ptr<NyWorkQueue::CCommand>& px) {
     if (px == nullptr) {
         std::fputs("NyWorkQueue: assertion failed: px != 0\n", stderr);
@@ -91,8 +92,9 @@ int NyWorkQueue::AdoptCommand(boost::shared_ptr<CCommand>& cmd, int& handle, boo
     }
     cmd->mHandle.store(handle, std::memory_order_relaxed);
     mCommands.push_back(cmd);
-    // Under the lock, which the consumer takes before it runs the command: so the queue may be
-    // destroyed once the last command has run, although its adopter is not back yet.
+    // Raised under the lock, because the consumer takes the lock before it runs the command. This
+    // call has then released it, so an owner may destroy the queue once the last command has run,
+    // although the adopter is not back yet.
     if (mQueueMode == kThreadMode) {
         mCommandSemaphore.Raise();
     } else if (!mCallback.empty()) {
@@ -142,7 +144,8 @@ int NyWorkQueue::CancelCommand(int handle, NyTime* timeout, tWaitMode mode) {
     if (command == nullptr) {
         return kNoSuchCommand;
     }
-    // A command that has not begun keeps its place and is skipped there, but nobody waits for that.
+    // A command that has not begun keeps its place and is skipped when its turn comes. Its waiters
+    // need not wait for that.
     if (pending) {
         command->done();
     }
@@ -162,7 +165,7 @@ int NyWorkQueue::waitOnCommand(NyLockGuard& guard, const boost::shared_ptr<CComm
     } else if (mode != kWait) {
         return kQueueOK;
     }
-    // A reference of our own: the command drops its own when it is done.
+    // This keeps the event alive: the command releases it when it is done.
     const boost::shared_ptr<NyEvent> doneEvent = cmd->GetDoneEvent();
     if (doneEvent == nullptr) {
         return kCommandAlreadyDone;
@@ -233,7 +236,7 @@ void NyWorkQueue::RunCommand(NyLockGuard& guard, CCommand& command) {
     try {
         DoCommand(command);
     } catch (...) {
-        // The command counts as done, so that nobody waits for it for ever.
+        // The command counts as done, so that its waiters do not wait for ever.
         mstlsCurCommand.Set(nullptr);
         FinishCommand(guard, command);
         throw;
@@ -344,7 +347,7 @@ pthread_t NyWorkQueue::GetWorkThreadID() {
 int NyWorkQueue::getNextCommandSerialNumber() {
     const NyLockGuard guard(mLock, true);
     const int32_t number = mNextSerialNumber;
-    // Wraps, which signed arithmetic must not.
+    // The counter wraps round, which signed arithmetic must not do.
     mNextSerialNumber = static_cast<int32_t>(static_cast<uint32_t>(number) + 1U);
     return number < 0 ? 0 : number;
 }

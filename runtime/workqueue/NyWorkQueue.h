@@ -1,21 +1,21 @@
 #pragma once
 
+#include "runtime/sync/NyEvent.h"
+#include "runtime/sync/NyLock.h"
+#include "runtime/sync/NySemaphore.h"
+#include "runtime/sync/NyThreadLocal.h"
+#include "runtime/time/NyTime.h"
+
+#include <boost/enable_shared_from_this.hpp>
+#include <boost/function.hpp>
+#include <boost/shared_ptr.hpp>
+
 #include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
 #include <deque>
 #include <string>
-
-#include <boost/enable_shared_from_this.hpp>
-#include <boost/function.hpp>
-#include <boost/shared_ptr.hpp>
-
-#include "runtime/sync/NyEvent.h"
-#include "runtime/sync/NyLock.h"
-#include "runtime/sync/NySemaphore.h"
-#include "runtime/sync/NyThreadLocal.h"
-#include "runtime/time/NyTime.h"
 
 class NyWorkQueueHelper;
 

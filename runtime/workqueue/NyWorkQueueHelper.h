@@ -2,9 +2,13 @@
 
 #include <boost/function.hpp>
 
-// A pair of functions that a command calls with its handle: when it is queued (by the adopting
-// thread, under the queue's lock) and after it has run (by the consumer, without the lock). Either
-// may be empty. A plain value; not to be changed while a command copies it.
+// A pair of functions that a command calls with its handle. The first is called when the command is
+// queued, by the adopting thread and under the queue's lock. The second is called after the command
+// has run, by the consumer and without the lock. Either may be empty. The pair is a plain value; it
+// must not change while a command copies it.
+//
+//     command->RegisterHelperFuncs(boost::make_shared<NyWorkQueueHelper>(
+//         boost::function<void(int)>(), [](int handle) { ShowAsDone(handle); }));
 class NyWorkQueueHelper {
 public:
     NyWorkQueueHelper() = default;

@@ -45,7 +45,8 @@ void NyWorkQueuePostCommandBlock(void* extension) {
 void NyWorkQueuePostTaskRun(void* extension) {
     auto* record = static_cast<WorkerThreadExtension*>(extension);
     if (record != nullptr) {
-        // Twice, as the pool that is released may have been renewed by what it released.
+        // Released twice, because what the first release frees may process commands of the queue,
+        // and that makes a new pool.
         record->ReleasePool(false);
         record->ReleasePool(false);
         delete record;

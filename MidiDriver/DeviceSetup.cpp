@@ -19,7 +19,8 @@ unsigned int PortCount() {
     return configured == 0 || configured > kMaxPorts ? kDefaultPorts : configured;
 }
 
-// True when the device of the last run is taken over as it is.
+// Takes the device of the last run over if it fits; otherwise removes all devices of that run and
+// returns false.
 bool ReuseDevice(MIDIPlugin& plugin, MIDIDeviceListRef devices, unsigned int numPorts) {
     const ItemCount count = MIDIDeviceListGetNumberOfDevices(devices);
     if (count > 0) {
@@ -53,7 +54,7 @@ void CreateDevice(MIDIDriverRef self, MIDIPlugin& plugin, unsigned int numPorts)
     ThrowIfError(MIDISetupAddDevice(device));
 }
 
-// Binds each destination to its port index and notes each source.
+// Gives each destination its port index and adds each source to the list.
 void CollectEndpoints(MIDIDriverRef self, MIDIPlugin& plugin, MIDIDeviceRef device) {
     plugin.portSources.Clear();
     const ItemCount count = MIDIDeviceGetNumberOfEntities(device);
@@ -67,8 +68,8 @@ void CollectEndpoints(MIDIDriverRef self, MIDIPlugin& plugin, MIDIDeviceRef devi
             ThrowIfError(MIDIEndpointSetRefCons(destination, self,
                                                 reinterpret_cast<void*>(std::uintptr_t{i})));
         }
-        // A null source is kept too, so that the later entries stand at their port's index. An
-        // entity that is not ours, beyond the most ports, is no port's and may be left out.
+        // A null source is added too, so that the later sources have the index of their port. The
+        // list may be full for an entity beyond the most ports; that one is not ours anyway.
         plugin.portSources.Append(MIDIEntityGetSource(entity, 0));
     }
 }
@@ -84,7 +85,8 @@ void CreateVirtualSources(MIDIPlugin& plugin, unsigned int numPorts) {
         const OSStatus err = MIDISourceCreate(plugin.client, name, &source);
         CFRelease(name);
         ThrowIfError(err);
-        // Hidden from other applications' lists: the one that is meant asks for its unique ID.
+        // Private sources do not show in other applications' lists. The control-surface application
+        // finds them by their unique IDs.
         ThrowIfError(MIDIObjectSetIntegerProperty(source, kMIDIPropertyPrivate, 1));
         plugin.virtualSources.Append(source);
         SInt32 uniqueID = 0;
@@ -93,8 +95,8 @@ void CreateVirtualSources(MIDIPlugin& plugin, unsigned int numPorts) {
     }
 }
 
-// Leaves off quietly where something cannot be made. A further start adds the source that is there
-// to the current run loop.
+// Gives up silently when something cannot be made. A further start finds the port and its source
+// made and only adds the source to the current run loop.
 void OpenMessagePort(MIDIPlugin& plugin) {
     if (plugin.messagePort == nullptr) {
         CFMessagePortContext context{};

@@ -2,9 +2,9 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-// Keys of the control-surface system's preferences, shared by its programs. The driver itself
-// reads kAppInfoArrayKey and, in each of that array's dictionaries, kMIDIPortKey and kProtocolKey.
-// Constant strings: never to be released.
+// The keys of the control-surface system's preferences, which all its programs share. The driver
+// itself reads kAppInfoArrayKey and, in each dictionary of that array, kMIDIPortKey and
+// kProtocolKey. The keys are constant strings and must never be released.
 namespace MacSonaretDefs {
 
 extern const CFStringRef kAutoLaunchKey;

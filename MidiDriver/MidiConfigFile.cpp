@@ -24,15 +24,15 @@ constexpr std::array<PortBlock, 8> kPortBlocks{{
     {"29-32", 32},
 }};
 
-// The value as what it should be, null when it is missing or of another type.
+// Returns the value as the type that it should have, or null when it is missing or of another type.
 template <typename Reference>
 Reference Checked(CFTypeRef value, CFTypeID type) {
     return value != nullptr && CFGetTypeID(value) == type ? static_cast<Reference>(value) : nullptr;
 }
 
 CFArrayRef CopyAppInfoArray() {
-    // The platform may answer from what it read before the applications wrote. Where it cannot
-    // synchronise, what it has is all there is to read.
+    // Without this the platform may answer with values from before an application's last change. If
+    // it cannot synchronise, the values that it has are all there is to read.
     CFPreferencesSynchronize(MacSonaretDefs::kPrefsIdentifier, kCFPreferencesAnyUser,
                              kCFPreferencesCurrentHost);
     CFPropertyListRef value =
@@ -61,7 +61,7 @@ unsigned int LastPortOfBlock(std::string_view name) {
     return block == kPortBlocks.end() ? 0 : block->lastPort;
 }
 
-// False when `bounds` is no range of ports.
+// Returns false when `bounds` is no range of ports.
 bool CopyProtocolToRange(CFTypeRef protocol, CFArrayRef bounds,
                          std::vector<CFStringRef>& protocols) {
     if (CFArrayGetCount(bounds) != 2) {

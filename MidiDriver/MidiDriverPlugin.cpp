@@ -21,7 +21,7 @@ const CFStringRef kReceivePortName = CFSTR("Quorvel Virtual Source IDs Port");
 
 std::atomic<MIDIPlugin*> sPluginRef{nullptr};
 UniqueIDList sVirtualSourceIDs;
-static_assert(std::is_trivially_destructible_v<UniqueIDList>); // a run loop may still read it
+static_assert(std::is_trivially_destructible_v<UniqueIDList>); // a run loop may read it to the end
 
 void ThrowIfError(long err) {
     if (err != 0) {
@@ -68,13 +68,13 @@ void ReadActiveSenseFns(std::vector<tActiveSenseFn>& functions) {
     }
 }
 
-// Takes down what the construction reached, also when it was cut short.
+// Takes an instance down, whether it was built completely or only in part.
 //
-// The removal of the factory's instance comes first, although it lets the module go at a count of
-// 0, and more of this code runs after it. That is safe: CoreFoundation unloads a plug-in's module
-// with the last reference to the plug-in and never within that call, because every instance says
-// goodbye in this way, from code of its own module. The host holds such a reference while it calls
-// Release, and gives it back when that has returned.
+// The removal of the factory's instance comes first. It may bring the module's count to 0, although
+// more of the module's code runs afterwards. That is safe: CoreFoundation unloads a plug-in's
+// module with the last reference to the plug-in, and never within this call, because every instance
+// makes the call from code of its own module. The host holds such a reference while it calls
+// Release and gives it back when Release has returned.
 void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
     if (plugin == nullptr) {
         return;
@@ -83,7 +83,7 @@ void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
         CFPlugInRemoveInstanceForFactory(plugin->factoryID);
         CFRelease(plugin->factoryID);
     }
-    // The device's endpoints are the device's own and stay.
+    // The endpoints themselves belong to the device and stay.
     plugin->portSources.Clear();
     const std::size_t numSources = plugin->virtualSources.Size();
     for (std::size_t port = 0; port < numSources; port++) {
@@ -94,7 +94,7 @@ void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
                                    "Source Endpoints\n");
         }
     }
-    // Before the worker ends: what it still forwards finds no endpoint and is dropped.
+    // Cleared before the worker ends: what it still forwards finds no endpoint and is dropped.
     plugin->virtualSources.Clear();
     if (plugin->client != MIDIClientRef{}) {
         const OSStatus err = MIDIClientDispose(plugin->client);
@@ -106,15 +106,16 @@ void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
         ShutDown(plugin->worker);
         DeleteMidiCallbackWorker(plugin->worker);
     }
-    // No thread replies any more, and the bundle may be unloaded next.
+    // The worker has ended and the host no longer sends, so no thread replies any more. The bundle
+    // may be unloaded next.
     FreeSendPacketBuffer();
     delete plugin;
 }
 
 HRESULT MIDIPluginQueryInterface(void* self, CFUUIDBytes iid, void** ppv) {
     CFUUIDRef interfaceID = CFUUIDCreateFromUUIDBytes(nullptr, iid);
-    // The second version alone, on purpose: neither the first nor IUnknown, for which CoreMIDI has
-    // no use.
+    // The driver answers the second version only. It leaves out the first version and IUnknown on
+    // purpose, because CoreMIDI has no use for them.
     const bool known = CFEqual(interfaceID, kMIDIDriverInterface2ID);
     if (known) {
         PluginOf(self)->interface->AddRef(self);
@@ -138,7 +139,7 @@ ULONG MIDIPluginRelease(void* self) {
     return refCount;
 }
 
-// The driver manages its one device itself, in Start; these have nothing to do.
+// The driver manages its one device itself, in Start, so these entries have nothing to do.
 
 OSStatus MIDIDriverFindDevices(MIDIDriverRef /*self*/, MIDIDeviceListRef /*devices*/) {
     return noErr;
@@ -163,7 +164,8 @@ OSStatus MIDIDriverMonitor(MIDIDriverRef /*self*/, MIDIEndpointRef /*destination
     return noErr;
 }
 
-// Filled by name: systems differ in the members that follow Monitor, which stay null.
+// The members are filled by name, because systems differ in those that follow Monitor. Those stay
+// null.
 constexpr MIDIDriverInterface MakeDriverInterface() {
     MIDIDriverInterface table{};
     table.QueryInterface = MIDIPluginQueryInterface;
@@ -190,7 +192,7 @@ void BuildInstance(MIDIPlugin& plugin, CFUUIDRef factoryID) {
     CFPlugInAddInstanceForFactory(factoryID);
     plugin.refCount = 1;
 
-    // Without a client the driver still publishes its device; only Start will fail, at the virtual
+    // Without a client the driver still publishes its device, and Start then fails at the virtual
     // sources.
     if (MIDIClientCreate(CFSTR("QuorvelMIDIClient driver"), nullptr, nullptr, &plugin.client) !=
         noErr) {
@@ -222,7 +224,8 @@ void* MIDIPluginFactory(CFAllocatorRef /*allocator*/, CFUUIDRef typeID) {
         if (!CFEqual(typeID, kMIDIDriverTypeID)) {
             return nullptr;
         }
-        // The reference from this Create is kept for good; the instance takes its own.
+        // The reference that this Create returns is never released. The instance takes one of its
+        // own.
         CFUUIDRef factoryID =
             CFUUIDCreateFromString(CFAllocatorGetDefault(), CFSTR(QUORVEL_FACTORY_UUID));
         ThrowIfNull(factoryID);
@@ -230,7 +233,7 @@ void* MIDIPluginFactory(CFAllocatorRef /*allocator*/, CFUUIDRef typeID) {
         sPluginRef.store(plugin, std::memory_order_release);
         return plugin;
     } catch (...) {
-        // No exception leaves the plug-in; what can fail here is the allocation of memory.
+        // No exception may leave the plug-in. Only the allocation of memory can fail here.
         return nullptr;
     }
 }

@@ -86,7 +86,7 @@ void MIDIParser::EmitRealTime(unsigned long long timestamp, unsigned char status
     EmitPacketList(0, list);
 }
 
-// False when the rest of the call's bytes is to be dropped.
+// Returns false when the rest of the call's bytes is to be dropped.
 bool MIDIParser::TakeStatus(unsigned long long timestamp, unsigned char status) {
     MIDIPacket& packet = List().packet[0];
     if (mBytesNeeded == kInSystemExclusive) {
@@ -129,7 +129,7 @@ bool MIDIParser::TakeStatus(unsigned long long timestamp, unsigned char status) 
         mBytesNeeded = kNothingPending;
         Emit();
         break;
-    default: // 0xF4 and a stray 0xF7 take over what the message that they cut off still lacked
+    default: // 0xF4 and a stray 0xF7 need the bytes that the message before them still lacked
         break;
     }
     return true;
@@ -158,7 +158,7 @@ const unsigned char* MIDIParser::TakeSystemExclusive(unsigned long long timestam
     return next;
 }
 
-// Takes at least one of the data bytes at `next` and returns the first that it left.
+// Takes at least one of the data bytes at `next` and returns the first byte that it did not take.
 const unsigned char* MIDIParser::TakeData(unsigned long long timestamp, const unsigned char* next,
                                           const unsigned char* end) {
     if (mBytesNeeded == kInSystemExclusive) {
@@ -186,9 +186,10 @@ const unsigned char* MIDIParser::TakeData(unsigned long long timestamp, const un
     return next;
 }
 
-// Takes the complete channel messages at `next`, the bulk of most streams, without the detour over
-// an open message. Only for a parser that has no System Exclusive open, and where either no
-// message is pending or a status follows. Returns the first byte that it left.
+// Takes the complete channel messages at `next` and returns the first byte that it did not take.
+// Such messages are the bulk of most streams, so they are emitted here without being kept in
+// between. Only for a parser that is not within a System Exclusive message, and only where no
+// message is pending or a status follows.
 const unsigned char* MIDIParser::TakeWholeMessages(unsigned long long timestamp,
                                                    const unsigned char* next,
                                                    const unsigned char* end) {

@@ -6,17 +6,24 @@
 
 // Turns a raw MIDI 1.0 byte stream into packet lists, one complete message per list.
 //
-// The stream may be cut anywhere: an open message, the running status and the port number live on
-// between calls of FeedBytes. A System Exclusive message is handed on in chunks of at most 257
-// bytes, the later ones without a leading 0xF0. Real-time messages are handed on at once, even
-// from the midst of another message.
+// The stream may be cut anywhere: an unfinished message, the running status and the port number are
+// kept between calls of FeedBytes. A System Exclusive message is handed on in chunks of at most 257
+// bytes; the later chunks have no leading 0xF0. Real-time messages are handed on at once, even from
+// the middle of another message.
 //
-// Threads: none of its own and no lock; one thread at a time may use an object. Nothing allocates
-// or blocks but what EmitPacketList does.
+// The parser has neither a thread nor a lock of its own; one thread at a time may use an object. It
+// never allocates or blocks, unless EmitPacketList does.
+//
+//     class Printer : public MIDIParser {
+//         using MIDIParser::MIDIParser;
+//         void EmitPacketList(unsigned char port, const MIDIPacketList& list) override;
+//     };
+//     Printer printer(false);
+//     printer.FeedBytes(0, bytes, 3); // 90 3C 40 calls EmitPacketList once
 class MIDIParser {
 public:
-    // With honourPortSelect the status 0xF5 starts a two-byte message that selects the port number
-    // handed to EmitPacketList; otherwise 0xF5 has no data bytes of its own.
+    // With `honourPortSelect` the status 0xF5 starts a two-byte message that selects the port
+    // number for EmitPacketList. Otherwise 0xF5 has no data bytes of its own.
     explicit MIDIParser(bool honourPortSelect);
     MIDIParser(const MIDIParser&) = delete;
     MIDIParser& operator=(const MIDIParser&) = delete;
@@ -24,16 +31,19 @@ public:
 
     // Called for every complete message and every System Exclusive chunk, on the thread that feeds
     // the bytes. `list` holds one packet and is valid during the call only. `port` is 0 for
-    // real-time messages, else the number last selected (0 at first). Must not feed this parser.
+    // real-time messages; for others it is the number that was selected last, or 0 before the first
+    // selection. The function must not feed this parser.
     virtual void EmitPacketList(unsigned char port, const MIDIPacketList& list) = 0;
 
-    // Parses `count` bytes. `timestamp` (host ticks) goes on every message, and on every System
-    // Exclusive chunk, whose first status or data byte comes in this call. A chunk that holds the
-    // closing 0xF7 alone, as the one before it was just full, keeps that one's time stamp. A null
-    // pointer or a count below 1 feeds nothing.
+    // Parses `count` bytes. A null pointer or a count below 1 feeds nothing.
     //
-    // After the 0xF7 that ends a System Exclusive message the rest of the call's bytes is dropped,
-    // on purpose: the sources that this parser was made for deliver such a message by itself.
+    // `timestamp`, in host ticks, becomes the time stamp of every message and every System
+    // Exclusive chunk whose first byte comes in this call. There is one exception: if a chunk was
+    // just full when the closing 0xF7 came, the 0xF7 makes a chunk of its own, which keeps the time
+    // stamp of the chunk before it.
+    //
+    // After the 0xF7 that ends a System Exclusive message, the rest of the call's bytes is dropped.
+    // This is intended: the sources that the parser was made for deliver such a message by itself.
     void FeedBytes(unsigned long long timestamp, unsigned char* bytes, int count);
 
 private:
@@ -58,7 +68,7 @@ private:
     UInt32 mHonourPortSelect;
     UInt8 mCurrentPort;
     UInt8 mRunningStatus; // 0x80 to 0xEF, or 0 when there is none
-    SInt32 mBytesNeeded;  // data bytes that the open message still lacks, or one of the two above
+    SInt32 mBytesNeeded;  // data bytes that the message still lacks, or a constant from above
     // A MIDIPacketList of one packet. Kept as bytes because a chunk is one byte longer than the
     // data array that the platform's header declares.
     alignas(MIDIPacketList) unsigned char mPacketList[kHeaderSize + kDataRoom];

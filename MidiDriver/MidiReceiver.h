@@ -2,15 +2,19 @@
 
 #include "MidiDriver/MidiParser.h"
 
-// A parser that puts every message on a CoreMIDI source. With a null endpoint it puts it nowhere.
-// Private to the plug-in.
+// A parser that emits every message on a CoreMIDI source, or nowhere while its endpoint is null. It
+// is private to the plug-in.
+//
+//     MidiReceiver receiver(false);
+//     receiver.SetEndpoint(source);
+//     receiver.FeedBytes(0, bytes, count);
 class MidiReceiver final : public MIDIParser {
 public:
     explicit MidiReceiver(bool honourPortSelect);
 
     void SetEndpoint(MIDIEndpointRef endpoint) { mEndpoint = endpoint; }
 
-    // The port number is not used: the endpoint stands for all of them.
+    // Does not use the port number: the endpoint stands for all ports.
     void EmitPacketList(unsigned char port, const MIDIPacketList& list) override;
 
 private:

@@ -14,10 +14,10 @@
 namespace {
 
 constexpr unsigned int kSendPacketBufferSize = 16;
-constexpr unsigned int kLongestReply = 255; // the buffer's size is reckoned modulo 256
+constexpr unsigned int kLongestReply = 255; // the buffer's size is counted modulo 256
 
-// The buffer of ReplyMIDIPacketList. A bare pointer, freed with the instance: a destructor at exit
-// could run into a thread that is replying.
+// The buffer of ReplyMIDIPacketList. It is a bare pointer, which is freed with the instance,
+// because a destructor at exit could free it while a thread is replying.
 unsigned char*& SendPacketBuffer() {
     static unsigned char* sendPacketBuffer =
         new (std::nothrow) unsigned char[kSendPacketBufferSize];
@@ -86,7 +86,7 @@ void ReplyMIDIPacketList(unsigned int port, const unsigned char* data, unsigned 
 
     auto* const list = reinterpret_cast<MIDIPacketList*>(sendPacketBuffer);
     list->numPackets = 1;
-    list->packet[0].timeStamp = 0; // not "now" to MIDIReceived, see PacketPaths.h
+    list->packet[0].timeStamp = 0; // to MIDIReceived this does not mean "now", see PacketPaths.h
     list->packet[0].length = static_cast<UInt16>(length);
     std::memcpy(PacketData(&list->packet[0]), data, length);
     MIDIReceived(*source, list);

@@ -14,7 +14,8 @@ constexpr unsigned char kMackieExtenderModel = 0x15;
 constexpr unsigned char kDeviceQuery = 0x00;
 constexpr unsigned char kConnectionQuery = 0x1A;
 constexpr unsigned char kEndOfExclusive = 0xF7;
-// The header, the model, the query and the end: what is shorter lacks one of them.
+// The length of the header, the model, the query and the end together. A shorter message lacks one
+// of them.
 constexpr unsigned int kShortestMackiePing = 7;
 
 using MackieReply = std::array<unsigned char, 18>;
@@ -65,8 +66,8 @@ bool IsMackieControlActiveSenseFn(unsigned int port, const unsigned char* data, 
     if (replyLength == nullptr || !IsMackiePing(data, length)) {
         return false;
     }
-    // Made by the first ping of the process and kept for all later ones, whatever their port, model
-    // and query. Intended.
+    // The first ping of the process makes the answer, and all later ones get the same, whatever
+    // their port, model and query are. See the header.
     static const MackieReply sReply = MakeMackieReply(port, data[4], data[5]);
     return Answer(sReply, reply, replyLength);
 }

@@ -1,29 +1,41 @@
-// Detectors of the pings with which a host checks that a control surface is alive.
+// The detectors of the pings with which a host checks that a control surface is alive.
 //
-// Contract of both detectors and of any function used as one: called on the thread that sends to
-// the driver, also by several at once; never blocks for long, never allocates, never throws; reads
-// and writes only what it was given.
+// This contract holds for both detectors and for any other function that is used as one. It is
+// called on the thread that sends to the driver; several such threads may call it at once. It does
+// not block for long, and it neither allocates nor throws. It reads and writes only what it was
+// given.
+//
+//     const unsigned char ping[] = {0x90, 0x00, 0x00};
+//     unsigned char reply[128];
+//     unsigned int replyLength = sizeof reply;
+//     if (IsHUIActiveSenseFn(0, ping, sizeof ping, reply, &replyLength)) {
+//         Send(reply, replyLength); // 90 00 7F
+//     }
 #pragma once
 
 // Answers one MIDI packet if it is a ping.
 //
-// `port` is the 0-based port that the packet was sent to, `data` its `length` bytes. `reply` takes
-// the answer; `*replyLength` is its capacity in bytes on entry and the number of bytes written on
-// return.
+// `port` is the 0-based port that the packet was sent to, and `data` is its `length` bytes. The
+// function writes the answer to `reply`. On entry `*replyLength` is the capacity of `reply` in
+// bytes, on return the number of bytes written.
 //
-// True when the packet is a ping and the answer is in `reply`. False when it is no ping
-// (`*replyLength` is left alone) or when the answer does not fit (`*replyLength` is 0).
+// Returns true when the packet is a ping and `reply` holds the answer. Returns false when it is no
+// ping, and then leaves `*replyLength` alone. It also returns false when the answer does not fit,
+// and then sets `*replyLength` to 0.
 using tActiveSenseFn = bool (*)(unsigned int port, const unsigned char* data, unsigned int length,
                                 unsigned char* reply, unsigned int* replyLength);
 
-// HUI: the three bytes 90 00 00 and nothing else, answered with 90 00 7F.
+// The detector for HUI. The ping is the three bytes 90 00 00 and nothing else; the answer is 90 00
+// 7F.
 bool IsHUIActiveSenseFn(unsigned int port, const unsigned char* data, unsigned int length,
                         unsigned char* reply, unsigned int* replyLength);
 
-// Mackie Control: a device query F0 00 00 66 m q ... F7 with m 14 or 15 and q 00 or 1A, of at
-// least seven bytes, answered with a host connection reply of 18 bytes.
+// The detector for Mackie Control. The ping is a device query F0 00 00 66 m q ... F7 of at least
+// seven bytes, where m is 14 or 15 and q is 00 or 1A. The answer is a host connection reply of 18
+// bytes.
 //
-// Intended: the first ping of the process fixes the answer for good (m, q and port in it), even
-// when that answer did not fit its buffer.
+// The answer contains m, q and the port of the first ping of the process and never changes again,
+// even if it did not fit that ping's buffer. This is intended for the sake of the hosts, to which
+// the process is one surface with one identity.
 bool IsMackieControlActiveSenseFn(unsigned int port, const unsigned char* data, unsigned int length,
                                   unsigned char* reply, unsigned int* replyLength);

@@ -1,5 +1,8 @@
-// The driver's reports of failures, and its two debug channels. Everything goes to syslog under the
-// host process's own identity and facility. Any thread; nothing allocates or throws.
+// The driver's reports of failures, and its two debug channels. Reports go to syslog under the host
+// process's own identity and facility. Any thread may call these functions; they neither allocate
+// nor throw.
+//
+//     LogIfError(static_cast<unsigned int>(err), "no client for %s", "the driver");
 #pragma once
 
 #if defined(__GNUC__)
@@ -9,10 +12,11 @@
 #define QUORVEL_PRINTF(formatIndex, firstArgument)
 #endif
 
-// Writes "Error: %d, %s" with `err` and the formatted message, cut to its first 127 bytes, at
-// LOG_ERR. Does nothing when `err` is 0; the format is not even looked at then.
+// Writes a line "Error: %d, %s" at LOG_ERR, with `err` and the first 127 bytes of the formatted
+// message. Does nothing when `err` is 0; it does not look at the format then.
 QUORVEL_PRINTF(2, 3) void LogIfError(unsigned int err, const char* format, ...);
 
-// Debug channels, silent in this build. Callers still pass whole formats and arguments.
+// The debug channels, which write nothing in this build. Callers still pass whole formats and
+// arguments.
 QUORVEL_PRINTF(1, 2) void LogDebugInfo(const char* format, ...);
 QUORVEL_PRINTF(1, 2) void LogThrottleDebugInfo(const char* format, ...);

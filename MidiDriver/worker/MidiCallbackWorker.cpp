@@ -26,7 +26,8 @@ constexpr unsigned int kFirstPacketBufferCapacity = 256;
 constexpr std::size_t kReplyCapacity = 128;
 constexpr double kSecondsBetweenReports = 10.0;
 
-// The loop reads the records that it expects, so no ring is made for elements of another size.
+// Makes no ring for elements of another size than expected, because the loop reads records of the
+// expected size.
 unsigned int InitializeRing(_t_circular_buffer** ring, int elementSize, int expectedSize,
                             uint32_t length) {
     if (elementSize != expectedSize) {
@@ -89,7 +90,8 @@ void SignalConsumeEvent(void* worker) {
     }
 }
 
-// The port count is not read: the tables are sized by the throttle rate. Intended.
+// The port count is not read, because the throttle rate gives the size of the tables; see the
+// header.
 CMidiCallbackWorker::CMidiCallbackWorker(tPacketDataCBElemType elementType, int dataElementSize,
                                          int infoElementSize, int throttleElementSize,
                                          tForwardMIDIFn forward, tReplyMIDIFn reply,
@@ -130,7 +132,7 @@ CMidiCallbackWorker::CMidiCallbackWorker(tPacketDataCBElemType elementType, int 
 CMidiCallbackWorker::~CMidiCallbackWorker() {
     Shutdown();
     DestroyRings();
-    delete[] mPacketBuffer; // null unless the thread never ran
+    delete[] mPacketBuffer; // null, unless the thread never ran
 }
 
 void CMidiCallbackWorker::InitializeRings() {
@@ -167,14 +169,15 @@ void CMidiCallbackWorker::DestroyRings() {
 }
 
 void CMidiCallbackWorker::Shutdown() {
-    // An exchange, so that the thread is joined once.
+    // The exchange makes sure that the thread is joined only once.
     if (mRunning.exchange(0, std::memory_order_relaxed) != 0) {
         mConsumeEvent.Signal();
         WaitForExit();
     }
 }
 
-// Without a throttle no table is indexed by the port; the info record still holds eight bits of it.
+// The info record holds eight bits of the port. With a throttle the port must also have an entry in
+// the tables.
 bool CMidiCallbackWorker::Accepts(unsigned int port) const {
     return port <= InfoRecord::kHighestPort &&
            (mThrottleRate == 0 || port < static_cast<unsigned int>(mPortTableSize));
@@ -182,16 +185,16 @@ bool CMidiCallbackWorker::Accepts(unsigned int port) const {
 
 void CMidiCallbackWorker::WriteCBBytes(unsigned int port, void* data, unsigned int numBytes,
                                        bool complete) {
-    // The bytes written since the last info record. One total for all workers, and a failed write
-    // leaves it as it is. Both intended. Atomic because every worker has a lock of its own.
+    // The bytes written since the last info record. It is one total for all workers, and a failed
+    // write leaves it as it is; see the header. It is atomic because every worker has its own lock.
     static std::atomic<unsigned int> sBytesSinceInfoRecord{0};
 
     if (!Accepts(port) || (data == nullptr && numBytes != 0)) {
         return;
     }
     if (mDiscard.load(std::memory_order_relaxed) != 0) {
-        // The rest of an item that failed is lost with it. If it was the completing call that
-        // failed, the whole next item is lost. Intended.
+        // The rest of an item that failed is dropped, or the whole next item if the completing call
+        // failed; see the header.
         if (complete) {
             mDiscard.store(0, std::memory_order_relaxed);
         }
@@ -200,7 +203,7 @@ void CMidiCallbackWorker::WriteCBBytes(unsigned int port, void* data, unsigned i
     AnswerPings(port, static_cast<const unsigned char*>(data), numBytes, complete);
 
     NyLockGuard guard(mLock, true);
-    // More than an int counts is more than the ring holds, too.
+    // A number of bytes that does not fit an int does not fit the ring either.
     int count = static_cast<int>(
         std::min(numBytes, static_cast<unsigned int>(std::numeric_limits<int>::max())));
     unsigned int result = cb_write(mDataRing, data, &count);
@@ -218,7 +221,7 @@ void CMidiCallbackWorker::WriteCBBytes(unsigned int port, void* data, unsigned i
         if (result == 0) {
             LogDebugInfo("writeCBBytes: port %d, length %d, MIDI Info circular buffer",
                          static_cast<int>(port), static_cast<int>(total));
-            // The worker's thread takes the lock first of all, so it is woken once that is free.
+            // The worker's thread first takes the lock, so it is woken when the lock is free.
             mConsumeEvent.SignalUnderLock();
             sBytesSinceInfoRecord.store(0, std::memory_order_relaxed);
             guard.Unlock();
@@ -242,8 +245,8 @@ void CMidiCallbackWorker::AnswerPings(unsigned int port, const unsigned char* da
     }
     const tActiveSenseFn detect = (*mActiveSense)[port];
     std::array<unsigned char, kReplyCapacity> reply;
-    // Set once: the packets of a list share it, each finding the length of the answer before it as
-    // its capacity. Intended.
+    // Set once for all packets of a list: each ping finds the length of the answer before it as its
+    // capacity. The driver's detectors need no more, as all answers of a port have the same length.
     unsigned int replyLength = kReplyCapacity;
     const auto send = [&] {
         if (mReply != nullptr) {
@@ -278,7 +281,7 @@ void CMidiCallbackWorker::ReinitializeInfoDataCB() {
                "ReinitializeInfoDataCB: Error while removing elements from MIDI Data CB");
 }
 
-// The text names the other function. Intended.
+// The text names the other function on purpose: users search their logs for it.
 void CMidiCallbackWorker::ReinitializeThrottleCB(int port) {
     LogIfError(RemoveAll(mThrottleRings[static_cast<std::size_t>(port)]),
                "ReinitializeInfoDataCB: Error while removing elements from MIDI Throttle CB[%i]",
@@ -286,8 +289,9 @@ void CMidiCallbackWorker::ReinitializeThrottleCB(int port) {
 }
 
 void CMidiCallbackWorker::ReportReinitialization(unsigned int result) {
-    // In microseconds, one for all workers, so that the process's first failure is always told.
-    // Whoever moves it on reports: two workers that fail at once write one line.
+    // When a line was last written, in microseconds. There is one for all workers, and it starts at
+    // 0, so that the first failure of the process is always reported. The worker that moves it on
+    // writes the line; two that fail at once write one line.
     static std::atomic<int64_t> sLastReport{0};
 
     NyTime now;

@@ -1,4 +1,4 @@
-// The worker's thread: the loop and the throttle.
+// The part of the worker that runs on its thread: the loop and the throttle.
 
 #include "MidiDriver/worker/DriverDiagnostics.h"
 #include "MidiDriver/worker/MidiCallbackWorker.h"
@@ -20,7 +20,7 @@ constexpr Duration kWindowMilliseconds = 1000;
 constexpr useconds_t kThrottleSleepMicroseconds = 5000;
 constexpr int kMostRateReports = 10;
 
-// The lines of the process so far. A counter only, hence relaxed.
+// How many lines the process has written. Relaxed, as it only counts.
 std::atomic<int> sRateReports{0};
 
 double SecondsBetween(const NyTime& from, const NyTime& to) {
@@ -31,7 +31,7 @@ double SecondsBetween(const NyTime& from, const NyTime& to) {
 }
 
 void ReportRateExceeded(unsigned long bytes, int throttleRate) {
-    // The first look keeps the counter from ever wrapping round.
+    // The first condition keeps the counter from ever wrapping round.
     if (sRateReports.load(std::memory_order_relaxed) < kMostRateReports &&
         sRateReports.fetch_add(1, std::memory_order_relaxed) < kMostRateReports) {
         syslog(LOG_CRIT, "Current rate %f exceeds throttle rate %i Bytes/sec\n",
@@ -39,7 +39,7 @@ void ReportRateExceeded(unsigned long bytes, int throttleRate) {
     }
 }
 
-// For the debug channel's formats.
+// Converts a time for the formats of the debug channel.
 unsigned long long ToTicks(UnsignedWide time) {
     return ToNumber(time);
 }
@@ -55,7 +55,7 @@ void CMidiCallbackWorker::Run() {
     mPacketBuffer = nullptr;
 }
 
-// True when one of the loop's reports is due; it must then be written.
+// Returns true when the loop may write a report; the caller must then write one.
 bool CMidiCallbackWorker::TakeReportBudget() {
     NyTime now;
     now.SetToCurrentTime();
@@ -66,7 +66,8 @@ bool CMidiCallbackWorker::TakeReportBudget() {
     return true;
 }
 
-// False when the loop is to wait for the next signal: nothing is queued, or something failed.
+// Forwards one item. Returns false when nothing is queued or something failed; the loop then waits
+// for the next signal.
 bool CMidiCallbackWorker::ProcessItem() {
     NyLockGuard guard(mLock, true);
     InfoRecord record;
@@ -75,7 +76,8 @@ bool CMidiCallbackWorker::ProcessItem() {
     if (result != 0) {
         guard.Unlock();
         mReadErrorSeen = 1;
-        // It names the data ring although it was the info ring. Intended.
+        // The text names the data ring, although it was the info ring: users search their logs for
+        // it.
         if (TakeReportBudget()) {
             syslog(LOG_INFO, "Error %d reading from MIDI Data circular buffer",
                    static_cast<int>(result));
@@ -129,14 +131,14 @@ bool CMidiCallbackWorker::ProcessItem() {
     return true;
 }
 
-// A function of its own, zeroing so that it stays one on the stack: the leak detector is told of it
-// by name.
+// A function of its own, because the leak detector is told of it by name. It zeroes the buffer so
+// that the allocation is not the last thing it does and its frame stays on the stack.
 unsigned char* CMidiCallbackWorker::AllocatePacketBuffer(unsigned int size) {
     return new (std::nothrow) unsigned char[size]();
 }
 
-// A failed allocation leaves the capacity at the size that was wanted (intended) and no buffer, so
-// the next item of any length tries again.
+// A failed allocation leaves no buffer and the capacity at the size that was wanted. So the next
+// item, whatever its length, tries to allocate as much again.
 bool CMidiCallbackWorker::MakePacketBufferHold(unsigned int length) {
     if (length <= mPacketBufferCapacity && mPacketBuffer != nullptr) {
         return true;
@@ -154,13 +156,14 @@ bool CMidiCallbackWorker::MakePacketBufferHold(unsigned int length) {
     return true;
 }
 
-// Only MIDI data counts towards the rate, not the headers of a list and its packets nor padding.
+// Only MIDI data counts towards the rate. The headers of a list and of its packets do not, and
+// neither does padding.
 unsigned int CMidiCallbackWorker::CountBytes(unsigned int length) const {
     return mElementType == kMIDIPacketList ? CountMIDIBytes(mPacketBuffer, length) : length;
 }
 
 // Holds the item in the packet buffer back until its port has room for it within the last second.
-// False when it is to be dropped.
+// Returns false when the item is to be dropped.
 bool CMidiCallbackWorker::Throttle(unsigned int port, unsigned int length) {
     const unsigned int bytes = CountBytes(length);
     const auto windowMaxBytes = static_cast<unsigned long>(mWindowMaxBytes);
@@ -205,8 +208,8 @@ bool CMidiCallbackWorker::Throttle(unsigned int port, unsigned int length) {
     return RecordRelease(port, bytes);
 }
 
-// Takes the oldest record out of the port's ring. False when there is none, or the ring fails: the
-// item then goes out without a look at the limit.
+// Takes the oldest record out of the port's ring. Returns false when there is none or the ring
+// fails; the item is then forwarded whatever the limit is.
 bool CMidiCallbackWorker::ReadTail(unsigned int port) {
     LogThrottleDebugInfo("-------------------------------------------------\n");
     _t_circular_buffer* const ring = mThrottleRings[port];
@@ -244,11 +247,13 @@ bool CMidiCallbackWorker::ReadTail(unsigned int port) {
     return false;
 }
 
-// Enters the item into its port's window. False when that fails and the item is to be dropped.
+// Adds the item to its port's window. Returns false when that fails; the item is then to be
+// dropped.
 bool CMidiCallbackWorker::RecordRelease(unsigned int port, unsigned int bytes) {
     const unsigned long oldWindowBytes = mWindowBytes[port];
     mWindowBytes[port] += bytes;
-    // Uses up the reports' budget even though the debug channel is silent. Intended.
+    // This counts as a report although the debug channel writes nothing. It is kept so that
+    // failures are reported exactly as often as with the channel on.
     if (TakeReportBudget()) {
         LogThrottleDebugInfo("** Send MIDI packet, current rate: %f, windowBytes = %i + %i, "
                              "windowLengthTime = %f\n",

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
-// What is known of one queued item: its port and how many bytes of it lie in the data ring.
+// The record of one queued item: its port, and how many bytes of the data ring belong to it.
 struct InfoRecord {
     static constexpr unsigned int kHighestPort = 0xFF;
     static constexpr unsigned int kLongestItem = 0xFFFFFF;
@@ -21,7 +21,8 @@ struct InfoRecord {
 };
 static_assert(sizeof(InfoRecord) == 4);
 
-// One released item: when, and how many bytes of it count towards the port's rate.
+// The record of one released item: when it was released, and how many of its bytes count towards
+// the port's rate.
 struct ThrottleRecord {
     UnsignedWide mTime{};    // on the clock of `UpTime`, in host ticks
     uint32_t mBytesWord = 0; // bits 31..8 the counted bytes; bits 7..0 mean nothing
@@ -31,7 +32,7 @@ struct ThrottleRecord {
 };
 static_assert(sizeof(ThrottleRecord) == 12 && alignof(ThrottleRecord) == 4);
 
-// An UnsignedWide lies in memory as the number that it stands for.
+// Returns the number that an UnsignedWide stands for, which is also how it lies in memory.
 inline uint64_t ToNumber(UnsignedWide wide) {
     uint64_t number = 0;
     static_assert(sizeof number == sizeof wide);

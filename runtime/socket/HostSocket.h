@@ -11,8 +11,8 @@
 // so ETIMEDOUT becomes 60. Returns -1 for an error that the first platform does not have.
 int HostErrorToPlatformError(int hostError);
 
-// These convert the number of an address family from the first platform's, where IPv6 is 30, to
-// the host's, and back. Families other than IPv6 have the same number on both.
+// These convert the number of an address family from the first platform's, where IPv6 is 30, to the
+// host's, and back. Families other than IPv6 have the same number on both.
 int PlatformFamilyToHost(int platformFamily);
 int HostFamilyToPlatform(int hostFamily);
 

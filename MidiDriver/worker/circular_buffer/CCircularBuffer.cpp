@@ -6,7 +6,7 @@
 
 namespace {
 
-// The errors are set by the thread of either side.
+// The threads of both sides may set the errors, so they are read atomically.
 unsigned int LoadError(std::uint8_t& error) {
     return std::atomic_ref(error).load(std::memory_order_relaxed);
 }

@@ -6,20 +6,21 @@
 #include <cstring>
 #include <limits>
 
-// How the two sides meet. The producer alone stores writeOffset, the consumer alone readOffset, and
-// each operation loads the other side's position once and decides everything on that value, as if
-// it had run whole at that moment.
+// How the two sides work together. Only the producer stores writeOffset, and only the consumer
+// stores readOffset. Each operation loads the other side's position once and decides everything by
+// that value, as if all of it happened at that moment.
 //
 // - The producer copies elements in, then stores writeOffset with release; the consumer loads it
-//   with acquire before it copies out. So whoever sees the position sees the bytes before it.
+//   with acquire before it copies out. So a consumer that sees the position sees the bytes before
+//   it.
 // - The consumer copies elements out, then stores readOffset with release; the producer loads it
 //   with acquire before it copies in. So a slot is overwritten only after its bytes were read.
-// - A side loads its own position relaxed: no other thread stores it.
+// - Each side loads its own position relaxed, because no other thread stores it.
 //
-// On x86 these are plain loads and stores. PowerPC lets stores pass each other and loads run ahead:
-// there release is an lwsync before the store and acquire a barrier behind the load.
+// On x86 these are plain loads and stores. PowerPC may reorder stores and run loads ahead; there a
+// release is an lwsync before the store, and an acquire is a barrier after the load.
 //
-// Flags and error bytes carry no other data, so they are relaxed.
+// The flags and the error bytes order nothing, so they are relaxed.
 
 namespace {
 
@@ -29,12 +30,12 @@ static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
 static_assert(std::atomic_ref<std::uint8_t>::is_always_lock_free);
 static_assert(std::atomic_ref<std::uint32_t>::required_alignment == alignof(std::uint32_t));
 
-// Writes of up to this many bytes do without the copy function.
+// Writes of up to this many bytes do not use the copy function.
 constexpr std::int64_t kLargestElementPathBytes = 32;
 
 template <typename T>
 T Load(const T& field, std::memory_order order) {
-    // A reference to const cannot be made into an atomic one; nothing is stored through it.
+    // An atomic reference needs an object that is not const. Nothing is stored through this one.
     return std::atomic_ref<T>(const_cast<T&>(field)).load(order);
 }
 
@@ -43,7 +44,7 @@ void Publish(std::uint32_t& offset, std::uint32_t value) {
 }
 
 std::uint64_t CalcSize(std::uint32_t elemSize, std::uint32_t numElems) {
-    // At most (2^32 - 1) * 2^32 + 64.
+    // This is at most (2^32 - 1) * 2^32 + 64, so it does not overflow.
     return std::uint64_t{elemSize} * (std::uint64_t{numElems} + 1) + kCBHeaderSize;
 }
 
@@ -51,7 +52,8 @@ unsigned int LastError(const Ring& ring) {
     return Load(ring.lastError, std::memory_order_relaxed);
 }
 
-// Either side records, so the first error is settled by an exchange: whichever came first stays.
+// Both sides may record an error at the same time. An exchange decides which one came first and
+// stays.
 unsigned int RecordError(Ring& ring, std::uint8_t error) {
     std::uint8_t none = kCBNoError;
     std::atomic_ref(ring.firstError)
@@ -67,23 +69,25 @@ unsigned int Overflow(Ring& ring) {
     return RecordError(ring, kCBOverflow);
 }
 
-// The sums of offsets and sizes below stay within 32 bits, since the size of the whole block does.
+// The sums of offsets and sizes below fit 32 bits, because the size of the whole block does.
 
-// Whether the read position lies in the data area. It does but for the backward wrap of an indexed
-// read, which may leave it ahead of the first slot.
+// Says whether the read position lies in the data area. It always does, unless an indexed read has
+// wrapped backwards and left it ahead of the first slot.
 bool IsInDataArea(const Ring& ring, std::uint32_t read) {
     return read - ring.startOffset <= ring.lastSlotOffset - ring.startOffset;
 }
 
-// The read position as a number. Ahead of the block it is below 0, and stored modulo 2^32: that is
-// beyond the end, where no position lies.
+// Returns the read position as a number, which is negative for a position ahead of the block. Such
+// a position is stored modulo 2^32 and so lies beyond the end of the block, where no other position
+// is.
 std::int64_t PositionOf(const Ring& ring, std::uint32_t read) {
     return read <= ring.lastSlotOffset ? std::int64_t{read}
                                        : std::int64_t{read} - (std::int64_t{1} << 32);
 }
 
-// The other way round. In a ring of more than 2 GB a position may be too far ahead to be told from
-// one in the block; then it is the first one behind it that is not.
+// Returns the number as a read position. In a ring of more than 2 GB a position may lie so far
+// ahead that its stored form would fall into the block; the nearest position that does not replaces
+// it.
 std::uint32_t OffsetOf(const Ring& ring, std::int64_t position) {
     const std::int64_t end = std::int64_t{ring.lastSlotOffset} + ring.elemSize;
     const std::int64_t first = end + 1 - (std::int64_t{1} << 32);
@@ -105,8 +109,8 @@ std::uint32_t UsedBytes(const Ring& ring, std::uint32_t read, std::uint32_t writ
     return (write - ring.startOffset) + (ring.lastSlotOffset + ring.elemSize - read);
 }
 
-// The same wherever the read position lies; with it ahead of the first slot that is also what lies
-// between, and may be more than the ring holds.
+// The same, wherever the read position lies. If it lies ahead of the first slot, the bytes in
+// between count as well, and the result may be more than the ring holds.
 std::uint64_t StoredBytes(const Ring& ring, std::uint32_t read, std::uint32_t write) {
     if (!IsInDataArea(ring, read)) [[unlikely]] {
         return static_cast<std::uint64_t>(write - PositionOf(ring, read));
@@ -118,8 +122,8 @@ unsigned char* Block(Ring& ring) {
     return reinterpret_cast<unsigned char*>(&ring);
 }
 
-// The control block as it lies in memory, at the moment at which `write` was loaded. What the other
-// side may store meanwhile is loaded as it is stored.
+// Copies the control block as it was when `write` was loaded. Fields that the other side may store
+// meanwhile are loaded atomically.
 std::array<unsigned char, kCBHeaderSize> CopyOfControlBlock(Ring& ring, std::uint32_t write) {
     std::array<unsigned char, kCBHeaderSize> copy;
     const auto copyRange = [&](std::size_t from, std::size_t to) {
@@ -147,8 +151,8 @@ void CopyEnds(unsigned char* destination, const unsigned char* source, std::size
     std::memcpy(destination + size - Size, last, Size);
 }
 
-// Most elements are small, and a library call costs more than moving them. Two fixed-size moves
-// that may overlap serve each range of sizes.
+// Copies an element. Most elements are small, and a library call would cost more than the copying.
+// For each range of sizes two moves of a fixed size, which may overlap, are enough.
 void CopyBytes(unsigned char* destination, const unsigned char* source, std::size_t size) {
     if (size > 32) {
         std::memcpy(destination, source, size);
@@ -165,8 +169,8 @@ void CopyBytes(unsigned char* destination, const unsigned char* source, std::siz
     }
 }
 
-// Stores `size` bytes, which fit, in element after element from `write`. Returns the position
-// behind them.
+// Stores `size` bytes, which must fit, one element after the other from `write` on. Returns the
+// position after them.
 std::uint32_t CopyIn(Ring& ring, std::uint32_t write, const unsigned char* source,
                      std::uint32_t size) {
     const std::uint32_t end = ring.lastSlotOffset + ring.elemSize;
@@ -180,7 +184,7 @@ std::uint32_t CopyIn(Ring& ring, std::uint32_t write, const unsigned char* sourc
     return ring.startOffset + (size - run);
 }
 
-// Copies out `size` bytes, which are stored, from `read`. Returns the position behind them.
+// Copies `size` bytes, which must be stored, out from `read` on. Returns the position after them.
 std::uint32_t CopyOut(Ring& ring, std::uint32_t read, unsigned char* destination,
                       std::uint32_t size) {
     const std::uint32_t end = ring.lastSlotOffset + ring.elemSize;
@@ -194,8 +198,8 @@ std::uint32_t CopyOut(Ring& ring, std::uint32_t read, unsigned char* destination
     return ring.startOffset + (size - run);
 }
 
-// Elements one by one until all are stored or the ring is full. The outcome is that of a loop over
-// elements; contiguous ones are copied together.
+// Stores elements until all are stored or the ring is full. The outcome is that of a loop over
+// single elements, but elements that lie together are copied together.
 unsigned int WriteElements(Ring& ring, std::uint32_t read, std::uint32_t write,
                            const unsigned char* source, std::int64_t size, int* count) {
     if (size <= 0) {
@@ -213,8 +217,8 @@ unsigned int WriteElements(Ring& ring, std::uint32_t read, std::uint32_t write,
     return Overflow(ring);
 }
 
-// The same with the read position ahead of the first slot, which no write position ever meets: all
-// elements are stored, round after round.
+// Does the same when the read position lies ahead of the first slot. No write position ever reaches
+// it, so all elements are stored, round after round.
 unsigned int WriteElementsAround(Ring& ring, std::uint32_t write, const unsigned char* source,
                                  std::int64_t size, int* count) {
     if (size <= 0) {
@@ -241,7 +245,7 @@ unsigned int WriteBlocks(Ring& ring, std::uint32_t read, std::uint32_t write,
     std::int64_t stored = 0;
     std::uint32_t position = write;
     if (write >= read) {
-        // The last slot must stay free as long as the first one is the oldest.
+        // One slot must stay free. It is the last one while the oldest element is in the first one.
         const std::uint32_t room =
             ring.lastSlotOffset - write + (read == ring.startOffset ? 0 : ring.elemSize);
         stored = std::min<std::int64_t>(room, size);
@@ -252,8 +256,8 @@ unsigned int WriteBlocks(Ring& ring, std::uint32_t read, std::uint32_t write,
         }
     }
     bool overflowed = false;
-    // A first run that stops at the end because the oldest element is in the first slot ends the
-    // write here: intended to go unrecorded even if it left some behind.
+    // If the first run ends at the end because the oldest element is in the first slot, the write
+    // ends here. Then no overflow is recorded, even if elements are left over; see the header.
     if (stored < size && position < read) {
         const std::uint32_t room = read - position - ring.elemSize;
         const std::int64_t run = std::min<std::int64_t>(room, size - stored);
@@ -281,9 +285,9 @@ void SetUp(Ring& ring, std::uint32_t elemSize, std::uint32_t numElems) {
     ring.writeOffset = kCBHeaderSize;
 }
 
-// Copies out `size` bytes from a position ahead of the first slot, or in the data area where all of
-// them lie in one run. Of what lies ahead of the first slot, the control block is copied like
-// anything else. Ahead of that is memory of somebody else, which is not touched and reads as zeros.
+// Copies `size` bytes out from a position ahead of the first slot, or from one in the data area if
+// all of them lie in one run. Ahead of the first slot lies the control block, which is copied as it
+// is. Ahead of the control block lies memory of others, which is not touched and reads as zeros.
 void CopyOutFromAhead(Ring& ring, std::int64_t position, std::uint32_t write,
                       unsigned char* destination, std::int64_t size) {
     const auto take = [&](std::int64_t limit, auto copy) {
@@ -302,7 +306,7 @@ void CopyOutFromAhead(Ring& ring, std::int64_t position, std::uint32_t write,
     take(write, [&](std::size_t run) { std::memcpy(destination, Block(ring) + position, run); });
 }
 
-// Reads up to `*count` elements from such a position, on to the write position.
+// Reads up to `*count` elements from such a position up to the write position.
 unsigned int ReadFromAhead(Ring& ring, std::int64_t position, std::uint32_t write,
                            unsigned char* destination, int* count, bool consume) {
     const std::int64_t available = write - position;
@@ -318,8 +322,8 @@ unsigned int ReadFromAhead(Ring& ring, std::int64_t position, std::uint32_t writ
     return LastError(ring);
 }
 
-// Copies up to `*count` of the elements in the `stored` bytes from `position`. Returns the position
-// behind them.
+// Copies up to `*count` of the elements in the `stored` bytes from `position` on. Returns the
+// position after them.
 std::uint32_t CopyOutElements(Ring& ring, std::uint32_t position, std::uint32_t stored,
                               unsigned char* destination, int* count) {
     const std::uint64_t size = std::uint64_t{ring.elemSize} * static_cast<unsigned int>(*count);
@@ -338,7 +342,7 @@ unsigned int ReadFrom(Ring& ring, unsigned int start, unsigned char* destination
         *count = 0;
         return LastError(ring);
     }
-    // 64 bits, so that no index wraps.
+    // Computed in 64 bits, so that no index wraps.
     const std::uint64_t skipped = std::uint64_t{start} * ring.elemSize;
     const std::uint64_t stored = StoredBytes(ring, read, write);
     if (skipped > stored) {
@@ -352,7 +356,8 @@ unsigned int ReadFrom(Ring& ring, unsigned int start, unsigned char* destination
         return ReadFromAhead(ring, wanted, write, destination, count, consume);
     }
     if (wanted > ring.lastSlotOffset) [[unlikely]] {
-        // As far before the first slot as it lies beyond the last one: intended.
+        // A start beyond the last slot becomes a position as far before the first one; see the
+        // header.
         return ReadFromAhead(ring, ring.startOffset - (wanted - ring.lastSlotOffset), write,
                              destination, count, consume);
     }
@@ -380,7 +385,7 @@ unsigned int cb_initialize(_t_circular_buffer** ring, std::uint32_t elemSize,
     }
     *ring = nullptr;
     const std::uint64_t size = CalcSize(elemSize, numElems);
-    // A size cut down to what the allocator can be told would make a block smaller than the ring.
+    // The allocator takes an int. A size that is cut to an int would make too small a block.
     if (mallocFunc == nullptr || size > std::numeric_limits<int>::max()) {
         return kCBAllocationFailed;
     }
@@ -444,8 +449,8 @@ unsigned int cb_clear_errors(_t_circular_buffer* ring) {
     if (ring == nullptr) {
         return kCBNullRing;
     }
-    // One exchange hands the first error out, so one that is being recorded cannot get lost between
-    // a load and a store.
+    // The exchange reads and clears in one step, so that an error which is being recorded cannot
+    // get lost between a load and a store.
     const unsigned int first =
         std::atomic_ref(ring->firstError).exchange(kCBNoError, std::memory_order_relaxed);
     std::atomic_ref(ring->lastError)
@@ -467,7 +472,7 @@ unsigned int cb_get_num_elem_used(const _t_circular_buffer* ring) {
     if (ring == nullptr) {
         return kCBNullRing;
     }
-    // Acquire on both, since the caller may be on either side.
+    // Both are acquired, because the caller may be on either side.
     const std::uint32_t read = Load(ring->readOffset, std::memory_order_acquire);
     const std::uint32_t write = Load(ring->writeOffset, std::memory_order_acquire);
     if (!IsInDataArea(*ring, read)) [[unlikely]] {
@@ -488,12 +493,12 @@ unsigned int cb_write(_t_circular_buffer* ring, const void* source, int* count) 
         return Overflow(*ring);
     }
     const auto* bytes = static_cast<const unsigned char*>(source);
-    // 64 bits, so that neither a large count nor a negative one wraps.
+    // Computed in 64 bits, so that neither a large count nor a negative one wraps.
     const std::int64_t size = std::int64_t{ring->elemSize} * *count;
     const bool inElements = ring->copyFunc == nullptr || size <= kLargestElementPathBytes;
     if (!IsInDataArea(*ring, read)) [[unlikely]] {
-        // Blocks end their first run at the end of the data area. To them any position ahead of
-        // the first slot is like another.
+        // A write in blocks ends its first run at the end of the data area. It makes no difference
+        // to it how far ahead of the first slot the read position lies.
         return inElements ? WriteElementsAround(*ring, write, bytes, size, count)
                           : WriteBlocks(*ring, 0, write, bytes, size, count);
     }
@@ -534,16 +539,16 @@ unsigned int cb_remove(_t_circular_buffer* ring, int* count) {
         *count = 0;
         return LastError(*ring);
     }
-    // A ring that holds something has slots of at least a byte and less than 4 GB in all, so this
-    // stays well within 64 bits.
+    // A ring that holds something has slots of at least one byte and less than 4 GB in all, so this
+    // fits 64 bits easily.
     const std::int64_t from = PositionOf(*ring, read);
     std::int64_t position = from + std::int64_t{ring->elemSize} * *count;
     if (position > ring->lastSlotOffset) {
-        // One slot less than the ring's length: intended.
+        // One slot less than the ring's length; see the header.
         position -= ring->lastSlotOffset - ring->startOffset;
     }
-    // The write position bounds it from above. From below only a negative count gets past the first
-    // slot, or further ahead of it.
+    // The write position is the upper bound. Only a negative count could move the position past the
+    // first slot, or further ahead of it.
     position =
         std::clamp<std::int64_t>(position, std::min<std::int64_t>(from, ring->startOffset), write);
     Publish(ring->readOffset, OffsetOf(*ring, position));
@@ -559,7 +564,7 @@ unsigned int cb_destroy(_t_circular_buffer* ring) {
     const bool owned = (ring->flags & kCBOwned) != 0;
     std::memset(Block(*ring), 0, kCBHeaderSize);
     if (owned && freeFunc != nullptr) {
-        // An owned block was allocated with a size that fits.
+        // The size fits an int, because the block was allocated with it.
         freeFunc(ring, static_cast<int>(size));
     }
     return kCBNoError;

@@ -34,6 +34,8 @@ CF_EXPORT const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 CF_EXPORT const CFDictionaryKeyCallBacks kCFCopyStringDictionaryKeyCallBacks;
 CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
+typedef void (*CFDictionaryApplierFunction)(const void* key, const void* value, void* context);
+
 CF_EXPORT CFTypeID CFDictionaryGetTypeID(void);
 
 // Of keys that are equal, the first counts. Null when `numValues` is negative, or `keys` or
@@ -60,6 +62,9 @@ CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef theDict, const v
 // Both arrays have room for all entries, or are null; entry for entry in one order.
 CF_EXPORT void CFDictionaryGetKeysAndValues(CFDictionaryRef theDict, const void** keys,
                                             const void** values);
+// Calls the function for each entry; it must not change the dictionary. Needs no memory.
+CF_EXPORT void CFDictionaryApplyFunction(CFDictionaryRef theDict,
+                                         CFDictionaryApplierFunction applier, void* context);
 
 // Changes; they do nothing for a dictionary that is immutable and when there is no memory. Add
 // leaves a key that is there alone, Replace one that is not, Set does either.

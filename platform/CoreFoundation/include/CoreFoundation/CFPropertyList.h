@@ -35,7 +35,7 @@ enum {
     kCFPropertyListWriteStreamError = 3851,        // not a property list, or a limit was passed
 };
 
-// Whether the value is a property list within the limits, in either format.
+// Whether the value is a property list within the limits, in either format. Needs no memory.
 CF_EXPORT Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format);
 
 // `*format` and `*error` may be null pointers; they are set when there is a property list and when

@@ -7,8 +7,6 @@
 #include <CoreFoundation/CFDate.h>
 #include <CoreFoundation/CFDictionary.h>
 
-#include <vector>
-
 namespace {
 
 class Checker {
@@ -38,11 +36,18 @@ public:
 
 private:
     void CheckString(CFTypeRef value) {
-        const std::optional<std::string> text = UTF8OfString(value);
-        if (!text || text->find('\0') != std::string::npos) {
+        const auto* string = CFRuntimeCast<__CFString>(value);
+        const CFRange all = CFRangeMake(0, static_cast<CFIndex>(string->Size()));
+        CFIndex bytes = 0;
+        bool isText = CFStringGetBytes(string, all, kCFStringEncodingUTF8, 0, false, nullptr, 0,
+                                       &bytes) == all.length;
+        for (size_t i = 0; isText && i < string->Size(); ++i) {
+            isText = string->At(i) != u'\0';
+        }
+        if (!isText) {
             throw PropertyListFault{"a string that is not valid Unicode or has a NUL"};
         }
-        mBudget.TakeContents(text->size());
+        mBudget.TakeContents(static_cast<size_t>(bytes));
     }
 
     void CheckArray(CFArrayRef array) {
@@ -55,17 +60,16 @@ private:
 
     void CheckDictionary(CFDictionaryRef dictionary) {
         const PropertyListBudget::Level level(mBudget);
-        const auto count = static_cast<size_t>(CFDictionaryGetCount(dictionary));
-        std::vector<const void*> keys(count);
-        std::vector<const void*> values(count);
-        CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
-        for (size_t i = 0; i < count; ++i) {
-            if (CFRuntimeTypeOf(keys[i]) != kCFRuntimeStringType) {
-                throw PropertyListFault{"a key that is not a string"};
-            }
-            CheckString(keys[i]);
-            Check(values[i]);
-        }
+        CFDictionaryApplyFunction(
+            dictionary,
+            [](const void* key, const void* value, void* self) {
+                if (CFRuntimeTypeOf(key) != kCFRuntimeStringType) {
+                    throw PropertyListFault{"a key that is not a string"};
+                }
+                static_cast<Checker*>(self)->CheckString(key);
+                static_cast<Checker*>(self)->Check(value);
+            },
+            this);
     }
 
     PropertyListBudget mBudget;

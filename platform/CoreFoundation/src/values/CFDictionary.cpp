@@ -259,6 +259,17 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef theDict, const void** keys, co
     }
 }
 
+void CFDictionaryApplyFunction(CFDictionaryRef theDict, CFDictionaryApplierFunction applier,
+                               void* context) {
+    const auto* dictionary = Dictionary(theDict);
+    if (dictionary == nullptr || applier == nullptr) {
+        return;
+    }
+    for (const auto& [key, value] : dictionary->mMap) {
+        applier(key, value, context);
+    }
+}
+
 void CFDictionaryAddValue(CFMutableDictionaryRef theDict, const void* key, const void* value) {
     PutIfMutable(theDict, key, value, __CFDictionary::Mode::kAdd);
 }

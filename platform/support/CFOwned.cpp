@@ -1,6 +1,7 @@
 #include "platform/support/CFOwned.h"
 
 #include <limits>
+#include <new>
 
 namespace CoreMIDI {
 
@@ -22,14 +23,26 @@ std::optional<std::string> TextOf(CFStringRef string) {
     return text;
 }
 
-CFOwned<CFStringRef> MakeString(const std::string& text) {
+CFOwned<CFStringRef> CreateString(const std::string& text) noexcept {
     return CFOwned<CFStringRef>(
         CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()),
                                 static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
 }
 
+CFOwned<CFStringRef> MakeString(const std::string& text) {
+    CFOwned<CFStringRef> string = CreateString(text);
+    if (!string) {
+        throw std::bad_alloc();
+    }
+    return string;
+}
+
 CFOwned<CFNumberRef> MakeNumber(SInt32 number) {
-    return CFOwned<CFNumberRef>(CFNumberCreate(nullptr, kCFNumberSInt32Type, &number));
+    CFOwned<CFNumberRef> made(CFNumberCreate(nullptr, kCFNumberSInt32Type, &number));
+    if (!made) {
+        throw std::bad_alloc();
+    }
+    return made;
 }
 
 std::optional<SInt32> NumberOf(CFTypeRef value) {

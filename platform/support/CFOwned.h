@@ -53,8 +53,11 @@ inline bool IsString(CFTypeRef value) {
     return value != nullptr && CFGetTypeID(value) == CFStringGetTypeID();
 }
 
-// Nothing for what is not a string.
+// Nothing for what is not a string. Throws std::bad_alloc.
 std::optional<std::string> TextOf(CFStringRef string);
+// Null without memory.
+CFOwned<CFStringRef> CreateString(const std::string& text) noexcept;
+// The same and a number, but throw std::bad_alloc.
 CFOwned<CFStringRef> MakeString(const std::string& text);
 CFOwned<CFNumberRef> MakeNumber(SInt32 number);
 // Nothing for what is not an integer of that range.

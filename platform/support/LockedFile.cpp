@@ -123,9 +123,9 @@ FileFailure LockedFile::MoveAside(std::string& newPath) {
     for (int number = 1; number <= kMostNames; ++number) {
         const std::string name =
             mName + ".broken" + (number == 1 ? "" : "-" + std::to_string(number));
+        newPath = mFolderPath + "/" + name;
         // A link fails where there is a file already, unlike a rename.
         if (linkat(mFolder.Get(), mName.c_str(), mFolder.Get(), name.c_str(), 0) == 0) {
-            newPath = mFolderPath + "/" + name;
             return unlinkat(mFolder.Get(), mName.c_str(), 0) == 0
                        ? FileFailure{}
                        : LastFileFailure("cannot be moved aside");

@@ -50,7 +50,9 @@ enum {
 };
 
 // Besides these, every function gives `paramErr` for a null pointer where it needs one and
-// `memFullErr` when memory or the 65535 objects are used up; nothing is changed then.
+// `memFullErr` when memory or the 65535 objects are used up; nothing is changed then. Counts,
+// objects by index or unique ID and refCons are found without memory, and functions that dispose,
+// disconnect or detach need none.
 enum {
     kMIDIInvalidClient = -10830,     // not a client's reference
     kMIDIInvalidPort = -10831,       // not a port's, or a port of the other direction

@@ -4,7 +4,8 @@
 // those that exist), in its default mode: that thread must run its loop to get any. They come after
 // the call that caused them has changed the objects; no lock is held, so the procedure may call
 // anything. `kMIDIMsgSetupChanged` follows the notifications of one change. When more than 1024
-// wait for a client, they are replaced by one `kMIDIMsgSetupChanged`.
+// wait for a client, or there is no memory for one, they are replaced by one
+// `kMIDIMsgSetupChanged`.
 #pragma once
 
 #include <CoreMIDI/CoreMIDIBase.h>

@@ -19,8 +19,8 @@
 //  - kMIDISetupFormatErr: the file is not a setup's. It is moved aside, to its name with ".broken"
 //    and, if need be, a number behind it; the setup is empty and is kept at `path`. A line to
 //    syslog names both files.
-//  - kMIDINotPermitted: the file cannot be read or moved aside (errno tells), or this build has no
-//    property-list files. The setup is empty and in memory only.
+//  - kMIDINotPermitted: the file cannot be read or moved aside (errno tells). The setup is empty
+//    and in memory only.
 //
 // Open the setup before drivers are attached.
 COREMIDI_EXPORT OSStatus MIDIServerHostOpenSetup(CFStringRef path);

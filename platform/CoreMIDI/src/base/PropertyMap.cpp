@@ -24,11 +24,11 @@ std::optional<PropertyType> TypeOf(CFPropertyListRef value) {
     return std::nullopt;
 }
 
-const PropertyRule& RuleOf(const std::string& name) {
+const PropertyRule& RuleOf(std::string_view name) {
     constexpr PropertyRule kInteger{PropertyType::kInteger};
     constexpr PropertyRule kString{PropertyType::kString};
     // Never destroyed: clients may set properties while the process ends.
-    static const auto& rules = *new std::map<std::string, PropertyRule>{
+    static const auto& rules = *new std::map<std::string_view, PropertyRule>{
         {kNameProperty, kString},
         {kManufacturerProperty, kString},
         {kModelProperty, kString},
@@ -70,9 +70,19 @@ CFOwned<CFMutableDictionaryRef> DictionaryOf(const PropertyMap& properties) {
         throw std::bad_alloc();
     }
     for (const auto& [name, value] : properties) {
-        CFDictionarySetValue(dictionary.Get(), MakeString(name).Get(), value.Get());
+        SetValue(dictionary, name, value.Get());
     }
     return dictionary;
+}
+
+void SetValue(const CFOwned<CFMutableDictionaryRef>& dictionary, const std::string& key,
+              CFTypeRef value) {
+    const CFOwned<CFStringRef> name = MakeString(key);
+    CFDictionarySetValue(dictionary.Get(), name.Get(), value);
+    // It says nothing where there is no memory.
+    if (CFDictionaryGetValue(dictionary.Get(), name.Get()) != value) {
+        throw std::bad_alloc();
+    }
 }
 
 } // namespace CoreMIDI

@@ -2,15 +2,18 @@
 
 #include "platform/support/CFOwned.h"
 
+#include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace CoreMIDI {
 
 enum class PropertyType { kInteger, kString, kData, kDictionary };
 
 // An object's own properties by their names: property lists of the four types, integers of 32 bits.
-using PropertyMap = std::map<std::string, CFOwned<CFPropertyListRef>>;
+// Looked through without memory.
+using PropertyMap = std::map<std::string, CFOwned<CFPropertyListRef>, std::less<>>;
 
 // The type of a value, nothing when no property can have it.
 std::optional<PropertyType> TypeOf(CFPropertyListRef value);
@@ -21,7 +24,7 @@ struct PropertyRule {
     bool mIsSettable = true;           // by clients
     bool mIsSaved = true;
 };
-const PropertyRule& RuleOf(const std::string& name);
+const PropertyRule& RuleOf(std::string_view name);
 
 // The names that the library itself looks at.
 inline constexpr const char* kNameProperty = "name";
@@ -35,7 +38,10 @@ inline constexpr const char* kPrivateProperty = "private";
 inline constexpr const char* kDriverOwnerProperty = "driver";
 inline constexpr const char* kDisplayNameProperty = "displayName";
 
-// The same as a dictionary.
+// The same as a dictionary. Throws std::bad_alloc.
 CFOwned<CFMutableDictionaryRef> DictionaryOf(const PropertyMap& properties);
+// Sets a value of a dictionary. Throws std::bad_alloc.
+void SetValue(const CFOwned<CFMutableDictionaryRef>& dictionary, const std::string& key,
+              CFTypeRef value);
 
 } // namespace CoreMIDI

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/CoreMIDI/src/base/CallGate.h"
+#include "platform/CoreMIDI/src/base/DriverItem.h"
 
 #include <CoreMIDI/MIDIDriver.h>
 
@@ -11,8 +12,6 @@
 #include <vector>
 
 namespace CoreMIDI {
-
-struct DriverOutput;
 
 // A read procedure and what it is called with: of an input port for one source, or of a virtual
 // destination.
@@ -39,6 +38,10 @@ struct Connection {
     const MIDIReadProc mProcedure;
     void* const mProcedureRefCon;
     void* const mConnectionRefCon;
+    // To tell the source's driver with, should this be its last connection: one item, made with the
+    // connection, since ending it must not fail for want of memory.
+    DriverItems mRoomToDisable;
+    std::shared_ptr<Connection> mNextEnded; // Change's
 };
 
 // What becomes of packets for a destination: exactly one of `mReceiver` and `mDriver` is set.
@@ -54,6 +57,7 @@ struct OutputTarget {
 struct Route {
     std::vector<std::shared_ptr<Connection>> mConnections; // of a source
     std::shared_ptr<const OutputTarget> mTarget;           // of a destination; null: nobody
+    std::unique_ptr<Route> mNextRetired;                   // ObjectRegistry's
 };
 
 } // namespace CoreMIDI

@@ -1,17 +1,19 @@
 // Clients and their virtual endpoints.
+#include "platform/CoreMIDI/src/base/OnFailure.h"
 #include "platform/CoreMIDI/src/state/Change.h"
 #include "platform/CoreMIDI/src/state/Routing.h"
 
 #include <CoreMIDI/MIDIServices.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace CoreMIDI {
 
 namespace {
 
 // Ends a port's connections and destroys it.
-void DestroyPort(Change& change, Port& port) {
+void DestroyPort(Change& change, Port& port) noexcept {
     for (const std::shared_ptr<Connection>& connection : port.mConnections) {
         DropFromSource(*connection);
         change.End(connection);
@@ -19,21 +21,37 @@ void DestroyPort(Change& change, Port& port) {
     World::Get().Remove(port);
 }
 
-Endpoint& AddVirtualEndpoint(Change& change, Client& client, Kind kind, CFStringRef name) {
+// Takes a virtual endpoint out of whatever holds it and destroys it. Nobody is notified.
+void DestroyVirtualEndpoint(Change& change, Endpoint& endpoint) noexcept {
     World& world = World::Get();
-    auto& endpoint = world.Add<Endpoint>(kind);
-    endpoint.mClient = client.mReference;
-    endpoint.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
-    world.mVirtualEndpoints.push_back(&endpoint);
-    client.mEndpoints.push_back(endpoint.mReference);
-    change.NotifyAdded(endpoint);
-    return endpoint;
+    std::erase(world.Find<Client>(endpoint.mClient)->mEndpoints, endpoint.mReference);
+    std::erase(world.mVirtualEndpoints, &endpoint);
+    DestroyEndpoint(change, endpoint);
 }
 
-void DestroyVirtualEndpoint(Change& change, Endpoint& endpoint) {
-    std::erase(World::Get().mVirtualEndpoints, &endpoint);
-    change.NotifyRemoved(endpoint);
-    DestroyEndpoint(change, endpoint);
+// With a read procedure for a destination.
+OSStatus AddVirtualEndpoint(MIDIClientRef client, Kind kind, CFStringRef name,
+                            MIDIReadProc readProc, void* refCon, MIDIEndpointRef* out) {
+    Change change;
+    World& world = World::Get();
+    auto* const owner = world.Find<Client>(client);
+    if (owner == nullptr) {
+        return kMIDIInvalidClient;
+    }
+    auto& endpoint = world.Add<Endpoint>(kind);
+    endpoint.mClient = client;
+    const OnFailure remove([&] { DestroyVirtualEndpoint(change, endpoint); });
+    endpoint.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
+    world.mVirtualEndpoints.push_back(&endpoint);
+    owner->mEndpoints.push_back(endpoint.mReference);
+    if (readProc != nullptr) {
+        endpoint.mReceiver = std::make_shared<Connection>(endpoint.mReference, endpoint.mReference,
+                                                          readProc, refCon, nullptr);
+    }
+    UpdateRoutes(endpoint);
+    change.NotifyAdded(endpoint);
+    *out = endpoint.mReference;
+    return noErr;
 }
 
 OSStatus AddPort(MIDIClientRef client, CFStringRef portName, Kind kind, MIDIReadProc readProc,
@@ -48,6 +66,7 @@ OSStatus AddPort(MIDIClientRef client, CFStringRef portName, Kind kind, MIDIRead
         return kMIDIInvalidClient;
     }
     auto& port = world.Add<Port>(kind);
+    const OnFailure remove([&] { world.Remove(port); });
     port.mClient = client;
     port.mReadProcedure = readProc;
     port.mRefCon = refCon;
@@ -69,7 +88,9 @@ OSStatus MIDIClientCreate(CFStringRef name, MIDINotifyProc notifyProc, void* not
             return paramErr;
         }
         const Change change;
-        auto& client = World::Get().Add<Client>(Kind::kClient);
+        World& world = World::Get();
+        auto& client = world.Add<Client>(Kind::kClient);
+        const OnFailure remove([&] { world.Remove(client); });
         if (notifyProc != nullptr) {
             client.mNotifications =
                 std::make_shared<NotificationQueue>(client.mReference, notifyProc, notifyRefCon);
@@ -93,8 +114,10 @@ OSStatus MIDIClientDispose(MIDIClientRef client) {
             for (const MIDIPortRef port : found->mPorts) {
                 DestroyPort(change, *world.Find<Port>(port));
             }
-            for (const MIDIEndpointRef endpoint : found->mEndpoints) {
-                DestroyVirtualEndpoint(change, *world.Find<Endpoint>(endpoint));
+            while (!found->mEndpoints.empty()) {
+                auto* const endpoint = world.Find<Endpoint>(found->mEndpoints.front());
+                change.NotifyRemoved(*endpoint);
+                DestroyVirtualEndpoint(change, *endpoint);
             }
             notifications = found->mNotifications;
             NotificationCentre::Get().RemoveClient(notifications);
@@ -112,15 +135,7 @@ OSStatus MIDISourceCreate(MIDIClientRef client, CFStringRef name, MIDIEndpointRe
         if (!IsName(name) || outSrc == nullptr) {
             return paramErr;
         }
-        Change change;
-        auto* const owner = World::Get().Find<Client>(client);
-        if (owner == nullptr) {
-            return kMIDIInvalidClient;
-        }
-        const Endpoint& source = AddVirtualEndpoint(change, *owner, Kind::kSource, name);
-        UpdateRoute(source);
-        *outSrc = source.mReference;
-        return noErr;
+        return AddVirtualEndpoint(client, Kind::kSource, name, nullptr, nullptr, outSrc);
     });
 }
 
@@ -130,17 +145,7 @@ OSStatus MIDIDestinationCreate(MIDIClientRef client, CFStringRef name, MIDIReadP
         if (!IsName(name) || readProc == nullptr || outDest == nullptr) {
             return paramErr;
         }
-        Change change;
-        auto* const owner = World::Get().Find<Client>(client);
-        if (owner == nullptr) {
-            return kMIDIInvalidClient;
-        }
-        Endpoint& destination = AddVirtualEndpoint(change, *owner, Kind::kDestination, name);
-        destination.mReceiver = std::make_shared<Connection>(
-            destination.mReference, destination.mReference, readProc, refCon, nullptr);
-        UpdateRoute(destination);
-        *outDest = destination.mReference;
-        return noErr;
+        return AddVirtualEndpoint(client, Kind::kDestination, name, readProc, refCon, outDest);
     });
 }
 
@@ -155,7 +160,7 @@ OSStatus MIDIEndpointDispose(MIDIEndpointRef endpt) {
         if (endpoint->mEntity != nullptr) {
             return kMIDINotPermitted;
         }
-        std::erase(world.Find<Client>(endpoint->mClient)->mEndpoints, endpt);
+        change.NotifyRemoved(*endpoint);
         DestroyVirtualEndpoint(change, *endpoint);
         return noErr;
     });
@@ -205,22 +210,33 @@ OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* c
         }
         const auto connection = std::make_shared<Connection>(port, source, input->mReadProcedure,
                                                              input->mRefCon, connRefCon);
+        connection->mRoomToDisable.emplace_back();
         const auto sameSource = [source](const std::shared_ptr<Connection>& other) {
             return other->mEndpoint == source;
         };
         const auto present = std::ranges::find_if(input->mConnections, sameSource);
         if (present != input->mConnections.end()) {
-            std::ranges::replace(endpoint->mConnections, *present, connection);
-            change.End(*present);
-            *present = connection;
-            UpdateRoute(*endpoint);
+            const std::shared_ptr<Connection> replaced = *present;
+            const auto replace = [&](const auto& before, const auto& now) {
+                std::ranges::replace(endpoint->mConnections, before, now);
+                std::ranges::replace(input->mConnections, before, now);
+            };
+            replace(replaced, connection);
+            const OnFailure undo([&] { replace(connection, replaced); });
+            UpdateRoutes(*endpoint);
+            change.End(replaced);
             return noErr;
         }
+        const OnFailure undo([&] {
+            std::erase(input->mConnections, connection);
+            std::erase(endpoint->mConnections, connection);
+        });
         input->mConnections.push_back(connection);
         endpoint->mConnections.push_back(connection);
-        UpdateRoute(*endpoint);
+        DriverItems room(1);
+        UpdateRoutes(*endpoint);
         if (endpoint->mConnections.size() == 1) {
-            TellListeners(*endpoint, true);
+            TellListeners(*endpoint, true, std::move(room));
         }
         return noErr;
     });

@@ -14,9 +14,10 @@ OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name, CFStringRef man
         if (!IsName(name) || !IsName(manufacturer) || !IsName(model) || outDevice == nullptr) {
             return paramErr;
         }
-        const Change change;
+        Change change;
         World& world = World::Get();
         auto& device = world.Add<Device>(Kind::kDevice);
+        const OnFailure remove([&] { DestroyDevice(change, device); });
         device.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
         device.mProperties[kManufacturerProperty] =
             CFOwned<CFPropertyListRef>::Retained(manufacturer);
@@ -24,7 +25,7 @@ OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name, CFStringRef man
         device.mOwner = owner;
         for (const std::shared_ptr<DriverOutput>& driver : world.mDrivers) {
             if (driver->mDriver == owner) {
-                GiveToDriver(device, driver);
+                GiveToDriver({&device}, driver);
             }
         }
         *outDevice = device.mReference;
@@ -60,19 +61,15 @@ OSStatus MIDIDeviceAddEntity(MIDIDeviceRef device, CFStringRef name, Boolean emb
             return kMIDIObjectNotFound;
         }
         Entity& entity = AddEntity(*found);
-        try {
-            entity.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
-            entity.mProperties[kEmbeddedProperty] =
-                CFOwned<CFPropertyListRef>(MakeNumber(embedded != 0 ? 1 : 0).Release());
-            for (ItemCount i = 0; i < numSourceEndpoints; ++i) {
-                AddEndpoint(entity, Kind::kSource);
-            }
-            for (ItemCount i = 0; i < numDestinationEndpoints; ++i) {
-                AddEndpoint(entity, Kind::kDestination);
-            }
-        } catch (const std::bad_alloc&) {
-            DestroyEntity(change, entity);
-            throw;
+        const OnFailure remove([&] { DestroyEntity(change, entity); });
+        entity.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
+        entity.mProperties[kEmbeddedProperty] =
+            CFOwned<CFPropertyListRef>(MakeNumber(embedded != 0 ? 1 : 0).Release());
+        for (ItemCount i = 0; i < numSourceEndpoints; ++i) {
+            AddEndpoint(entity, Kind::kSource);
+        }
+        for (ItemCount i = 0; i < numDestinationEndpoints; ++i) {
+            AddEndpoint(entity, Kind::kDestination);
         }
         change.NotifyAdded(entity);
         change.SetupChanged(entity);
@@ -136,8 +133,9 @@ OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2) {
         if (endpoint == nullptr) {
             return kMIDIUnknownEndpoint;
         }
-        endpoint->mRefCons = {ref1, ref2};
-        UpdateRoute(*endpoint);
+        const auto before = std::exchange(endpoint->mRefCons, {ref1, ref2});
+        const OnFailure undo([&] { endpoint->mRefCons = before; });
+        UpdateRoutes(*endpoint);
         return noErr;
     });
 }

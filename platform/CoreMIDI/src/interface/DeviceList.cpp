@@ -54,6 +54,7 @@ MIDIDeviceListRef MIDIGetDriverDeviceList(MIDIDriverRef driver) {
         World& world = World::Get();
         const std::lock_guard lock(world.mMutex);
         auto& list = world.Add<DeviceList>(Kind::kDeviceList);
+        const OnFailure remove([&] { world.Remove(list); });
         for (const Device* device : world.mSetupDevices) {
             if (driver != nullptr && device->mOwner == driver) {
                 list.mDevices.push_back(device->mReference);

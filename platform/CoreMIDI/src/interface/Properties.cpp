@@ -4,6 +4,8 @@
 
 #include <CoreMIDI/MIDIProperties.h>
 
+#include <utility>
+
 namespace CoreMIDI {
 
 namespace {
@@ -90,7 +92,7 @@ OSStatus SetUniqueID(Change& change, PropertyObject& object, SInt32 value) {
     return noErr;
 }
 
-// What follows from a property's change.
+// What follows from a property's change, which is to be undone if this throws.
 void PropertyChanged(Change& change, const PropertyObject& object, const std::string& name) {
     if (name == kAdvanceScheduleTimeProperty) {
         UpdateRoutes(object);
@@ -130,11 +132,22 @@ OSStatus Set(MIDIObjectRef reference, CFStringRef propertyID, CFOwned<CFProperty
     if (*name == kDisplayNameProperty) {
         name = kNameProperty;
     }
-    CFOwned<CFPropertyListRef>& place = object->mProperties[*name];
-    replaced = std::move(place);
-    place = std::move(value);
+    const auto [place, isNew] = object->mProperties.try_emplace(*name);
+    replaced = std::exchange(place->second, std::move(value));
+    const OnFailure undo([&, place = place, isNew = isNew] {
+        std::swap(place->second, replaced);
+        if (isNew) {
+            object->mProperties.erase(place);
+        }
+    });
     PropertyChanged(change, *object, *name);
     return noErr;
+}
+
+// Takes over the copy, which is null when there was no memory for it.
+OSStatus SetCopy(MIDIObjectRef reference, CFStringRef propertyID, CFPropertyListRef copy) {
+    return copy == nullptr ? OSStatus{memFullErr}
+                           : Set(reference, propertyID, CFOwned<CFPropertyListRef>(copy));
 }
 
 } // namespace
@@ -185,8 +198,8 @@ OSStatus MIDIObjectSetDataProperty(MIDIObjectRef obj, CFStringRef propertyID, CF
         if (data == nullptr || CFGetTypeID(data) != CFDataGetTypeID()) {
             return paramErr;
         }
-        // A copy: the caller's may be mutable.
-        return Set(obj, propertyID, CFOwned<CFPropertyListRef>(CFDataCreateCopy(nullptr, data)));
+        // The caller's may be mutable.
+        return SetCopy(obj, propertyID, CFDataCreateCopy(nullptr, data));
     });
 }
 
@@ -201,12 +214,11 @@ OSStatus MIDIObjectSetDictionaryProperty(MIDIObjectRef obj, CFStringRef property
         if (dict == nullptr || CFGetTypeID(dict) != CFDictionaryGetTypeID()) {
             return paramErr;
         }
-        CFOwned<CFPropertyListRef> copy(
-            CFPropertyListCreateDeepCopy(nullptr, dict, kCFPropertyListImmutable));
-        if (!copy) {
+        if (!CFPropertyListIsValid(dict, kCFPropertyListXMLFormat_v1_0)) {
             return kMIDIWrongPropertyType;
         }
-        return Set(obj, propertyID, std::move(copy));
+        return SetCopy(obj, propertyID,
+                       CFPropertyListCreateDeepCopy(nullptr, dict, kCFPropertyListImmutable));
     });
 }
 
@@ -225,9 +237,11 @@ OSStatus MIDIObjectRemoveProperty(MIDIObjectRef obj, CFStringRef propertyID) {
             !RuleOf(*name).mIsSettable) {
             return kMIDINotPermitted;
         }
-        if (object->mProperties.erase(*name) == 0) {
+        auto removed = object->mProperties.extract(*name);
+        if (removed.empty()) {
             return kMIDIUnknownProperty;
         }
+        const OnFailure undo([&] { object->mProperties.insert(std::move(removed)); });
         PropertyChanged(change, *object, *name);
         return noErr;
     });

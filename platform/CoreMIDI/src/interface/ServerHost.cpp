@@ -1,4 +1,5 @@
 // What the host does: the setup's file, and drivers.
+#include "platform/CoreMIDI/src/base/OnFailure.h"
 #include "platform/CoreMIDI/src/state/DeviceTree.h"
 #include "platform/CoreMIDI/src/state/DriverIO.h"
 
@@ -68,12 +69,13 @@ OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) 
         output->mDriver = driver;
         output->mIdentity = *text;
         world.mDrivers.push_back(output);
-        const auto isItsOwn = [&](const Device& device) {
+        const OnFailure remove([&] { world.mDrivers.pop_back(); });
+        const std::vector<Device*> devices = DevicesWhere(world, [&](const Device& device) {
             return device.mOwner == driver ||
                    TextOf(static_cast<CFStringRef>(device.Find(kDriverOwnerProperty))) == text;
-        };
-        for (Device* device : DevicesWhere(world, isItsOwn)) {
-            GiveToDriver(*device, output);
+        });
+        GiveToDriver(devices, output);
+        for (const Device* device : devices) {
             change.NotifyProperty(*device, kOfflineProperty);
             change.SetupChanged(*device);
         }
@@ -82,14 +84,12 @@ OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) 
 }
 
 MIDIDeviceListRef MIDIServerHostCopyDeviceList(MIDIDriverRef driver) {
-    {
+    const bool isAttached = AnswerOrZero([&] {
         World& world = World::Get();
         const std::lock_guard lock(world.mMutex);
-        if (FindDriver(world, driver) == nullptr) {
-            return 0;
-        }
-    }
-    return MIDIGetDriverDeviceList(driver);
+        return FindDriver(world, driver) != nullptr;
+    });
+    return isAttached ? MIDIGetDriverDeviceList(driver) : 0;
 }
 
 OSStatus MIDIServerHostDetachDriver(MIDIDriverRef driver) {
@@ -106,12 +106,12 @@ OSStatus MIDIServerHostDetachDriver(MIDIDriverRef driver) {
                 return kMIDIObjectNotFound;
             }
             std::erase(world.mDrivers, output);
-            const auto isServed = [&output](const Device& device) {
-                return device.mOutput == output;
-            };
-            for (Device* device : DevicesWhere(world, isServed)) {
-                GiveToDriver(*device, nullptr);
-                change.NotifyProperty(*device, kOfflineProperty);
+            for (const auto& [uniqueID, object] : world.mUniqueIDs) {
+                auto* const device = dynamic_cast<Device*>(object);
+                if (device != nullptr && device->mOutput == output) {
+                    TakeFromDriver(*device);
+                    change.NotifyProperty(*device, kOfflineProperty);
+                }
             }
         }
         DriverIO::Get().Detach(output);

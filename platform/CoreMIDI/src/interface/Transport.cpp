@@ -111,29 +111,36 @@ OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef dest, const MIDIPacketList* 
 }
 
 OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* pktlist) {
-    const World& world = World::Get();
-    if (pktlist == nullptr) {
-        return paramErr;
-    }
-    if (ObjectRegistry::KindOf(src) != Kind::kSource) {
-        return EndpointError(world, src, Kind::kDestination);
-    }
-    const ObjectRegistry::Reader route(world.mObjects, src);
-    if (route.Get() == nullptr) {
-        return kMIDIUnknownEndpoint;
-    }
-    if (PacketCount(pktlist) != 0) {
-        for (const std::shared_ptr<Connection>& connection : route.Get()->mConnections) {
-            connection->Deliver(pktlist);
+    return Answer([&]() -> OSStatus {
+        const World& world = World::Get();
+        if (pktlist == nullptr) {
+            return paramErr;
         }
-    }
-    return noErr;
+        if (ObjectRegistry::KindOf(src) != Kind::kSource) {
+            return EndpointError(world, src, Kind::kDestination);
+        }
+        const ObjectRegistry::Reader route(world.mObjects, src);
+        if (route.Get() == nullptr) {
+            return kMIDIUnknownEndpoint;
+        }
+        if (PacketCount(pktlist) != 0) {
+            for (const std::shared_ptr<Connection>& connection : route.Get()->mConnections) {
+                connection->Deliver(pktlist);
+            }
+        }
+        return noErr;
+    });
 }
 
 OSStatus MIDIFlushOutput(MIDIEndpointRef dest) {
     return Answer([&]() -> OSStatus {
         World& world = World::Get();
-        std::vector<std::shared_ptr<const OutputTarget>> flushed;
+        DriverItems flushes;
+        const auto flush = [&flushes](std::shared_ptr<const OutputTarget> target) {
+            DriverItem& item = flushes.emplace_back();
+            item.mTask = DriverItem::Task::kFlush;
+            item.mTarget = std::move(target);
+        };
         {
             const std::lock_guard lock(world.mMutex);
             if (dest != 0) {
@@ -142,21 +149,20 @@ OSStatus MIDIFlushOutput(MIDIEndpointRef dest) {
                     return status;
                 }
                 const ObjectRegistry::Reader route(world.mObjects, dest);
-                flushed.push_back(route.Get()->mTarget);
+                const auto& target = route.Get()->mTarget;
+                if (target != nullptr && target->mDriver != nullptr) {
+                    flush(target);
+                }
             } else {
                 for (const std::shared_ptr<DriverOutput>& driver : world.mDrivers) {
                     auto everything = std::make_shared<OutputTarget>();
                     everything->mDriver = driver;
-                    flushed.push_back(std::move(everything));
+                    flush(std::move(everything));
                 }
             }
         }
         DriverIO::Get().DropWaiting(dest);
-        for (const std::shared_ptr<const OutputTarget>& target : flushed) {
-            if (target != nullptr && target->mDriver != nullptr) {
-                DriverIO::Get().PostFlush(target);
-            }
-        }
+        DriverIO::Get().Post(std::move(flushes));
         return noErr;
     });
 }

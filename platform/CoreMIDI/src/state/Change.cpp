@@ -1,5 +1,9 @@
 #include "platform/CoreMIDI/src/state/Change.h"
 
+#include <new>
+#include <string>
+#include <utility>
+
 namespace CoreMIDI {
 
 namespace {
@@ -15,36 +19,45 @@ const Device* DeviceOf(const PropertyObject& object) {
 } // namespace
 
 Change::~Change() {
-    if (!mNotices.empty()) {
-        mNotices.emplace_back();
+    if (mIsNotified) {
+        const Notice setupChanged;
         NotificationCentre::Get().Post(mNotices);
+        NotificationCentre::Get().Post({&setupChanged, 1});
     }
     mLock.unlock();
     if (mSetupChanged) {
         World::Get().mSetup.SaveAfterChange();
     }
-    for (const std::shared_ptr<Connection>& connection : mEnded) {
-        connection->mGate.Close();
+    while (mEnded != nullptr) {
+        const std::shared_ptr<Connection> ended = std::move(mEnded);
+        mEnded = std::move(ended->mNextEnded);
+        ended->mGate.Close();
     }
 }
 
-void Change::SetupChanged(const PropertyObject& object) {
+void Change::SetupChanged(const PropertyObject& object) noexcept {
     const Device* const device = DeviceOf(object);
     mSetupChanged = mSetupChanged || (device != nullptr && device->mIsInSetup);
 }
 
 void Change::Notify(MIDINotificationMessageID message, const PropertyObject& object,
-                    const std::string& property) {
+                    std::string_view property) noexcept {
     const Device* const device = DeviceOf(object);
     if (device != nullptr && !device->mIsInSetup) {
         return;
     }
-    Notice notice;
-    notice.mMessage = message;
-    notice.mObject = object.mReference;
-    notice.mParent = object.Parent() == nullptr ? 0 : object.Parent()->mReference;
-    notice.mProperty = property;
-    mNotices.push_back(std::move(notice));
+    mIsNotified = true;
+    if (mIsCutShort) {
+        return;
+    }
+    try {
+        mNotices.push_back({message, object.mReference,
+                            object.Parent() == nullptr ? 0 : object.Parent()->mReference,
+                            std::string(property), noErr});
+    } catch (const std::bad_alloc&) {
+        mNotices.clear();
+        mIsCutShort = true;
+    }
 }
 
 } // namespace CoreMIDI

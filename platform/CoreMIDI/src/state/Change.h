@@ -5,14 +5,16 @@
 
 #include <memory>
 #include <mutex>
-#include <string>
+#include <string_view>
 #include <vector>
 
 namespace CoreMIDI {
 
 // A change of the objects: holds the lock of World, and after letting it go does what must not be
 // done under it, in this order: notifies clients, saves the setup, waits for procedures that the
-// change has ended. Nothing of that happens for what was not asked for.
+// change has ended. Nothing of that happens for what was not asked for; so it is asked for when the
+// change can fail no more. None of it needs memory: without, clients are told that the setup has
+// changed, not how, and a setup that is not written is written with the next change.
 class Change {
 public:
     Change() : mLock(World::Get().mMutex) {}
@@ -22,21 +24,30 @@ public:
 
     // Virtual endpoints, devices of the setup and what belongs to these are notified of, all else
     // is passed over. `parent` is that of the object or 0.
-    void NotifyAdded(const PropertyObject& object) { Notify(kMIDIMsgObjectAdded, object, {}); }
-    void NotifyRemoved(const PropertyObject& object) { Notify(kMIDIMsgObjectRemoved, object, {}); }
-    void NotifyProperty(const PropertyObject& object, const std::string& name) {
+    void NotifyAdded(const PropertyObject& object) noexcept {
+        Notify(kMIDIMsgObjectAdded, object, {});
+    }
+    void NotifyRemoved(const PropertyObject& object) noexcept {
+        Notify(kMIDIMsgObjectRemoved, object, {});
+    }
+    void NotifyProperty(const PropertyObject& object, std::string_view name) noexcept {
         Notify(kMIDIMsgPropertyChanged, object, name);
     }
     // What is saved of the object has changed; does nothing unless it is part of the setup.
-    void SetupChanged(const PropertyObject& object);
-    void End(std::shared_ptr<Connection> connection) { mEnded.push_back(std::move(connection)); }
+    void SetupChanged(const PropertyObject& object) noexcept;
+    void End(std::shared_ptr<Connection> connection) noexcept {
+        connection->mNextEnded = std::move(mEnded);
+        mEnded = std::move(connection);
+    }
 
 private:
     void Notify(MIDINotificationMessageID message, const PropertyObject& object,
-                const std::string& property);
+                std::string_view property) noexcept;
 
-    std::vector<Notice> mNotices;
-    std::vector<std::shared_ptr<Connection>> mEnded;
+    std::vector<Notice> mNotices; // all, or none when there was no memory for one
+    bool mIsNotified = false;
+    bool mIsCutShort = false;
+    std::shared_ptr<Connection> mEnded; // the first of them
     bool mSetupChanged = false;
     // Declared last: let go first when construction fails.
     std::unique_lock<std::mutex> mLock;

@@ -3,9 +3,20 @@
 #include "platform/CoreMIDI/src/state/DriverIO.h"
 #include "platform/CoreMIDI/src/state/Routing.h"
 
+#include <memory>
+#include <utility>
+
 namespace CoreMIDI {
 
 namespace {
+
+// What a driver's service of a device consists of; see Device.
+struct Service {
+    MIDIDriverRef mOwner;
+    std::shared_ptr<DriverOutput> mOutput;
+    PropertyMap mProperties;
+    PropertyMap mWhenDetached;
+};
 
 // Makes room for one more, so that adding it cannot fail.
 template <typename Part>
@@ -28,14 +39,19 @@ Entity& AddEntity(Device& device) {
 Endpoint& AddEndpoint(Entity& entity, Kind kind) {
     auto& siblings = kind == Kind::kSource ? entity.mSources : entity.mDestinations;
     MakeRoom(siblings);
-    auto& endpoint = World::Get().Add<Endpoint>(kind);
+    World& world = World::Get();
+    auto& endpoint = world.Add<Endpoint>(kind);
+    const OnFailure remove([&] {
+        std::erase(siblings, &endpoint);
+        world.Remove(endpoint);
+    });
     endpoint.mEntity = &entity;
     siblings.push_back(&endpoint);
-    UpdateRoute(endpoint);
+    UpdateRoutes(endpoint);
     return endpoint;
 }
 
-void DestroyEntity(Change& change, Entity& entity) {
+void DestroyEntity(Change& change, Entity& entity) noexcept {
     for (Endpoint* source : entity.mSources) {
         DestroyEndpoint(change, *source);
     }
@@ -46,7 +62,7 @@ void DestroyEntity(Change& change, Entity& entity) {
     World::Get().Remove(entity);
 }
 
-void DestroyDevice(Change& change, Device& device) {
+void DestroyDevice(Change& change, Device& device) noexcept {
     while (!device.mEntities.empty()) {
         DestroyEntity(change, *device.mEntities.back());
     }
@@ -55,23 +71,53 @@ void DestroyDevice(Change& change, Device& device) {
     world.Remove(device);
 }
 
-void GiveToDriver(Device& device, const std::shared_ptr<DriverOutput>& driver) {
-    device.mOutput = driver;
-    device.mOwner = driver == nullptr ? nullptr : driver->mDriver;
-    device.mProperties[kOfflineProperty] =
-        CFOwned<CFPropertyListRef>(MakeNumber(driver == nullptr ? 1 : 0).Release());
-    if (driver != nullptr) {
-        device.mProperties[kDriverOwnerProperty] =
+void GiveToDriver(const std::vector<Device*>& devices,
+                  const std::shared_ptr<DriverOutput>& driver) {
+    std::vector<Service> services;
+    for (const Device* device : devices) {
+        Service service{driver->mDriver, driver, device->mProperties, {}};
+        service.mProperties[kOfflineProperty] = CFOwned<CFPropertyListRef>(MakeNumber(0).Release());
+        service.mProperties[kDriverOwnerProperty] =
             CFOwned<CFPropertyListRef>(MakeString(driver->mIdentity).Release());
+        service.mWhenDetached[kOfflineProperty] =
+            CFOwned<CFPropertyListRef>(MakeNumber(1).Release());
+        services.push_back(std::move(service));
     }
-    UpdateRoutes(device);
-    if (driver != nullptr) {
-        ForEachEndpoint(device, [](const Endpoint& endpoint) {
+    const auto exchange = [&]() noexcept {
+        for (std::size_t i = 0; i < devices.size(); ++i) {
+            std::swap(devices[i]->mOwner, services[i].mOwner);
+            std::swap(devices[i]->mOutput, services[i].mOutput);
+            std::swap(devices[i]->mProperties, services[i].mProperties);
+            std::swap(devices[i]->mWhenDetached, services[i].mWhenDetached);
+        }
+    };
+    exchange();
+    const OnFailure undo(exchange);
+    NewRoutes routes;
+    std::vector<std::pair<const Endpoint*, DriverItems>> listenedTo;
+    for (const Device* device : devices) {
+        routes.Make(*device);
+        ForEachEndpoint(*device, [&listenedTo](const Endpoint& endpoint) {
             if (!endpoint.mConnections.empty()) {
-                TellListeners(endpoint, true);
+                listenedTo.emplace_back(&endpoint, DriverItems(1));
             }
         });
     }
+    // From here on nothing fails.
+    routes.PutIntoPlace();
+    for (auto& [endpoint, room] : listenedTo) {
+        TellListeners(*endpoint, true, std::move(room));
+    }
+}
+
+void TakeFromDriver(Device& device) noexcept {
+    device.mOwner = nullptr;
+    device.mOutput.reset();
+    for (const auto& [name, value] : device.mWhenDetached) {
+        device.mProperties.erase(name);
+    }
+    device.mProperties.merge(device.mWhenDetached);
+    UpdateRoutesIfPossible(device);
 }
 
 } // namespace CoreMIDI

@@ -11,10 +11,13 @@ Entity& AddEntity(Device& device);
 Endpoint& AddEndpoint(Entity& entity, Kind kind);
 
 // Take the object out of whatever holds it, with all that it holds.
-void DestroyDevice(Change& change, Device& device);
-void DestroyEntity(Change& change, Entity& entity);
+void DestroyDevice(Change& change, Device& device) noexcept;
+void DestroyEntity(Change& change, Entity& entity) noexcept;
 
-// Makes an attached driver serve the device; null: nobody does any more and the device is offline.
-void GiveToDriver(Device& device, const std::shared_ptr<DriverOutput>& driver);
+// Makes an attached driver serve the devices, all or none, and tells it of the sources that have
+// listeners.
+void GiveToDriver(const std::vector<Device*>& devices, const std::shared_ptr<DriverOutput>& driver);
+// Nobody serves the device any more, and it is offline.
+void TakeFromDriver(Device& device) noexcept;
 
 } // namespace CoreMIDI

@@ -6,9 +6,8 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <iterator>
+#include <exception>
 #include <limits>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -33,7 +32,7 @@ const MIDIPacketList* ListOf(const ListBuffer& buffer) {
 
 } // namespace
 
-DriverOutput* DriverIO::Item::Driver() const {
+DriverOutput* DriverItem::Driver() const {
     return mTarget != nullptr ? mTarget->mDriver.get() : mDriver.get();
 }
 
@@ -51,13 +50,13 @@ bool DriverIO::Start() {
     if (mThreadState == ThreadState::kNone) {
         try {
             std::thread([this] { Run(); }).detach();
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) {
             return false;
         }
         mThreadState = ThreadState::kStarting;
     }
-    mChanged.wait(lock, [this] { return mThreadState == ThreadState::kRunning; });
-    return true;
+    mChanged.wait(lock, [this] { return mThreadState != ThreadState::kStarting; });
+    return mThreadState == ThreadState::kRunning;
 }
 
 CFRunLoopRef DriverIO::Loop() {
@@ -68,69 +67,80 @@ CFRunLoopRef DriverIO::Loop() {
     return mLoop;
 }
 
-void DriverIO::Run() {
+void DriverIO::Run() noexcept {
     tIsDriverIOThread = true;
     pthread_setname_np(pthread_self(), "MIDI driver I/O");
-    CFRunLoopSourceContext context{};
-    // The source only ends the loop's sleep.
-    context.perform = [](void*) {};
+    bool isRunning = false;
     {
         const std::lock_guard lock(mMutex);
-        mLoop = CFRunLoopGetCurrent();
-        mWakeSource = CFRunLoopSourceCreate(nullptr, 0, &context);
-        CFRunLoopAddSource(mLoop, mWakeSource, kCFRunLoopDefaultMode);
-        mThreadState = ThreadState::kRunning;
+        TakeUpLoopLocked();
+        isRunning = mLoop != nullptr;
+        mThreadState = isRunning ? ThreadState::kRunning : ThreadState::kNone;
         mIsAwake = true;
-        mSpare.reserve(kSpareBuffers);
     }
     mChanged.notify_all();
-    Item item;
-    for (;;) {
+    while (isRunning) {
         CFTimeInterval seconds = 0;
-        if (TakeNext(item, seconds)) {
-            Perform(item);
-            Finish(item);
+        DriverItems item = TakeNext(seconds);
+        if (!item.empty()) {
+            Perform(item.front());
+            Finish(std::move(item));
         }
         // Sources that drivers have put into the loop get their turn between the packets.
         CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, true);
     }
 }
 
-bool DriverIO::TakeNext(Item& item, CFTimeInterval& secondsToNext) {
+void DriverIO::TakeUpLoopLocked() noexcept {
+    CFRunLoopSourceContext context{};
+    // The source only ends the loop's sleep.
+    context.perform = [](void*) {};
+    CFOwned<CFRunLoopSourceRef> source(CFRunLoopSourceCreate(nullptr, 0, &context));
+    CFRunLoopRef loop = CFRunLoopGetCurrent();
+    if (!source || loop == nullptr) {
+        return;
+    }
+    CFRunLoopAddSource(loop, source.Get(), kCFRunLoopDefaultMode);
+    if (CFRunLoopContainsSource(loop, source.Get(), kCFRunLoopDefaultMode)) {
+        mWakeSource = source.Release();
+        mLoop = loop;
+    }
+}
+
+DriverItems DriverIO::TakeNext(CFTimeInterval& secondsToNext) noexcept {
     const std::lock_guard lock(mMutex);
     mIsAwake = true;
+    secondsToNext = 0;
+    DriverItems item;
     const MIDITimeStamp now = HostTimeNow();
     const auto first = mWaiting.begin();
     const bool isWaitingDue = first != mWaiting.end() && first->first <= now;
     if (isWaitingDue && (mQueue.empty() || first->first <= mQueue.front().mDue)) {
-        item = std::move(first->second);
+        item.splice(item.begin(), first->second);
         mWaiting.erase(first);
-        mWaitingBytes -= item.mList.size();
+        mWaitingBytes -= item.front().mList.size();
         // From here on it is like a queued one.
-        mQueuedBytes += item.mList.size();
-        secondsToNext = 0;
-        return true;
+        mQueuedBytes += item.front().mList.size();
+        return item;
     }
     if (!mQueue.empty()) {
-        item = std::move(mQueue.front());
-        mQueue.pop_front();
-        secondsToNext = 0;
-        return true;
+        item.splice(item.begin(), mQueue, mQueue.begin());
+        return item;
     }
     secondsToNext = first == mWaiting.end() ? kLongSleepSeconds : SecondsBetween(now, first->first);
     mIsAwake = false;
-    return false;
+    return item;
 }
 
-void DriverIO::Perform(const Item& item) {
-    if (item.mTask == Task::kPackets && item.mTarget->mReceiver != nullptr) {
+void DriverIO::Perform(const DriverItem& item) {
+    if (item.mTask == DriverItem::Task::kPackets && item.mTarget->mReceiver != nullptr) {
         item.mTarget->mReceiver->Deliver(ListOf(item.mList));
         return;
     }
     MIDIDriverRef driver = item.Driver()->mDriver;
     const auto* const target = item.mTarget.get();
     switch (item.mTask) {
-    case Task::kPackets: {
+    case DriverItem::Task::kPackets: {
         const OSStatus status = (*driver)->Send(driver, ListOf(item.mList), target->mRefCons.first,
                                                 target->mRefCons.second);
         if (status != noErr) {
@@ -138,34 +148,37 @@ void DriverIO::Perform(const Item& item) {
             notice.mMessage = kMIDIMsgIOError;
             notice.mObject = target->mDevice;
             notice.mError = status;
-            NotificationCentre::Get().Post({notice});
+            NotificationCentre::Get().Post({&notice, 1});
         }
         return;
     }
-    case Task::kFlush:
+    case DriverItem::Task::kFlush:
         (*driver)->Flush(driver, target->mEndpoint, target->mRefCons.first,
                          target->mRefCons.second);
         return;
-    case Task::kEnableSource:
-    case Task::kDisableSource:
-        (*driver)->EnableSource(driver, item.mSource, item.mTask == Task::kEnableSource);
+    case DriverItem::Task::kEnableSource:
+    case DriverItem::Task::kDisableSource:
+        (*driver)->EnableSource(driver, item.mSource,
+                                item.mTask == DriverItem::Task::kEnableSource);
         return;
     }
 }
 
-void DriverIO::Finish(Item& item) {
+void DriverIO::Finish(DriverItems item) noexcept {
+    // Let go without the lock, as the rest of the item if it is not kept.
+    const std::shared_ptr<const OutputTarget> target = std::move(item.front().mTarget);
+    const std::shared_ptr<DriverOutput> driver = std::move(item.front().mDriver);
     {
         const std::lock_guard lock(mMutex);
-        mQueuedBytes -= item.mList.size();
-        if (DriverOutput* const driver = item.Driver()) {
-            --driver->mPending;
+        mQueuedBytes -= item.front().mList.size();
+        if (DriverOutput* const output = target != nullptr ? target->mDriver.get() : driver.get()) {
+            --output->mPending;
         }
-        if (item.mList.capacity() != 0 && mSpare.size() < kSpareBuffers) {
-            mSpare.push_back(std::move(item.mList));
+        if (item.front().mList.capacity() != 0 && mSpare.size() < kSpareItems) {
+            mSpare.splice(mSpare.begin(), item);
         }
     }
     mChanged.notify_all();
-    item = {};
 }
 
 bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* due,
@@ -174,8 +187,13 @@ bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const M
         return false;
     }
     std::size_t laterBytes = 0;
-    for (const LaterList& list : later) {
-        laterBytes += list.mList.ByteSize();
+    std::multimap<MIDITimeStamp, DriverItems> waiting;
+    for (LaterList& list : later) {
+        DriverItems& item = waiting.emplace(list.mTime, DriverItems(1))->second;
+        item.front().mTarget = target;
+        item.front().mDue = list.mTime;
+        item.front().mList = list.mList.Release();
+        laterBytes += item.front().mList.size();
     }
     std::unique_lock lock(mMutex);
     const DriverOutput* const driver = target->mDriver.get();
@@ -190,43 +208,41 @@ bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const M
     if (isRefused() || mWaitingBytes + laterBytes > kWaitingBytes) {
         return false;
     }
-    for (LaterList& list : later) {
-        Item item;
-        item.mTarget = target;
-        item.mDue = list.mTime;
-        item.mList = list.mList.Release();
-        mWaitingBytes += item.mList.size();
-        mWaiting.emplace(list.mTime, std::move(item));
-        if (driver != nullptr) {
-            ++target->mDriver->mPending;
-        }
-    }
     if (due != nullptr) {
-        Item item;
-        item.mTarget = target;
-        if (!mSpare.empty()) {
-            item.mList = std::move(mSpare.back());
-            mSpare.pop_back();
+        DriverItems item;
+        if (mSpare.empty()) {
+            item.emplace_back();
+        } else {
+            item.splice(item.begin(), mSpare, mSpare.begin());
         }
         const auto* const bytes = reinterpret_cast<const Byte*>(due);
-        item.mList.assign(bytes, bytes + dueBytes);
+        item.front().mTask = DriverItem::Task::kPackets;
+        item.front().mList.assign(bytes, bytes + dueBytes);
+        item.front().mTarget = target;
         QueueLocked(std::move(item));
     }
+    mWaitingBytes += laterBytes;
+    if (driver != nullptr) {
+        target->mDriver->mPending += waiting.size();
+    }
+    mWaiting.merge(waiting);
     WakeLocked();
     return true;
 }
 
-void DriverIO::QueueLocked(Item item) {
-    // Taken under the lock, so that the times in the queue are in its order.
-    item.mDue = HostTimeNow();
-    mQueuedBytes += item.mList.size();
-    if (DriverOutput* const driver = item.Driver()) {
-        ++driver->mPending;
+void DriverIO::QueueLocked(DriverItems items) noexcept {
+    for (DriverItem& item : items) {
+        // Taken under the lock, so that the times in the queue are in its order.
+        item.mDue = HostTimeNow();
+        mQueuedBytes += item.mList.size();
+        if (DriverOutput* const driver = item.Driver()) {
+            ++driver->mPending;
+        }
     }
-    mQueue.push_back(std::move(item));
+    mQueue.splice(mQueue.end(), items);
 }
 
-void DriverIO::WakeLocked() {
+void DriverIO::WakeLocked() noexcept {
     if (!mIsAwake) {
         mIsAwake = true;
         CFRunLoopSourceSignal(mWakeSource);
@@ -234,56 +250,39 @@ void DriverIO::WakeLocked() {
     }
 }
 
-void DriverIO::Post(Item item) {
-    if (!Start()) {
-        return;
-    }
+void DriverIO::Post(DriverItems items) noexcept {
     const std::lock_guard lock(mMutex);
-    if (item.Driver()->mIsAttached) {
-        QueueLocked(std::move(item));
+    items.remove_if([](const DriverItem& item) { return !item.Driver()->mIsAttached; });
+    // With an attached driver there is the thread.
+    if (!items.empty()) {
+        QueueLocked(std::move(items));
         WakeLocked();
     }
-}
-
-void DriverIO::PostEnableSource(const std::shared_ptr<DriverOutput>& driver, MIDIEndpointRef source,
-                                bool isEnabled) {
-    Item item;
-    item.mTask = isEnabled ? Task::kEnableSource : Task::kDisableSource;
-    item.mDriver = driver;
-    item.mSource = source;
-    Post(std::move(item));
-}
-
-void DriverIO::PostFlush(const std::shared_ptr<const OutputTarget>& target) {
-    Item item;
-    item.mTask = Task::kFlush;
-    item.mTarget = target;
-    Post(std::move(item));
 }
 
 template <typename Predicate>
 void DriverIO::DropWaitingLocked(const Predicate& isToBeDropped) {
     for (auto waiting = mWaiting.begin(); waiting != mWaiting.end();) {
-        if (!isToBeDropped(*waiting->second.mTarget)) {
+        if (!isToBeDropped(*waiting->second.front().mTarget)) {
             ++waiting;
             continue;
         }
-        mWaitingBytes -= waiting->second.mList.size();
-        if (DriverOutput* const driver = waiting->second.Driver()) {
+        mWaitingBytes -= waiting->second.front().mList.size();
+        if (DriverOutput* const driver = waiting->second.front().Driver()) {
             --driver->mPending;
         }
         waiting = mWaiting.erase(waiting);
     }
 }
 
-void DriverIO::DropWaiting(MIDIEndpointRef endpoint) {
+void DriverIO::DropWaiting(MIDIEndpointRef endpoint) noexcept {
     const std::lock_guard lock(mMutex);
     DropWaitingLocked([endpoint](const OutputTarget& target) {
         return endpoint == 0 || target.mEndpoint == endpoint;
     });
 }
 
-void DriverIO::Detach(const std::shared_ptr<DriverOutput>& driver) {
+void DriverIO::Detach(const std::shared_ptr<DriverOutput>& driver) noexcept {
     std::unique_lock lock(mMutex);
     driver->mIsAttached = false;
     DropWaitingLocked([&driver](const OutputTarget& target) { return target.mDriver == driver; });

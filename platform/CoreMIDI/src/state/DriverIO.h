@@ -1,12 +1,12 @@
 #pragma once
 
+#include "platform/CoreMIDI/src/base/DriverItem.h"
 #include "platform/CoreMIDI/src/base/Route.h"
 #include "platform/support/CFOwned.h"
 #include "platform/support/PacketListBuilder.h"
 
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -23,9 +23,6 @@ struct DriverOutput {
     bool mIsAttached = true;
     std::size_t mPending = 0; // calls that are queued or in progress
 };
-
-// The bytes of a packet list.
-using ListBuffer = std::vector<Byte>;
 
 // A list whose time is still to come.
 struct LaterList {
@@ -54,52 +51,39 @@ public:
 
     // Queues a list (null: none) for a driver's destination, and lists that have to wait for any
     // destination; all or nothing. Blocks while the queue is full, but fails on the thread itself.
-    // False: not attached, no room, or no thread.
+    // False: not attached, no room, or no thread. Throws std::bad_alloc, with nothing queued.
     bool Submit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* due,
                 std::size_t dueBytes, std::vector<LaterList> later);
     // Drops what waits for its time, for one endpoint or, for 0, all.
-    void DropWaiting(MIDIEndpointRef endpoint);
+    void DropWaiting(MIDIEndpointRef endpoint) noexcept;
 
-    // Queue a call of the driver's function. Never block; nothing happens if it is not attached.
-    void PostEnableSource(const std::shared_ptr<DriverOutput>& driver, MIDIEndpointRef source,
-                          bool isEnabled);
-    void PostFlush(const std::shared_ptr<const OutputTarget>& target);
+    // Queues calls of drivers' functions. Never blocks, needs no memory; nothing happens for a
+    // driver that is not attached.
+    void Post(DriverItems items) noexcept;
 
     // Refuses all that comes for the driver from now on, drops what waits for its time, and blocks
-    // until the driver has taken the rest. Not on the thread itself.
-    void Detach(const std::shared_ptr<DriverOutput>& driver);
+    // until the driver has taken the rest. Not on the thread itself. Needs no memory.
+    void Detach(const std::shared_ptr<DriverOutput>& driver) noexcept;
 
 private:
-    enum class Task { kPackets, kEnableSource, kDisableSource, kFlush };
-
-    struct Item {
-        Task mTask = Task::kPackets;
-        std::shared_ptr<const OutputTarget> mTarget; // of packets and flushes
-        std::shared_ptr<DriverOutput> mDriver;       // of the other tasks, and null otherwise
-        MIDIEndpointRef mSource = 0;
-        MIDITimeStamp mDue = 0;
-        ListBuffer mList;
-
-        DriverOutput* Driver() const;
-    };
-
     static constexpr std::size_t kQueueBytes = 65536;
     static constexpr std::size_t kWaitingBytes = std::size_t{1} << 20;
-    static constexpr std::size_t kSpareBuffers = 64;
+    static constexpr std::size_t kSpareItems = 64;
 
-    void Run();
-    // Takes the next item that is due. False, with the time until one is, when there is none.
-    bool TakeNext(Item& item, CFTimeInterval& secondsToNext);
-    static void Perform(const Item& item);
-    void Finish(Item& item);
-    void Post(Item item);
+    void Run() noexcept;
+    // Makes the thread's loop, or does not.
+    void TakeUpLoopLocked() noexcept;
+    // The next item that is due. None, with the time until one is, when there is none.
+    DriverItems TakeNext(CFTimeInterval& secondsToNext) noexcept;
+    static void Perform(const DriverItem& item);
+    void Finish(DriverItems item) noexcept;
 
     // The following are called under mMutex.
-    void QueueLocked(Item item);
+    void QueueLocked(DriverItems items) noexcept;
     // isToBeDropped: bool (const OutputTarget&).
     template <typename Predicate>
     void DropWaitingLocked(const Predicate& isToBeDropped);
-    void WakeLocked();
+    void WakeLocked() noexcept;
 
     std::mutex mMutex;
     std::condition_variable mChanged; // room in the queue, a driver's item done, the thread started
@@ -108,11 +92,11 @@ private:
     CFRunLoopRef mLoop = nullptr;
     CFRunLoopSourceRef mWakeSource = nullptr;
     bool mIsAwake = false; // looks at the queue before it sleeps
-    std::deque<Item> mQueue;
-    std::multimap<MIDITimeStamp, Item> mWaiting;
-    std::size_t mQueuedBytes = 0; // of lists queued or being handed over
+    DriverItems mQueue;
+    std::multimap<MIDITimeStamp, DriverItems> mWaiting; // one of each
+    std::size_t mQueuedBytes = 0;                       // of lists queued or being handed over
     std::size_t mWaitingBytes = 0;
-    std::vector<ListBuffer> mSpare; // buffers to be used again
+    DriverItems mSpare; // to be used again, for their buffers
 };
 
 } // namespace CoreMIDI

@@ -2,6 +2,9 @@
 
 #include "platform/CoreMIDI/src/state/World.h"
 
+#include <algorithm>
+#include <limits>
+#include <new>
 #include <utility>
 
 namespace CoreMIDI {
@@ -9,53 +12,66 @@ namespace CoreMIDI {
 namespace {
 
 void Call(MIDINotifyProc procedure, void* refCon, const Notice& notice) {
-    const auto send = [&](auto message) {
-        message.messageID = notice.mMessage;
+    const auto send = [&](MIDINotificationMessageID what, auto message) {
+        message.messageID = what;
         message.messageSize = sizeof message;
         procedure(reinterpret_cast<const MIDINotification*>(&message), refCon);
     };
     switch (notice.mMessage) {
     case kMIDIMsgObjectAdded:
     case kMIDIMsgObjectRemoved:
-        send(MIDIObjectAddRemoveNotification{0, 0, notice.mParent, TypeOf(notice.mParent),
+        send(notice.mMessage,
+             MIDIObjectAddRemoveNotification{0, 0, notice.mParent, TypeOf(notice.mParent),
                                              notice.mObject, TypeOf(notice.mObject)});
         return;
-    case kMIDIMsgPropertyChanged: {
-        const CFOwned<CFStringRef> name = MakeString(notice.mProperty);
-        send(MIDIObjectPropertyChangeNotification{0, 0, notice.mObject, TypeOf(notice.mObject),
-                                                  name.Get()});
-        return;
-    }
+    case kMIDIMsgPropertyChanged:
+        if (const CFOwned<CFStringRef> name = CreateString(notice.mProperty)) {
+            send(notice.mMessage, MIDIObjectPropertyChangeNotification{
+                                      0, 0, notice.mObject, TypeOf(notice.mObject), name.Get()});
+            return;
+        }
+        break;
     case kMIDIMsgIOError:
-        send(MIDIIOErrorNotification{0, 0, notice.mObject, notice.mError});
+        send(notice.mMessage, MIDIIOErrorNotification{0, 0, notice.mObject, notice.mError});
         return;
     default:
-        send(MIDINotification{});
+        break;
     }
+    send(kMIDIMsgSetupChanged, MIDINotification{});
 }
 
 } // namespace
 
-void NotificationQueue::Push(const Notice& notice) {
+void NotificationQueue::Push(const Notice& notice) noexcept {
     const std::lock_guard lock(mMutex);
-    if (mNotices.size() < kMaximum) {
-        mNotices.push_back(notice);
+    if (mIsCutShort) {
         return;
     }
+    if (mNotices.size() < kMaximum) {
+        try {
+            mNotices.push_back(notice);
+            return;
+        } catch (const std::bad_alloc&) {
+            // As if there were too many.
+        }
+    }
     mNotices.clear();
-    mNotices.emplace_back();
+    mIsCutShort = true;
 }
 
-void NotificationQueue::Deliver() {
+void NotificationQueue::Deliver() noexcept {
     for (;;) {
         Notice notice;
         {
             const std::lock_guard lock(mMutex);
-            if (mNotices.empty()) {
+            if (std::exchange(mIsCutShort, false)) {
+                // The notice as it is: the setup has changed.
+            } else if (mNotices.empty()) {
                 return;
+            } else {
+                notice = std::move(mNotices.front());
+                mNotices.pop_front();
             }
-            notice = std::move(mNotices.front());
-            mNotices.pop_front();
         }
         const CallGate::Call call(mGate);
         if (!call) {
@@ -72,22 +88,37 @@ NotificationCentre& NotificationCentre::Get() {
 
 void NotificationCentre::AddClient(const std::shared_ptr<NotificationQueue>& queue) {
     const std::lock_guard lock(mMutex);
+    const auto loop =
+        mClients == 0 ? CFOwned<CFRunLoopRef>::Retained(CFRunLoopGetCurrent()) : mLoop;
+    if (!loop) {
+        throw std::bad_alloc();
+    }
     if (queue != nullptr) {
+        mQueues.reserve(mQueues.size() + 1);
+        if (!mSource) {
+            mSource = MakeSource(loop.Get());
+        }
         mQueues.push_back(queue);
     }
-    if (mClients++ == 0) {
-        mLoop = CFOwned<CFRunLoopRef>::Retained(CFRunLoopGetCurrent());
-    }
-    if (queue != nullptr && !mSource) {
-        CFRunLoopSourceContext context{};
-        context.info = this;
-        context.perform = Perform;
-        mSource = CFOwned<CFRunLoopSourceRef>(CFRunLoopSourceCreate(nullptr, 0, &context));
-        CFRunLoopAddSource(mLoop.Get(), mSource.Get(), kCFRunLoopDefaultMode);
-    }
+    mLoop = loop;
+    ++mClients;
 }
 
-void NotificationCentre::RemoveClient(const std::shared_ptr<NotificationQueue>& queue) {
+CFOwned<CFRunLoopSourceRef> NotificationCentre::MakeSource(CFRunLoopRef loop) {
+    CFRunLoopSourceContext context{};
+    context.info = this;
+    context.perform = Perform;
+    CFOwned<CFRunLoopSourceRef> source(CFRunLoopSourceCreate(nullptr, 0, &context));
+    if (source) {
+        CFRunLoopAddSource(loop, source.Get(), kCFRunLoopDefaultMode);
+    }
+    if (!source || !CFRunLoopContainsSource(loop, source.Get(), kCFRunLoopDefaultMode)) {
+        throw std::bad_alloc();
+    }
+    return source;
+}
+
+void NotificationCentre::RemoveClient(const std::shared_ptr<NotificationQueue>& queue) noexcept {
     const std::lock_guard lock(mMutex);
     std::erase(mQueues, queue);
     if (--mClients == 0) {
@@ -99,7 +130,7 @@ void NotificationCentre::RemoveClient(const std::shared_ptr<NotificationQueue>& 
     }
 }
 
-void NotificationCentre::Post(const std::vector<Notice>& notices) {
+void NotificationCentre::Post(std::span<const Notice> notices) noexcept {
     const std::lock_guard lock(mMutex);
     if (mQueues.empty()) {
         return;
@@ -113,14 +144,20 @@ void NotificationCentre::Post(const std::vector<Notice>& notices) {
     CFRunLoopWakeUp(mLoop.Get());
 }
 
-void NotificationCentre::Perform(void* centre) {
+void NotificationCentre::Perform(void* centre) noexcept {
     auto* const self = static_cast<NotificationCentre*>(centre);
-    std::vector<std::shared_ptr<NotificationQueue>> queues;
-    {
-        const std::lock_guard lock(self->mMutex);
-        queues = self->mQueues;
-    }
-    for (const std::shared_ptr<NotificationQueue>& queue : queues) {
+    // From the last to the first, without a copy of all: procedures may add and remove clients,
+    // which does not move those that are yet to come further down.
+    for (std::size_t next = std::numeric_limits<std::size_t>::max();;) {
+        std::shared_ptr<NotificationQueue> queue;
+        {
+            const std::lock_guard lock(self->mMutex);
+            next = std::min(next, self->mQueues.size());
+            if (next == 0) {
+                return;
+            }
+            queue = self->mQueues[--next];
+        }
         queue->Deliver();
     }
 }

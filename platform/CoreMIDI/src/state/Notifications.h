@@ -8,6 +8,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,16 +23,17 @@ struct Notice {
     OSStatus mError = noErr;
 };
 
-// What waits for one client. Any thread; allocates.
+// What waits for one client. Any thread.
 class NotificationQueue {
 public:
     NotificationQueue(MIDIObjectRef client, MIDINotifyProc procedure, void* refCon)
         : mGate(client), mProcedure(procedure), mRefCon(refCon) {}
 
-    // When kMaximum wait already, all are replaced by one kMIDIMsgSetupChanged.
-    void Push(const Notice& notice);
+    // When kMaximum wait already, or memory runs out, all until the next delivery are replaced by
+    // one kMIDIMsgSetupChanged.
+    void Push(const Notice& notice) noexcept;
     // Calls the procedure for all that waits.
-    void Deliver();
+    void Deliver() noexcept;
     // See CallGate::Close.
     void Close() { mGate.Close(); }
 
@@ -42,7 +44,9 @@ private:
     const MIDINotifyProc mProcedure;
     void* const mRefCon;
     std::mutex mMutex;
-    std::deque<Notice> mNotices; // under mMutex
+    // Under mMutex.
+    std::deque<Notice> mNotices;
+    bool mIsCutShort = false; // a kMIDIMsgSetupChanged stands for all
 };
 
 // The run loop that notifications come on, and the queues that it looks after.
@@ -50,14 +54,17 @@ class NotificationCentre {
 public:
     static NotificationCentre& Get();
 
-    // The first client fixes the run loop: that of the calling thread. `queue` may be null.
+    // The first client fixes the run loop: that of the calling thread. `queue` may be null. Throws
+    // std::bad_alloc, with nothing changed.
     void AddClient(const std::shared_ptr<NotificationQueue>& queue);
     // The last one lets it go.
-    void RemoveClient(const std::shared_ptr<NotificationQueue>& queue);
-    void Post(const std::vector<Notice>& notices);
+    void RemoveClient(const std::shared_ptr<NotificationQueue>& queue) noexcept;
+    void Post(std::span<const Notice> notices) noexcept;
 
 private:
-    static void Perform(void* centre);
+    // Made and put into the loop, or std::bad_alloc. Under mMutex.
+    CFOwned<CFRunLoopSourceRef> MakeSource(CFRunLoopRef loop);
+    static void Perform(void* centre) noexcept;
 
     std::mutex mMutex;
     // Under mMutex.

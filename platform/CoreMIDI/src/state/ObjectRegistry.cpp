@@ -17,18 +17,19 @@ ObjectRegistry::~ObjectRegistry() {
 
 uint32_t ObjectRegistry::TakeFree() {
     constexpr uint32_t kSlots = uint32_t{1} << kIndexBits;
-    if (mUsed < kSlots && mFree.size() < kMinimumFree) {
+    if (mUsed < kSlots && mFreeCount < kMinimumFree) {
         std::atomic<Block*>& block = mBlocks[mUsed / kBlockSize];
         if (block.load(std::memory_order_relaxed) == nullptr) {
             block.store(new Block, std::memory_order_release);
         }
         return mUsed++;
     }
-    if (mFree.empty()) {
+    if (mFreeCount == 0) {
         throw std::bad_alloc();
     }
-    const uint32_t index = mFree.front();
-    mFree.pop_front();
+    const uint32_t index = mFirstFree;
+    mFirstFree = SlotOf(index)->mNextFree;
+    --mFreeCount;
     return index;
 }
 
@@ -49,7 +50,7 @@ Object* ObjectRegistry::Find(MIDIObjectRef reference) const {
     return IsLive(reference) ? SlotOf(reference)->mObject.get() : nullptr;
 }
 
-void ObjectRegistry::Remove(MIDIObjectRef reference) {
+void ObjectRegistry::Remove(MIDIObjectRef reference) noexcept {
     if (!IsLive(reference)) {
         return;
     }
@@ -58,24 +59,34 @@ void ObjectRegistry::Remove(MIDIObjectRef reference) {
     slot.mReference.store(0, std::memory_order_seq_cst);
     Replace(slot, nullptr);
     slot.mObject.reset();
-    mFree.push_back(reference & kIndexMask);
+    const uint32_t index = reference & kIndexMask;
+    slot.mNextFree = 0;
+    if (mFreeCount++ == 0) {
+        mFirstFree = index;
+    } else {
+        SlotOf(mLastFree)->mNextFree = index;
+    }
+    mLastFree = index;
 }
 
-void ObjectRegistry::SetRoute(MIDIObjectRef reference, std::unique_ptr<const Route> route) {
+void ObjectRegistry::SetRoute(MIDIObjectRef reference, std::unique_ptr<Route> route) noexcept {
     Replace(*SlotOf(reference), std::move(route));
 }
 
-void ObjectRegistry::Replace(Slot& slot, std::unique_ptr<const Route> route) {
-    slot.mRetired.reserve(slot.mRetired.size() + 1);
+void ObjectRegistry::Replace(Slot& slot, std::unique_ptr<Route> route) noexcept {
     slot.mRoute.store(route.get(), std::memory_order_seq_cst);
     std::swap(slot.mOwnedRoute, route);
     if (route != nullptr) {
-        slot.mRetired.push_back(std::move(route));
+        route->mNextRetired = std::move(slot.mRetired);
+        slot.mRetired = std::move(route);
     }
     // With no reader, whoever comes next sees the new route: nobody has an old one. Otherwise they
     // wait for the slot's next change.
     if (slot.mReaders.load(std::memory_order_seq_cst) == 0) {
-        slot.mRetired.clear();
+        // One by one: each would take the next with it, however many there are.
+        while (slot.mRetired != nullptr) {
+            slot.mRetired = std::move(slot.mRetired->mNextRetired);
+        }
     }
 }
 

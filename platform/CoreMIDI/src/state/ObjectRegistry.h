@@ -6,9 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
-#include <vector>
 
 namespace CoreMIDI {
 
@@ -52,9 +50,9 @@ public:
     // Null when there is no such object.
     Object* Find(MIDIObjectRef reference) const;
     // Destroys the object. Routes that are being read stay until they are not.
-    void Remove(MIDIObjectRef reference);
+    void Remove(MIDIObjectRef reference) noexcept;
     // Replaces the route of an endpoint. Packets that are on their way may still take the old one.
-    void SetRoute(MIDIObjectRef reference, std::unique_ptr<const Route> route);
+    void SetRoute(MIDIObjectRef reference, std::unique_ptr<Route> route) noexcept;
 
     bool IsLive(MIDIObjectRef reference, Kind kind) const {
         return KindOf(reference) == kind && IsLive(reference);
@@ -119,9 +117,10 @@ private:
         // The rest is under the lock of World.
         uint32_t mGeneration = 0;
         std::unique_ptr<Object> mObject;
-        std::unique_ptr<const Route> mOwnedRoute;
-        // Routes that were replaced while somebody read them.
-        std::vector<std::unique_ptr<const Route>> mRetired;
+        uint32_t mNextFree = 0; // of a free slot, 0 for the last one
+        std::unique_ptr<Route> mOwnedRoute;
+        // The first of the routes that were replaced while somebody read them.
+        std::unique_ptr<Route> mRetired;
     };
     using Block = std::array<Slot, kBlockSize>;
 
@@ -133,10 +132,14 @@ private:
     }
 
     uint32_t TakeFree();
-    static void Replace(Slot& slot, std::unique_ptr<const Route> route);
+    static void Replace(Slot& slot, std::unique_ptr<Route> route) noexcept;
 
     std::array<std::atomic<Block*>, kBlockCount> mBlocks{};
-    std::deque<uint32_t> mFree;
+    // The free slots in the order in which they became so, linked through themselves, so that
+    // removing an object needs no memory.
+    uint32_t mFirstFree = 0;
+    uint32_t mLastFree = 0;
+    std::size_t mFreeCount = 0;
     uint32_t mUsed = 1; // slots that were ever used, with slot 0, which is left out
 };
 

@@ -5,6 +5,7 @@
 #include "platform/CoreMIDI/src/base/Route.h"
 
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -43,9 +44,9 @@ struct PropertyObject : Object {
     // The object whose properties this one inherits; null for devices and virtual endpoints.
     virtual PropertyObject* Parent() const = 0;
     // The value that the object or one that it inherits from has; null when none has it.
-    CFPropertyListRef Find(const std::string& name) const;
+    CFPropertyListRef Find(std::string_view name) const;
     // The value of such an integer, 0 when there is none.
-    SInt32 Integer(const char* name) const;
+    SInt32 Integer(std::string_view name) const;
 
     MIDIUniqueID mUniqueID = kMIDIInvalidUniqueID;
     PropertyMap mProperties; // without the unique ID
@@ -60,6 +61,9 @@ struct Device : PropertyObject {
     bool mIsInSetup = false;
     MIDIDriverRef mOwner = nullptr;
     std::shared_ptr<DriverOutput> mOutput; // null while the owner is not attached
+    // Properties that take the place of those of their names when it is detached: made when it is
+    // attached, since detaching must not fail for want of memory.
+    PropertyMap mWhenDetached;
     std::vector<Entity*> mEntities;
 };
 

@@ -2,9 +2,15 @@
 
 #include "platform/CoreMIDI/src/state/DriverIO.h"
 
+#include <new>
+#include <utility>
+#include <vector>
+
 namespace CoreMIDI {
 
-void UpdateRoute(const Endpoint& endpoint) {
+namespace {
+
+std::unique_ptr<Route> MakeRoute(const Endpoint& endpoint) {
     auto route = std::make_unique<Route>();
     route->mConnections = endpoint.mConnections;
     const Device* const device = endpoint.DeviceOrNull();
@@ -21,21 +27,48 @@ void UpdateRoute(const Endpoint& endpoint) {
         target->mRefCons = endpoint.mRefCons;
         route->mTarget = std::move(target);
     }
-    World::Get().mObjects.SetRoute(endpoint.mReference, std::move(route));
+    return route;
 }
 
-void UpdateRoutes(const PropertyObject& object) {
+} // namespace
+
+void NewRoutes::Make(const PropertyObject& object) {
     if (const auto* const endpoint = dynamic_cast<const Endpoint*>(&object)) {
-        UpdateRoute(*endpoint);
+        mRoutes.emplace_back(endpoint->mReference, MakeRoute(*endpoint));
     } else {
-        ForEachEndpoint(object, [](const Endpoint& part) { UpdateRoute(part); });
+        ForEachEndpoint(object, [this](const Endpoint& part) { Make(part); });
     }
 }
 
-void TellListeners(const Endpoint& source, bool hasListeners) {
+void NewRoutes::PutIntoPlace() noexcept {
+    for (auto& [endpoint, route] : mRoutes) {
+        World::Get().mObjects.SetRoute(endpoint, std::move(route));
+    }
+}
+
+void UpdateRoutes(const PropertyObject& object) {
+    NewRoutes routes;
+    routes.Make(object);
+    routes.PutIntoPlace();
+}
+
+void UpdateRoutesIfPossible(const PropertyObject& object) noexcept {
+    try {
+        UpdateRoutes(object);
+    } catch (const std::bad_alloc&) {
+        // As the header says.
+    }
+}
+
+void TellListeners(const Endpoint& source, bool hasListeners, DriverItems room) noexcept {
     const Device* const device = source.DeviceOrNull();
     if (device != nullptr && device->mOutput != nullptr) {
-        DriverIO::Get().PostEnableSource(device->mOutput, source.mReference, hasListeners);
+        DriverItem& item = room.front();
+        item.mTask =
+            hasListeners ? DriverItem::Task::kEnableSource : DriverItem::Task::kDisableSource;
+        item.mDriver = device->mOutput;
+        item.mSource = source.mReference;
+        DriverIO::Get().Post(std::move(room));
     }
 }
 
@@ -49,23 +82,25 @@ void Erase(std::vector<std::shared_ptr<Connection>>& connections, const Connecti
 
 } // namespace
 
-void DropFromSource(const Connection& connection) {
-    if (auto* const source = World::Get().Find<Endpoint>(connection.mEndpoint)) {
-        Erase(source->mConnections, connection);
-        UpdateRoute(*source);
-        if (source->mConnections.empty()) {
-            TellListeners(*source, false);
-        }
+void DropFromSource(Connection& connection) noexcept {
+    auto* const source = World::Get().Find<Endpoint>(connection.mEndpoint);
+    if (source == nullptr) {
+        return;
+    }
+    Erase(source->mConnections, connection);
+    UpdateRoutesIfPossible(*source);
+    if (source->mConnections.empty()) {
+        TellListeners(*source, false, std::move(connection.mRoomToDisable));
     }
 }
 
-void DropFromPort(const Connection& connection) {
+void DropFromPort(const Connection& connection) noexcept {
     if (auto* const port = World::Get().Find<Port>(connection.mOwner)) {
         Erase(port->mConnections, connection);
     }
 }
 
-void DestroyEndpoint(Change& change, Endpoint& endpoint) {
+void DestroyEndpoint(Change& change, Endpoint& endpoint) noexcept {
     for (const std::shared_ptr<Connection>& connection : endpoint.mConnections) {
         DropFromPort(*connection);
         change.End(connection);

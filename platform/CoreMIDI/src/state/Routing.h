@@ -5,10 +5,24 @@
 
 namespace CoreMIDI {
 
-// Makes an endpoint's route anew after something that it depends on has changed: its connections,
-// refCons, driver, advance schedule time. (Of a device's endpoints: of all of them.)
-void UpdateRoute(const Endpoint& endpoint);
+// Routes that are yet to be put into their places, which needs no memory.
+class NewRoutes {
+public:
+    // Makes the route of an endpoint (of a device's: of each) as it has to be now. Throws
+    // std::bad_alloc.
+    void Make(const PropertyObject& object);
+    void PutIntoPlace() noexcept;
+
+private:
+    std::vector<std::pair<MIDIEndpointRef, std::unique_ptr<Route>>> mRoutes;
+};
+
+// Makes routes anew after something that they depend on has changed: the endpoint's connections,
+// refCons, driver, advance schedule time. Throws std::bad_alloc, with all routes as they were.
 void UpdateRoutes(const PropertyObject& object);
+// The same where less flows than before: routes that there is no memory for stay as they were, and
+// what they name takes nothing any more (a connection that has ended, a driver that is detached).
+void UpdateRoutesIfPossible(const PropertyObject& object) noexcept;
 
 // Calls `visit` for the device's, entity's or endpoint's endpoints.
 template <typename Visit>
@@ -27,14 +41,15 @@ void ForEachEndpoint(const PropertyObject& object, const Visit& visit) {
     }
 }
 
-// Tells the driver of a source, if there is one, whether the source has listeners.
-void TellListeners(const Endpoint& source, bool hasListeners);
+// Tells the driver of a source, if there is one, whether the source has listeners. `room`: one
+// item, for what is told.
+void TellListeners(const Endpoint& source, bool hasListeners, DriverItems room) noexcept;
 
 // Take a connection out of its source and its port, as far as these exist. It is to be ended then.
-void DropFromSource(const Connection& connection);
-void DropFromPort(const Connection& connection);
+void DropFromSource(Connection& connection) noexcept;
+void DropFromPort(const Connection& connection) noexcept;
 
 // Ends an endpoint's connections and its read procedure, and destroys it.
-void DestroyEndpoint(Change& change, Endpoint& endpoint);
+void DestroyEndpoint(Change& change, Endpoint& endpoint) noexcept;
 
 } // namespace CoreMIDI

@@ -1,6 +1,7 @@
 #include "platform/CoreMIDI/src/state/SetupFormat.h"
 
 #include <array>
+#include <new>
 #include <set>
 #include <utility>
 
@@ -12,10 +13,6 @@ constexpr SInt32 kVersion = 1;
 
 CFTypeRef ValueIn(CFDictionaryRef dictionary, const char* key) {
     return CFDictionaryGetValue(dictionary, MakeString(key).Get());
-}
-
-void Put(const CFOwned<CFMutableDictionaryRef>& dictionary, const char* key, CFTypeRef value) {
-    CFDictionarySetValue(dictionary.Get(), MakeString(key).Get(), value);
 }
 
 CFOwned<CFMutableDictionaryRef> MakeDictionary() {
@@ -32,12 +29,16 @@ CFOwned<CFMutableArrayRef> MakeArray(const std::vector<Part*>& parts, const Desc
     for (const Part* part : parts) {
         CFArrayAppendValue(array.Get(), describe(*part).Get());
     }
+    // It says nothing where there is no memory.
+    if (static_cast<std::size_t>(CFArrayGetCount(array.Get())) != parts.size()) {
+        throw std::bad_alloc();
+    }
     return array;
 }
 
 CFOwned<CFMutableDictionaryRef> OwnProperties(const PropertyObject& object) {
     CFOwned<CFMutableDictionaryRef> dictionary = DictionaryOf(object.mProperties);
-    Put(dictionary, kUniqueIDProperty, MakeNumber(object.mUniqueID).Get());
+    SetValue(dictionary, kUniqueIDProperty, MakeNumber(object.mUniqueID).Get());
     return dictionary;
 }
 
@@ -49,10 +50,10 @@ CFOwned<CFMutableDictionaryRef> DescribeTree(const PropertyObject& object, const
         return DescribeTree(part, begin);
     };
     if (const auto* const device = dynamic_cast<const Device*>(&object)) {
-        Put(dictionary, "entities", MakeArray(device->mEntities, describe).Get());
+        SetValue(dictionary, "entities", MakeArray(device->mEntities, describe).Get());
     } else if (const auto* const entity = dynamic_cast<const Entity*>(&object)) {
-        Put(dictionary, "sources", MakeArray(entity->mSources, describe).Get());
-        Put(dictionary, "destinations", MakeArray(entity->mDestinations, describe).Get());
+        SetValue(dictionary, "sources", MakeArray(entity->mSources, describe).Get());
+        SetValue(dictionary, "destinations", MakeArray(entity->mDestinations, describe).Get());
     }
     return dictionary;
 }
@@ -178,13 +179,13 @@ CFOwned<CFPropertyListRef> WriteSetup(const World& world) {
                 }
             }
             CFOwned<CFMutableDictionaryRef> dictionary = MakeDictionary();
-            Put(dictionary, "properties", properties.Get());
+            SetValue(dictionary, "properties", properties.Get());
             return dictionary;
         });
     };
     CFOwned<CFMutableDictionaryRef> setup = MakeDictionary();
-    Put(setup, "version", MakeNumber(kVersion).Get());
-    Put(setup, "devices", MakeArray(world.mSetupDevices, describe).Get());
+    SetValue(setup, "version", MakeNumber(kVersion).Get());
+    SetValue(setup, "devices", MakeArray(world.mSetupDevices, describe).Get());
     return CFOwned<CFPropertyListRef>(setup.Release());
 }
 

@@ -28,10 +28,10 @@ using SetupDescription = std::vector<DeviceDescription>;
 // cannot be, no unique ID or one that occurs twice.
 std::optional<SetupDescription> ReadSetup(CFPropertyListRef propertyList);
 
-// The devices of the setup, without what is not saved.
+// The devices of the setup, without what is not saved. Throws std::bad_alloc.
 CFOwned<CFPropertyListRef> WriteSetup(const World& world);
 
-// An object's properties in the form of MIDIObjectGetProperties.
+// An object's properties in the form of MIDIObjectGetProperties. Throws std::bad_alloc.
 CFOwned<CFPropertyListRef> PropertiesOf(const PropertyObject& object, bool isDeep);
 
 } // namespace CoreMIDI

@@ -1,5 +1,6 @@
 #include "platform/CoreMIDI/src/state/SetupStore.h"
 
+#include "platform/CoreMIDI/src/base/OnFailure.h"
 #include "platform/CoreMIDI/src/state/DeviceTree.h"
 #include "platform/CoreMIDI/src/state/SetupFormat.h"
 #include "platform/support/FileReading.h"
@@ -8,30 +9,116 @@
 #include <syslog.h>
 
 #include <cerrno>
-#include <cstring>
-#include <memory>
+#include <exception>
+#include <new>
+#include <utility>
+#include <vector>
 
 namespace CoreMIDI {
 
 namespace {
 
-CFOwned<CFDataRef> BytesOf(CFPropertyListRef propertyList) {
-    return CFOwned<CFDataRef>(
-        CFPropertyListCreateData(nullptr, propertyList, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+// Throws std::bad_alloc when a property-list function has given nothing for want of memory: it
+// gives an error otherwise.
+void RequireMemory(CFTypeRef made, const CFOwned<CFErrorRef>& error) {
+    if (made == nullptr && !error) {
+        throw std::bad_alloc();
+    }
 }
 
-// Whether CoreFoundation was built with property-list files.
-bool CanKeepFiles() {
-    return static_cast<bool>(BytesOf(DictionaryOf({}).Get()));
+// Null when the setup cannot be written as a property list.
+CFOwned<CFDataRef> BytesOf(CFPropertyListRef propertyList) {
+    CFErrorRef error = nullptr;
+    CFOwned<CFDataRef> bytes(
+        CFPropertyListCreateData(nullptr, propertyList, kCFPropertyListXMLFormat_v1_0, 0, &error));
+    RequireMemory(bytes.Get(), CFOwned<CFErrorRef>(error));
+    return bytes;
 }
 
 std::optional<SetupDescription> Parse(const std::string& bytes) {
     const CFOwned<CFDataRef> contents(CFDataCreate(
         nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
+    if (!contents) {
+        throw std::bad_alloc();
+    }
+    CFErrorRef error = nullptr;
     const CFOwned<CFPropertyListRef> propertyList(CFPropertyListCreateWithData(
-        nullptr, contents.Get(), kCFPropertyListImmutable, nullptr, nullptr));
+        nullptr, contents.Get(), kCFPropertyListImmutable, nullptr, &error));
+    RequireMemory(propertyList.Get(), CFOwned<CFErrorRef>(error));
     return ReadSetup(propertyList.Get());
 }
+
+// The devices that a file describes: made, but not in the setup, and with unique IDs of their own,
+// until they take the place of those that are in it. Destroyed unless that happens. Under the lock
+// of World.
+class Replacement {
+public:
+    // Throws std::bad_alloc, with nothing changed.
+    Replacement(Change& change, const SetupDescription& setup) : mChange(change) {
+        mDevices.reserve(setup.size());
+        const OnFailure destroy([this] { Destroy(mDevices); });
+        for (const DeviceDescription& description : setup) {
+            AddDevice(description);
+        }
+    }
+    ~Replacement() { Destroy(mDevices); }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+
+    void TakePlace() noexcept {
+        World& world = World::Get();
+        for (const Device* device : world.mSetupDevices) {
+            mChange.NotifyRemoved(*device);
+        }
+        Destroy(world.mSetupDevices);
+        world.mSetupDevices.swap(mDevices);
+        for (const auto& [object, uniqueID] : mUniqueIDs) {
+            world.TakeUniqueID(*object, uniqueID);
+        }
+        for (Device* device : world.mSetupDevices) {
+            device->mIsInSetup = true;
+            mChange.NotifyAdded(*device);
+        }
+    }
+
+private:
+    void AddDevice(const DeviceDescription& description) {
+        auto& device = World::Get().Add<Device>(Kind::kDevice);
+        mDevices.push_back(&device); // there is room
+        Describe(device, description);
+        if (device.mProperties.contains(kDriverOwnerProperty)) {
+            device.mProperties[kOfflineProperty] =
+                CFOwned<CFPropertyListRef>(MakeNumber(1).Release());
+        }
+        for (const EntityDescription& entityDescription : description.mEntities) {
+            Entity& entity = AddEntity(device);
+            Describe(entity, entityDescription);
+            for (const PartDescription& source : entityDescription.mSources) {
+                Describe(AddEndpoint(entity, Kind::kSource), source);
+            }
+            for (const PartDescription& destination : entityDescription.mDestinations) {
+                Describe(AddEndpoint(entity, Kind::kDestination), destination);
+            }
+        }
+    }
+
+    void Describe(PropertyObject& object, const PartDescription& description) {
+        object.mProperties = description.mProperties;
+        mUniqueIDs.emplace_back(&object, description.mUniqueID);
+    }
+
+    void Destroy(std::vector<Device*>& devices) noexcept {
+        while (!devices.empty()) {
+            Device& device = *devices.back();
+            devices.pop_back();
+            DestroyDevice(mChange, device);
+        }
+    }
+
+    Change& mChange;
+    std::vector<Device*> mDevices;
+    std::vector<std::pair<PropertyObject*, MIDIUniqueID>> mUniqueIDs; // of all objects, by the file
+};
 
 // The setup in the file, none where there is no file. What is no setup is moved aside; the status
 // says so. The result is a value of errno, 0 but for kMIDINotPermitted.
@@ -62,57 +149,19 @@ int Read(const std::string& path, SetupDescription& setup, OSStatus& status) {
     return 0;
 }
 
-void Take(PropertyObject& object, const PartDescription& description) {
-    World::Get().TakeUniqueID(object, description.mUniqueID);
-    object.mProperties = description.mProperties;
-}
-
-void Populate(Change& change, const SetupDescription& setup) {
-    World& world = World::Get();
-    for (const DeviceDescription& description : setup) {
-        auto& device = world.Add<Device>(Kind::kDevice);
-        world.mSetupDevices.push_back(&device);
-        device.mIsInSetup = true;
-        Take(device, description);
-        for (const EntityDescription& entityDescription : description.mEntities) {
-            Entity& entity = AddEntity(device);
-            Take(entity, entityDescription);
-            for (const PartDescription& source : entityDescription.mSources) {
-                Take(AddEndpoint(entity, Kind::kSource), source);
-            }
-            for (const PartDescription& destination : entityDescription.mDestinations) {
-                Take(AddEndpoint(entity, Kind::kDestination), destination);
-            }
-        }
-        if (device.mProperties.contains(kDriverOwnerProperty)) {
-            GiveToDriver(device, nullptr);
-        }
-        change.NotifyAdded(device);
-    }
-}
-
 } // namespace
 
 OSStatus SetupStore::Open(std::optional<std::string> path) {
     std::unique_lock lock(mMutex);
     OSStatus status = noErr;
     SetupDescription setup;
-    int error = 0;
-    if (path && !CanKeepFiles()) {
-        status = kMIDINotPermitted;
-        error = ENOTSUP;
-    } else if (path) {
-        error = Read(*path, setup, status);
+    const int error = path ? Read(*path, setup, status) : 0;
+    if (status == kMIDINotPermitted) {
+        path.reset();
     }
-    mPath = status == kMIDINotPermitted ? std::nullopt : std::move(path);
-
-    auto change = std::make_unique<Change>();
-    const auto before = World::Get().mSetupDevices;
-    for (Device* device : before) {
-        change->NotifyRemoved(*device);
-        DestroyDevice(*change, *device);
-    }
-    Populate(*change, setup);
+    std::optional<Change> change(std::in_place);
+    Replacement(*change, setup).TakePlace();
+    mPath = std::move(path);
     // Read procedures that are waited for may themselves change the setup.
     lock.unlock();
     change.reset();
@@ -134,13 +183,20 @@ OSStatus SetupStore::Save() {
     return noErr;
 }
 
-void SetupStore::SaveAfterChange() {
+void SetupStore::SaveAfterChange() noexcept {
     const std::lock_guard lock(mMutex);
-    if (mPath) {
+    if (!mPath) {
+        return;
+    }
+    const auto report = [this](const char* why) {
+        syslog(LOG_ERR, "CoreMIDI: the MIDI setup is not saved: %s: %s", mPath->c_str(), why);
+    };
+    try {
         if (const FileFailure failure = SaveLocked()) {
-            syslog(LOG_ERR, "CoreMIDI: the MIDI setup is not saved: %s: %s", mPath->c_str(),
-                   failure.text.c_str());
+            report(failure.text.c_str());
         }
+    } catch (const std::exception&) {
+        report("there is no memory for it");
     }
 }
 

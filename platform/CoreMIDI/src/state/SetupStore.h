@@ -13,12 +13,13 @@ namespace CoreMIDI {
 // Where the setup is kept. Any thread; not under the lock of World, which is taken inside.
 class SetupStore {
 public:
-    // See MIDIServerHostOpenSetup; nothing: in memory only.
+    // See MIDIServerHostOpenSetup; nothing: in memory only. Throws std::bad_alloc while nothing has
+    // changed yet.
     OSStatus Open(std::optional<std::string> path);
     // See MIDIServerHostSaveSetup.
     OSStatus Save();
     // Saves if there is a file; says so in the system log when that fails.
-    void SaveAfterChange();
+    void SaveAfterChange() noexcept;
 
 private:
     FileFailure SaveLocked();

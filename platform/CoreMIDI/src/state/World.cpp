@@ -1,13 +1,22 @@
 #include "platform/CoreMIDI/src/state/World.h"
 
+#include "platform/CoreMIDI/src/state/DriverIO.h"
+#include "platform/CoreMIDI/src/state/Notifications.h"
+
 namespace CoreMIDI {
+
+// What changes need is made here, so that they do not fail half-way for want of it.
+World::World() {
+    DriverIO::Get();
+    NotificationCentre::Get();
+}
 
 World& World::Get() {
     static auto* const world = new World;
     return *world;
 }
 
-CFPropertyListRef PropertyObject::Find(const std::string& name) const {
+CFPropertyListRef PropertyObject::Find(std::string_view name) const {
     for (const PropertyObject* object = this; object != nullptr; object = object->Parent()) {
         const auto found = object->mProperties.find(name);
         if (found != object->mProperties.end()) {
@@ -17,7 +26,7 @@ CFPropertyListRef PropertyObject::Find(const std::string& name) const {
     return nullptr;
 }
 
-SInt32 PropertyObject::Integer(const char* name) const {
+SInt32 PropertyObject::Integer(std::string_view name) const {
     return NumberOf(Find(name)).value_or(0);
 }
 
@@ -35,34 +44,37 @@ Endpoint* World::FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& st
     return endpoint;
 }
 
-void World::AssignUniqueID(PropertyObject& object) {
+MIDIUniqueID World::FreeUniqueID() {
     std::uniform_int_distribution<MIDIUniqueID> anyID(std::numeric_limits<MIDIUniqueID>::min(),
                                                       std::numeric_limits<MIDIUniqueID>::max());
     MIDIUniqueID uniqueID = kMIDIInvalidUniqueID;
-    while (uniqueID == kMIDIInvalidUniqueID || !SetUniqueID(object, uniqueID)) {
+    while (uniqueID == kMIDIInvalidUniqueID || mUniqueIDs.contains(uniqueID)) {
         uniqueID = anyID(mRandom);
     }
+    return uniqueID;
 }
 
-bool World::SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) {
-    const auto [place, isNew] = mUniqueIDs.emplace(uniqueID, &object);
-    if (!isNew) {
-        return place->second == &object;
+bool World::SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept {
+    const auto owner = mUniqueIDs.find(uniqueID);
+    if (owner != mUniqueIDs.end()) {
+        return owner->second == &object;
     }
-    if (object.mUniqueID != kMIDIInvalidUniqueID) {
-        mUniqueIDs.erase(object.mUniqueID);
-    }
+    // The object's entry changes its place.
+    auto entry = mUniqueIDs.extract(object.mUniqueID);
+    entry.key() = uniqueID;
+    mUniqueIDs.insert(std::move(entry));
     object.mUniqueID = uniqueID;
     return true;
 }
 
-void World::TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) {
-    while (!SetUniqueID(object, uniqueID)) {
-        AssignUniqueID(*mUniqueIDs.at(uniqueID));
+void World::TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept {
+    if (!SetUniqueID(object, uniqueID)) {
+        SetUniqueID(*mUniqueIDs.at(uniqueID), FreeUniqueID());
+        SetUniqueID(object, uniqueID);
     }
 }
 
-void World::Remove(Object& object) {
+void World::Remove(Object& object) noexcept {
     if (const auto* const propertyObject = dynamic_cast<PropertyObject*>(&object)) {
         mUniqueIDs.erase(propertyObject->mUniqueID);
     }

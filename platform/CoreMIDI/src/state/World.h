@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/CoreMIDI/src/base/OnFailure.h"
 #include "platform/CoreMIDI/src/state/ObjectRegistry.h"
 #include "platform/CoreMIDI/src/state/Objects.h"
 #include "platform/CoreMIDI/src/state/SetupStore.h"
@@ -35,23 +36,27 @@ public:
     Endpoint* FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& status) const;
 
     // Makes an object and gives it a reference and, if it is one with properties, a unique ID.
+    // Throws std::bad_alloc, with nothing changed.
     template <typename Type>
     Type& Add(Kind kind) {
         auto object = std::make_unique<Type>();
         Type& added = *object;
         mObjects.Add(kind, std::move(object));
+        const OnFailure remove([&] { mObjects.Remove(added.mReference); });
         if constexpr (std::is_base_of_v<PropertyObject, Type>) {
-            AssignUniqueID(added);
+            const MIDIUniqueID uniqueID = FreeUniqueID();
+            mUniqueIDs.emplace(uniqueID, &added);
+            added.mUniqueID = uniqueID;
         }
         return added;
     }
     // Takes the object out of the registry and of the unique IDs.
-    void Remove(Object& object);
+    void Remove(Object& object) noexcept;
 
     // False when another object has the ID.
-    bool SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID);
+    bool SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept;
     // Another object that has the ID gets a new one.
-    void TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID);
+    void TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept;
 
     std::mutex mMutex;
     ObjectRegistry mObjects;
@@ -63,10 +68,10 @@ public:
     SetupStore mSetup;
 
 private:
-    World() = default;
-    void AssignUniqueID(PropertyObject& object);
+    World();
+    MIDIUniqueID FreeUniqueID();
 
-    std::random_device mRandom;
+    std::mt19937 mRandom{std::random_device{}()};
 };
 
 // What a reference names, as notifications and searches tell it.

@@ -11,7 +11,7 @@
 
 #include "hsl/CollectionThread.h"
 #include "hsl/LogContext.h"
-#include "hsl/LogStatics.h"
+#include "hsl/LogManagerState.h"
 #include "runtime/sync/NyLock.h"
 #include "runtime/thread/NyThread.h"
 

@@ -14,7 +14,7 @@
 #include "hsl/FormatString.h"
 #include "hsl/LogContext.h"
 #include "hsl/LogManager.h"
-#include "hsl/LogStatics.h"
+#include "hsl/LogManagerState.h"
 #include "hsl/RecordFormat.h"
 #include "hsl/RecordReader.h"
 #include "runtime/sync/NyLock.h"

@@ -1,9 +1,10 @@
 // Arbitrary bytes as the records in a context's ring, arbitrary formats with arbitrary arguments
-// through a log call, as text and registered, to either callback, and single conversions through
-// the fast way and the formatter.
+// through a log call, as text and registered, to either callback, and single conversions compared
+// with printf.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <string>
@@ -13,7 +14,7 @@
 
 #include "fuzz/Require.h"
 #include "hsl/CCat.h"
-#include "hsl/FormatString.h"
+#include "hsl/Conversion.h"
 #include "hsl/LogContext.h"
 #include "hsl/LogManager.h"
 #include "hsl/TextBuffer.h"
@@ -226,54 +227,89 @@ void LogArbitraryArguments(Input input) {
     }
 }
 
-// The fast way gives the formatter's text.
-void CompareWays(Input input) {
-    HSL::CRecordValue value{static_cast<HSL::tValueKind>(4 + input.Take<unsigned char>() % 14)};
+// A conversion that fits its value, with flags, width and precision from the input.
+std::string TakeConversion(Input& input, std::string_view length, std::string_view characters) {
+    std::string conversion("%");
+    for (std::size_t count = input.Take<unsigned char>() % 4; count > 0; --count) {
+        constexpr std::string_view kFlags = "-+ #0";
+        conversion += kFlags[input.Take<unsigned char>() % kFlags.size()];
+    }
+    const auto modifiers = input.Take<unsigned char>();
+    if (modifiers % 2 != 0) {
+        conversion += std::to_string(input.Take<unsigned char>() + 1);
+    }
+    if (modifiers % 3 != 0) {
+        conversion += '.' + std::to_string(input.Take<unsigned char>());
+    }
+    conversion += length;
+    conversion += characters[input.Take<unsigned char>() % characters.size()];
+    return conversion;
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+template <typename Value>
+void CompareWithPrintf(const std::string& conversion, const HSL::CRecordValue& value,
+                       Value printed) {
+    char expected[1024];
+    std::snprintf(expected, sizeof expected, conversion.c_str(), printed);
+    HSL::CTextBuffer text;
+    HSL::CConversion(conversion).Append(text, value);
+    Require(text.View() == expected, "a conversion prints what printf does");
+}
+#pragma GCC diagnostic pop
+
+void CompareConversions(Input input) {
     const auto integer = input.Take<std::int64_t>();
-    switch (value.mKind) {
-    case HSL::eInt8:
-        value.mInteger = static_cast<std::int8_t>(integer);
+    constexpr std::string_view kIntegers = "diouxX";
+    switch (input.Take<unsigned char>() % 6) {
+    case 0:
+        CompareWithPrintf(TakeConversion(input, "ll", kIntegers), {HSL::eInt64, integer},
+                          static_cast<long long>(integer));
         break;
-    case HSL::eUInt8:
-        value.mInteger = static_cast<std::uint8_t>(integer);
+    case 1:
+        CompareWithPrintf(TakeConversion(input, "", kIntegers),
+                          {HSL::eInt32, static_cast<std::int32_t>(integer)},
+                          static_cast<int>(integer));
         break;
-    case HSL::eInt16:
-        value.mInteger = static_cast<std::int16_t>(integer);
+    case 2:
+        CompareWithPrintf(TakeConversion(input, "hh", kIntegers),
+                          {HSL::eUInt8, static_cast<std::uint8_t>(integer)},
+                          static_cast<unsigned int>(static_cast<std::uint8_t>(integer)));
         break;
-    case HSL::eUInt16:
-        value.mInteger = static_cast<std::uint16_t>(integer);
-        break;
-    case HSL::eInt32:
-    case HSL::eLong:
-        value.mInteger = static_cast<std::int32_t>(integer);
-        break;
-    case HSL::eUInt32:
-    case HSL::ePointer:
-        value.mInteger = static_cast<std::uint32_t>(integer);
-        break;
-    default:
-        value.mInteger = integer;
+    case 3: {
+        const std::string text = input.TakeText();
+        CompareWithPrintf(TakeConversion(input, "", "s"), {HSL::eString, 0, 0, text.c_str()},
+                          text.c_str());
         break;
     }
-    value.mDouble = value.mKind == HSL::eFloat ? static_cast<double>(input.Take<float>())
-                                               : input.Take<double>();
+    default: {
+        const auto real = input.Take<double>();
+        CompareWithPrintf(TakeConversion(input, "", "eEfgG"), {HSL::eDouble, 0, real}, real);
+        break;
+    }
+    }
+}
+
+// Any conversion with any value: nothing to compare with, the sanitizers watch.
+void ConvertAnything(Input input) {
+    HSL::CRecordValue value{static_cast<HSL::tValueKind>(4 + input.Take<unsigned char>() % 14)};
+    value.mInteger = input.Take<std::int64_t>();
+    value.mDouble = input.Take<double>();
     const std::string text = input.TakeText();
     value.mText = text.c_str();
     value.mWideText = L"wide";
-    std::string segment = input.TakeText();
-    std::erase_if(segment, [](char c) {
+    std::string conversion = input.TakeText();
+    std::erase_if(conversion, [](char c) {
         return c == '%' || c == '\0' ||
                HSL::kConversionCharacters.find(c) != std::string_view::npos;
     });
-    segment.insert(0, 1, '%');
-    segment +=
+    conversion.insert(0, 1, '%');
+    conversion +=
         HSL::kConversionCharacters[input.Take<unsigned char>() % HSL::kConversionCharacters.size()];
-    HSL::CTextBuffer fast;
-    HSL::CTextBuffer plain;
-    HSL::CFormatPiece piece(segment, 0, 0, segment.size());
-    piece.Append(fast, segment, value);
-    piece.AppendByPrintf(plain, segment, value);
-    Require(fast.View() == plain.View(), "both ways give the same text");
+    HSL::CTextBuffer out;
+    HSL::CConversion(conversion).Append(out, value);
+    Require(out.Size() <= HSL::kLongestPiece, "a conversion prints no more than a piece holds");
 }
 
 } // namespace
@@ -288,15 +324,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Context();
     // The working buffers are the collection thread's, which stands still meanwhile.
     const NyLockGuard guard(HSL::CLogManager::AddRemoveContextLock(), true);
-    switch (data[0] % 3) {
+    switch (data[0] % 4) {
     case 0:
         ReadArbitraryRecords(bytes);
         break;
     case 1:
         LogArbitraryArguments(Input(std::move(bytes)));
         break;
+    case 2:
+        CompareConversions(Input(std::move(bytes)));
+        break;
     default:
-        CompareWays(Input(std::move(bytes)));
+        ConvertAnything(Input(std::move(bytes)));
         break;
     }
     return 0;

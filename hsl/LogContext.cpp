@@ -135,10 +135,10 @@ void CLogContext::WriteRecord(const CCat& cat, const Format& format, const CValu
     CRecordWriter writer(mBuffer);
     WriteHead(writer, cat);
     if (format.mID == kIsText) {
-        writer.Put(kFormatText);
+        writer.Put(eFormatText);
         writer.PutText(format.mText);
     } else {
-        writer.Put(kFormatID);
+        writer.Put(eFormatId);
         writer.Put(static_cast<std::int16_t>(format.mID));
     }
     writer.Put(static_cast<unsigned char>(count));

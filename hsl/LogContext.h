@@ -107,7 +107,7 @@ private:
         if constexpr ((kIsNumber<Values> && ...)) {
             constexpr std::uint32_t kLargest = 4 + sizeof...(Values) * CValue::kLargestNumber;
             if (unsigned char* end = BeginInPlace(cat, kLargest)) {
-                end = CValue::PutRaw(end, kFormatID);
+                end = CValue::PutRaw(end, eFormatId);
                 end = CValue::PutRaw(end, static_cast<std::int16_t>(formatId));
                 end = CValue::PutRaw(end, static_cast<unsigned char>(sizeof...(Values)));
                 ((end = CValue(values).PutNumber(end)), ...);

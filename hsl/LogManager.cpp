@@ -41,26 +41,26 @@ constinit std::atomic<unsigned int> CLogManager::msGeneration{0};
 constinit std::array<std::atomic<unsigned char>, 256> CLogManager::msFilter{};
 constinit CLogManager::Sequence CLogManager::msSequence;
 
-CLogManager::Statics::~Statics() {
+CLogManager::State::~State() {
     // A process, or a plug-in, that ends while it logs: no thread may outlive its code.
     Cleanup();
 }
 
-CLogManager::Statics& CLogManager::TheStatics() {
-    static Statics statics;
+CLogManager::State& CLogManager::TheState() {
+    static State statics;
     return statics;
 }
 
 NyLock& CLogManager::AddRemoveContextLock() {
-    return TheStatics().mAddRemoveContextLock;
+    return TheState().mAddRemoveContextLock;
 }
 
 void CLogManager::Initialize() {
     if (IsInitialized()) {
         return;
     }
-    Statics& statics = TheStatics();
-    CLogManager& manager = statics.mManager;
+    State& state = TheState();
+    CLogManager& manager = state.mManager;
     manager.mStopCollecting = 0;
     manager.mBufferSize = kDefaultBufferSize;
     msSequence.mLast = 0;
@@ -70,7 +70,7 @@ void CLogManager::Initialize() {
     msGeneration.fetch_add(1, std::memory_order_relaxed);
     msThis.store(&manager, std::memory_order_release);
     CCat::Initialize();
-    statics.mCollectionThread.Start();
+    state.mCollectionThread.Start();
     GetTLSContext()->SetName("Main");
 }
 
@@ -80,27 +80,27 @@ void CLogManager::Cleanup() {
         return;
     }
     SetEnable(false);
-    Statics& statics = TheStatics();
+    State& state = TheState();
     {
-        const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+        const NyLockGuard guard(state.mAddRemoveContextLock, true);
         manager->mStopCollecting = 1;
     }
-    statics.mCollectionThread.WaitForExit();
+    state.mCollectionThread.WaitForExit();
     CCat::Cleanup();
     {
-        const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+        const NyLockGuard guard(state.mAddRemoveContextLock, true);
         // Taken out first: a context's end does not look for itself among the adopted ones.
         std::vector<CLogContext*> adopted;
-        adopted.swap(statics.mAdoptedTLSContexts);
+        adopted.swap(state.mAdoptedTLSContexts);
         for (CLogContext* const context : adopted) {
             delete context;
         }
-        statics.mFormatStrings.clear();
-        statics.mLogContexts.clear();
+        state.mFormatStrings.clear();
+        state.mLogContexts.clear();
     }
     {
-        const std::lock_guard guard(statics.mNameMutex);
-        for (std::string& name : statics.mCategoryNames) {
+        const std::lock_guard guard(state.mNameMutex);
+        for (std::string& name : state.mCategoryNames) {
             name.clear();
         }
     }
@@ -108,14 +108,14 @@ void CLogManager::Cleanup() {
     for (std::atomic<unsigned char>& enabled : msFilter) {
         enabled.store(0, std::memory_order_relaxed);
     }
-    statics.mTLSLogContext.Set(nullptr);
+    state.mTLSLogContext.Set(nullptr);
     msThis.store(nullptr, std::memory_order_release);
 }
 
 CLogContext* CLogManager::GetTLSContext() {
-    Statics& statics = TheStatics();
+    State& state = TheState();
     const unsigned int generation = Generation();
-    CLogContext* context = statics.mTLSLogContext.Get();
+    CLogContext* context = state.mTLSLogContext.Get();
     if (context != nullptr && tlsGeneration == generation) {
         return context;
     }
@@ -125,7 +125,7 @@ CLogContext* CLogManager::GetTLSContext() {
     context = new CLogContext(name.c_str(), Instance()->GetBufferSize(), CLogContext::MallocFunc,
                               CLogContext::FreeFunc);
     AdoptTLSContext(context);
-    statics.mTLSLogContext.Set(context);
+    state.mTLSLogContext.Set(context);
     tlsGeneration = generation;
     return context;
 }
@@ -134,17 +134,16 @@ void CLogManager::CleanupTLSContext() {
     if (!IsInitialized()) {
         return;
     }
-    Statics& statics = TheStatics();
-    CLogContext* const context = statics.mTLSLogContext.Get();
-    statics.mTLSLogContext.Set(nullptr);
+    State& state = TheState();
+    CLogContext* const context = state.mTLSLogContext.Get();
+    state.mTLSLogContext.Set(nullptr);
     if (context == nullptr) {
         return;
     }
     {
-        const NyLockGuard guard(statics.mAddRemoveContextLock, true);
+        const NyLockGuard guard(state.mAddRemoveContextLock, true);
         // A Cleanup that came first has destroyed it, also while this thread waited for the lock.
-        if (tlsGeneration != Generation() ||
-            std::erase(statics.mAdoptedTLSContexts, context) == 0) {
+        if (tlsGeneration != Generation() || std::erase(state.mAdoptedTLSContexts, context) == 0) {
             return;
         }
     }
@@ -157,35 +156,35 @@ bool CLogManager::RegisterCategoryRange(int first, int last) const {
 }
 
 void CLogManager::SetCategoryName(unsigned char id, const char* name) {
-    Statics& statics = TheStatics();
-    const std::lock_guard guard(statics.mNameMutex);
-    if (statics.mCategoryNames[id].empty()) {
-        statics.mCategoryNames[id] = name;
+    State& state = TheState();
+    const std::lock_guard guard(state.mNameMutex);
+    if (state.mCategoryNames[id].empty()) {
+        state.mCategoryNames[id] = name;
     }
 }
 
 std::string CLogManager::GetCategoryName(unsigned char id) const {
-    Statics& statics = TheStatics();
-    const std::lock_guard guard(statics.mNameMutex);
-    return statics.mCategoryNames[id];
+    State& state = TheState();
+    const std::lock_guard guard(state.mNameMutex);
+    return state.mCategoryNames[id];
 }
 
 void CLogManager::AddContext(CLogContext* context) {
-    Statics& statics = TheStatics();
-    const NyLockGuard guard(statics.mAddRemoveContextLock, true);
-    statics.mLogContexts.push_back(context);
+    State& state = TheState();
+    const NyLockGuard guard(state.mAddRemoveContextLock, true);
+    state.mLogContexts.push_back(context);
 }
 
 void CLogManager::RemoveContext(CLogContext* context) {
-    Statics& statics = TheStatics();
-    const NyLockGuard guard(statics.mAddRemoveContextLock, true);
-    std::erase(statics.mLogContexts, context);
+    State& state = TheState();
+    const NyLockGuard guard(state.mAddRemoveContextLock, true);
+    std::erase(state.mLogContexts, context);
 }
 
 void CLogManager::AdoptTLSContext(CLogContext* context) {
-    Statics& statics = TheStatics();
-    const NyLockGuard guard(statics.mAddRemoveContextLock, true);
-    statics.mAdoptedTLSContexts.push_back(context);
+    State& state = TheState();
+    const NyLockGuard guard(state.mAddRemoveContextLock, true);
+    state.mAdoptedTLSContexts.push_back(context);
 }
 
 CLogManager::OutputCallback CLogManager::SetOutputCallback(OutputCallback callback) {
@@ -215,14 +214,14 @@ int CLogManager::GetOutputCallbackType() const {
 }
 
 short CLogManager::AddFormatString(const char* text) {
-    return TheStatics().AddFormat(CFormatStringEntry{true, text, {}});
+    return TheState().AddFormat(CFormatStringEntry{true, text, {}});
 }
 
 short CLogManager::AddFormatString(const wchar_t* text) {
-    return TheStatics().AddFormat(CFormatStringEntry{false, {}, text});
+    return TheState().AddFormat(CFormatStringEntry{false, {}, text});
 }
 
-short CLogManager::Statics::AddFormat(CFormatStringEntry entry) {
+short CLogManager::State::AddFormat(CFormatStringEntry entry) {
     const NyLockGuard guard(mAddRemoveContextLock, true);
     if (mFormatStrings.size() > static_cast<std::size_t>(std::numeric_limits<short>::max())) {
         return -1;

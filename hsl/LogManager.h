@@ -149,13 +149,13 @@ public:
     static NyLock& AddRemoveContextLock();
 
 private:
-    struct Statics;
+    struct State;
     constexpr CLogManager() = default;
 
-    static Statics& TheStatics();
+    static State& TheState();
 
     // Outputs the record at the head of the context's ring, whose marker and sequence are read.
-    void OutputRecord(Statics& statics, CRecordReader& reader, const CLogContext& context,
+    void OutputRecord(State& state, CRecordReader& reader, const CLogContext& context,
                       std::int32_t sequence) const;
 
     static constexpr std::int32_t kDefaultBufferSize = 262144;

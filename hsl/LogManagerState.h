@@ -1,47 +1,63 @@
-// What the manager's functions share. Inside the library only.
+// The state of the log manager that its public header hides. Only the library's sources include it.
 #pragma once
-
-#include <array>
-#include <mutex>
-#include <string>
-#include <vector>
 
 #include "hsl/CollectionThread.h"
 #include "hsl/FormatString.h"
+#include "hsl/LineHeader.h"
 #include "hsl/LogManager.h"
 #include "hsl/TextBuffer.h"
 #include "runtime/sync/NyLock.h"
 #include "runtime/sync/NyThreadLocal.h"
 
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
 namespace HSL {
 
-// Built on first use, so that contexts may be static objects.
-struct CLogManager::Statics {
-    Statics() = default;
-    ~Statics();
-    Statics(const Statics&) = delete;
-    Statics& operator=(const Statics&) = delete;
+// What the collection thread keeps from record to record. No other thread uses it, but a test that
+// holds the manager's lock and collects in the thread's place. It outlives Cleanup and Initialize.
+struct CCollectionState {
+    // The time stamp of the record before, shown or not; 0 before the first.
+    std::uint32_t mLastSeconds = 0;
+    double mLastMoment = 0; // seconds and microseconds
+
+    // The text of the record that is being output. These three keep their memory.
+    CTextBuffer mText;
+    CLineHeader mHeader;
+    CMessageText mMessage;
+};
+
+// Everything of the manager that is not a plain static. It is built on first use, so that client
+// code may have contexts that are static objects.
+struct CLogManager::State {
+    State() = default;
+    ~State();
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
 
     short AddFormat(CFormatStringEntry entry);
 
-    // The one instance. Here, so that it is there for as long as it may have to be cleaned up.
+    // The one instance, which msThis points to while logging runs.
     CLogManager mManager;
 
-    // Recursive: Cleanup destroys contexts under it, whose ends take it again.
+    // Guards the three vectors below, the names of the contexts and mStopCollecting. It is
+    // recursive, because Cleanup destroys contexts while it holds it, and their destructors take it
+    // again.
     NyLock mAddRemoveContextLock;
-    // Under the lock.
     std::vector<CLogContext*> mLogContexts; // all live contexts, in the order of construction
     std::vector<CLogContext*> mAdoptedTLSContexts;
     std::vector<CFormatStringEntry> mFormatStrings; // an id is an index
 
-    // Apart from the lock above, which a naming thread would have to wait a whole pass for.
+    // Guards the category names. It is a lock of its own because a thread that names a category
+    // would have to wait for a whole collection pass under the one above.
     std::mutex mNameMutex;
     std::array<std::string, 256> mCategoryNames;
 
     NyThreadLocal<CLogContext*> mTLSLogContext;
-    // The text of the record that is being output, kept from record to record for its memory. The
-    // collection thread's alone.
-    CTextBuffer mText;
+    CCollectionState mCollection;
     CCollectionThread mCollectionThread;
 };
 

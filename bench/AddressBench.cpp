@@ -1,9 +1,10 @@
 // Reading and printing IPv4 addresses beside the system's functions, for information: ours read
 // more loosely, by string streams, and into strings.
-#include <arpa/inet.h>
+#include "runtime/socket/NySocketAddress.h"
+
 #include <benchmark/benchmark.h>
 
-#include "runtime/socket/NySocketAddress.h"
+#include <arpa/inet.h>
 
 namespace {
 

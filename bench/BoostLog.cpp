@@ -1,8 +1,5 @@
 #include "bench/BoostLog.h"
 
-#include <cstddef>
-#include <string>
-
 #include <boost/log/attributes/clock.hpp>
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
@@ -12,6 +9,9 @@
 #include <boost/log/sources/severity_logger.hpp>
 #include <boost/log/support/date_time.hpp>
 #include <boost/smart_ptr/make_shared.hpp>
+
+#include <cstddef>
+#include <string>
 
 namespace {
 

@@ -5,14 +5,14 @@
 
 #include <CoreMIDI/MIDIServerHost.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <vector>
-
-#include <unistd.h>
 
 namespace {
 

@@ -15,6 +15,25 @@
 // Collection is compared with the formatting of the same line by spdlog, which has the same columns
 // (a thread's number stands for the sequence, nanoseconds alone for the time since the last one)
 // and the same conversions. The clock is not read for it, nor is it for collection.
+#include "bench/BoostLog.h"
+#include "hsl/FormatHolder.h"
+#include "hsl/LogContext.h"
+#include "hsl/LogManager.h"
+#include "runtime/sync/NyLock.h"
+#include "runtime/time/NyTime.h"
+
+#include <libkern/OSAtomic.h>
+
+#include <spdlog/async.h>
+#include <spdlog/fmt/fmt.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/null_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <sched.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -29,24 +48,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <sched.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <libkern/OSAtomic.h>
-#include <spdlog/async.h>
-#include <spdlog/fmt/fmt.h>
-#include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/null_sink.h>
-#include <spdlog/spdlog.h>
-
-#include "bench/BoostLog.h"
-#include "hsl/FormatHolder.h"
-#include "hsl/LogContext.h"
-#include "hsl/LogManager.h"
-#include "runtime/sync/NyLock.h"
-#include "runtime/time/NyTime.h"
 
 namespace {
 

@@ -1,15 +1,15 @@
 // One write and the read that takes it out again, on one thread: what moving a message through the
 // ring costs, free of cache traffic between cores. The peers run the same loop.
-#include <array>
-#include <cstddef>
-#include <cstdlib>
+#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
 
 #include <benchmark/benchmark.h>
 #include <boost/align/aligned_allocator.hpp>
 #include <boost/lockfree/spsc_queue.hpp>
 #include <jack/ringbuffer.h>
 
-#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
+#include <array>
+#include <cstddef>
+#include <cstdlib>
 
 namespace {
 

@@ -1,12 +1,12 @@
 // UTF-8 to UTF-16 and back on four kinds of text, whole and broken in the middle, beside ICU.
-#include <cstddef>
-#include <string>
-#include <vector>
+#include "runtime/string/ConvertUTF.h"
 
 #include <benchmark/benchmark.h>
 #include <unicode/ustring.h>
 
-#include "runtime/string/ConvertUTF.h"
+#include <cstddef>
+#include <string>
+#include <vector>
 
 namespace {
 

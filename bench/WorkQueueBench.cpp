@@ -8,6 +8,15 @@
 // Two aims are printed as ratios of measurements that take turns, so that what else the machine
 // does meets both sides: `of_asio`, our throughput over Asio's, is to be 0.8 or more; `of_bare`,
 // our median latency over the bare hand-over's, is to be 1.3 or less.
+#include "runtime/workqueue/NyAutoWorkerCommand.h"
+#include "runtime/workqueue/NyWorkQueue.h"
+
+#include <benchmark/benchmark.h>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/make_shared.hpp>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -20,15 +29,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include <benchmark/benchmark.h>
-#include <boost/asio/executor_work_guard.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/make_shared.hpp>
-
-#include "runtime/workqueue/NyAutoWorkerCommand.h"
-#include "runtime/workqueue/NyWorkQueue.h"
 
 namespace {
 

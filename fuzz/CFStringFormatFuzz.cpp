@@ -4,6 +4,8 @@
 // An input is read byte by byte: it picks literal text and conversions with their flags, widths,
 // precisions, sizes and values, until four arguments are used up or a conversion is one that is
 // refused. What comes behind a refused one has no argument, so that a reader which goes on is seen.
+#include "fuzz/Require.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <cstddef>
@@ -14,8 +16,6 @@
 #include <string_view>
 #include <variant>
 #include <vector>
-
-#include "fuzz/Require.h"
 
 namespace {
 

@@ -3,14 +3,15 @@
 // An input is a byte that picks the conversion, one for the flags, one for the size of the targets
 // in the piecewise conversion, and the text. Sources and targets lie in memory of just their size,
 // so that the address sanitizer sees a unit too many.
+#include "runtime/string/ConvertUTF.h"
+
+#include "fuzz/Require.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <vector>
-
-#include "fuzz/Require.h"
-#include "runtime/string/ConvertUTF.h"
 
 using namespace NYPL;
 

@@ -2,6 +2,8 @@
 //
 // The bundle lies in memory (/dev/shm). Runs in CoreFoundation's strict mode, so that no value of
 // another type than expected reaches a function that takes one type.
+#include "fuzz/Require.h"
+
 #include <CoreFoundation/CFPlugInHost.h>
 #include <CoreFoundation/CFRuntimeHost.h>
 #include <CoreFoundation/CoreFoundation.h>
@@ -12,8 +14,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-
-#include "fuzz/Require.h"
 
 namespace {
 

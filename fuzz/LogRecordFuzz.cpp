@@ -1,6 +1,14 @@
 // Arbitrary bytes as the records in a context's ring, arbitrary formats with arbitrary arguments
 // through a log call, as text and registered, to either callback, and single conversions compared
 // with printf.
+#include "fuzz/Require.h"
+#include "hsl/CCat.h"
+#include "hsl/Conversion.h"
+#include "hsl/LogContext.h"
+#include "hsl/LogManager.h"
+#include "hsl/TextBuffer.h"
+#include "runtime/sync/NyLock.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -11,14 +19,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "fuzz/Require.h"
-#include "hsl/CCat.h"
-#include "hsl/Conversion.h"
-#include "hsl/LogContext.h"
-#include "hsl/LogManager.h"
-#include "hsl/TextBuffer.h"
-#include "runtime/sync/NyLock.h"
 
 namespace {
 

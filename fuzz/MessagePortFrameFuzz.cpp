@@ -2,6 +2,17 @@
 // over a connection to a local port. The input's first byte chooses between the two; then each byte
 // up to 0xDF is the length of a cut that follows, and each above stands for a cut of 1 to 32 times
 // 4096 equal bytes.
+#include "platform/CoreFoundation/src/messageport/MessagePortFrame.h"
+
+#include "fuzz/Require.h"
+#include "platform/support/FileDescriptor.h"
+
+#include <CoreFoundation/CFMessagePort.h>
+
+#include <sanitizer/allocator_interface.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -10,18 +21,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
-#include <sanitizer/allocator_interface.h>
 #include <span>
 #include <string>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <vector>
-
-#include "fuzz/Require.h"
-#include "platform/CoreFoundation/src/messageport/MessagePortFrame.h"
-#include "platform/support/FileDescriptor.h"
-
-#include <CoreFoundation/CFMessagePort.h>
 
 namespace {
 

@@ -3,6 +3,7 @@
 // 0xDF is the length of a cut that follows, and each above stands for a cut of 1 to 32 times 8
 // bytes equal to the next one: chunks of System Exclusive get full.
 #include "MidiDriver/MidiParser.h"
+
 #include "fuzz/Require.h"
 #include "platform/support/PacketListWalk.h"
 

@@ -1,14 +1,14 @@
 // Arbitrary bytes as the preferences file: the host says what the driver does.
+#include "fuzz/Require.h"
+#include "midiserver/preferences/PreferencesEditor.h"
+#include "tests/support/DriversConfiguration.h"
+#include "tests/support/TemporaryDirectory.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <string>
-
-#include "fuzz/Require.h"
-#include "midiserver/preferences/PreferencesEditor.h"
-#include "tests/support/DriversConfiguration.h"
-#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 

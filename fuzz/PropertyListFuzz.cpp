@@ -1,11 +1,11 @@
 // Arbitrary bytes as a property list: what is accepted is written in both formats and reads back.
-#include <cstddef>
-#include <cstdint>
+#include "fuzz/Require.h"
+#include "tests/support/CFHandle.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "fuzz/Require.h"
-#include "tests/support/CFHandle.h"
+#include <cstddef>
+#include <cstdint>
 
 namespace {
 

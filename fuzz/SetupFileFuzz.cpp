@@ -1,17 +1,17 @@
 // Arbitrary bytes as a saved setup: it is opened or moved aside, and what was opened can be saved
 // and opened again.
+#include "fuzz/Require.h"
+#include "tests/support/CFText.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <CoreMIDI/MIDIServerHost.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
-
-#include <CoreMIDI/MIDIServerHost.h>
-
-#include "fuzz/Require.h"
-#include "tests/support/CFText.h"
-#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 

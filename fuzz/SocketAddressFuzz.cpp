@@ -1,15 +1,15 @@
 // Arbitrary text through the address parser, and arbitrary addresses through printer and parser.
+#include "fuzz/Require.h"
+#include "runtime/socket/NySocketAddress.h"
+#include "runtime/string/NyString.h"
+
+#include <arpa/inet.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include <arpa/inet.h>
-
-#include "fuzz/Require.h"
-#include "runtime/socket/NySocketAddress.h"
-#include "runtime/string/NyString.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
 // Arbitrary bytes through the reader of Standard MIDI Files: as the file, or as the events of
 // tracks in chunks whose lengths are right, which mutation alone would rarely hit.
-#include "fuzz/SessionReading.h"
 #include "midiserver/replay/session/StandardMidiFile.h"
+
+#include "fuzz/SessionReading.h"
 
 #include <cstddef>
 #include <cstdint>

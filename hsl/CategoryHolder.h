@@ -1,9 +1,9 @@
 #pragma once
 
-#include <array>
-
 #include "hsl/CCat.h"
 #include "hsl/LogManager.h"
+
+#include <array>
 
 namespace HSL {
 

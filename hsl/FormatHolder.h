@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
-
 #include "hsl/LogManager.h"
+
+#include <atomic>
 
 namespace HSL {
 

@@ -1,16 +1,16 @@
 #include "hsl/LogContext.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
-
-#include <libkern/OSAtomic.h>
-
 #include "MidiDriver/worker/circular_buffer/InPlaceRoom.h"
 #include "hsl/RecordFormat.h"
 #include "hsl/RecordWriter.h"
 #include "runtime/sync/NyLock.h"
 #include "runtime/time/NyTime.h"
+
+#include <libkern/OSAtomic.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 namespace HSL {
 

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <type_traits>
-
 #include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
 #include "hsl/CCat.h"
 #include "hsl/CValue.h"
 #include "hsl/LogManager.h"
 #include "hsl/RecordFormat.h"
+
+#include <cstdint>
+#include <string>
+#include <type_traits>
 
 namespace HSL {
 

@@ -1,19 +1,19 @@
 #include "hsl/LogManager.h"
 
+#include "hsl/CollectionThread.h"
+#include "hsl/LogContext.h"
+#include "hsl/LogManagerState.h"
+#include "runtime/sync/NyLock.h"
+#include "runtime/thread/NyThread.h"
+
+#include <libkern/OSAtomic.h>
+
 #include <bit>
 #include <cstddef>
 #include <cstdio>
 #include <limits>
 #include <mutex>
 #include <vector>
-
-#include <libkern/OSAtomic.h>
-
-#include "hsl/CollectionThread.h"
-#include "hsl/LogContext.h"
-#include "hsl/LogManagerState.h"
-#include "runtime/sync/NyLock.h"
-#include "runtime/thread/NyThread.h"
 
 namespace HSL {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-
-#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
 
 namespace HSL {
 

@@ -1,9 +1,9 @@
 #include "hsl/RecordWriter.h"
 
+#include "hsl/CValue.h"
+
 #include <cstdint>
 #include <cwchar>
-
-#include "hsl/CValue.h"
 
 namespace HSL {
 

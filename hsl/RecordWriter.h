@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstddef>
-#include <cstring>
-
 #include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
 #include "MidiDriver/worker/circular_buffer/InPlaceRoom.h"
+
+#include <cstddef>
+#include <cstring>
 
 namespace HSL {
 

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "runtime/workqueue/NyAutoWorkerCommand.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

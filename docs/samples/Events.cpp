@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "runtime/sync/NyEvent.h"
+
+#include <gtest/gtest.h>
 
 TEST(RuntimeSamples, Events) {
     // One signal lets one waiter pass.

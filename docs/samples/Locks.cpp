@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include "runtime/sync/NyLock.h"
 #include "runtime/sync/NyThreadLocal.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,13 +1,13 @@
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "hsl/CategoryHolder.h"
 #include "hsl/FormatHolder.h"
 #include "hsl/LogContext.h"
 #include "hsl/LogIndent.h"
 #include "hsl/LogManager.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "runtime/sync/NySemaphore.h"
+
+#include <gtest/gtest.h>
 
 TEST(RuntimeSamples, Semaphores) {
     NySemaphore places(2, 3); // two free, never more than three

@@ -1,10 +1,10 @@
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "runtime/socket/NyResult.h"
 #include "runtime/socket/NySocket.h"
 #include "runtime/socket/NySocketAddress.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
 
 TEST(RuntimeSamples, Sockets) {
     // Text to address and back. The port is kept as it is: what goes to the system must be in

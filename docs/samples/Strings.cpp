@@ -1,9 +1,9 @@
-#include <string>
+#include "runtime/string/ConvertUTF.h"
+#include "runtime/string/NyString.h"
 
 #include <gtest/gtest.h>
 
-#include "runtime/string/ConvertUTF.h"
-#include "runtime/string/NyString.h"
+#include <string>
 
 TEST(RuntimeSamples, Strings) {
     const tString wide("Fl\xC3\xB6te"); // UTF-8 in, UTF-16 inside

@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include "runtime/sync/NyEvent.h"
 #include "runtime/thread/NyInit.h"
 #include "runtime/thread/NyThread.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

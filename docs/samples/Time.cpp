@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "runtime/time/NyTime.h"
+
+#include <gtest/gtest.h>
 
 TEST(RuntimeSamples, Time) {
     NyTime begin;

@@ -1,11 +1,11 @@
-#include <string>
-#include <vector>
+#include "runtime/thread/NyThread.h"
+#include "runtime/workqueue/NyWorkQueue.h"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
-#include "runtime/thread/NyThread.h"
-#include "runtime/workqueue/NyWorkQueue.h"
+#include <string>
+#include <vector>
 
 namespace {
 

@@ -2,10 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
-#include <mutex>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+#include <cstdio>
+#include <mutex>
 
 namespace MidiServer {
 

@@ -4,11 +4,12 @@
 
 #include <fmt/format.h>
 
+#include <sys/mman.h>
+#include <sys/resource.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <sys/mman.h>
-#include <sys/resource.h>
 
 namespace MidiServer {
 

@@ -7,6 +7,7 @@
 
 #include <CoreFoundation/CFMessagePortHost.h>
 #include <CoreMIDI/MIDIServerHost.h>
+
 #include <fmt/format.h>
 
 #include <cerrno>

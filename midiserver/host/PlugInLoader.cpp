@@ -7,6 +7,7 @@
 
 #include <CoreFoundation/CFPlugInCOM.h>
 #include <CoreFoundation/CFPlugInHost.h>
+
 #include <fmt/format.h>
 
 #include <system_error>

@@ -5,6 +5,10 @@
 
 #include <fmt/format.h>
 
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -12,11 +16,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
 #include <string>
-#include <sys/syscall.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace MidiServer {
 

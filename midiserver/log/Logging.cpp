@@ -7,11 +7,12 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <optional>
-#include <unistd.h>
 
 namespace MidiServer {
 

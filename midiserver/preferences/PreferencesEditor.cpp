@@ -4,6 +4,7 @@
 #include "midiserver/host/CFText.h"
 
 #include <CoreFoundation/CFPreferencesHost.h>
+
 #include <fmt/format.h>
 
 #include <array>

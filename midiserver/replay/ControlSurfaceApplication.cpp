@@ -6,6 +6,7 @@
 #include "midiserver/log/Logging.h"
 
 #include <CoreFoundation/CFMessagePort.h>
+
 #include <fmt/format.h>
 
 #include <array>

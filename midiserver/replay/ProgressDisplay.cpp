@@ -4,9 +4,10 @@
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 namespace MidiServer {

@@ -7,9 +7,9 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-
 #include <syslog.h>
+
+#include <atomic>
 
 namespace {
 

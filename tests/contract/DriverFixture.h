@@ -11,13 +11,14 @@
 #include "tests/support/TestPreferences.h"
 
 #include <CoreMIDI/MIDIServerHost.h>
+
 #include <gtest/gtest.h>
+
+#include <stdlib.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include <stdlib.h>
 
 class DriverFixture : public testing::Test {
 protected:

@@ -1,6 +1,7 @@
 // The ways of packets: DAW to application through the worker, and the answers back to the DAW.
 
 #include "MidiDriver/PacketPaths.h"
+
 #include "tests/contract/DriverFixture.h"
 #include "tests/support/SyslogCapture.h"
 

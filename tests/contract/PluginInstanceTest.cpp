@@ -8,10 +8,10 @@
 
 #include <gmock/gmock.h>
 
+#include <syslog.h>
+
 #include <algorithm>
 #include <thread>
-
-#include <syslog.h>
 
 namespace {
 

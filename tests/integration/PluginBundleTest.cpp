@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/wait.h>
+
 #include <array>
 #include <condition_variable>
 #include <cstdio>
@@ -17,8 +19,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <sys/wait.h>
 
 namespace {
 

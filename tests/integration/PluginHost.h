@@ -8,6 +8,7 @@
 #include <CoreFoundation/CFPlugInHost.h>
 #include <CoreMIDI/MIDIDriver.h>
 #include <CoreMIDI/MIDIServerHost.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdint>

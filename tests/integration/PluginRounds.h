@@ -7,6 +7,7 @@
 #include "tests/support/TestPreferences.h"
 
 #include <CoreFoundation/CFRuntimeHost.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,4 +1,5 @@
 #include "tests/support/AllocationCounter.h"
+
 #include "tests/support/Sanitized.h"
 
 #include <algorithm>

@@ -8,10 +8,11 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <fcntl.h>
-#include <system_error>
 #include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
 
 namespace MidiServer {
 

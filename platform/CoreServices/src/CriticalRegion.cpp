@@ -1,8 +1,8 @@
 #include "DurationLength.h"
-
 #include "platform/support/SlotTable.h"
 
 #include <CoreServices/Multiprocessing.h>
+
 #include <pthread.h>
 
 #include <bit>

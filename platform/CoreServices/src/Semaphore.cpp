@@ -1,5 +1,4 @@
 #include "DurationLength.h"
-
 #include "platform/support/SlotTable.h"
 
 #include <CoreServices/Multiprocessing.h>

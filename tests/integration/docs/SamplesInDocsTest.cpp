@@ -1,4 +1,6 @@
 // The code that the pages in docs/ show is the code that is compiled and run here.
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -6,8 +8,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,5 +1,9 @@
 // Eight threads that log at full speed through contexts which come and go, while the output
 // changes between its callbacks. QUORVEL_SOAK_SECONDS says for how long, 5 by default.
+#include "hsl/LogContext.h"
+#include "hsl/LogManager.h"
+#include "runtime/thread/NyThread.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -12,10 +16,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "hsl/LogContext.h"
-#include "hsl/LogManager.h"
-#include "runtime/thread/NyThread.h"
 
 namespace HSL {
 namespace {

@@ -1,5 +1,4 @@
 #include "tests/integration/midiserver/Midiserver.h"
-
 #include "tests/support/Sanitized.h"
 #include "tests/support/TestSeed.h"
 

@@ -3,9 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <chrono>
 #include <csignal>
-#include <sys/stat.h>
 #include <thread>
 
 namespace QuorvelTest {

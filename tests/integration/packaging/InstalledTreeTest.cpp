@@ -1,13 +1,13 @@
 // What is installed works by itself, and goes without a trace.
-#include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
+#include "tests/support/Program.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/Program.h"
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
 
 namespace {
 

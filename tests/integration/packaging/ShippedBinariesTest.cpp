@@ -1,15 +1,15 @@
 // What the headers of every program and library that is installed say of its safety.
+#include "tests/support/Program.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <iterator>
 #include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/support/Program.h"
 
 namespace {
 

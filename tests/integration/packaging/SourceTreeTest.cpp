@@ -1,12 +1,12 @@
 // The sources may lie where nobody can write, and the build folder anywhere.
+#include "tests/support/Program.h"
+
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <map>
 #include <set>
 #include <string>
-
-#include <gtest/gtest.h>
-
-#include "tests/support/Program.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "hsl/CCat.h"
 
+#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
+#include "tests/unit/hsl/LoggingTest.h"
+
 #include <gtest/gtest.h>
 
 #include <initializer_list>
 #include <vector>
-
-#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
-#include "tests/unit/hsl/LoggingTest.h"
 
 namespace HSL {
 namespace {

@@ -1,14 +1,14 @@
 #include "hsl/CValue.h"
 
+#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
+#include "tests/unit/hsl/RecordBytes.h"
+
 #include <gtest/gtest.h>
 
 #include <bit>
 #include <cstdint>
 #include <string>
 #include <type_traits>
-
-#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
-#include "tests/unit/hsl/RecordBytes.h"
 
 namespace HSL {
 namespace {

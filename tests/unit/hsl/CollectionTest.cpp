@@ -1,4 +1,10 @@
+#include "tests/support/TestSeed.h"
+#include "tests/unit/hsl/LoggingTest.h"
+#include "tests/unit/hsl/RecordBytes.h"
+
 #include <gmock/gmock.h>
+
+#include <unistd.h>
 
 #include <atomic>
 #include <bit>
@@ -11,12 +17,6 @@
 #include <string_view>
 #include <thread>
 #include <utility>
-
-#include <unistd.h>
-
-#include "tests/support/TestSeed.h"
-#include "tests/unit/hsl/LoggingTest.h"
-#include "tests/unit/hsl/RecordBytes.h"
 
 namespace HSL {
 namespace {

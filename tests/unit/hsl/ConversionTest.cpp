@@ -1,5 +1,8 @@
 #include "hsl/Conversion.h"
 
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/TestSeed.h"
+
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -11,9 +14,6 @@
 #include <fstream>
 #include <random>
 #include <string>
-
-#include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestSeed.h"
 
 namespace HSL {
 namespace {

@@ -1,7 +1,7 @@
 // Alone in its program, since only the first record of a process is the first one.
-#include <gmock/gmock.h>
-
 #include "tests/unit/hsl/LoggingTest.h"
+
+#include <gmock/gmock.h>
 
 namespace HSL {
 namespace {

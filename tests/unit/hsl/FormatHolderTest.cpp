@@ -1,8 +1,8 @@
 #include "hsl/FormatHolder.h"
 
-#include <gmock/gmock.h>
-
 #include "tests/unit/hsl/LoggingTest.h"
+
+#include <gmock/gmock.h>
 
 namespace HSL {
 namespace {

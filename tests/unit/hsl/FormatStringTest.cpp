@@ -1,5 +1,9 @@
 #include "hsl/FormatString.h"
 
+#include "tests/support/TestSeed.h"
+#include "tests/unit/hsl/LoggingTest.h"
+#include "tests/unit/hsl/RecordBytes.h"
+
 #include <gmock/gmock.h>
 
 #include <array>
@@ -7,10 +11,6 @@
 #include <cstring>
 #include <limits>
 #include <random>
-
-#include "tests/support/TestSeed.h"
-#include "tests/unit/hsl/LoggingTest.h"
-#include "tests/unit/hsl/RecordBytes.h"
 
 namespace HSL {
 namespace {

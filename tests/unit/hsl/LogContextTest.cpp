@@ -1,12 +1,12 @@
 #include "hsl/LogContext.h"
 
+#include "tests/unit/hsl/LoggingTest.h"
+#include "tests/unit/hsl/RecordBytes.h"
+
 #include <gmock/gmock.h>
 
 #include <array>
 #include <memory>
-
-#include "tests/unit/hsl/LoggingTest.h"
-#include "tests/unit/hsl/RecordBytes.h"
 
 namespace HSL {
 namespace {

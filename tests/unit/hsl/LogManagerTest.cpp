@@ -1,5 +1,9 @@
 #include "hsl/LogManager.h"
 
+#include "runtime/thread/NyThread.h"
+#include "tests/unit/hsl/LoggingTest.h"
+#include "tests/unit/hsl/RecordBytes.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -10,10 +14,6 @@
 #include <functional>
 #include <memory>
 #include <thread>
-
-#include "runtime/thread/NyThread.h"
-#include "tests/unit/hsl/LoggingTest.h"
-#include "tests/unit/hsl/RecordBytes.h"
 
 namespace HSL {
 namespace {

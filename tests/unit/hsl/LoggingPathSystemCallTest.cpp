@@ -1,6 +1,10 @@
 // A log call in a process whose kernel kills it for a system call. Not for emulators, which have
 // no filters, nor for sanitizers, which make calls of their own. Reading the clock is allowed: the
 // kernel may have it read by call.
+#include "hsl/CategoryHolder.h"
+#include "hsl/LogContext.h"
+#include "hsl/LogManager.h"
+
 #include <gtest/gtest.h>
 
 #include <linux/filter.h>
@@ -12,10 +16,6 @@
 #include <csignal>
 #include <cstddef>
 #include <iterator>
-
-#include "hsl/CategoryHolder.h"
-#include "hsl/LogContext.h"
-#include "hsl/LogManager.h"
 
 namespace HSL {
 namespace {

@@ -1,15 +1,5 @@
 // What a log call costs besides its time: nothing. Locks are counted in all code that is linked
 // into this program, allocations in all that it loads.
-#include <gtest/gtest.h>
-
-#include <pthread.h>
-
-#include <cstdint>
-#include <functional>
-#include <string>
-
-#include <CoreServices/CoreServices.h>
-
 #include "hsl/CategoryHolder.h"
 #include "hsl/FormatHolder.h"
 #include "hsl/LogContext.h"
@@ -18,6 +8,16 @@
 #include "runtime/sync/NyLock.h"
 #include "runtime/thread/NyThread.h"
 #include "tests/support/AllocationCounter.h"
+
+#include <CoreServices/CoreServices.h>
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
 
 namespace {
 

@@ -2,6 +2,11 @@
 // collection passes itself, at moments of its own choosing. The clocks stand still.
 #pragma once
 
+#include "hsl/LogContext.h"
+#include "hsl/LogManager.h"
+#include "runtime/sync/NyLock.h"
+#include "tests/support/ControllableClock.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -14,11 +19,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "hsl/LogContext.h"
-#include "hsl/LogManager.h"
-#include "runtime/sync/NyLock.h"
-#include "tests/support/ControllableClock.h"
 
 namespace HSL {
 

@@ -4,8 +4,9 @@
 
 #include <CoreFoundation/CFMessagePortHost.h>
 
-#include <map>
 #include <syslog.h>
+
+#include <map>
 #include <utility>
 
 namespace {

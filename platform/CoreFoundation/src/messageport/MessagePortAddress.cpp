@@ -1,5 +1,11 @@
 #include "platform/CoreFoundation/src/messageport/MessagePortAddress.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -8,12 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <fstream>
-#include <sys/file.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 
 namespace MessagePort {

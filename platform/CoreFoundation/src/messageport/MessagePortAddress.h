@@ -6,9 +6,10 @@
 
 #include "platform/support/FileDescriptor.h"
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
-#include <sys/types.h>
 
 namespace MessagePort {
 

@@ -1,9 +1,10 @@
 #include "platform/CoreFoundation/src/messageport/MessagePortFrame.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <sys/socket.h>
 #include <sys/uio.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace MessagePort {

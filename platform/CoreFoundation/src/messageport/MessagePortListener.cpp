@@ -1,10 +1,11 @@
 #include "platform/CoreFoundation/src/messageport/MessagePortListener.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <utility>
 
 using MessagePort::FrameReader;

@@ -1,9 +1,10 @@
 #include "platform/CoreFoundation/src/messageport/MessagePortSender.h"
 
-#include <algorithm>
-#include <climits>
 #include <poll.h>
 #include <sys/socket.h>
+
+#include <algorithm>
+#include <climits>
 #include <thread>
 #include <utility>
 

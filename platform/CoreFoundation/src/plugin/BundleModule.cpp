@@ -1,4 +1,5 @@
 #include "platform/CoreFoundation/src/plugin/BundleModule.h"
+
 #include "platform/CoreFoundation/src/plugin/ModuleExtent.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
 #include "platform/CoreFoundation/src/values/Utf8String.h"
@@ -9,13 +10,14 @@
 #include <CoreFoundation/CFError.h>
 #include <CoreFoundation/CFPropertyList.h>
 
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <utility>
 
 namespace {

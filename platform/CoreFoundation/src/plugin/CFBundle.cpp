@@ -1,8 +1,8 @@
-#include <CoreFoundation/CFBundle.h>
-
 #include "platform/CoreFoundation/src/plugin/BundleModule.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
 #include "platform/CoreFoundation/src/values/Utf8String.h"
+
+#include <CoreFoundation/CFBundle.h>
 
 #include <cerrno>
 #include <climits>

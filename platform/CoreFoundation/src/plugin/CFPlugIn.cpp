@@ -1,9 +1,9 @@
-#include <CoreFoundation/CFPlugIn.h>
-#include <CoreFoundation/CFPlugInHost.h>
-
 #include "platform/CoreFoundation/src/plugin/BundleModule.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
 #include "platform/CoreFoundation/src/values/Utf8String.h"
+
+#include <CoreFoundation/CFPlugIn.h>
+#include <CoreFoundation/CFPlugInHost.h>
 
 #include <cstring>
 

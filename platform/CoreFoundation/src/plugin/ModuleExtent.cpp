@@ -1,12 +1,13 @@
 #include "platform/CoreFoundation/src/plugin/ModuleExtent.h"
 
+#include <elf.h>
+#include <link.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <elf.h>
 #include <limits>
-#include <link.h>
-#include <unistd.h>
 
 namespace {
 

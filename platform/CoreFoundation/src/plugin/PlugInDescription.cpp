@@ -1,4 +1,5 @@
 #include "platform/CoreFoundation/src/plugin/PlugInDescription.h"
+
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
 #include "platform/CoreFoundation/src/values/Utf8String.h"

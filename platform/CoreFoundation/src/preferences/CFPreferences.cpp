@@ -1,6 +1,3 @@
-#include <CoreFoundation/CFPreferences.h>
-#include <CoreFoundation/CFPreferencesHost.h>
-
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/base/ErrorReport.h"
 #include "platform/CoreFoundation/src/preferences/PreferencesDomain.h"
@@ -9,6 +6,9 @@
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
 #include "platform/support/FileReading.h"
 #include "platform/support/LockedFile.h"
+
+#include <CoreFoundation/CFPreferences.h>
+#include <CoreFoundation/CFPreferencesHost.h>
 
 #include <syslog.h>
 

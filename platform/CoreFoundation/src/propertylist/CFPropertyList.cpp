@@ -1,5 +1,3 @@
-#include <CoreFoundation/CFPropertyList.h>
-
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/base/ErrorReport.h"
 #include "platform/CoreFoundation/src/propertylist/PropertyListBuilder.h"
@@ -8,6 +6,7 @@
 #include "platform/CoreFoundation/src/propertylist/PropertyListFile.h"
 
 #include <CoreFoundation/CFDictionary.h>
+#include <CoreFoundation/CFPropertyList.h>
 
 namespace {
 

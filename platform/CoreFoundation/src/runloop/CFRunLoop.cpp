@@ -2,11 +2,12 @@
 
 #include <boost/asio/post.hpp>
 
+#include <pthread.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <pthread.h>
-#include <unistd.h>
 
 using Clock = std::chrono::steady_clock;
 

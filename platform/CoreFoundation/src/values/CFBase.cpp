@@ -1,7 +1,7 @@
-#include <CoreFoundation/CFBase.h>
-
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
+
+#include <CoreFoundation/CFBase.h>
 
 namespace {
 

@@ -1,8 +1,8 @@
 // What the creating functions answer when there is no memory for the first of their objects. Each
 // test is the first in its process to make one, since records are never given back.
-#include <CoreServices/CoreServices.h>
-
 #include "tests/support/AllocationFaults.h"
+
+#include <CoreServices/CoreServices.h>
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 #include "runtime/socket/HostSocket.h"
 
+#include <gtest/gtest.h>
+
 #include <cerrno>
 #include <set>
-
-#include <gtest/gtest.h>
 
 namespace {
 

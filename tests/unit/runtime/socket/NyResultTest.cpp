@@ -1,8 +1,8 @@
 #include "runtime/socket/NyResult.h"
 
-#include <map>
-
 #include <gtest/gtest.h>
+
+#include <map>
 
 namespace {
 

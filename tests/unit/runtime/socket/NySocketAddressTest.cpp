@@ -1,16 +1,16 @@
 #include "runtime/socket/NySocketAddress.h"
 
-#include <cstring>
-#include <random>
-#include <string>
+#include "runtime/string/NyString.h"
+
+#include <gtest/gtest.h>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/un.h>
 
-#include <gtest/gtest.h>
-
-#include "runtime/string/NyString.h"
+#include <cstring>
+#include <random>
+#include <string>
 
 namespace {
 

@@ -1,9 +1,10 @@
 // Against the real kernel, on the loopback interface.
 #include "runtime/socket/NySocket.h"
 
-#include <cerrno>
-#include <chrono>
-#include <cstring>
+#include "runtime/socket/HostSocket.h"
+#include "runtime/socket/NyResult.h"
+
+#include <gtest/gtest.h>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -11,10 +12,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
-#include "runtime/socket/HostSocket.h"
-#include "runtime/socket/NyResult.h"
+#include <cerrno>
+#include <chrono>
+#include <cstring>
 
 namespace {
 

@@ -1,14 +1,14 @@
 // Our conversions against ICU's, on random text where the two share their rules: well-formed text,
 // and where a strict conversion stops in ill-formed text.
-#include <cstdint>
-#include <random>
-#include <vector>
+#include "runtime/string/ConvertUTF.h"
 
 #include <gtest/gtest.h>
 #include <unicode/ustring.h>
 #include <unicode/utf8.h>
 
-#include "runtime/string/ConvertUTF.h"
+#include <cstdint>
+#include <random>
+#include <vector>
 
 namespace {
 

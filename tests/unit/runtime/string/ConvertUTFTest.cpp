@@ -1,13 +1,13 @@
 #include "runtime/string/ConvertUTF.h"
 
+#include "tests/support/TestSeed.h"
+
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <random>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "tests/support/TestSeed.h"
 
 using namespace NYPL;
 

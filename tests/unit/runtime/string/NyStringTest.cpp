@@ -1,9 +1,9 @@
 #include "runtime/string/NyString.h"
 
+#include <gtest/gtest.h>
+
 #include <stdexcept>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,4 +1,5 @@
 #include "runtime/sync/NyEvent.h"
+
 #include "runtime/time/NyTime.h"
 #include "tests/unit/runtime/sync/PlatformCalls.h"
 

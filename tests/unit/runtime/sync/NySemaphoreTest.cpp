@@ -1,4 +1,5 @@
 #include "runtime/sync/NySemaphore.h"
+
 #include "tests/unit/runtime/sync/PlatformCalls.h"
 
 #include <gtest/gtest.h>

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <CoreServices/CoreServices.h>
+
 #include <pthread.h>
 #include <sys/time.h>
 

@@ -5,6 +5,7 @@
 #include "tests/support/SyslogCapture.h"
 
 #include <gtest/gtest.h>
+
 #include <sched.h>
 #include <syslog.h>
 

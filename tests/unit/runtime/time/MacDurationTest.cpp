@@ -1,4 +1,5 @@
 #include "runtime/time/MacDuration.h"
+
 #include "runtime/time/NyTime.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,7 @@
 #include "runtime/time/NyTime.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/time.h>
 
 #include <cstdlib>

@@ -1,9 +1,9 @@
 #include "runtime/workqueue/NyAutoWorkerCommand.h"
 
+#include "runtime/workqueue/NyWorkQueueHelper.h"
+
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
-
-#include "runtime/workqueue/NyWorkQueueHelper.h"
 
 namespace {
 

@@ -1,18 +1,18 @@
 // Several producers, waiters, cancellers and a pauser at once, on both modes. Every command runs
 // once or was cancelled, in the order of adoption, and every waiter is released; a deadlock ends
 // in the test's time-out.
+#include "runtime/sync/NyEvent.h"
+#include "runtime/workqueue/NyWorkQueue.h"
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <thread>
 #include <vector>
-
-#include <boost/make_shared.hpp>
-#include <gtest/gtest.h>
-
-#include "runtime/sync/NyEvent.h"
-#include "runtime/workqueue/NyWorkQueue.h"
 
 namespace {
 

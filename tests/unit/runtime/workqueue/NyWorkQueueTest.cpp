@@ -1,5 +1,10 @@
 #include "runtime/workqueue/NyWorkQueue.h"
 
+#include "runtime/workqueue/NyWorkQueueHelper.h"
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -9,11 +14,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <boost/make_shared.hpp>
-#include <gtest/gtest.h>
-
-#include "runtime/workqueue/NyWorkQueueHelper.h"
 
 namespace {
 

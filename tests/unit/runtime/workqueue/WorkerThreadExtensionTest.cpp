@@ -1,13 +1,13 @@
 #include "runtime/workqueue/WorkerThreadExtension.h"
 
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "runtime/thread/NyThread.h"
 #include "runtime/workqueue/AutoreleasePool.h"
 #include "runtime/workqueue/NyAutoWorkerCommand.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "MidiDriver/worker/circular_buffer/InPlaceRoom.h"
 
+#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 #include <vector>
-
-#include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // Random operations on a ring and on its model, with every visible state compared after each.
 #include "tests/unit/MidiDriver/worker/circular_buffer/RingModel.h"
 
+#include "tests/support/TestSeed.h"
+#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <random>
-
-#include "tests/support/TestSeed.h"
-#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 namespace {
 

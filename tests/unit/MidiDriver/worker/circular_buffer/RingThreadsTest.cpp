@@ -1,5 +1,7 @@
 // One producer and one consumer on a ring without a lock, both at full speed.
 #include "MidiDriver/worker/circular_buffer/circular_buffer.h"
+#include "tests/support/TestSeed.h"
+#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +10,6 @@
 #include <cstring>
 #include <random>
 #include <thread>
-
-#include "tests/support/TestSeed.h"
-#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 namespace {
 

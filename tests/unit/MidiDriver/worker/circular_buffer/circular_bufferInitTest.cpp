@@ -1,4 +1,5 @@
 #include "MidiDriver/worker/circular_buffer/circular_buffer.h"
+#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,8 +8,6 @@
 #include <cstring>
 #include <limits>
 #include <vector>
-
-#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 namespace {
 

@@ -1,6 +1,8 @@
 #include "MidiDriver/worker/circular_buffer/circular_buffer.h"
+#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -9,8 +11,6 @@
 #include <initializer_list>
 #include <limits>
 #include <utility>
-
-#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 namespace {
 

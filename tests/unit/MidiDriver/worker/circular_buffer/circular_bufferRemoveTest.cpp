@@ -1,10 +1,9 @@
 #include "MidiDriver/worker/circular_buffer/circular_buffer.h"
+#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
-
-#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 namespace {
 

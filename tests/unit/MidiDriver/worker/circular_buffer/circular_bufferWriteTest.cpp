@@ -1,11 +1,10 @@
 #include "MidiDriver/worker/circular_buffer/circular_buffer.h"
+#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
-
-#include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
 namespace {
 

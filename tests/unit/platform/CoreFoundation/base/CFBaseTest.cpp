@@ -1,7 +1,6 @@
-#include <CoreFoundation/CFBase.h>
-
 #include "tests/unit/platform/CoreFoundation/values/CFTestValues.h"
 
+#include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFRuntimeHost.h>
 
 #include <gmock/gmock.h>

@@ -1,12 +1,12 @@
 // Every allocation of every function that makes any, failed once. In strict mode, so that what the
 // library cannot make does not reach a function that must not be given null.
-#include <CoreFoundation/CFPlugInHost.h>
-#include <CoreFoundation/CFRuntimeHost.h>
-#include <CoreFoundation/CoreFoundation.h>
-
 #include "tests/support/AllocationFaults.h"
 #include "tests/support/CFHandle.h"
 #include "tests/support/TemporaryDirectory.h"
+
+#include <CoreFoundation/CFPlugInHost.h>
+#include <CoreFoundation/CFRuntimeHost.h>
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // What strict mode refuses, and what it lets through. Every test runs with it on; that all calls
 // are answered when it is off is what the other programs test.
-#include <CoreFoundation/CoreFoundation.h>
-
 #include "tests/support/CFHandle.h"
 #include "tests/support/TemporaryDirectory.h"
+
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
 

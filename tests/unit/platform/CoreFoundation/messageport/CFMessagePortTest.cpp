@@ -1,33 +1,34 @@
-#include <CoreFoundation/CFMessagePort.h>
-#include <CoreFoundation/CFMessagePortHost.h>
-
 #include "tests/support/CFHandle.h"
 #include "tests/support/CFText.h"
 #include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
 
+#include <CoreFoundation/CFMessagePort.h>
+#include <CoreFoundation/CFMessagePortHost.h>
+
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
-#include <poll.h>
 #include <random>
 #include <string>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <syslog.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {

@@ -1,23 +1,23 @@
-#include <CoreFoundation/CFPlugIn.h>
-#include <CoreFoundation/CFPlugInCOM.h>
-#include <CoreFoundation/CFPlugInHost.h>
-
 #include "tests/support/CFHandle.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <CoreFoundation/CFArray.h>
+#include <CoreFoundation/CFPlugIn.h>
+#include <CoreFoundation/CFPlugInCOM.h>
+#include <CoreFoundation/CFPlugInHost.h>
 #include <CoreFoundation/CFString.h>
 #include <CoreFoundation/CFURL.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <dlfcn.h>
+#include <link.h>
+
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <link.h>
 #include <string>
 #include <thread>
 

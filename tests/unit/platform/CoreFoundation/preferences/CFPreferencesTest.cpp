@@ -1,9 +1,8 @@
-#include <CoreFoundation/CFPreferences.h>
-
 #include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/unit/platform/CoreFoundation/values/CFTestValues.h"
 
+#include <CoreFoundation/CFPreferences.h>
 #include <CoreFoundation/CFRuntimeHost.h>
 
 #include <gtest/gtest.h>

@@ -1,8 +1,7 @@
-#include <CoreFoundation/CFPropertyList.h>
-
 #include "tests/support/TestSeed.h"
 #include "tests/unit/platform/CoreFoundation/values/CFTestValues.h"
 
+#include <CoreFoundation/CFPropertyList.h>
 #include <CoreFoundation/CFRuntimeHost.h>
 
 #include <gtest/gtest.h>

@@ -1,7 +1,6 @@
-#include <CoreFoundation/CFRunLoop.h>
-
 #include "tests/support/CFHandle.h"
 
+#include <CoreFoundation/CFRunLoop.h>
 #include <CoreFoundation/CFString.h>
 
 #include <gtest/gtest.h>

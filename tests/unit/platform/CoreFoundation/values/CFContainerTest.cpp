@@ -1,7 +1,7 @@
-#include <CoreFoundation/CFRuntimeHost.h>
-
 #include "tests/support/TestSeed.h"
 #include "tests/unit/platform/CoreFoundation/values/CFTestValues.h"
+
+#include <CoreFoundation/CFRuntimeHost.h>
 
 #include <gtest/gtest.h>
 

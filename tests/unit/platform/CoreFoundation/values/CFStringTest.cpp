@@ -1,7 +1,7 @@
-#include <CoreFoundation/CFString.h>
-
 #include "tests/support/TestSeed.h"
 #include "tests/unit/platform/CoreFoundation/values/CFTestValues.h"
+
+#include <CoreFoundation/CFString.h>
 
 #include <gtest/gtest.h>
 

@@ -5,6 +5,7 @@
 #include <unicode/ustring.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -58,9 +59,9 @@ void ICUTo16(benchmark::State& state, const std::string& text) {
     std::vector<UChar> units(text.size());
     for (auto _ : state) {
         UErrorCode error = U_ZERO_ERROR;
-        int32_t length = 0;
-        u_strFromUTF8(units.data(), static_cast<int32_t>(units.size()), &length, text.data(),
-                      static_cast<int32_t>(text.size()), &error);
+        std::int32_t length = 0;
+        u_strFromUTF8(units.data(), static_cast<std::int32_t>(units.size()), &length, text.data(),
+                      static_cast<std::int32_t>(text.size()), &error);
         benchmark::DoNotOptimize(length);
         benchmark::ClobberMemory();
     }
@@ -84,9 +85,9 @@ void ICUTo8(benchmark::State& state, const std::vector<unsigned short>& text) {
     std::vector<char> bytes(text.size() * 3);
     for (auto _ : state) {
         UErrorCode error = U_ZERO_ERROR;
-        int32_t length = 0;
-        u_strToUTF8(bytes.data(), static_cast<int32_t>(bytes.size()), &length, units.data(),
-                    static_cast<int32_t>(units.size()), &error);
+        std::int32_t length = 0;
+        u_strToUTF8(bytes.data(), static_cast<std::int32_t>(bytes.size()), &length, units.data(),
+                    static_cast<std::int32_t>(units.size()), &error);
         benchmark::DoNotOptimize(length);
         benchmark::ClobberMemory();
     }

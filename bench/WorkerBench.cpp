@@ -91,8 +91,8 @@ public:
     explicit WorkerPath(int rate)
         : mWorker(CreateMidiCallbackWorker(kMIDIPacketList, 1, 4, 12, Arrival::Forward, nullptr,
                                            nullptr, &mArrival, rate, 32)) {
-        const uint32_t count = 1;
-        const uint16_t length = 3;
+        const std::uint32_t count = 1;
+        const std::uint16_t length = 3;
         const unsigned char note[] = {0x90, 0x40, 0x7F};
         std::memcpy(mList, &count, sizeof count);
         std::memcpy(mList + 12, &length, sizeof length);
@@ -214,7 +214,7 @@ constexpr std::size_t kItemBytes = 64;
 
 struct Releases {
     std::vector<nanoseconds> mTimes; // the worker's thread's until it has ended
-    std::atomic<int64_t> mLatest{0};
+    std::atomic<std::int64_t> mLatest{0};
 
     static void Forward(unsigned int, const unsigned char*, unsigned int, void* refcon) {
         auto& releases = *static_cast<Releases*>(refcon);
@@ -231,8 +231,8 @@ void SaturatePort(const char* name, nanoseconds length) {
     void* const worker = CreateMidiCallbackWorker(kMIDISinglePacket, 1, 4, 12, Releases::Forward,
                                                   nullptr, nullptr, &releases, kDriverRate, 32);
     std::vector<unsigned char> item(kItemBytes, 1);
-    int64_t first = 0;
-    int64_t latest = 0;
+    std::int64_t first = 0;
+    std::int64_t latest = 0;
     std::size_t sent = 0;
     while (first == 0 || nanoseconds(latest - first) < length) {
         WriteCBBytes(worker, 0, item.data(), static_cast<unsigned int>(item.size()), true);

@@ -33,7 +33,7 @@ struct Case {
 
 class Input {
 public:
-    Input(const uint8_t* data, std::size_t size) : mData(data), mSize(size) {}
+    Input(const std::uint8_t* data, std::size_t size) : mData(data), mSize(size) {}
     bool AtEnd() const { return mSize == 0; }
     unsigned Take() {
         if (mSize == 0) {
@@ -55,7 +55,7 @@ public:
     char Pick(std::string_view from) { return from[Take() % from.size()]; }
 
 private:
-    const uint8_t* mData;
+    const std::uint8_t* mData;
     std::size_t mSize;
 };
 
@@ -230,7 +230,7 @@ std::string TextOf(CFStringRef string) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
     const Case made = MakeCase(input);
     const CFStringRef format = CFStringCreateWithBytes(

@@ -86,8 +86,8 @@ template <typename Source, typename Target>
 constexpr std::size_t kGrowth = 4 / sizeof(Target) + 1;
 
 template <typename Source, typename Target>
-void Check(Converter<Source, Target> convert, Converter<Target, Source> back, const uint8_t* data,
-           std::size_t size, ConversionFlags flags, std::size_t room) {
+void Check(Converter<Source, Target> convert, Converter<Target, Source> back,
+           const std::uint8_t* data, std::size_t size, ConversionFlags flags, std::size_t room) {
     std::vector<Source> text(size / sizeof(Source));
     if (!text.empty()) {
         std::memcpy(text.data(), data, text.size() * sizeof(Source));
@@ -146,7 +146,7 @@ void Check(Converter<Source, Target> convert, Converter<Target, Source> back, co
 }
 
 // By way of UTF-16 or straight, UTF-8 becomes the same UTF-32.
-void CheckTriangle(const uint8_t* data, std::size_t size) {
+void CheckTriangle(const std::uint8_t* data, std::size_t size) {
     const std::vector<UTF8> text(data, data + size);
     const auto straight =
         Convert<UTF8, UTF32>(ConvertUTF8toUTF32, text, 0, text.size(), strictConversion);
@@ -162,7 +162,7 @@ void CheckTriangle(const uint8_t* data, std::size_t size) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 3) {
         return 0;
     }

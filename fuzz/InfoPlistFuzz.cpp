@@ -33,7 +33,7 @@ public:
     Bundle& operator=(const Bundle&) = delete;
 
     CFURLRef Url() const { return mUrl; }
-    void Write(const uint8_t* data, std::size_t size) const {
+    void Write(const std::uint8_t* data, std::size_t size) const {
         std::FILE* const file = std::fopen((mFolder + "/Contents/Info.plist").c_str(), "wb");
         Require(file != nullptr && std::fwrite(data, 1, size, file) == size &&
                     std::fclose(file) == 0,
@@ -59,7 +59,7 @@ void RequireLastError() {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Bundle bundle;
     bundle.Write(data, size);
     const CFIndex objects = CFRuntimeHostLiveObjectCount(0);

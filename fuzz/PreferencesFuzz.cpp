@@ -25,7 +25,7 @@ const TemporaryDirectory& Folder() {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     Folder();
     std::ofstream(MidiServer::PreferencesEditor::File(), std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(size));

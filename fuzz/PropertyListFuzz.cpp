@@ -31,7 +31,7 @@ Data Write(CFPropertyListRef value, CFPropertyListFormat format) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const Data input(CFDataCreate(nullptr, bytes, static_cast<CFIndex>(size)));
     const Value value = Read(input.Get());
     if (!value) {

@@ -27,7 +27,7 @@ const std::string& File() {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     std::ofstream(File(), std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(size));
     const auto path = TestSupport::MakeString(File());

@@ -96,7 +96,7 @@ void CheckWideText(const std::string& text) {
 }
 
 // Arbitrary bytes as a system's address.
-void CheckSystemAddress(const uint8_t* data, std::size_t size) {
+void CheckSystemAddress(const std::uint8_t* data, std::size_t size) {
     sockaddr_storage storage{};
     std::memcpy(&storage, data, size < sizeof storage ? size : sizeof storage);
     if (size > 2) {
@@ -113,7 +113,7 @@ void CheckSystemAddress(const uint8_t* data, std::size_t size) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string all(data, data + size);
     const std::string text(all.c_str());
     CheckText(text);

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr uint32_t kQueueRingLength = 524288; // elements of the data ring and of the info ring
+constexpr std::uint32_t kQueueRingLength = 524288; // elements of the data ring and of the info ring
 constexpr int kDataElementSize = 1;
 constexpr int kInfoElementSize = sizeof(InfoRecord);
 constexpr int kThrottleElementSize = sizeof(ThrottleRecord);
@@ -29,12 +29,13 @@ constexpr double kSecondsBetweenReports = 10.0;
 // Makes no ring for elements of another size than expected, because the loop reads records of the
 // expected size.
 unsigned int InitializeRing(_t_circular_buffer** ring, int elementSize, int expectedSize,
-                            uint32_t length) {
+                            std::uint32_t length) {
     if (elementSize != expectedSize) {
         *ring = nullptr;
         return kCBAllocationFailed;
     }
-    return cb_initialize(ring, static_cast<uint32_t>(elementSize), length, allocFunc, freeFunc);
+    return cb_initialize(ring, static_cast<std::uint32_t>(elementSize), length, allocFunc,
+                         freeFunc);
 }
 
 unsigned int RemoveAll(_t_circular_buffer* ring) {
@@ -153,7 +154,7 @@ void CMidiCallbackWorker::InitializeRings() {
     for (int i = 0; i < mPortTableSize; ++i) {
         LogIfError(InitializeRing(&mThrottleRings[static_cast<std::size_t>(i)],
                                   mThrottleElementSize, kThrottleElementSize,
-                                  static_cast<uint32_t>(mThrottleRingLength)),
+                                  static_cast<std::uint32_t>(mThrottleRingLength)),
                    "VirtualMidi: Error initializing MIDI Throttle circular buffer[%i]", i);
     }
 }
@@ -292,11 +293,11 @@ void CMidiCallbackWorker::ReportReinitialization(unsigned int result) {
     // When a line was last written, in microseconds. There is one for all workers, and it starts at
     // 0, so that the first failure of the process is always reported. The worker that moves it on
     // writes the line; two that fail at once write one line.
-    static std::atomic<int64_t> sLastReport{0};
+    static std::atomic<std::int64_t> sLastReport{0};
 
     NyTime now;
     now.SetToCurrentTime();
-    int64_t last = sLastReport.load(std::memory_order_relaxed);
+    std::int64_t last = sLastReport.load(std::memory_order_relaxed);
     const auto elapsed = static_cast<double>(now.mMicroseconds - last);
     if (elapsed * 1e-6 >= kSecondsBetweenReports &&
         sLastReport.compare_exchange_strong(last, now.mMicroseconds, std::memory_order_relaxed)) {

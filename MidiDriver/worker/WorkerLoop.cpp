@@ -10,6 +10,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <new>
 
 namespace {
@@ -171,8 +172,8 @@ bool CMidiCallbackWorker::Throttle(unsigned int port, unsigned int length) {
         const AbsoluteTime now = UpTime();
         mLastEvaluationTime[port] = now;
         mWindowStart[port] = SubDurationFromAbsolute(kWindowMilliseconds, now);
-        const uint64_t start = ToNumber(mWindowStart[port]);
-        const uint64_t tail = ToNumber(mTailPacketTime[port]);
+        const std::uint64_t start = ToNumber(mWindowStart[port]);
+        const std::uint64_t tail = ToNumber(mTailPacketTime[port]);
         LogThrottleDebugInfo("[start, end] = [%llu, %llu], trail = %llu, start-trail = %llu\n",
                              ToTicks(mWindowStart[port]), ToTicks(now),
                              ToTicks(mTailPacketTime[port]),

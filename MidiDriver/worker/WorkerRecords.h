@@ -11,7 +11,7 @@ struct InfoRecord {
     static constexpr unsigned int kHighestPort = 0xFF;
     static constexpr unsigned int kLongestItem = 0xFFFFFF;
 
-    uint32_t mWord = 0; // bits 31..24 the port, bits 23..0 the length
+    std::uint32_t mWord = 0; // bits 31..24 the port, bits 23..0 the length
 
     static InfoRecord Make(unsigned int port, unsigned int length) {
         return {(port << 24) | (length & kLongestItem)};
@@ -24,8 +24,8 @@ static_assert(sizeof(InfoRecord) == 4);
 // The record of one released item: when it was released, and how many of its bytes count towards
 // the port's rate.
 struct ThrottleRecord {
-    UnsignedWide mTime{};    // on the clock of `UpTime`, in host ticks
-    uint32_t mBytesWord = 0; // bits 31..8 the counted bytes; bits 7..0 mean nothing
+    UnsignedWide mTime{};         // on the clock of `UpTime`, in host ticks
+    std::uint32_t mBytesWord = 0; // bits 31..8 the counted bytes; bits 7..0 mean nothing
 
     static ThrottleRecord Make(UnsignedWide time, unsigned int bytes) { return {time, bytes << 8}; }
     unsigned int Bytes() const { return mBytesWord >> 8; }
@@ -33,8 +33,8 @@ struct ThrottleRecord {
 static_assert(sizeof(ThrottleRecord) == 12 && alignof(ThrottleRecord) == 4);
 
 // Returns the number that an UnsignedWide stands for, which is also how it lies in memory.
-inline uint64_t ToNumber(UnsignedWide wide) {
-    uint64_t number = 0;
+inline std::uint64_t ToNumber(UnsignedWide wide) {
+    std::uint64_t number = 0;
     static_assert(sizeof number == sizeof wide);
     std::memcpy(&number, &wide, sizeof number);
     return number;

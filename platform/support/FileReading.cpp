@@ -9,11 +9,11 @@
 #include <algorithm>
 #include <cstdint>
 
-FileFailure ReadToEnd(int descriptor, size_t limit, std::string& bytes) {
+FileFailure ReadToEnd(int descriptor, std::size_t limit, std::string& bytes) {
     bytes.clear();
     struct stat status {};
     if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
-        bytes.reserve(static_cast<size_t>(
+        bytes.reserve(static_cast<std::size_t>(
             std::min<std::uint64_t>(static_cast<std::uint64_t>(status.st_size), limit)));
     }
     for (;;) {
@@ -29,14 +29,14 @@ FileFailure ReadToEnd(int descriptor, size_t limit, std::string& bytes) {
             bytes.shrink_to_fit(); // what a pipe brought is in a string that grew
             return {};
         }
-        if (static_cast<size_t>(count) > limit - bytes.size()) {
+        if (static_cast<std::size_t>(count) > limit - bytes.size()) {
             return {EFBIG, "too large"};
         }
-        bytes.append(block, static_cast<size_t>(count));
+        bytes.append(block, static_cast<std::size_t>(count));
     }
 }
 
-FileFailure ReadWholeFile(const std::string& path, size_t limit, std::string& bytes) {
+FileFailure ReadWholeFile(const std::string& path, std::size_t limit, std::string& bytes) {
     // Not blocking, so that a pipe in the file's place does not hold the caller up.
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};

@@ -18,7 +18,7 @@ bool WriteAll(int descriptor, std::string_view bytes) {
         if (count < 0 && errno != EINTR) {
             return false;
         }
-        bytes.remove_prefix(count < 0 ? 0 : static_cast<size_t>(count));
+        bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
     }
     return true;
 }

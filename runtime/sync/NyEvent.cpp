@@ -131,5 +131,5 @@ bool NyEvent::Wait(NyTime& timeout) {
     if (timeout.mSpecial != NyTime::kZero) {
         return Wait(kNoLimit);
     }
-    return Wait(static_cast<uint32_t>(timeout.mMicroseconds / 1000));
+    return Wait(static_cast<std::uint32_t>(timeout.mMicroseconds / 1000));
 }

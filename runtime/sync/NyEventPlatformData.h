@@ -20,7 +20,7 @@ struct NyEventPlatformData {
     // The result of the last platform call that built or destroyed the record; each call overwrites
     // the result before it. If it is not 0, the event is inert. Only the constructor and the
     // destructor write it.
-    int32_t mStatus = 0;
+    std::int32_t mStatus = 0;
     NyEvent::tResetPolicy mResetPolicy = NyEvent::kManualReset;
     // Written under `mMutex` only. Atomic because `Signal` and `Wait` also read it without.
     std::atomic<NyEvent::tState> mState{NyEvent::kNotSignaled};

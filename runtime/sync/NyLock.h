@@ -57,6 +57,6 @@ public:
 private:
     static constexpr unsigned int kNoLimit = 0xFFFFFFFF;
 
-    int32_t mCount = 0; // how many times this guard holds the lock
+    std::int32_t mCount = 0; // how many times this guard holds the lock
     NyLock* mLock;
 };

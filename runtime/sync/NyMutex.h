@@ -38,12 +38,12 @@ public:
     // Both are for diagnostics. The count is the number of locks that are not undone yet; only the
     // holder can rely on it.
     const std::string& GetName() const { return mName; }
-    int32_t GetLockCount() const { return mLockCount; }
+    std::int32_t GetLockCount() const { return mLockCount; }
 
 private:
     struct PlatformData;
 
     std::string mName;
-    int32_t mLockCount = 0; // changed by the holder only, hence under the mutex itself
+    std::int32_t mLockCount = 0; // changed by the holder only, hence under the mutex itself
     std::unique_ptr<PlatformData> mPlatformData;
 };

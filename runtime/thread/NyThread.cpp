@@ -16,14 +16,14 @@ constinit std::atomic<pthread_t> NyThread::msMainThreadID{};
 
 namespace {
 
-constexpr int32_t kLowestPriority = 1000;
-constexpr int32_t kNormalPriority = 1005;
-constexpr int32_t kHighestPriority = 1015;
+constexpr std::int32_t kLowestPriority = 1000;
+constexpr std::int32_t kNormalPriority = 1005;
+constexpr std::int32_t kHighestPriority = 1015;
 
 // Returns the platform's priority for a level. The steps are lopsided on purpose, as there are five
 // levels below normal and ten above it: those below are fifths of the lower half of the range,
 // those above are tenths of the upper half.
-int ToPlatformPriority(int32_t level) {
+int ToPlatformPriority(std::int32_t level) {
     const int min = sched_get_priority_min(SCHED_FIFO);
     const int max = sched_get_priority_max(SCHED_FIFO);
     const int mid = (max + min) / 2;
@@ -42,7 +42,8 @@ int ToPlatformPriority(int32_t level) {
     return priority < min ? min : priority;
 }
 
-int CreateRealTimeThread(pthread_t& thread, int32_t level, void* (*body)(void*), void* argument) {
+int CreateRealTimeThread(pthread_t& thread, std::int32_t level, void* (*body)(void*),
+                         void* argument) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);

@@ -81,7 +81,7 @@ protected:
     std::string mName;
     // The priority level, set before `Start`: 1000 is the lowest, 1005 is normal and 1015 is the
     // highest. Any other value counts as normal.
-    int32_t mPriority;
+    std::int32_t mPriority;
 
 private:
     struct PlatformData {
@@ -90,14 +90,14 @@ private:
         std::atomic<pthread_t> mThread{};
         // 1 from `Start` until `Run` has returned. The ending thread releases it and `Start`
         // acquires it, so that the next `Run` sees what the ended one did.
-        std::atomic<int32_t> mRunning{0};
+        std::atomic<std::int32_t> mRunning{0};
         // Whether there is a thread that was not joined. Only the owner touches this.
         bool mJoinable = false;
     };
 
     static void* ThreadBody(void* argument);
 
-    [[maybe_unused]] int32_t mSpare = -1; // read by nothing
+    [[maybe_unused]] std::int32_t mSpare = -1; // read by nothing
     std::unique_ptr<PlatformData> mPlatformData;
 
     static std::atomic<pthread_t> msMainThreadID;

@@ -29,8 +29,8 @@ void NyTime::SetToCurrentTime() {
     mMicroseconds = 0;
     timeval now{};
     if (gettimeofday(&now, nullptr) == 0) {
-        mMicroseconds =
-            static_cast<int64_t>(now.tv_sec) * 1000000 + static_cast<int64_t>(now.tv_usec);
+        mMicroseconds = static_cast<std::int64_t>(now.tv_sec) * 1000000 +
+                        static_cast<std::int64_t>(now.tv_usec);
     }
 }
 
@@ -39,7 +39,7 @@ void NyClockTime::GetTime(NyTimeOfDay& out) {
 }
 
 void NyClockTime::GetTime(NyTimeOfDay& out, long long seconds) {
-    const time_t moment = static_cast<int32_t>(seconds);
+    const time_t moment = static_cast<std::int32_t>(seconds);
     tm fields{};
     // localtime() would do both in one step, but all threads share its buffer.
     tzset();

@@ -16,7 +16,7 @@
 struct NyTime {
     // What `Set` makes of the value. The underlying type is fixed, so that a selector outside the
     // list is an ordinary value; `Set` treats it as kZero.
-    enum tNySpecialTime : int32_t {
+    enum tNySpecialTime : std::int32_t {
         kZero = 0,         // 0 microseconds; the argument is ignored
         kInfinite = 1,     // no limit; the argument is ignored
         kNow = 2,          // the present moment; the argument is ignored
@@ -29,23 +29,23 @@ struct NyTime {
     // Stores the present moment, or zero (finite) when the clock cannot be read.
     void SetToCurrentTime();
 
-    int32_t mSpecial = kZero;  // kZero: finite; kInfinite: no limit; never another value
-    int64_t mMicroseconds = 0; // 0 when infinite
+    std::int32_t mSpecial = kZero;  // kZero: finite; kInfinite: no limit; never another value
+    std::int64_t mMicroseconds = 0; // 0 when infinite
 };
 
 using tNySpecialTime = NyTime::tNySpecialTime;
 
 // A local time in calendar fields.
 struct NyTimeOfDay {
-    int32_t mSecond = 0;  // 0..60
-    int32_t mMinute = 0;  // 0..59
-    int32_t mHour = 0;    // 0..23
-    int32_t mDay = 0;     // 1..31
-    int32_t mMonth = 0;   // 0..11, January is 0
-    int32_t mYear = 0;    // years since 1900
-    int32_t mWeekDay = 0; // 0..6, Sunday is 0
-    int32_t mYearDay = 0; // 0..365
-    int32_t mIsDST = 0;   // 1 while daylight saving time is in force, else 0
+    std::int32_t mSecond = 0;  // 0..60
+    std::int32_t mMinute = 0;  // 0..59
+    std::int32_t mHour = 0;    // 0..23
+    std::int32_t mDay = 0;     // 1..31
+    std::int32_t mMonth = 0;   // 0..11, January is 0
+    std::int32_t mYear = 0;    // years since 1900
+    std::int32_t mWeekDay = 0; // 0..6, Sunday is 0
+    std::int32_t mYearDay = 0; // 0..365
+    std::int32_t mIsDST = 0;   // 1 while daylight saving time is in force, else 0
 };
 
 // Gives the calendar fields of wall-clock moments, in the time zone that the environment variable

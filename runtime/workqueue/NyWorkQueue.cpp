@@ -346,9 +346,9 @@ pthread_t NyWorkQueue::GetWorkThreadID() {
 
 int NyWorkQueue::getNextCommandSerialNumber() {
     const NyLockGuard guard(mLock, true);
-    const int32_t number = mNextSerialNumber;
+    const std::int32_t number = mNextSerialNumber;
     // The counter wraps round, which signed arithmetic must not do.
-    mNextSerialNumber = static_cast<int32_t>(static_cast<uint32_t>(number) + 1U);
+    mNextSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(number) + 1U);
     return number < 0 ? 0 : number;
 }
 

@@ -192,18 +192,20 @@ private:
     // themselves, `mName`, `mQueueMode` and `mCallback` never change, and `mStopped` and
     // `mThreadExtension` are touched by the consumer alone.
     NySemaphore mCommandSemaphore; // in kThreadMode raised once for each adopted command
-    int32_t mAccepting = 1;
-    int32_t mStopped = 0; // a terminating command has run
-    int32_t mPaused = 0;  // in kCallbackMode; in kThreadMode `mResumeEvent` holds the consumer back
+    std::int32_t mAccepting = 1;
+    std::int32_t mStopped = 0; // a terminating command has run
+    std::int32_t mPaused =
+        0; // in kCallbackMode; in kThreadMode `mResumeEvent` holds the consumer back
     std::string mName;
     tQueueMode mQueueMode;
     boost::function<void(NyWorkQueue*)> mCallback;
 
 protected:
-    int32_t mNextSerialNumber = 0;
+    std::int32_t mNextSerialNumber = 0;
 
 private:
-    int32_t mPauseHandle = -1; // the handle of a queued pause until Resume; -1 when there is none
+    std::int32_t mPauseHandle =
+        -1; // the handle of a queued pause until Resume; -1 when there is none
     boost::shared_ptr<CCommand> mCurrentCommand; // the command that runs; null between commands
     NyEvent mResumeEvent;
     std::deque<boost::shared_ptr<CCommand>> mCommands; // the pending commands, the next one first
@@ -255,17 +257,17 @@ private:
 
     // Relaxed: the flag orders nothing. It is open anyway whether a command that is just starting
     // still sees it.
-    std::atomic<int32_t> mCanceled{0};
-    const int32_t mStopsQueue;
+    std::atomic<std::int32_t> mCanceled{0};
+    const std::int32_t mStopsQueue;
     // The handle of the last adoption. It is written under the queue's lock, and the consumer reads
     // it without the lock for the done function. Relaxed: the handle orders nothing.
-    std::atomic<int32_t> mHandle{-1};
+    std::atomic<std::int32_t> mHandle{-1};
     // Made when the first waiter asks for it, as few commands are waited for and making an event
     // costs several times as much as all the rest of a command's way through the queue. Released
     // when the command is done. Under the queue's lock, like the next field.
     boost::shared_ptr<NyEvent> mDoneEvent;
     // The adoptions that have not run yet, including those that were dropped.
-    int32_t mQueuedCount = 0;
+    std::int32_t mQueuedCount = 0;
     // Both functions are set before the command is queued.
     boost::function<void(int)> mQueuedFunc;
     boost::function<void(int)> mDoneFunc;

@@ -18,12 +18,12 @@ public:
 
     void CountCommand() { ++mCount; }
     bool IsDue() const { return mCount >= mLimit; }
-    int32_t GetCount() const { return mCount; }
+    std::int32_t GetCount() const { return mCount; }
 
 private:
     void* mPool = nullptr;
-    int32_t mCount = 0; // commands since the last drain
-    int32_t mLimit = 100;
+    std::int32_t mCount = 0; // commands since the last drain
+    std::int32_t mLimit = 100;
 };
 
 // The hooks take the record as an opaque pointer, so that the queue need not know what a platform

@@ -27,7 +27,7 @@ constinit std::array<Block, kMostBlocks> sBlocks{};
 constinit std::atomic<std::size_t> sNumBlocks{0};
 constinit std::atomic<std::size_t> sNextFree{0};
 constinit std::atomic<bool> sRecording{false};
-constinit thread_local uint64_t tlsAllocations = 0;
+constinit thread_local std::uint64_t tlsAllocations = 0;
 
 std::size_t NumBlocks() {
     return std::min(sNumBlocks.load(), kMostBlocks);
@@ -67,7 +67,7 @@ void OnFree(void* address) {
 
 } // namespace
 
-uint64_t AllocationsOfThisThread() {
+std::uint64_t AllocationsOfThisThread() {
     return tlsAllocations;
 }
 

@@ -9,7 +9,7 @@
 namespace TestSupport {
 
 // How many blocks this thread has allocated since it started.
-uint64_t AllocationsOfThisThread();
+std::uint64_t AllocationsOfThisThread();
 
 // Keeps what all threads allocate while it exists, and which of that is freed. One at a time.
 class AllocationRecorder {

@@ -20,14 +20,14 @@ using SleepHandler = std::function<void(microseconds)>;
 
 // Sequentially consistent throughout: a test may reason about the order of its own steps.
 std::atomic<bool> sHeld{false};
-std::atomic<int64_t> sUpTime{0};   // nanoseconds
-std::atomic<int64_t> sWallTime{0}; // microseconds
-std::atomic<int64_t> sWallStep{0}; // microseconds
-std::atomic<uint64_t> sWallReadings{0};
-std::atomic<uint64_t> sSleeps{0};
+std::atomic<std::int64_t> sUpTime{0};   // nanoseconds
+std::atomic<std::int64_t> sWallTime{0}; // microseconds
+std::atomic<std::int64_t> sWallStep{0}; // microseconds
+std::atomic<std::uint64_t> sWallReadings{0};
+std::atomic<std::uint64_t> sSleeps{0};
 std::mutex sHandlerMutex;
 std::shared_ptr<const SleepHandler> sHandler;
-thread_local int64_t tlsLastUpTime = 0;
+thread_local std::int64_t tlsLastUpTime = 0;
 
 template <typename Function>
 Function Next(const char* name) {
@@ -71,11 +71,11 @@ nanoseconds ControllableClock::UpTime() const {
     return nanoseconds(sUpTime.load());
 }
 
-uint64_t ControllableClock::WallTimeReadings() const {
+std::uint64_t ControllableClock::WallTimeReadings() const {
     return sWallReadings;
 }
 
-uint64_t ControllableClock::Sleeps() const {
+std::uint64_t ControllableClock::Sleeps() const {
     return sSleeps;
 }
 
@@ -96,12 +96,12 @@ AbsoluteTime UpTime() {
     if (!sHeld) {
         static const auto real = Next<AbsoluteTime (*)()>("UpTime");
         const AbsoluteTime now = real();
-        tlsLastUpTime = (static_cast<int64_t>(now.hi) << 32) | now.lo;
+        tlsLastUpTime = (static_cast<std::int64_t>(now.hi) << 32) | now.lo;
         return now;
     }
     tlsLastUpTime = sUpTime;
     AbsoluteTime now;
-    now.hi = static_cast<UInt32>(static_cast<uint64_t>(tlsLastUpTime) >> 32);
+    now.hi = static_cast<UInt32>(static_cast<std::uint64_t>(tlsLastUpTime) >> 32);
     now.lo = static_cast<UInt32>(tlsLastUpTime);
     return now;
 }
@@ -131,7 +131,7 @@ extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* time
         static const auto real = Next<int (*)(timeval*, void*)>("gettimeofday");
         return real(time, zone);
     }
-    const int64_t now = sWallTime += sWallStep;
+    const std::int64_t now = sWallTime += sWallStep;
     ++sWallReadings;
     time->tv_sec = static_cast<time_t>(now / 1000000);
     time->tv_usec = static_cast<suseconds_t>(now % 1000000);

@@ -29,8 +29,8 @@ public:
     std::chrono::nanoseconds UpTime() const;
 
     // How often gettimeofday and usleep were called on this clock.
-    uint64_t WallTimeReadings() const;
-    uint64_t Sleeps() const;
+    std::uint64_t WallTimeReadings() const;
+    std::uint64_t Sleeps() const;
 
     // Called in place of moving the clocks on when a thread calls usleep, on that thread. Null
     // brings the moving back.

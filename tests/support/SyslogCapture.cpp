@@ -23,7 +23,7 @@ void Keep(int priority, const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    std::string text(length < 0 ? 0 : static_cast<size_t>(length), '\0');
+    std::string text(length < 0 ? 0 : static_cast<std::size_t>(length), '\0');
     std::vsnprintf(text.data(), text.size() + 1, format, again);
     va_end(again);
     Capture& capture = TheCapture();

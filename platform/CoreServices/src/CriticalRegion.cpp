@@ -17,7 +17,7 @@ struct Region {
     std::recursive_timed_mutex mMutex;
 };
 
-using Regions = SlotTable<Region, uintptr_t, 20>;
+using Regions = SlotTable<Region, std::uintptr_t, 20>;
 
 // Exists before any code has run, and has nothing to destroy: a thread may still use a region while
 // the process ends.
@@ -25,7 +25,7 @@ constinit Regions gRegions;
 static_assert(std::is_trivially_destructible_v<Regions>);
 
 Region* FindRegion(MPCriticalRegionID identifier) {
-    return gRegions.Find(std::bit_cast<uintptr_t>(identifier));
+    return gRegions.Find(std::bit_cast<std::uintptr_t>(identifier));
 }
 
 } // namespace
@@ -36,13 +36,14 @@ OSStatus MPCreateCriticalRegion(MPCriticalRegionID* criticalRegion) {
     }
     // A mutex of its own for every life: the last one may have ended with the region held.
     *criticalRegion = std::bit_cast<MPCriticalRegionID>(gRegions.Add(
-        [](Region& region, uintptr_t /*identifier*/) { std::construct_at(&region.mMutex); }));
+        [](Region& region, std::uintptr_t /*identifier*/) { std::construct_at(&region.mMutex); }));
     return *criticalRegion == nullptr ? OSStatus{kMPInsufficientResourcesErr} : OSStatus{noErr};
 }
 
 OSStatus MPDeleteCriticalRegion(MPCriticalRegionID criticalRegion) {
-    return gRegions.Remove(std::bit_cast<uintptr_t>(criticalRegion)) ? OSStatus{noErr}
-                                                                     : OSStatus{kMPInvalidIDErr};
+    return gRegions.Remove(std::bit_cast<std::uintptr_t>(criticalRegion))
+               ? OSStatus{noErr}
+               : OSStatus{kMPInvalidIDErr};
 }
 
 OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRegion, Duration timeout) {

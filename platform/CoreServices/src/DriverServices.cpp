@@ -8,11 +8,11 @@
 
 namespace {
 
-uint64_t ToNumber(AbsoluteTime time) {
-    return (static_cast<uint64_t>(time.hi) << 32) | time.lo;
+std::uint64_t ToNumber(AbsoluteTime time) {
+    return (static_cast<std::uint64_t>(time.hi) << 32) | time.lo;
 }
 
-AbsoluteTime FromNumber(uint64_t number) {
+AbsoluteTime FromNumber(std::uint64_t number) {
     AbsoluteTime time;
     time.hi = static_cast<UInt32>(number >> 32);
     time.lo = static_cast<UInt32>(number);
@@ -20,8 +20,8 @@ AbsoluteTime FromNumber(uint64_t number) {
 }
 
 // In host ticks.
-uint64_t TicksOf(Duration duration) {
-    return static_cast<uint64_t>(CoreServices::LengthOf(duration).count());
+std::uint64_t TicksOf(Duration duration) {
+    return static_cast<std::uint64_t>(CoreServices::LengthOf(duration).count());
 }
 
 } // namespace
@@ -29,19 +29,19 @@ uint64_t TicksOf(Duration duration) {
 AbsoluteTime UpTime() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return FromNumber(static_cast<uint64_t>(now.tv_sec) * 1000000000 +
-                      static_cast<uint64_t>(now.tv_nsec));
+    return FromNumber(static_cast<std::uint64_t>(now.tv_sec) * 1000000000 +
+                      static_cast<std::uint64_t>(now.tv_nsec));
 }
 
 AbsoluteTime AddDurationToAbsolute(Duration duration, AbsoluteTime absoluteTime) {
-    const uint64_t time = ToNumber(absoluteTime);
-    const uint64_t length = TicksOf(duration);
-    constexpr uint64_t kLast = std::numeric_limits<uint64_t>::max();
+    const std::uint64_t time = ToNumber(absoluteTime);
+    const std::uint64_t length = TicksOf(duration);
+    constexpr std::uint64_t kLast = std::numeric_limits<std::uint64_t>::max();
     return FromNumber(time > kLast - length ? kLast : time + length);
 }
 
 AbsoluteTime SubDurationFromAbsolute(Duration duration, AbsoluteTime absoluteTime) {
-    const uint64_t time = ToNumber(absoluteTime);
-    const uint64_t length = TicksOf(duration);
+    const std::uint64_t time = ToNumber(absoluteTime);
+    const std::uint64_t length = TicksOf(duration);
     return FromNumber(time < length ? 0 : time - length);
 }

@@ -21,7 +21,7 @@ struct Semaphore {
     MPSemaphoreCount mWaiters = 0;
 };
 
-using Semaphores = SlotTable<Semaphore, uintptr_t, 20>;
+using Semaphores = SlotTable<Semaphore, std::uintptr_t, 20>;
 
 // Exists before any code has run, and has nothing to destroy: a thread may still use a semaphore
 // while the process ends.
@@ -29,7 +29,7 @@ constinit Semaphores gSemaphores;
 static_assert(std::is_trivially_destructible_v<Semaphores>);
 
 Semaphore* FindSemaphore(MPSemaphoreID identifier) {
-    return gSemaphores.Find(std::bit_cast<uintptr_t>(identifier));
+    return gSemaphores.Find(std::bit_cast<std::uintptr_t>(identifier));
 }
 
 } // namespace
@@ -39,8 +39,8 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
     if (semaphore == nullptr || initialValue > maximumValue) {
         return paramErr;
     }
-    *semaphore = std::bit_cast<MPSemaphoreID>(
-        gSemaphores.Add([maximumValue, initialValue](Semaphore& added, uintptr_t /*identifier*/) {
+    *semaphore = std::bit_cast<MPSemaphoreID>(gSemaphores.Add(
+        [maximumValue, initialValue](Semaphore& added, std::uintptr_t /*identifier*/) {
             added.mMaximum = maximumValue;
             added.mUnits = initialValue;
         }));
@@ -48,8 +48,8 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
 }
 
 OSStatus MPDeleteSemaphore(MPSemaphoreID semaphore) {
-    return gSemaphores.Remove(std::bit_cast<uintptr_t>(semaphore)) ? OSStatus{noErr}
-                                                                   : OSStatus{kMPInvalidIDErr};
+    return gSemaphores.Remove(std::bit_cast<std::uintptr_t>(semaphore)) ? OSStatus{noErr}
+                                                                        : OSStatus{kMPInvalidIDErr};
 }
 
 OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout) {

@@ -17,12 +17,12 @@
 
 namespace {
 
-constexpr size_t kMaximumTypes = 64;
+constexpr std::size_t kMaximumTypes = 64;
 
 std::array<std::atomic<const char*>, kMaximumTypes> sTypeNames = {
     "",        "CFAllocator", "CFArray",  "CFBoolean", "CFData", "CFDate", "CFDictionary",
     "CFError", "CFNumber",    "CFString", "CFURL",     "CFUUID"};
-std::atomic<size_t> sTypeCount{kCFRuntimeFirstRegisteredType};
+std::atomic<std::size_t> sTypeCount{kCFRuntimeFirstRegisteredType};
 
 // Relaxed: a count is exact only for who has seen the other threads end.
 std::array<std::atomic<CFIndex>, kMaximumTypes> sLiveObjects{};
@@ -74,9 +74,9 @@ bool CFRuntimeIsArgument(CFTypeRef reference, CFTypeID type, const char* argumen
     return false;
 }
 
-uint64_t CFRuntimeHashPoint() noexcept {
-    static const uint64_t point = [] {
-        uint32_t bits = 0;
+std::uint64_t CFRuntimeHashPoint() noexcept {
+    static const std::uint64_t point = [] {
+        std::uint32_t bits = 0;
         if (getrandom(&bits, sizeof bits, 0) != sizeof bits) {
             bits = 0x1B873593; // no secret, but a hash
         }
@@ -86,7 +86,7 @@ uint64_t CFRuntimeHashPoint() noexcept {
 }
 
 CFTypeID CFRuntimeRegisterType(const char* name) {
-    const size_t type = sTypeCount.fetch_add(1, std::memory_order_relaxed);
+    const std::size_t type = sTypeCount.fetch_add(1, std::memory_order_relaxed);
     if (type >= kMaximumTypes) {
         sTypeCount.store(kMaximumTypes, std::memory_order_relaxed);
         return kCFRuntimeNotAType;

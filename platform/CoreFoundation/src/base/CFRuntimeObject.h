@@ -71,7 +71,7 @@ public:
     // For tables that find objects without owning a reference, under the lock that the object's
     // destructor takes to leave the table: false when the object is being destroyed.
     bool RetainIfAlive() const {
-        uint32_t references = mReferences.load(std::memory_order_relaxed);
+        std::uint32_t references = mReferences.load(std::memory_order_relaxed);
         while (!mImmortal && references != 0) {
             if (mReferences.compare_exchange_weak(references, references + 1,
                                                   std::memory_order_relaxed)) {
@@ -98,7 +98,7 @@ protected:
     virtual ~CFRuntimeObject();
 
 private:
-    mutable std::atomic<uint32_t> mReferences{1};
+    mutable std::atomic<std::uint32_t> mReferences{1};
     const CFTypeID mType;
     const bool mImmortal;
 };
@@ -180,18 +180,18 @@ inline bool CFRuntimeIsOptionalArgument(CFTypeRef reference, CFTypeID type, cons
 }
 
 // The point at which CFRuntimeHash takes its polynomials: drawn once for the process.
-uint64_t CFRuntimeHashPoint() noexcept;
+std::uint64_t CFRuntimeHashPoint() noexcept;
 
 // A hash over bytes or units: the polynomial that has them as its coefficients, at a secret point
 // of the field of 2^31 - 1 elements. Two sequences of n units agree at n points at most, so nobody
 // who does not know the point can fill a file with keys that collide.
 template <typename Units>
 CFHashCode CFRuntimeHash(const Units& units) {
-    constexpr uint64_t kElements = (uint64_t{1} << 31U) - 1;
-    const uint64_t point = CFRuntimeHashPoint();
-    uint64_t hash = 1; // so that zeros in front count
+    constexpr std::uint64_t kElements = (std::uint64_t{1} << 31U) - 1;
+    const std::uint64_t point = CFRuntimeHashPoint();
+    std::uint64_t hash = 1; // so that zeros in front count
     for (const auto unit : units) {
-        hash = (hash * point + static_cast<uint64_t>(unit)) % kElements;
+        hash = (hash * point + static_cast<std::uint64_t>(unit)) % kElements;
     }
     return static_cast<CFHashCode>(hash);
 }

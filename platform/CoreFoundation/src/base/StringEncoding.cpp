@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <utility>
 
 namespace {
@@ -22,9 +23,9 @@ constexpr std::array<char16_t, 128> kMacRoman = {
 
 // The same by character, for searching.
 constexpr auto kMacRomanByCharacter = [] {
-    std::array<std::pair<char16_t, uint8_t>, kMacRoman.size()> table{};
-    for (size_t i = 0; i < table.size(); ++i) {
-        table[i] = {kMacRoman[i], static_cast<uint8_t>(0x80 + i)};
+    std::array<std::pair<char16_t, std::uint8_t>, kMacRoman.size()> table{};
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        table[i] = {kMacRoman[i], static_cast<std::uint8_t>(0x80 + i)};
     }
     std::sort(table.begin(), table.end());
     return table;
@@ -41,8 +42,8 @@ constexpr bool IsLowSurrogate(char32_t c) {
 // Decodes the sequence at the front and removes it. False when it is malformed, overlong, a
 // surrogate or beyond Unicode.
 bool TakeUTF8(std::string_view& bytes, char32_t& character) {
-    const auto first = static_cast<uint8_t>(bytes.front());
-    size_t size = 1;
+    const auto first = static_cast<std::uint8_t>(bytes.front());
+    std::size_t size = 1;
     char32_t smallest = 0;
     if (first < 0x80) {
         character = first;
@@ -64,8 +65,8 @@ bool TakeUTF8(std::string_view& bytes, char32_t& character) {
     if (bytes.size() < size) {
         return false;
     }
-    for (size_t i = 1; i < size; ++i) {
-        const auto next = static_cast<uint8_t>(bytes[i]);
+    for (std::size_t i = 1; i < size; ++i) {
+        const auto next = static_cast<std::uint8_t>(bytes[i]);
         if ((next & 0xC0U) != 0x80) {
             return false;
         }
@@ -92,7 +93,7 @@ bool AppendDecodedUTF8(std::string_view bytes, std::u16string& text) {
     return true;
 }
 
-size_t PutUTF8(char32_t character, char (&bytes)[4]) {
+std::size_t PutUTF8(char32_t character, char (&bytes)[4]) {
     const auto tail = [character](unsigned shift) {
         return static_cast<char>(0x80 | ((character >> shift) & 0x3F));
     };
@@ -133,7 +134,7 @@ bool AppendDecoded(std::string_view bytes, CFStringEncoding encoding, std::u16st
         return AppendDecodedUTF8(bytes, text);
     }
     for (const char c : bytes) {
-        const auto byte = static_cast<uint8_t>(c);
+        const auto byte = static_cast<std::uint8_t>(c);
         if (byte < 0x80) {
             text += static_cast<char16_t>(byte);
         } else if (encoding == kCFStringEncodingMacRoman) {
@@ -179,7 +180,7 @@ EncodedCharacter EncodeCharacter(char16_t first, char16_t second, CFStringEncodi
     } else if (encoding == kCFStringEncodingMacRoman && result.units == 1) {
         const auto* const found =
             std::lower_bound(kMacRomanByCharacter.begin(), kMacRomanByCharacter.end(),
-                             std::pair<char16_t, uint8_t>(first, 0));
+                             std::pair<char16_t, std::uint8_t>(first, 0));
         if (found != kMacRomanByCharacter.end() && found->first == first) {
             result.bytes[0] = static_cast<char>(found->second);
             result.size = 1;

@@ -19,8 +19,8 @@ std::u16string UTF16FromASCII(std::string_view bytes);
 
 // One character as bytes.
 struct EncodedCharacter {
-    size_t units = 1; // of UTF-16 that it is made of
-    size_t size = 0;  // bytes; 0 when it cannot be represented
+    std::size_t units = 1; // of UTF-16 that it is made of
+    std::size_t size = 0;  // bytes; 0 when it cannot be represented
     char bytes[4] = {};
 };
 

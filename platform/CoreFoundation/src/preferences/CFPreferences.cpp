@@ -206,7 +206,7 @@ CFArrayRef CFPreferencesCopyKeyList(CFStringRef applicationID, CFStringRef userN
                                     CFStringRef hostName) {
     return WithValues<CFArrayRef>(
         applicationID, userName, hostName, [&](CFDictionaryRef values) -> CFArrayRef {
-            std::vector<const void*> keys(static_cast<size_t>(CFDictionaryGetCount(values)));
+            std::vector<const void*> keys(static_cast<std::size_t>(CFDictionaryGetCount(values)));
             CFDictionaryGetKeysAndValues(values, keys.data(), nullptr);
             return keys.empty()
                        ? nullptr
@@ -280,7 +280,7 @@ Boolean CFPreferencesHostGetPath(CFStringRef applicationID, CFStringRef userName
             return false;
         }
         const std::string path = domain->Path();
-        if (bufferSize < 0 || path.size() >= static_cast<size_t>(bufferSize)) {
+        if (bufferSize < 0 || path.size() >= static_cast<std::size_t>(bufferSize)) {
             return false;
         }
         buffer[path.copy(buffer, path.size())] = '\0';

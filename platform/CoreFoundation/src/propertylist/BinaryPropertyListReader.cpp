@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstdint>
 #include <limits>
 #include <string>
 
 namespace {
 
-constexpr size_t kHeaderSize = 8;
-constexpr size_t kTrailerSize = 32;
+constexpr std::size_t kHeaderSize = 8;
+constexpr std::size_t kTrailerSize = 32;
 constexpr unsigned kOffsetSizePlace = 6; // in the trailer
 constexpr unsigned kReferenceSizePlace = 7;
 
@@ -43,9 +44,9 @@ public:
 private:
     struct Object {
         unsigned kind = 0;
-        unsigned low = 0;    // the lower half of the first byte
-        size_t count = 0;    // of what follows, for kinds that have a count
-        size_t contents = 0; // where that begins
+        unsigned low = 0;         // the lower half of the first byte
+        std::size_t count = 0;    // of what follows, for kinds that have a count
+        std::size_t contents = 0; // where that begins
     };
 
     static void Require(bool there) {
@@ -57,55 +58,55 @@ private:
     [[noreturn]] static void RefuseType() { throw PropertyListFault{"a value of an unknown type"}; }
 
     // A big-endian number; the range has been checked.
-    uint64_t Number(size_t offset, size_t size) const {
-        uint64_t value = 0;
-        for (size_t i = 0; i < size; ++i) {
-            value = (value << 8U) | static_cast<uint8_t>(mBytes[offset + i]);
+    std::uint64_t Number(std::size_t offset, std::size_t size) const {
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            value = (value << 8U) | static_cast<std::uint8_t>(mBytes[offset + i]);
         }
         return value;
     }
 
     // Whether `count` things of `size` bytes at the offset end before the table of offsets.
-    bool Fits(size_t offset, size_t count, size_t size = 1) const {
+    bool Fits(std::size_t offset, std::size_t count, std::size_t size = 1) const {
         return offset <= mObjectsEnd && count <= (mObjectsEnd - offset) / size;
     }
 
-    std::string_view Contents(const Object& object, size_t size) const {
+    std::string_view Contents(const Object& object, std::size_t size) const {
         Require(Fits(object.contents, size));
         return mBytes.substr(object.contents, size);
     }
 
     // The number of the outermost object.
-    uint64_t ReadTrailer() {
-        const size_t trailer = mBytes.size() - kTrailerSize;
-        mOffsetSize = static_cast<size_t>(Number(trailer + kOffsetSizePlace, 1));
-        mReferenceSize = static_cast<size_t>(Number(trailer + kReferenceSizePlace, 1));
+    std::uint64_t ReadTrailer() {
+        const std::size_t trailer = mBytes.size() - kTrailerSize;
+        mOffsetSize = static_cast<std::size_t>(Number(trailer + kOffsetSizePlace, 1));
+        mReferenceSize = static_cast<std::size_t>(Number(trailer + kReferenceSizePlace, 1));
         mObjects = Number(trailer + 8, 8);
-        const uint64_t root = Number(trailer + 16, 8);
-        const uint64_t table = Number(trailer + 24, 8);
+        const std::uint64_t root = Number(trailer + 16, 8);
+        const std::uint64_t table = Number(trailer + 24, 8);
         if (mOffsetSize < 1 || mOffsetSize > 8 || mReferenceSize < 1 || mReferenceSize > 8 ||
             table <= kHeaderSize || table > trailer || mObjects > (trailer - table) / mOffsetSize) {
             throw PropertyListFault{"a trailer that makes no sense"};
         }
-        mObjectsEnd = static_cast<size_t>(table);
+        mObjectsEnd = static_cast<std::size_t>(table);
         return root;
     }
 
-    Object At(uint64_t number) const {
+    Object At(std::uint64_t number) const {
         if (number >= mObjects) {
             throw PropertyListFault{"a reference to an object that is not there"};
         }
-        const uint64_t offset =
-            Number(mObjectsEnd + static_cast<size_t>(number) * mOffsetSize, mOffsetSize);
+        const std::uint64_t offset =
+            Number(mObjectsEnd + static_cast<std::size_t>(number) * mOffsetSize, mOffsetSize);
         if (offset < kHeaderSize || offset >= mObjectsEnd) {
             throw PropertyListFault{"an object outside of the file"};
         }
-        const auto byte = static_cast<uint8_t>(mBytes[static_cast<size_t>(offset)]);
+        const auto byte = static_cast<std::uint8_t>(mBytes[static_cast<std::size_t>(offset)]);
         Object object;
         object.kind = byte >> 4U;
         object.low = byte & 0x0FU;
         object.count = object.low;
-        object.contents = static_cast<size_t>(offset) + 1;
+        object.contents = static_cast<std::size_t>(offset) + 1;
         if (object.kind >= kData && object.low == 0x0F) {
             ReadCount(object);
         }
@@ -115,18 +116,18 @@ private:
     // A count of 15 and more is a number of its own behind the first byte.
     void ReadCount(Object& object) const {
         Require(Fits(object.contents, 1));
-        const auto byte = static_cast<uint8_t>(mBytes[object.contents]);
-        const size_t size = size_t{1} << (byte & 0x0FU);
+        const auto byte = static_cast<std::uint8_t>(mBytes[object.contents]);
+        const std::size_t size = std::size_t{1} << (byte & 0x0FU);
         if ((byte >> 4U) != kInteger || size > 8 || !Fits(object.contents + 1, size)) {
             throw PropertyListFault{"a count that makes no sense"};
         }
-        const uint64_t count = Number(object.contents + 1, size);
+        const std::uint64_t count = Number(object.contents + 1, size);
         Require(count <= mBytes.size());
-        object.count = static_cast<size_t>(count);
+        object.count = static_cast<std::size_t>(count);
         object.contents += 1 + size;
     }
 
-    PropertyListValue Value(uint64_t number) {
+    PropertyListValue Value(std::uint64_t number) {
         const Object object = At(number);
         switch (object.kind) {
         case kBoolean:
@@ -162,14 +163,15 @@ private:
         if (object.low > 4) {
             RefuseType();
         }
-        const size_t size = size_t{1} << object.low;
+        const std::size_t size = std::size_t{1} << object.low;
         Require(Fits(object.contents, size));
         if (size < 16) {
-            return mBuilder.Integer(static_cast<int64_t>(Number(object.contents, size)));
+            return mBuilder.Integer(static_cast<std::int64_t>(Number(object.contents, size)));
         }
         // Of sixteen bytes only what would have fitted into eight.
-        const auto value = static_cast<int64_t>(Number(object.contents + 8, 8));
-        if (Number(object.contents, 8) != (value < 0 ? std::numeric_limits<uint64_t>::max() : 0)) {
+        const auto value = static_cast<std::int64_t>(Number(object.contents + 8, 8));
+        if (Number(object.contents, 8) !=
+            (value < 0 ? std::numeric_limits<std::uint64_t>::max() : 0)) {
             throw PropertyListFault{"an integer out of range"};
         }
         return mBuilder.Integer(value);
@@ -179,11 +181,12 @@ private:
         if (object.low != 2 && object.low != 3) {
             RefuseType();
         }
-        const size_t size = size_t{1} << object.low;
+        const std::size_t size = std::size_t{1} << object.low;
         Require(Fits(object.contents, size));
-        const uint64_t bits = Number(object.contents, size);
-        return mBuilder.Real(size == 4 ? double{std::bit_cast<float>(static_cast<uint32_t>(bits))}
-                                       : std::bit_cast<double>(bits));
+        const std::uint64_t bits = Number(object.contents, size);
+        return mBuilder.Real(size == 4
+                                 ? double{std::bit_cast<float>(static_cast<std::uint32_t>(bits))}
+                                 : std::bit_cast<double>(bits));
     }
 
     // A string's text in UTF-8.
@@ -198,7 +201,7 @@ private:
         }
         Require(Fits(object.contents, object.count, 2));
         std::u16string units(object.count, u'\0');
-        for (size_t i = 0; i < object.count; ++i) {
+        for (std::size_t i = 0; i < object.count; ++i) {
             units[i] = static_cast<char16_t>(Number(object.contents + i * 2, 2));
         }
         std::string text;
@@ -209,7 +212,7 @@ private:
     }
 
     // The number of the object that a container has at a place.
-    uint64_t Reference(const Object& object, size_t place) const {
+    std::uint64_t Reference(const Object& object, std::size_t place) const {
         return Number(object.contents + place * mReferenceSize, mReferenceSize);
     }
 
@@ -218,7 +221,7 @@ private:
         const auto level = mBuilder.Open();
         Require(Fits(object.contents, object.count, mReferenceSize));
         PropertyListValues members;
-        for (size_t i = 0; i < object.count; ++i) {
+        for (std::size_t i = 0; i < object.count; ++i) {
             members.push_back(Value(Reference(object, i)));
         }
         return mBuilder.Array(members);
@@ -230,7 +233,7 @@ private:
         Require(Fits(object.contents, object.count * 2, mReferenceSize));
         PropertyListValues keys;
         PropertyListValues members;
-        for (size_t i = 0; i < object.count; ++i) {
+        for (std::size_t i = 0; i < object.count; ++i) {
             const Object key = At(Reference(object, i));
             if (key.kind != kASCII && key.kind != kUTF16) {
                 throw PropertyListFault{"a key that is not a string"};
@@ -243,10 +246,10 @@ private:
 
     const std::string_view mBytes;
     PropertyListBuilder& mBuilder;
-    size_t mOffsetSize = 0;
-    size_t mReferenceSize = 0;
-    uint64_t mObjects = 0;
-    size_t mObjectsEnd = 0; // where the table of offsets begins
+    std::size_t mOffsetSize = 0;
+    std::size_t mReferenceSize = 0;
+    std::uint64_t mObjects = 0;
+    std::size_t mObjectsEnd = 0; // where the table of offsets begins
 };
 
 } // namespace

@@ -14,7 +14,7 @@
 namespace {
 
 // How many bytes a number takes in the format: 1, 2, 4 or 8.
-size_t SizeOf(uint64_t number) {
+std::size_t SizeOf(std::uint64_t number) {
     if (number <= 0xFF) {
         return 1;
     }
@@ -24,9 +24,9 @@ size_t SizeOf(uint64_t number) {
     return number <= 0xFFFFFFFF ? 4 : 8;
 }
 
-std::string BigEndian(uint64_t number, size_t size) {
+std::string BigEndian(std::uint64_t number, std::size_t size) {
     std::string bytes;
-    for (size_t i = size; i > 0; --i) {
+    for (std::size_t i = size; i > 0; --i) {
         bytes += static_cast<char>(number >> (8 * (i - 1)));
     }
     return bytes;
@@ -37,19 +37,19 @@ char Marker(unsigned kind, unsigned low) {
     return static_cast<char>(kind << 4U | low);
 }
 
-std::string IntegerBytes(uint64_t number) {
-    const size_t size = SizeOf(number);
+std::string IntegerBytes(std::uint64_t number) {
+    const std::size_t size = SizeOf(number);
     return Marker(0x1, static_cast<unsigned>(std::countr_zero(size))) + BigEndian(number, size);
 }
 
 // The beginning of an object that has a count.
-std::string Counted(unsigned kind, size_t count) {
+std::string Counted(unsigned kind, std::size_t count) {
     return count < 0x0F ? std::string(1, Marker(kind, static_cast<unsigned>(count)))
                         : Marker(kind, 0x0F) + IntegerBytes(count);
 }
 
 std::string DoubleBytes(unsigned kind, double value) {
-    return Marker(kind, 3) + BigEndian(std::bit_cast<uint64_t>(value), 8);
+    return Marker(kind, 3) + BigEndian(std::bit_cast<std::uint64_t>(value), 8);
 }
 
 std::string NumberBytes(CFNumberRef number) {
@@ -58,9 +58,9 @@ std::string NumberBytes(CFNumberRef number) {
         CFNumberGetValue(number, kCFNumberFloat64Type, &value);
         return DoubleBytes(0x2, value);
     }
-    int64_t value = 0;
+    std::int64_t value = 0;
     CFNumberGetValue(number, kCFNumberSInt64Type, &value);
-    return IntegerBytes(static_cast<uint64_t>(value));
+    return IntegerBytes(static_cast<std::uint64_t>(value));
 }
 
 std::string StringBytes(CFTypeRef value) {
@@ -69,14 +69,14 @@ std::string StringBytes(CFTypeRef value) {
         return Counted(0x5, text->size()) + *text;
     }
     std::string bytes = Counted(0x6, string.Size());
-    for (size_t i = 0; i < string.Size(); ++i) {
+    for (std::size_t i = 0; i < string.Size(); ++i) {
         bytes += BigEndian(string.At(i), 2);
     }
     return bytes;
 }
 
 std::string DataBytes(CFDataRef data) {
-    const auto size = static_cast<size_t>(CFDataGetLength(data));
+    const auto size = static_cast<std::size_t>(CFDataGetLength(data));
     return Counted(0x4, size).append(reinterpret_cast<const char*>(CFDataGetBytePtr(data)), size);
 }
 
@@ -84,19 +84,19 @@ class Writer {
 public:
     std::string Write(CFTypeRef value) {
         Add(value);
-        const size_t referenceSize = SizeOf(mObjects.size() - 1);
+        const std::size_t referenceSize = SizeOf(mObjects.size() - 1);
         std::string bytes = "bplist00";
-        std::vector<size_t> offsets;
+        std::vector<std::size_t> offsets;
         for (const Object& object : mObjects) {
             offsets.push_back(bytes.size());
             bytes += object.bytes;
-            for (const size_t reference : object.references) {
+            for (const std::size_t reference : object.references) {
                 bytes += BigEndian(reference, referenceSize);
             }
         }
-        const size_t table = bytes.size();
-        const size_t offsetSize = SizeOf(table);
-        for (const size_t offset : offsets) {
+        const std::size_t table = bytes.size();
+        const std::size_t offsetSize = SizeOf(table);
+        for (const std::size_t offset : offsets) {
             bytes += BigEndian(offset, offsetSize);
         }
         bytes += std::string(6, '\0');
@@ -112,10 +112,10 @@ public:
 private:
     struct Object {
         std::string bytes;
-        std::vector<size_t> references; // which follow the bytes
+        std::vector<std::size_t> references; // which follow the bytes
     };
 
-    size_t AddObject(std::string bytes) {
+    std::size_t AddObject(std::string bytes) {
         mSize += bytes.size();
         if (mSize > kPropertyListMaximumSize) {
             throw PropertyListFault{"too large"};
@@ -125,12 +125,12 @@ private:
     }
 
     // The number of an object without members, new or as it is there already.
-    size_t AddOnce(const std::string& bytes) {
+    std::size_t AddOnce(const std::string& bytes) {
         const auto [place, isNew] = mKnown.try_emplace(bytes, mObjects.size());
         return isNew ? AddObject(bytes) : place->second;
     }
 
-    size_t Add(CFTypeRef value) {
+    std::size_t Add(CFTypeRef value) {
         switch (CFGetTypeID(value)) {
         case kCFRuntimeBooleanType:
             return AddOnce(std::string(
@@ -150,11 +150,11 @@ private:
         }
     }
 
-    size_t AddArray(CFArrayRef array) {
+    std::size_t AddArray(CFArrayRef array) {
         const CFIndex count = CFArrayGetCount(array);
-        const size_t number = AddObject(Counted(0xA, static_cast<size_t>(count)));
-        std::vector<size_t> references;
-        references.reserve(static_cast<size_t>(count));
+        const std::size_t number = AddObject(Counted(0xA, static_cast<std::size_t>(count)));
+        std::vector<std::size_t> references;
+        references.reserve(static_cast<std::size_t>(count));
         for (CFIndex i = 0; i < count; ++i) {
             references.push_back(Add(CFArrayGetValueAtIndex(array, i)));
         }
@@ -162,10 +162,10 @@ private:
         return number;
     }
 
-    size_t AddDictionary(CFDictionaryRef dictionary) {
+    std::size_t AddDictionary(CFDictionaryRef dictionary) {
         const std::vector<PropertyListEntry> entries = SortedEntries(dictionary);
-        const size_t number = AddObject(Counted(0xD, entries.size()));
-        std::vector<size_t> references;
+        const std::size_t number = AddObject(Counted(0xD, entries.size()));
+        std::vector<std::size_t> references;
         references.reserve(2 * entries.size());
         for (const PropertyListEntry& entry : entries) {
             references.push_back(Add(entry.key));
@@ -178,8 +178,8 @@ private:
     }
 
     std::vector<Object> mObjects;
-    std::unordered_map<std::string, size_t> mKnown; // numbers of objects by their bytes
-    size_t mSize = 0;
+    std::unordered_map<std::string, std::size_t> mKnown; // numbers of objects by their bytes
+    std::size_t mSize = 0;
 };
 
 } // namespace

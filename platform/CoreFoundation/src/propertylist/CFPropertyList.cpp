@@ -8,6 +8,8 @@
 #include <CoreFoundation/CFDictionary.h>
 #include <CoreFoundation/CFPropertyList.h>
 
+#include <cstddef>
+
 namespace {
 
 // A property list that has been checked, with its containers copied.
@@ -33,7 +35,7 @@ PropertyListValue CopyDeep(CFTypeRef value, PropertyListBuilder& builder) {
     if (CFGetTypeID(value) == kCFRuntimeDataType) {
         const auto* data = static_cast<CFDataRef>(value);
         return builder.Data({reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
-                             static_cast<size_t>(CFDataGetLength(data))});
+                             static_cast<std::size_t>(CFDataGetLength(data))});
     }
     return PropertyListValue(CFRetain(value));
 }
@@ -70,7 +72,7 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataR
         CFTypeRef value = nullptr;
         if (CFRuntimeTypeOf(data) == kCFRuntimeDataType && CFRuntimeCanAllocate(allocator)) {
             const std::string_view bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
-                                         static_cast<size_t>(CFDataGetLength(data)));
+                                         static_cast<std::size_t>(CFDataGetLength(data)));
             value = ParsePropertyList(bytes, (options & kCFPropertyListMutableContainers) != 0,
                                       found, failure);
         }

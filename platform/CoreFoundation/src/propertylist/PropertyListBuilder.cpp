@@ -33,7 +33,7 @@ PropertyListValue PropertyListBuilder::Boolean(bool value) {
     return PropertyListValue(CFRetain(value ? kCFBooleanTrue : kCFBooleanFalse));
 }
 
-PropertyListValue PropertyListBuilder::Integer(int64_t value) {
+PropertyListValue PropertyListBuilder::Integer(std::int64_t value) {
     mBudget.TakeValue();
     return Made(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }

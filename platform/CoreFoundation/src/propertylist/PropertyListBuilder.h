@@ -23,7 +23,7 @@ public:
     Level Open() { return Level(mBudget); }
 
     PropertyListValue Boolean(bool value);
-    PropertyListValue Integer(int64_t value);
+    PropertyListValue Integer(std::int64_t value);
     PropertyListValue Real(double value);
     PropertyListValue Date(double at); // seconds since 2001
     PropertyListValue Data(std::string_view bytes);

@@ -7,6 +7,8 @@
 #include <CoreFoundation/CFDate.h>
 #include <CoreFoundation/CFDictionary.h>
 
+#include <cstddef>
+
 namespace {
 
 class Checker {
@@ -18,7 +20,7 @@ public:
             return CheckString(value);
         case kCFRuntimeDataType:
             return mBudget.TakeContents(
-                static_cast<size_t>(CFDataGetLength(static_cast<CFDataRef>(value))));
+                static_cast<std::size_t>(CFDataGetLength(static_cast<CFDataRef>(value))));
         case kCFRuntimeNumberType:
         case kCFRuntimeBooleanType:
             return;
@@ -41,13 +43,13 @@ private:
         CFIndex bytes = 0;
         bool isText = CFStringGetBytes(string, all, kCFStringEncodingUTF8, 0, false, nullptr, 0,
                                        &bytes) == all.length;
-        for (size_t i = 0; isText && i < string->Size(); ++i) {
+        for (std::size_t i = 0; isText && i < string->Size(); ++i) {
             isText = string->At(i) != u'\0';
         }
         if (!isText) {
             throw PropertyListFault{"a string that is not valid Unicode or has a NUL"};
         }
-        mBudget.TakeContents(static_cast<size_t>(bytes));
+        mBudget.TakeContents(static_cast<std::size_t>(bytes));
     }
 
     void CheckArray(CFArrayRef array) {

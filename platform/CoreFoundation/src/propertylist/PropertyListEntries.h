@@ -17,13 +17,13 @@ struct PropertyListEntry {
 };
 
 inline std::vector<PropertyListEntry> SortedEntries(CFDictionaryRef dictionary) {
-    const auto count = static_cast<size_t>(CFDictionaryGetCount(dictionary));
+    const auto count = static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
     std::vector<const void*> keys(count);
     std::vector<const void*> values(count);
     CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
     std::vector<PropertyListEntry> entries;
     entries.reserve(count);
-    for (size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         entries.push_back({UTF8OfString(keys[i]).value_or(std::string()), keys[i], values[i]});
     }
     std::sort(entries.begin(), entries.end(),

@@ -4,9 +4,9 @@
 
 #include <cstddef>
 
-constexpr size_t kPropertyListMaximumSize = 16U << 20U;     // bytes of a file
-constexpr size_t kPropertyListMaximumContents = 64U << 20U; // bytes of its strings and data
-constexpr size_t kPropertyListMaximumValues = 1U << 20U;
+constexpr std::size_t kPropertyListMaximumSize = 16U << 20U;     // bytes of a file
+constexpr std::size_t kPropertyListMaximumContents = 64U << 20U; // bytes of its strings and data
+constexpr std::size_t kPropertyListMaximumValues = 1U << 20U;
 constexpr unsigned kPropertyListMaximumDepth = 128; // levels of containers
 
 // Seconds since 2001: the years 1 to 9999, which XML's dates have.
@@ -45,7 +45,7 @@ public:
             throw PropertyListFault{"too many values"};
         }
     }
-    void TakeContents(size_t bytes) {
+    void TakeContents(std::size_t bytes) {
         if (bytes > kPropertyListMaximumContents - mContents) {
             throw PropertyListFault{"too much text and data"};
         }
@@ -59,7 +59,7 @@ public:
     }
 
 private:
-    size_t mValues = 0;
-    size_t mContents = 0;
+    std::size_t mValues = 0;
+    std::size_t mContents = 0;
     unsigned mDepth = 0;
 };

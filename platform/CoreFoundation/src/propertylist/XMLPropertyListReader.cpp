@@ -31,7 +31,7 @@ bool IsDigit(char c) {
 }
 
 std::string_view Trimmed(std::string_view text) {
-    const size_t begin = text.find_first_not_of(kSpace);
+    const std::size_t begin = text.find_first_not_of(kSpace);
     return begin == std::string_view::npos
                ? std::string_view()
                : text.substr(begin, text.find_last_not_of(kSpace) - begin + 1);
@@ -45,19 +45,19 @@ bool ReadNumber(std::string_view text, Number& value, Format... format) {
     return result.ec == std::errc() && result.ptr == end;
 }
 
-int64_t Integer(std::string_view text) {
+std::int64_t Integer(std::string_view text) {
     const bool negative = !text.empty() && text.front() == '-';
     if (negative || (!text.empty() && text.front() == '+')) {
         text.remove_prefix(1);
     }
     const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
     text.remove_prefix(hexadecimal ? 2 : 0);
-    uint64_t value = 0;
+    std::uint64_t value = 0;
     if (!ReadNumber(text, value, hexadecimal ? 16 : 10) ||
-        value > (uint64_t{1} << 63U) - (negative ? 0 : 1)) {
+        value > (std::uint64_t{1} << 63U) - (negative ? 0 : 1)) {
         Refuse("an integer that is none or out of range");
     }
-    return static_cast<int64_t>(negative ? 0 - value : value);
+    return static_cast<std::int64_t>(negative ? 0 - value : value);
 }
 
 double Real(std::string_view text) {
@@ -81,10 +81,10 @@ double Real(std::string_view text) {
 double Date(std::string_view text) {
     constexpr std::string_view kPattern = "dddd-dd-ddTdd:dd:ddZ";
     bool matches = text.size() == kPattern.size();
-    for (size_t i = 0; matches && i < text.size(); ++i) {
+    for (std::size_t i = 0; matches && i < text.size(); ++i) {
         matches = kPattern[i] == 'd' ? IsDigit(text[i]) : text[i] == kPattern[i];
     }
-    const auto number = [text](size_t place, size_t size) {
+    const auto number = [text](std::size_t place, std::size_t size) {
         unsigned value = 0;
         ReadNumber(text.substr(place, size), value);
         return value;
@@ -109,14 +109,14 @@ std::string Data(std::string_view text) {
     constexpr std::string_view kDigits =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string bytes;
-    uint32_t bits = 0;
-    size_t digits = 0;
-    size_t padding = 0;
+    std::uint32_t bits = 0;
+    std::size_t digits = 0;
+    std::size_t padding = 0;
     for (const char c : text) {
         if (kSpace.find(c) != std::string_view::npos) {
             continue;
         }
-        const size_t digit = kDigits.find(c);
+        const std::size_t digit = kDigits.find(c);
         if (c == '=') {
             ++padding;
             continue;
@@ -124,7 +124,7 @@ std::string Data(std::string_view text) {
         if (digit == std::string_view::npos || padding != 0) {
             Refuse("data that is not in base 64");
         }
-        bits = (bits << 6U) | static_cast<uint32_t>(digit);
+        bits = (bits << 6U) | static_cast<std::uint32_t>(digit);
         // Each digit but the first of four completes a byte.
         if (++digits % 4 != 1) {
             bytes += static_cast<char>(bits >> (6 - 2 * ((digits + 3) % 4)));
@@ -146,7 +146,7 @@ std::string Reference(std::string_view name) {
         }
     }
     const bool hexadecimal = name.substr(0, 2) == "#x";
-    uint32_t value = 0;
+    std::uint32_t value = 0;
     std::string utf8;
     if (name.substr(0, 1) == "#" &&
         ReadNumber(name.substr(hexadecimal ? 2 : 1), value, hexadecimal ? 16 : 10) && value != 0 &&
@@ -178,7 +178,7 @@ public:
         SkipMiscellany();
         if (Takes("<!DOCTYPE")) {
             // A document type with declarations of its own could define entities.
-            const size_t end = mRest.find_first_of("[>");
+            const std::size_t end = mRest.find_first_of("[>");
             if (end == std::string_view::npos || mRest[end] == '[') {
                 Refuse("a document type with declarations");
             }
@@ -209,7 +209,7 @@ private:
 
     // What comes before `end`, which is taken too.
     std::string_view TakeUpTo(std::string_view end) {
-        const size_t size = mRest.find(end);
+        const std::size_t size = mRest.find(end);
         if (size == std::string_view::npos) {
             Refuse("cut off");
         }
@@ -230,11 +230,11 @@ private:
     }
 
     static bool IsUTF8Declaration(std::string_view declaration) {
-        const size_t place = declaration.find("encoding");
+        const std::size_t place = declaration.find("encoding");
         if (place == std::string_view::npos) {
             return true;
         }
-        const size_t begin = declaration.find_first_of("\"'", place);
+        const std::size_t begin = declaration.find_first_of("\"'", place);
         std::string name(begin == std::string_view::npos ? std::string_view()
                                                          : declaration.substr(begin + 1, 5));
         std::transform(name.begin(), name.end(), name.begin(), [](char c) {
@@ -245,7 +245,7 @@ private:
 
     // The attributes of the outermost element, up to its ">".
     void SkipAttributes() {
-        const size_t end = mRest.find_first_of("></&");
+        const std::size_t end = mRest.find_first_of("></&");
         Require(end != std::string_view::npos && mRest[end] == '>' &&
                 (end == 0 || kSpace.find(mRest.front()) != std::string_view::npos));
         mRest.remove_prefix(end + 1);
@@ -266,7 +266,7 @@ private:
     Start TakeStart() {
         Require(Takes("<"));
         Start start;
-        size_t size = 0;
+        std::size_t size = 0;
         while (size < mRest.size() && mRest[size] >= 'a' && mRest[size] <= 'z') {
             ++size;
         }
@@ -339,7 +339,7 @@ private:
     std::string Text(const Start& start) {
         std::string text;
         while (!start.empty) {
-            const size_t stop = mRest.find_first_of("<&");
+            const std::size_t stop = mRest.find_first_of("<&");
             if (stop == std::string_view::npos) {
                 Refuse("cut off");
             }
@@ -347,7 +347,7 @@ private:
             mRest.remove_prefix(stop);
             if (Takes("&")) {
                 // The longest is "#x0010FFFF"; a limit keeps the search short.
-                const size_t end = std::min(mRest.substr(0, 12).find(';'), mRest.size());
+                const std::size_t end = std::min(mRest.substr(0, 12).find(';'), mRest.size());
                 text += Reference(mRest.substr(0, end));
                 mRest.remove_prefix(end);
                 Require(Takes(";"));

@@ -10,6 +10,7 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
@@ -44,17 +45,17 @@ std::string Escaped(std::string_view text) {
     return escaped;
 }
 
-std::string Base64(const UInt8* bytes, size_t size) {
+std::string Base64(const UInt8* bytes, std::size_t size) {
     constexpr const char* kDigits =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
-    for (size_t i = 0; i < size; i += 3) {
-        const size_t there = std::min<size_t>(size - i, 3);
-        uint32_t bits = 0;
-        for (size_t j = 0; j < 3; ++j) {
+    for (std::size_t i = 0; i < size; i += 3) {
+        const std::size_t there = std::min<std::size_t>(size - i, 3);
+        std::uint32_t bits = 0;
+        for (std::size_t j = 0; j < 3; ++j) {
             bits = (bits << 8U) | (j < there ? bytes[i + j] : 0U);
         }
-        for (size_t j = 0; j < 4; ++j) {
+        for (std::size_t j = 0; j < 4; ++j) {
             text += j <= there ? kDigits[(bits >> (18 - 6 * j)) & 0x3FU] : '=';
         }
     }
@@ -63,8 +64,8 @@ std::string Base64(const UInt8* bytes, size_t size) {
 
 std::string DateText(double at) {
     const std::chrono::sys_seconds moment(
-        std::chrono::seconds(static_cast<int64_t>(std::floor(at)) +
-                             static_cast<int64_t>(kCFAbsoluteTimeIntervalSince1970)));
+        std::chrono::seconds(static_cast<std::int64_t>(std::floor(at)) +
+                             static_cast<std::int64_t>(kCFAbsoluteTimeIntervalSince1970)));
     const auto days = std::chrono::floor<std::chrono::days>(moment);
     const std::chrono::year_month_day day(days);
     const auto second = static_cast<unsigned>((moment - days).count());
@@ -127,8 +128,8 @@ private:
             return Element("date", DateText(CFDateGetAbsoluteTime(static_cast<CFDateRef>(value))));
         case kCFRuntimeDataType: {
             const auto* data = static_cast<CFDataRef>(value);
-            return Element(
-                "data", Base64(CFDataGetBytePtr(data), static_cast<size_t>(CFDataGetLength(data))));
+            return Element("data", Base64(CFDataGetBytePtr(data),
+                                          static_cast<std::size_t>(CFDataGetLength(data))));
         }
         case kCFRuntimeArrayType:
             return Array(static_cast<CFArrayRef>(value));
@@ -143,7 +144,7 @@ private:
             CFNumberGetValue(number, kCFNumberFloat64Type, &value);
             return Element("real", RealText(value));
         }
-        int64_t value = 0;
+        std::int64_t value = 0;
         CFNumberGetValue(number, kCFNumberSInt64Type, &value);
         Element("integer", std::to_string(value));
     }
@@ -178,7 +179,7 @@ private:
     }
 
     std::string mText;
-    size_t mLevel = 0;
+    std::size_t mLevel = 0;
 };
 
 } // namespace

@@ -68,7 +68,7 @@ public:
         explicit Allocator(WakeContext& owner) : context(&owner) {}
         template <typename Other>
         Allocator(const Allocator<Other>& other) : context(other.context) {}
-        T* allocate(size_t count) {
+        T* allocate(std::size_t count) {
             static_assert(alignof(T) <= alignof(std::max_align_t));
             static_assert(sizeof(T) <= sizeof(WakeContext::handler));
             if (count != 1) {
@@ -76,7 +76,7 @@ public:
             }
             return reinterpret_cast<T*>(context->handler.data());
         }
-        void deallocate(T* /*memory*/, size_t /*count*/) {}
+        void deallocate(T* /*memory*/, std::size_t /*count*/) {}
         template <typename Other>
         bool operator==(const Allocator<Other>& other) const {
             return context == other.context;
@@ -302,7 +302,7 @@ void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {
         wasThere.resize(sources.size());
         mCommonModes.push_back(Retained(mode));
     }
-    size_t added = 0;
+    std::size_t added = 0;
     try {
         for (; added < sources.size(); ++added) {
             const CFRunLoopSourceRef source = sources[added].get();
@@ -316,7 +316,7 @@ void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {
                 return CFEqual(each.get(), mode) != 0;
             });
         }
-        for (size_t i = 0; i < added; ++i) {
+        for (std::size_t i = 0; i < added; ++i) {
             if (!wasThere[i]) {
                 RemoveSource(sources[i].get(), mode);
             }

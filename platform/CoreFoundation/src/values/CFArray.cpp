@@ -22,9 +22,9 @@ struct __CFArray final : CFRuntimeObject {
     bool ValuesAreEqual(const void* a, const void* b) const {
         return ContainerValuesAreEqual(mCallBacks, a, b);
     }
-    void Insert(size_t index, const void* value) {
+    void Insert(std::size_t index, const void* value) {
         // The place first: once the value is retained nothing may fail.
-        mValues.insert(mValues.begin() + static_cast<ptrdiff_t>(index), nullptr);
+        mValues.insert(mValues.begin() + static_cast<std::ptrdiff_t>(index), nullptr);
         mValues[index] = ContainerRetain(mCallBacks, value);
     }
     void Clear() {
@@ -59,7 +59,7 @@ bool IsIndex(const __CFArray& array, CFIndex index) {
 
 // A new array of the values, null when there is no memory.
 __CFArray* MakeArray(CFAllocatorRef allocator, bool isMutable, const void* const* values,
-                     size_t count, const CFArrayCallBacks* callBacks) {
+                     std::size_t count, const CFArrayCallBacks* callBacks) {
     return CFRuntimeGuard<__CFArray*>(nullptr, [&]() -> __CFArray* {
         CFOwned<CFMutableArrayRef> array(
             CFRuntimeCreate<__CFArray>(allocator, isMutable, callBacks));
@@ -67,7 +67,7 @@ __CFArray* MakeArray(CFAllocatorRef allocator, bool isMutable, const void* const
             return nullptr;
         }
         array->mValues.reserve(count);
-        for (size_t i = 0; i < count; ++i) {
+        for (std::size_t i = 0; i < count; ++i) {
             array->Insert(i, values[i]);
         }
         return array.release();
@@ -81,7 +81,7 @@ bool __CFArray::Equals(const CFRuntimeObject& other) const {
     if (mValues.size() != array.mValues.size()) {
         return false;
     }
-    for (size_t i = 0; i < mValues.size(); ++i) {
+    for (std::size_t i = 0; i < mValues.size(); ++i) {
         if (!ValuesAreEqual(mValues[i], array.mValues[i])) {
             return false;
         }
@@ -94,7 +94,7 @@ std::u16string __CFArray::Description(unsigned depth) const {
         return u"(...)";
     }
     std::u16string text = u"(";
-    for (size_t i = 0; i < mValues.size(); ++i) {
+    for (std::size_t i = 0; i < mValues.size(); ++i) {
         text += i == 0 ? u"" : u", ";
         text += ContainerDescription(mCallBacks, mValues[i], depth - 1);
     }
@@ -110,7 +110,7 @@ CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex 
     if (numValues < 0 || (values == nullptr && numValues != 0)) {
         return nullptr;
     }
-    return MakeArray(allocator, false, values, static_cast<size_t>(numValues), callBacks);
+    return MakeArray(allocator, false, values, static_cast<std::size_t>(numValues), callBacks);
 }
 
 CFArrayRef CFArrayCreateCopy(CFAllocatorRef allocator, CFArrayRef theArray) {
@@ -140,8 +140,9 @@ CFIndex CFArrayGetCount(CFArrayRef theArray) {
 
 const void* CFArrayGetValueAtIndex(CFArrayRef theArray, CFIndex idx) {
     const auto* array = CFRuntimeArgument<__CFArray>(theArray, "theArray");
-    return array == nullptr || !IsIndex(*array, idx) ? nullptr
-                                                     : array->mValues[static_cast<size_t>(idx)];
+    return array == nullptr || !IsIndex(*array, idx)
+               ? nullptr
+               : array->mValues[static_cast<std::size_t>(idx)];
 }
 
 void CFArrayGetValues(CFArrayRef theArray, CFRange range, const void** values) {
@@ -150,7 +151,7 @@ void CFArrayGetValues(CFArrayRef theArray, CFRange range, const void** values) {
         return;
     }
     for (CFIndex i = 0; i < range.length; ++i) {
-        values[i] = array->mValues[static_cast<size_t>(range.location + i)];
+        values[i] = array->mValues[static_cast<std::size_t>(range.location + i)];
     }
 }
 
@@ -158,10 +159,10 @@ CFIndex CFArrayGetCountOfValue(CFArrayRef theArray, CFRange range, const void* v
     const auto* array = ArrayWithRange(theArray, range);
     CFIndex count = 0;
     for (CFIndex i = 0; array != nullptr && i < range.length; ++i) {
-        count +=
-            array->ValuesAreEqual(array->mValues[static_cast<size_t>(range.location + i)], value)
-                ? 1
-                : 0;
+        count += array->ValuesAreEqual(array->mValues[static_cast<std::size_t>(range.location + i)],
+                                       value)
+                     ? 1
+                     : 0;
     }
     return count;
 }
@@ -175,7 +176,7 @@ CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef theArray, CFRange range, const vo
     const auto* array = ArrayWithRange(theArray, range);
     for (CFIndex i = 0; array != nullptr && i < range.length; ++i) {
         const CFIndex index = range.location + i;
-        if (array->ValuesAreEqual(array->mValues[static_cast<size_t>(index)], value)) {
+        if (array->ValuesAreEqual(array->mValues[static_cast<std::size_t>(index)], value)) {
             return index;
         }
     }
@@ -193,7 +194,7 @@ void CFArrayApplyFunction(CFArrayRef theArray, CFRange range, CFArrayApplierFunc
         if (range.location + i >= array->Count()) {
             return;
         }
-        applier(array->mValues[static_cast<size_t>(range.location + i)], context);
+        applier(array->mValues[static_cast<std::size_t>(range.location + i)], context);
     }
 }
 
@@ -210,10 +211,10 @@ void CFArrayAppendArray(CFMutableArrayRef theArray, CFArrayRef otherArray, CFRan
         return;
     }
     CFRuntimeGuard(false, [&] {
-        array->mValues.reserve(array->mValues.size() + static_cast<size_t>(otherRange.length));
+        array->mValues.reserve(array->mValues.size() + static_cast<std::size_t>(otherRange.length));
         for (CFIndex i = 0; i < otherRange.length; ++i) {
             array->Insert(array->mValues.size(),
-                          other->mValues[static_cast<size_t>(otherRange.location + i)]);
+                          other->mValues[static_cast<std::size_t>(otherRange.location + i)]);
         }
         return true;
     });
@@ -225,7 +226,7 @@ void CFArrayInsertValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const vo
         return;
     }
     CFRuntimeGuard(false, [&] {
-        array->Insert(static_cast<size_t>(idx), value);
+        array->Insert(static_cast<std::size_t>(idx), value);
         return true;
     });
 }
@@ -239,7 +240,7 @@ void CFArraySetValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const void*
         return;
     }
     const void* retained = ContainerRetain(array->mCallBacks, value);
-    std::swap(array->mValues[static_cast<size_t>(idx)], retained);
+    std::swap(array->mValues[static_cast<std::size_t>(idx)], retained);
     ContainerRelease(array->mCallBacks, retained);
 }
 
@@ -248,7 +249,7 @@ void CFArrayRemoveValueAtIndex(CFMutableArrayRef theArray, CFIndex idx) {
     if (array == nullptr || !IsIndex(*array, idx)) {
         return;
     }
-    const void* value = array->mValues[static_cast<size_t>(idx)];
+    const void* value = array->mValues[static_cast<std::size_t>(idx)];
     array->mValues.erase(array->mValues.begin() + idx);
     ContainerRelease(array->mCallBacks, value);
 }

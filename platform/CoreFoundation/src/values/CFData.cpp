@@ -8,10 +8,10 @@
 #include <vector>
 
 struct __CFData final : CFRuntimeObject {
-    __CFData(bool isMutable, const UInt8* bytes, size_t length)
+    __CFData(bool isMutable, const UInt8* bytes, std::size_t length)
         : CFRuntimeObject(kCFRuntimeDataType), mMutable(isMutable) {
         // Room for a byte, so that empty data has an address too.
-        mBytes.reserve(std::max<size_t>(length, 1));
+        mBytes.reserve(std::max<std::size_t>(length, 1));
         mBytes.assign(bytes, bytes + length);
     }
 
@@ -41,7 +41,7 @@ CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex len
     if (length < 0 || (bytes == nullptr && length != 0)) {
         return nullptr;
     }
-    return CFRuntimeCreate<__CFData>(allocator, false, bytes, static_cast<size_t>(length));
+    return CFRuntimeCreate<__CFData>(allocator, false, bytes, static_cast<std::size_t>(length));
 }
 
 CFDataRef CFDataCreateCopy(CFAllocatorRef allocator, CFDataRef theData) {
@@ -53,8 +53,8 @@ CFDataRef CFDataCreateCopy(CFAllocatorRef allocator, CFDataRef theData) {
 
 CFMutableDataRef CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity) {
     return capacity < 0 ? nullptr
-                        : CFRuntimeCreate<__CFData>(allocator, true,
-                                                    static_cast<const UInt8*>(nullptr), size_t{0});
+                        : CFRuntimeCreate<__CFData>(
+                              allocator, true, static_cast<const UInt8*>(nullptr), std::size_t{0});
 }
 
 CFIndex CFDataGetLength(CFDataRef theData) {
@@ -78,7 +78,8 @@ void CFDataGetBytes(CFDataRef theData, CFRange range, UInt8* buffer) {
         !RangeIsWithin(range, data->mBytes.size())) {
         return;
     }
-    std::memcpy(buffer, data->mBytes.data() + range.location, static_cast<size_t>(range.length));
+    std::memcpy(buffer, data->mBytes.data() + range.location,
+                static_cast<std::size_t>(range.length));
 }
 
 void CFDataSetLength(CFMutableDataRef theData, CFIndex length) {
@@ -87,7 +88,7 @@ void CFDataSetLength(CFMutableDataRef theData, CFIndex length) {
         return;
     }
     CFRuntimeGuard(false, [&] {
-        data->mBytes.resize(static_cast<size_t>(length));
+        data->mBytes.resize(static_cast<std::size_t>(length));
         return true;
     });
 }
@@ -118,8 +119,8 @@ void CFDataReplaceBytes(CFMutableDataRef theData, CFRange range, const UInt8* ne
         // Into new memory: the bytes may be the data's own.
         std::vector<UInt8> bytes;
         const auto begin = data->mBytes.begin() + range.location;
-        bytes.reserve(std::max<size_t>(
-            data->mBytes.size() + static_cast<size_t>(newLength - range.length), 1));
+        bytes.reserve(std::max<std::size_t>(
+            data->mBytes.size() + static_cast<std::size_t>(newLength - range.length), 1));
         bytes.assign(data->mBytes.begin(), begin);
         bytes.insert(bytes.end(), newBytes, newBytes + newLength);
         bytes.insert(bytes.end(), begin + range.length, data->mBytes.end());

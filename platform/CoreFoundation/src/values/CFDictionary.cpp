@@ -13,7 +13,7 @@ namespace {
 
 struct KeyHash {
     CFDictionaryHashCallBack hash = nullptr;
-    size_t operator()(const void* key) const {
+    std::size_t operator()(const void* key) const {
         return hash == nullptr ? std::hash<const void*>{}(key) : hash(key);
     }
 };
@@ -247,7 +247,7 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef theDict, const void** keys, co
     if (dictionary == nullptr) {
         return;
     }
-    size_t i = 0;
+    std::size_t i = 0;
     for (const auto& [key, value] : dictionary->mMap) {
         if (keys != nullptr) {
             keys[i] = key;

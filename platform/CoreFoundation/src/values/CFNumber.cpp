@@ -7,6 +7,7 @@
 #include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 
@@ -21,21 +22,22 @@ bool IsInteger(double value) {
 }
 
 // The nearest integer towards zero that an int64_t holds; 0 for not-a-number.
-int64_t Truncated(double value) {
+std::int64_t Truncated(double value) {
     if (std::isnan(value)) {
         return 0;
     }
     if (value >= kBeyondIntegers) {
-        return std::numeric_limits<int64_t>::max();
+        return std::numeric_limits<std::int64_t>::max();
     }
-    return value < -kBeyondIntegers ? std::numeric_limits<int64_t>::min()
-                                    : static_cast<int64_t>(value);
+    return value < -kBeyondIntegers ? std::numeric_limits<std::int64_t>::min()
+                                    : static_cast<std::int64_t>(value);
 }
 
 } // namespace
 
 struct __CFNumber final : CFRuntimeObject {
-    explicit __CFNumber(int64_t value) : CFRuntimeObject(kCFRuntimeNumberType), mInteger(value) {}
+    explicit __CFNumber(std::int64_t value)
+        : CFRuntimeObject(kCFRuntimeNumberType), mInteger(value) {}
     explicit __CFNumber(double value)
         : CFRuntimeObject(kCFRuntimeNumberType), mIsFloat(true), mFloat(value) {}
 
@@ -60,11 +62,11 @@ struct __CFNumber final : CFRuntimeObject {
     }
     CFHashCode Hash() const override {
         // Equal numbers of both kinds need equal hashes; and 0.0 equals -0.0.
-        uint64_t bits = static_cast<uint64_t>(mInteger);
+        std::uint64_t bits = static_cast<std::uint64_t>(mInteger);
         if (mIsFloat) {
-            bits = IsInteger(mFloat)    ? static_cast<uint64_t>(static_cast<int64_t>(mFloat))
+            bits = IsInteger(mFloat) ? static_cast<std::uint64_t>(static_cast<std::int64_t>(mFloat))
                    : std::isnan(mFloat) ? 0
-                                        : std::bit_cast<uint64_t>(mFloat);
+                                        : std::bit_cast<std::uint64_t>(mFloat);
         }
         return static_cast<CFHashCode>((bits ^ (bits >> 32)) * 2654435761U);
     }
@@ -79,11 +81,11 @@ struct __CFNumber final : CFRuntimeObject {
     }
 
     const bool mIsFloat = false;
-    const int64_t mInteger = 0;
+    const std::int64_t mInteger = 0;
     const double mFloat = 0;
 
 private:
-    static int CompareIntegerToFloat(int64_t integer, double value) {
+    static int CompareIntegerToFloat(std::int64_t integer, double value) {
         if (std::isnan(value) || value < -kBeyondIntegers) {
             return 1;
         }
@@ -91,7 +93,7 @@ private:
             return -1;
         }
         // As integers first, exactly; the fraction decides when they are level.
-        const auto whole = static_cast<int64_t>(value);
+        const auto whole = static_cast<std::int64_t>(value);
         if (integer != whole) {
             return integer < whole ? -1 : 1;
         }
@@ -111,7 +113,7 @@ T Load(const void* pointer) {
 
 template <typename T>
 __CFNumber* MakeInteger(CFAllocatorRef allocator, const void* pointer) {
-    return CFRuntimeCreate<__CFNumber>(allocator, static_cast<int64_t>(Load<T>(pointer)));
+    return CFRuntimeCreate<__CFNumber>(allocator, static_cast<std::int64_t>(Load<T>(pointer)));
 }
 
 template <typename T>
@@ -121,7 +123,7 @@ __CFNumber* MakeFloat(CFAllocatorRef allocator, const void* pointer) {
 
 template <typename T>
 Boolean StoreInteger(const __CFNumber& number, void* pointer) {
-    const int64_t whole = number.mIsFloat ? Truncated(number.mFloat) : number.mInteger;
+    const std::int64_t whole = number.mIsFloat ? Truncated(number.mFloat) : number.mInteger;
     T value = static_cast<T>(whole);
     if (whole > std::numeric_limits<T>::max()) {
         value = std::numeric_limits<T>::max();
@@ -137,7 +139,7 @@ Boolean StoreFloat(const __CFNumber& number, void* pointer) {
     if (!number.mIsFloat) {
         const auto value = static_cast<T>(number.mInteger);
         std::memcpy(pointer, &value, sizeof(T));
-        return IsInteger(value) && static_cast<int64_t>(value) == number.mInteger;
+        return IsInteger(value) && static_cast<std::int64_t>(value) == number.mInteger;
     }
     T value = 0;
     if (std::isfinite(number.mFloat) && std::abs(number.mFloat) > std::numeric_limits<T>::max()) {

@@ -82,10 +82,11 @@ std::optional<std::string> UTF8OfString(CFTypeRef string) {
     return bytes;
 }
 
-bool RangeIsWithin(CFRange range, size_t size) {
+bool RangeIsWithin(CFRange range, std::size_t size) {
     return range.location >= 0 && range.length >= 0 &&
-           static_cast<size_t>(range.location) <= size &&
-           static_cast<size_t>(range.length) <= size - static_cast<size_t>(range.location);
+           static_cast<std::size_t>(range.location) <= size &&
+           static_cast<std::size_t>(range.length) <=
+               size - static_cast<std::size_t>(range.location);
 }
 
 CFTypeID CFStringGetTypeID(void) {
@@ -104,7 +105,7 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8* bytes, CF
     }
     std::string_view view;
     if (numBytes != 0) {
-        view = {reinterpret_cast<const char*>(bytes), static_cast<size_t>(numBytes)};
+        view = {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(numBytes)};
     }
     if (isExternalRepresentation != 0 && encoding == kCFStringEncodingUTF8) {
         view = WithoutMark(view);
@@ -137,8 +138,8 @@ CFStringRef CFStringCreateWithSubstring(CFAllocatorRef alloc, CFStringRef str, C
         return nullptr;
     }
     return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
-        return MakeString(alloc, string->Text().substr(static_cast<size_t>(range.location),
-                                                       static_cast<size_t>(range.length)));
+        return MakeString(alloc, string->Text().substr(static_cast<std::size_t>(range.location),
+                                                       static_cast<std::size_t>(range.length)));
     });
 }
 
@@ -180,7 +181,7 @@ UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx) {
     if (string == nullptr || idx < 0) {
         return 0;
     }
-    return static_cast<UniChar>(string->AtOrNothing(static_cast<size_t>(idx)));
+    return static_cast<UniChar>(string->AtOrNothing(static_cast<std::size_t>(idx)));
 }
 
 void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer) {
@@ -189,7 +190,7 @@ void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer
         return;
     }
     for (CFIndex i = 0; i < range.length; ++i) {
-        buffer[i] = static_cast<UniChar>(string->At(static_cast<size_t>(range.location + i)));
+        buffer[i] = static_cast<UniChar>(string->At(static_cast<std::size_t>(range.location + i)));
     }
 }
 
@@ -203,9 +204,9 @@ Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSi
         buffer[0] = '\0';
         return false;
     }
-    const size_t room = static_cast<size_t>(bufferSize) - 1;
-    size_t used = 0;
-    for (size_t i = 0; i < string->Size();) {
+    const std::size_t room = static_cast<std::size_t>(bufferSize) - 1;
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < string->Size();) {
         const EncodedCharacter character =
             EncodeCharacter(string->At(i), string->AtOrNothing(i + 1), encoding);
         if (character.size == 0 || character.size > room - used) {
@@ -240,10 +241,10 @@ CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding 
         !RangeIsWithin(range, string->Size()) || (buffer != nullptr && maxBufLen < 0)) {
         return 0;
     }
-    const auto begin = static_cast<size_t>(range.location);
-    const size_t end = begin + static_cast<size_t>(range.length);
-    size_t position = begin;
-    size_t used = 0;
+    const auto begin = static_cast<std::size_t>(range.location);
+    const std::size_t end = begin + static_cast<std::size_t>(range.length);
+    std::size_t position = begin;
+    std::size_t used = 0;
     while (position < end) {
         EncodedCharacter character = EncodeCharacter(
             string->At(position), position + 1 < end ? string->At(position + 1) : u'\0', encoding);
@@ -255,7 +256,7 @@ CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding 
             character.size = 1;
         }
         if (buffer != nullptr) {
-            if (character.size > static_cast<size_t>(maxBufLen) - used) {
+            if (character.size > static_cast<std::size_t>(maxBufLen) - used) {
                 break;
             }
             std::memcpy(buffer + used, character.bytes, character.size);
@@ -290,9 +291,9 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFString
         const std::u16string mark = separator->Text();
         std::vector<CFOwned<CFStringRef>> parts;
         std::vector<const void*> values;
-        for (size_t begin = 0;;) {
-            const size_t end = mark.empty() ? std::u16string::npos : text.find(mark, begin);
-            const size_t size = end == std::u16string::npos ? end : end - begin;
+        for (std::size_t begin = 0;;) {
+            const std::size_t end = mark.empty() ? std::u16string::npos : text.find(mark, begin);
+            const std::size_t size = end == std::u16string::npos ? end : end - begin;
             CFOwned<CFStringRef> part(MakeString(alloc, text.substr(begin, size)));
             if (!part) {
                 return nullptr;

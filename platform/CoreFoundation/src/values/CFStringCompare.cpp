@@ -1,6 +1,7 @@
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <limits>
@@ -46,8 +47,8 @@ bool IsSpace(char16_t c) {
 }
 
 // Whether `part` stands in the string at `offset`, where there is room for it.
-bool StandsAt(const __CFString& string, size_t offset, const __CFString& part) {
-    for (size_t i = 0; i < part.Size(); ++i) {
+bool StandsAt(const __CFString& string, std::size_t offset, const __CFString& part) {
+    for (std::size_t i = 0; i < part.Size(); ++i) {
         if (string.At(offset + i) != part.At(i)) {
             return false;
         }
@@ -71,8 +72,8 @@ CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString
         return first == nullptr ? kCFCompareLessThan : kCFCompareGreaterThan;
     }
     const bool fold = (compareOptions & kCFCompareCaseInsensitive) != 0;
-    const size_t common = std::min(first->Size(), second->Size());
-    for (size_t i = 0; i < common; ++i) {
+    const std::size_t common = std::min(first->Size(), second->Size());
+    for (std::size_t i = 0; i < common; ++i) {
         const char16_t left = fold ? Fold(first->At(i)) : first->At(i);
         const char16_t right = fold ? Fold(second->At(i)) : second->At(i);
         if (left != right) {
@@ -104,7 +105,7 @@ SInt32 CFStringGetIntValue(CFStringRef str) {
     if (string == nullptr) {
         return 0;
     }
-    size_t i = 0;
+    std::size_t i = 0;
     while (IsSpace(string->AtOrNothing(i))) {
         ++i;
     }
@@ -112,11 +113,11 @@ SInt32 CFStringGetIntValue(CFStringRef str) {
     if (negative || string->AtOrNothing(i) == u'+') {
         ++i;
     }
-    constexpr int64_t kLargest = std::numeric_limits<SInt32>::max();
-    const int64_t limit = negative ? kLargest + 1 : kLargest;
-    int64_t value = 0;
+    constexpr std::int64_t kLargest = std::numeric_limits<SInt32>::max();
+    const std::int64_t limit = negative ? kLargest + 1 : kLargest;
+    std::int64_t value = 0;
     for (; string->AtOrNothing(i) >= u'0' && string->AtOrNothing(i) <= u'9'; ++i) {
-        value = std::min<int64_t>(value * 10 + (string->At(i) - u'0'), limit);
+        value = std::min<std::int64_t>(value * 10 + (string->At(i) - u'0'), limit);
     }
     return static_cast<SInt32>(negative ? -value : value);
 }

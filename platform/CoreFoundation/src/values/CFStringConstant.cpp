@@ -13,7 +13,9 @@ namespace {
 
 struct TextHash {
     using is_transparent = void;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+    std::size_t operator()(std::string_view text) const {
+        return std::hash<std::string_view>{}(text);
+    }
 };
 using Constants = std::unordered_map<std::string, CFStringRef, TextHash, std::equal_to<>>;
 

@@ -17,12 +17,12 @@ struct __CFString final : CFRuntimeObject {
     CFHashCode Hash() const override;
     std::u16string Description(unsigned depth) const override;
 
-    size_t Size() const { return mWide.empty() ? mNarrow.size() : mWide.size(); }
-    char16_t At(size_t index) const {
+    std::size_t Size() const { return mWide.empty() ? mNarrow.size() : mWide.size(); }
+    char16_t At(std::size_t index) const {
         return mWide.empty() ? static_cast<char16_t>(mNarrow[index]) : mWide[index];
     }
     // 0 one beyond the end, so that a character of two units can be looked for anywhere.
-    char16_t AtOrNothing(size_t index) const { return index < Size() ? At(index) : u'\0'; }
+    char16_t AtOrNothing(std::size_t index) const { return index < Size() ? At(index) : u'\0'; }
 
     std::u16string Text() const;
     // The text if it is all ASCII, else null.
@@ -40,4 +40,4 @@ private:
 std::optional<std::string> UTF8OfString(CFTypeRef string);
 
 // The location and length of a range as far as it lies within `size`; false when it does not.
-bool RangeIsWithin(CFRange range, size_t size);
+bool RangeIsWithin(CFRange range, std::size_t size);

@@ -127,7 +127,8 @@ CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const
     if (buffer == nullptr || bufLen < 0) {
         return nullptr;
     }
-    return MakeURL(allocator, {reinterpret_cast<const char*>(buffer), static_cast<size_t>(bufLen)},
+    return MakeURL(allocator,
+                   {reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(bufLen)},
                    isDirectory != 0);
 }
 
@@ -145,7 +146,7 @@ Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean /*resolveAgainstB
                                          UInt8* buffer, CFIndex maxBufLen) {
     const auto* object = CFRuntimeArgument<__CFURL>(url, "url");
     if (object == nullptr || buffer == nullptr || maxBufLen <= 0 ||
-        object->mPath.size() >= static_cast<size_t>(maxBufLen)) {
+        object->mPath.size() >= static_cast<std::size_t>(maxBufLen)) {
         return false;
     }
     std::memcpy(buffer, object->mPath.c_str(), object->mPath.size() + 1);
@@ -184,7 +185,7 @@ CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef allocator, CFUR
     if (object == nullptr) {
         return nullptr;
     }
-    const size_t slash = object->mPath.rfind('/');
+    const std::size_t slash = object->mPath.rfind('/');
     return MakeURL(allocator, std::string_view(object->mPath).substr(0, slash == 0 ? 1 : slash),
                    true);
 }
@@ -200,7 +201,7 @@ CFStringRef CFURLCopyPathExtension(CFURLRef url) {
         return nullptr;
     }
     const std::string_view part = object->LastPart();
-    const size_t dot = part.rfind('.');
+    const std::size_t dot = part.rfind('.');
     return dot == std::string_view::npos || dot == 0 || dot + 1 == part.size()
                ? nullptr
                : MakeText(part.substr(dot + 1));

@@ -18,7 +18,7 @@ using Bytes = std::array<UInt8, 16>;
 static_assert(sizeof(CFUUIDBytes) == sizeof(Bytes));
 
 // Where the text has its hyphens, counted in bytes.
-constexpr bool HyphenComesBefore(size_t byte) {
+constexpr bool HyphenComesBefore(std::size_t byte) {
     return byte == 4 || byte == 6 || byte == 8 || byte == 10;
 }
 
@@ -36,8 +36,8 @@ bool Parse(const __CFString& text, Bytes& bytes) {
     if (text.Size() != 36) {
         return false;
     }
-    size_t position = 0;
-    for (size_t i = 0; i < bytes.size(); ++i) {
+    std::size_t position = 0;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
         if (HyphenComesBefore(i) && text.At(position++) != u'-') {
             return false;
         }
@@ -69,7 +69,7 @@ struct __CFUUID final : CFRuntimeObject {
     std::u16string Text() const {
         constexpr std::u16string_view kDigits = u"0123456789ABCDEF";
         std::u16string text;
-        for (size_t i = 0; i < mBytes.size(); ++i) {
+        for (std::size_t i = 0; i < mBytes.size(); ++i) {
             text += HyphenComesBefore(i) ? u"-" : u"";
             text += kDigits[mBytes[i] >> 4U];
             text += kDigits[mBytes[i] & 0x0FU];

@@ -137,7 +137,7 @@ void AppendNumber(const Conversion& conversion, const char* size, T value, std::
     if (length < 0) {
         throw std::bad_alloc(); // it needs memory of its own for wide numbers
     }
-    std::string printed(static_cast<size_t>(length) + 1, '\0');
+    std::string printed(static_cast<std::size_t>(length) + 1, '\0');
     if (std::snprintf(printed.data(), printed.size(), specification.c_str(), value) != length) {
         throw std::bad_alloc();
     }
@@ -148,8 +148,8 @@ void AppendNumber(const Conversion& conversion, const char* size, T value, std::
 
 // Pads to the width. The precision has been applied.
 void AppendPadded(const Conversion& conversion, std::u16string_view printed, std::u16string& text) {
-    const auto width = static_cast<size_t>(conversion.width.value_or(0));
-    const size_t padding = width > printed.size() ? width - printed.size() : 0;
+    const auto width = static_cast<std::size_t>(conversion.width.value_or(0));
+    const std::size_t padding = width > printed.size() ? width - printed.size() : 0;
     const bool left = conversion.flags.find('-') != std::string::npos;
     if (!left) {
         text.append(padding, u' ');
@@ -161,7 +161,7 @@ void AppendPadded(const Conversion& conversion, std::u16string_view printed, std
 }
 
 bool AppendSigned(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
-    intmax_t value = 0;
+    std::intmax_t value = 0;
     if (conversion.size.empty()) {
         value = arguments.Next<int>();
     } else if (conversion.size == "hh") {
@@ -173,9 +173,9 @@ bool AppendSigned(const Conversion& conversion, Arguments& arguments, std::u16st
     } else if (conversion.size == "ll" || conversion.size == "q") {
         value = arguments.Next<long long>();
     } else if (conversion.size == "j") {
-        value = arguments.Next<intmax_t>();
+        value = arguments.Next<std::intmax_t>();
     } else if (conversion.size == "z" || conversion.size == "t") {
-        value = arguments.Next<ptrdiff_t>();
+        value = arguments.Next<std::ptrdiff_t>();
     } else {
         return false;
     }
@@ -184,7 +184,7 @@ bool AppendSigned(const Conversion& conversion, Arguments& arguments, std::u16st
 }
 
 bool AppendUnsigned(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
-    uintmax_t value = 0;
+    std::uintmax_t value = 0;
     if (conversion.size.empty()) {
         value = arguments.Next<unsigned int>();
     } else if (conversion.size == "hh") {
@@ -196,9 +196,9 @@ bool AppendUnsigned(const Conversion& conversion, Arguments& arguments, std::u16
     } else if (conversion.size == "ll" || conversion.size == "q") {
         value = arguments.Next<unsigned long long>();
     } else if (conversion.size == "j") {
-        value = arguments.Next<uintmax_t>();
+        value = arguments.Next<std::uintmax_t>();
     } else if (conversion.size == "z" || conversion.size == "t") {
-        value = arguments.Next<size_t>();
+        value = arguments.Next<std::size_t>();
     } else {
         return false;
     }
@@ -224,9 +224,9 @@ void AppendCString(const Conversion& conversion, Arguments& arguments, std::u16s
         bytes = "(null)";
     }
     // With a precision the bytes need not end with a NUL.
-    const size_t size = conversion.precision
-                            ? strnlen(bytes, static_cast<size_t>(*conversion.precision))
-                            : std::strlen(bytes);
+    const std::size_t size = conversion.precision
+                                 ? strnlen(bytes, static_cast<std::size_t>(*conversion.precision))
+                                 : std::strlen(bytes);
     AppendPadded(conversion, UTF16FromCString({bytes, size}), text);
 }
 
@@ -239,7 +239,7 @@ void AppendObject(const Conversion& conversion, Arguments& arguments, std::u16st
     const auto* string = CFRuntimeCast<__CFString>(description.get());
     std::u16string printed = string == nullptr ? u"(null)" : string->Text();
     if (conversion.precision) {
-        printed.resize(std::min(printed.size(), static_cast<size_t>(*conversion.precision)));
+        printed.resize(std::min(printed.size(), static_cast<std::size_t>(*conversion.precision)));
     }
     AppendPadded(conversion, printed, text);
 }

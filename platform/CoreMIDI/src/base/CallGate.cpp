@@ -36,7 +36,7 @@ bool CallGate::IsOwnerCalledByThisThread() const {
 }
 
 void CallGate::Close() {
-    uint32_t state = mState.fetch_or(kClosed, std::memory_order_acq_rel) | kClosed;
+    std::uint32_t state = mState.fetch_or(kClosed, std::memory_order_acq_rel) | kClosed;
     if (IsOwnerCalledByThisThread()) {
         return;
     }

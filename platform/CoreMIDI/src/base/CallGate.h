@@ -42,14 +42,14 @@ public:
     void Close();
 
 private:
-    static constexpr uint32_t kClosed = uint32_t{1} << 31;
+    static constexpr std::uint32_t kClosed = std::uint32_t{1} << 31;
 
     bool IsOwnerCalledByThisThread() const;
 
     const MIDIObjectRef mOwner;
     // The number of calls in progress, and kClosed. One word, so that a call either sees the gate
     // closed or is seen by Close.
-    std::atomic<uint32_t> mState{0};
+    std::atomic<std::uint32_t> mState{0};
 };
 
 } // namespace CoreMIDI

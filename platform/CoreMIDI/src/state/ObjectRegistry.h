@@ -12,7 +12,7 @@ namespace CoreMIDI {
 struct Object;
 
 // What an object is; part of its reference.
-enum class Kind : uint32_t {
+enum class Kind : std::uint32_t {
     kClient = 1,
     kInputPort,
     kOutputPort,
@@ -31,7 +31,7 @@ enum class Kind : uint32_t {
 class ObjectRegistry {
     // What lies in a slot.
     struct Entry {
-        std::atomic<uint32_t> mReaders{0};
+        std::atomic<std::uint32_t> mReaders{0};
         std::atomic<const Route*> mRoute{nullptr};
         // The rest is under the lock of World.
         std::unique_ptr<Object> mObject;

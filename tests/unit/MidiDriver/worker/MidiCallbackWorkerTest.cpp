@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <bit>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -181,7 +182,7 @@ TEST(MidiCallbackWorker, LooksAtPacketsOnlyWithinTheBytesGiven) {
         worker.Write(1, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
     }
     Bytes endless = MakePacketList({kHUIPing});
-    const uint32_t count = 0xFFFFFFFF;
+    const std::uint32_t count = 0xFFFFFFFF;
     std::memcpy(endless.data(), &count, sizeof count);
     worker.Write(1, endless);
     // The first packet is whole from 17 bytes on, whatever padding follows it; the second never is.
@@ -314,7 +315,7 @@ TEST(MidiCallbackWorker, GivesTheDriversWorkerItsSizes) {
     options.mElementType = kMIDIPacketList;
     options.mThrottleRate = 14336;
     TestWorker worker(options);
-    const uint32_t throttleRing = cb_calc_buffer_size(12, 15770);
+    const std::uint32_t throttleRing = cb_calc_buffer_size(12, 15770);
     EXPECT_EQ(throttleRing, 189252 + kCBHeaderSize);
     EXPECT_EQ(recorder.BlocksOf(throttleRing).size(), 14336u);
     EXPECT_EQ(recorder.BlocksOf(cb_calc_buffer_size(1, 524288)).size(), 1u);
@@ -332,7 +333,7 @@ TEST(MidiCallbackWorker, MakesNoThrottleRingsWithoutARate) {
         TestWorker::Options options;
         options.mThrottleRate = rate;
         TestWorker worker(options);
-        for (const uint32_t length : {0u, 1u, 2u, 36u}) {
+        for (const std::uint32_t length : {0u, 1u, 2u, 36u}) {
             EXPECT_TRUE(recorder.BlocksOf(cb_calc_buffer_size(12, length)).empty());
         }
         // Far more than any limit, in no time.

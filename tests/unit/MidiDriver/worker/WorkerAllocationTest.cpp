@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <new>
 
 using namespace TestSupport;
@@ -32,7 +33,7 @@ class WorkerAllocation : public testing::TestWithParam<int> {};
 } // namespace
 
 TEST(AllocationCounter, CountsThisThreadsAllocations) {
-    const uint64_t before = AllocationsOfThisThread();
+    const std::uint64_t before = AllocationsOfThisThread();
     // Called by name: a compiler may leave out the allocation of a new expression.
     void* const block = ::operator new(8);
     void* const array = ::operator new[](8);
@@ -50,7 +51,7 @@ TEST_P(WorkerAllocation, NeverHappensOnTheSendersPath) {
     worker.Sink().OnlyCount(kItems);
     Bytes list = MakePacketList({{0x90, 0, 0}, {0xF0, 0, 0, 0x66, 0x14, 0, 0xF7}, {0xF8}});
     const auto size = static_cast<unsigned int>(list.size());
-    const uint64_t before = AllocationsOfThisThread();
+    const std::uint64_t before = AllocationsOfThisThread();
     for (unsigned int i = 0; i < kItems; ++i) {
         WriteCBBytes(worker.Get(), i % 4, list.data(), size - 11, false);
         WriteCBBytes(worker.Get(), i % 4, list.data() + size - 11, 11, true);
@@ -68,7 +69,7 @@ TEST_P(WorkerAllocation, NeverHappensInSteadyForwarding) {
         worker.Write(static_cast<unsigned int>(i % 4), list);
     }
     ASSERT_TRUE(worker.Sink().WaitForCount(kItems));
-    const std::vector<uint64_t> allocations = worker.Sink().Allocations();
+    const std::vector<std::uint64_t> allocations = worker.Sink().Allocations();
     ASSERT_EQ(allocations.size(), kItems);
     // The lines on exceeded rates are formatted by syslog, ten in all; after them there is nothing.
     EXPECT_EQ(allocations.back(), allocations[kItems / 2]);

@@ -10,6 +10,7 @@
 
 #include <syslog.h>
 
+#include <cstdint>
 #include <new>
 #include <ostream>
 
@@ -20,7 +21,7 @@ namespace {
 
 using Deliveries = std::vector<Delivery>;
 
-constexpr uint32_t kQueueRingLength = 524288;
+constexpr std::uint32_t kQueueRingLength = 524288;
 const Bytes kHUIPing = {0x90, 0x00, 0x00};
 const std::vector<tActiveSenseFn> kHUI = {IsHUIActiveSenseFn};
 
@@ -155,7 +156,7 @@ TEST(WorkerFailures, OverflowsTheInfoRingWithEmptyItemsAndForwardsNothingMore) {
     ControllableClock clock;
     TestWorker worker;
     Stop(worker);
-    for (uint32_t i = 0; i < kQueueRingLength; ++i) {
+    for (std::uint32_t i = 0; i < kQueueRingLength; ++i) {
         WriteCBBytes(worker.Get(), 0, nullptr, 0, true);
     }
     ASSERT_EQ(CountLinesAt(LOG_ERR), 0u);
@@ -249,7 +250,7 @@ namespace {
 
 struct LostRing {
     const char* mName;
-    uint32_t mElementSize;
+    std::uint32_t mElementSize;
 
     friend void PrintTo(const LostRing& lost, std::ostream* stream) { *stream << lost.mName; }
 };
@@ -386,7 +387,7 @@ TEST(WorkerFailures, ThrowsAndLeavesNothingBehindWhenThePacketBufferCannotBeAllo
     for (const auto& [elementSize, length, rings] :
          {std::tuple{1u, kQueueRingLength, 1u}, std::tuple{4u, kQueueRingLength, 1u},
           std::tuple{12u, 11u, 10u}}) {
-        const uint32_t size = cb_calc_buffer_size(elementSize, length);
+        const std::uint32_t size = cb_calc_buffer_size(elementSize, length);
         EXPECT_EQ(recorder.BlocksOf(size).size(), rings);
         EXPECT_EQ(recorder.FreedBlocksOf(size), rings);
     }

@@ -42,7 +42,7 @@ void ForwardSink::Forward(unsigned int port, const unsigned char* data, unsigned
 }
 
 void ForwardSink::Take(unsigned int port, const unsigned char* data, unsigned int length) {
-    const uint64_t allocations = AllocationsOfThisThread();
+    const std::uint64_t allocations = AllocationsOfThisThread();
     std::unique_lock lock(mMutex);
     ++mCount;
     if (mOnlyCount) {
@@ -83,7 +83,7 @@ std::vector<std::chrono::nanoseconds> ForwardSink::ReleaseTimes() const {
     return mReleaseTimes;
 }
 
-std::vector<uint64_t> ForwardSink::Allocations() const {
+std::vector<std::uint64_t> ForwardSink::Allocations() const {
     const std::lock_guard lock(mMutex);
     return mAllocations;
 }

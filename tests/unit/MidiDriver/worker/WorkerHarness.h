@@ -42,7 +42,7 @@ public:
     // The clock's reading with which each delivery was released.
     std::vector<std::chrono::nanoseconds> ReleaseTimes() const;
     // The allocations of the worker's thread up to each delivery.
-    std::vector<uint64_t> Allocations() const;
+    std::vector<std::uint64_t> Allocations() const;
 
     // Deliveries are only counted, and nothing is kept or allocated, from here on.
     void OnlyCount(std::size_t capacity);
@@ -57,7 +57,7 @@ private:
     std::size_t mCount = 0;
     std::vector<Delivery> mDeliveries;
     std::vector<std::chrono::nanoseconds> mReleaseTimes;
-    std::vector<uint64_t> mAllocations;
+    std::vector<std::uint64_t> mAllocations;
 };
 
 // The reply callback has no refcon, so its deliveries are the process's.

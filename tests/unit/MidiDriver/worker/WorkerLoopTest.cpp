@@ -11,6 +11,7 @@
 #include <syslog.h>
 
 #include <array>
+#include <cstdint>
 
 using namespace TestSupport;
 using namespace std::chrono_literals;
@@ -19,7 +20,7 @@ namespace {
 
 using Deliveries = std::vector<Delivery>;
 
-constexpr uint32_t kQueueRingLength = 524288;
+constexpr std::uint32_t kQueueRingLength = 524288;
 
 const std::string kInfoReadError = "Error 3 reading from MIDI Data circular buffer";
 const std::string kBufferError =
@@ -44,7 +45,7 @@ struct OpenWorker {
     }
 
 private:
-    _t_circular_buffer* Ring(uint32_t elementSize) const {
+    _t_circular_buffer* Ring(std::uint32_t elementSize) const {
         return static_cast<_t_circular_buffer*>(
             mRecorder.BlocksOf(cb_calc_buffer_size(elementSize, kQueueRingLength)).at(0));
     }
@@ -222,7 +223,7 @@ TEST(WorkerLoop, UsesUpTheReportBudgetWithEverySecondsOldThrottledItem) {
     open.mWorker.Write(1, {3});
     Spoil(open.InfoRing());
     clock.AdvanceWallTime(10s - 1us);
-    const uint64_t readings = clock.WallTimeReadings();
+    const std::uint64_t readings = clock.WallTimeReadings();
     open.mWorker.Sink().Open();
     ASSERT_TRUE(WaitFor([&] { return clock.WallTimeReadings() > readings; }));
     // More than ten seconds into the worker's life, but not since that item.

@@ -9,6 +9,7 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <deque>
 #include <numeric>
@@ -155,7 +156,7 @@ TEST(WorkerThrottle, CountsThePacketsThatAListHoldsWhenItStatesMore) {
     ControllableClock clock;
     TestWorker worker(WithRate(3 * 5 + 17, kMIDIPacketList));
     std::size_t sent = 0;
-    for (const uint32_t count : {2u, 0x9999999Au, 0xFFFFFFFFu}) {
+    for (const std::uint32_t count : {2u, 0x9999999Au, 0xFFFFFFFFu}) {
         Bytes list = MakePacketList({Bytes(5, 1)});
         std::memcpy(list.data(), &count, sizeof count);
         Pass(worker, {{0, list}}, sent++);

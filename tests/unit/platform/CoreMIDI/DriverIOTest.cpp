@@ -1,6 +1,7 @@
 #include "tests/unit/platform/CoreMIDI/FakeDriver.h"
 
 #include <atomic>
+#include <cstdint>
 
 using namespace MidiTest;
 
@@ -15,9 +16,10 @@ protected:
         mDevice = MakeDevice(mDriver.Ref(), 2);
         ASSERT_EQ(MIDISetupAddDevice(mDevice), noErr);
         for (ItemCount i = 0; i < 2; ++i) {
-            ASSERT_EQ(MIDIEndpointSetRefCons(DestinationOf(mDevice, i), &mDriver,
-                                             reinterpret_cast<void*>(static_cast<uintptr_t>(i))),
-                      noErr);
+            ASSERT_EQ(
+                MIDIEndpointSetRefCons(DestinationOf(mDevice, i), &mDriver,
+                                       reinterpret_cast<void*>(static_cast<std::uintptr_t>(i))),
+                noErr);
         }
         mOutput = MakeOutput(MakeClient());
     }

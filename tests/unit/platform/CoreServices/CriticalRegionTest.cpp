@@ -135,7 +135,7 @@ TEST_F(CriticalRegionTest, PassesToAWaiterWhenTheHolderLeaves) {
 TEST_F(CriticalRegionTest, KeepsThreadsApartAndMakesTheirWritesVisible) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 3000;
-    int64_t counter = 0; // plain: the region alone protects it
+    std::int64_t counter = 0; // plain: the region alone protects it
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([this, &counter, t] {
@@ -154,18 +154,19 @@ TEST_F(CriticalRegionTest, KeepsThreadsApartAndMakesTheirWritesVisible) {
     for (auto& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(counter, int64_t{kThreads} * kRounds);
+    EXPECT_EQ(counter, std::int64_t{kThreads} * kRounds);
 }
 
 TEST_F(CriticalRegionTest, AnswersIdentifiersThatNeverExisted) {
     std::vector<MPCriticalRegionID> invented{nullptr};
-    for (const uintptr_t value :
-         {uintptr_t{1}, uintptr_t{0xFFFFF}, uintptr_t{0x100001} * 255,
-          std::numeric_limits<uintptr_t>::max(), reinterpret_cast<uintptr_t>(&invented)}) {
+    for (const std::uintptr_t value :
+         {std::uintptr_t{1}, std::uintptr_t{0xFFFFF}, std::uintptr_t{0x100001} * 255,
+          std::numeric_limits<std::uintptr_t>::max(),
+          reinterpret_cast<std::uintptr_t>(&invented)}) {
         invented.push_back(reinterpret_cast<MPCriticalRegionID>(value));
     }
     for (MPCriticalRegionID region : invented) {
-        SCOPED_TRACE(reinterpret_cast<uintptr_t>(region));
+        SCOPED_TRACE(reinterpret_cast<std::uintptr_t>(region));
         EXPECT_EQ(MPEnterCriticalRegion(region, kDurationForever), kMPInvalidIDErr);
         EXPECT_EQ(MPExitCriticalRegion(region), kMPInvalidIDErr);
         EXPECT_EQ(MPDeleteCriticalRegion(region), kMPInvalidIDErr);
@@ -233,7 +234,7 @@ TEST_F(CriticalRegionTest, GivesLivingRegionsDifferentIdentifiers) {
 
 TEST_F(CriticalRegionTest, AnswersADeletedIdentifierWhileItsRecordIsInUseAgain) {
     ASSERT_EQ(MPDeleteCriticalRegion(mRegion), noErr);
-    std::atomic<uintptr_t> deleted{reinterpret_cast<uintptr_t>(mRegion)};
+    std::atomic<std::uintptr_t> deleted{reinterpret_cast<std::uintptr_t>(mRegion)};
     std::atomic<bool> stop{false};
     std::thread user([&deleted, &stop] {
         while (!stop) {
@@ -251,7 +252,7 @@ TEST_F(CriticalRegionTest, AnswersADeletedIdentifierWhileItsRecordIsInUseAgain) 
         ASSERT_EQ(MPExitCriticalRegion(region), noErr);
         ASSERT_EQ(MPExitCriticalRegion(region), noErr);
         ASSERT_EQ(MPDeleteCriticalRegion(region), noErr);
-        deleted = reinterpret_cast<uintptr_t>(region);
+        deleted = reinterpret_cast<std::uintptr_t>(region);
     }
     stop = true;
     user.join();

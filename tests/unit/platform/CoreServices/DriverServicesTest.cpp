@@ -9,44 +9,45 @@
 
 namespace {
 
-constexpr uint64_t kLast = std::numeric_limits<uint64_t>::max();
+constexpr std::uint64_t kLast = std::numeric_limits<std::uint64_t>::max();
 
-uint64_t Number(AbsoluteTime time) {
-    return (static_cast<uint64_t>(time.hi) << 32) | time.lo;
+std::uint64_t Number(AbsoluteTime time) {
+    return (static_cast<std::uint64_t>(time.hi) << 32) | time.lo;
 }
 
-AbsoluteTime Time(uint64_t number) {
+AbsoluteTime Time(std::uint64_t number) {
     AbsoluteTime time;
     time.hi = static_cast<UInt32>(number >> 32);
     time.lo = static_cast<UInt32>(number);
     return time;
 }
 
-uint64_t MonotonicNanoseconds() {
+std::uint64_t MonotonicNanoseconds() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000000000 +
+           static_cast<std::uint64_t>(now.tv_nsec);
 }
 
 TEST(UpTimeTest, CountsNanosecondsOfTheMonotonicClock) {
-    const uint64_t before = MonotonicNanoseconds();
-    const uint64_t now = Number(UpTime());
-    const uint64_t after = MonotonicNanoseconds();
+    const std::uint64_t before = MonotonicNanoseconds();
+    const std::uint64_t now = Number(UpTime());
+    const std::uint64_t after = MonotonicNanoseconds();
     EXPECT_LE(before, now);
     EXPECT_LE(now, after);
 }
 
 TEST(UpTimeTest, NeverGoesBack) {
-    uint64_t last = Number(UpTime());
+    std::uint64_t last = Number(UpTime());
     for (int i = 0; i < 10000; ++i) {
-        const uint64_t now = Number(UpTime());
+        const std::uint64_t now = Number(UpTime());
         ASSERT_LE(last, now);
         last = now;
     }
 }
 
 TEST(UnsignedWideTest, LiesInMemoryAsTheNumberDoes) {
-    const uint64_t number = 0x0123456789ABCDEF;
+    const std::uint64_t number = 0x0123456789ABCDEF;
     AbsoluteTime time;
     std::memcpy(&time, &number, sizeof time);
     static_assert(sizeof time == sizeof number);

@@ -140,8 +140,9 @@ TEST_F(SemaphoreTest, LosesAndInventsNoUnitUnderFullUse) {
 }
 
 TEST_F(SemaphoreTest, AnswersIdentifiersThatNeverExisted) {
-    for (const uintptr_t value :
-         {uintptr_t{0}, uintptr_t{1}, uintptr_t{0xFFFFF}, std::numeric_limits<uintptr_t>::max()}) {
+    for (const std::uintptr_t value :
+         {std::uintptr_t{0}, std::uintptr_t{1}, std::uintptr_t{0xFFFFF},
+          std::numeric_limits<std::uintptr_t>::max()}) {
         SCOPED_TRACE(value);
         auto* semaphore = reinterpret_cast<MPSemaphoreID>(value);
         EXPECT_EQ(MPWaitOnSemaphore(semaphore, kDurationForever), kMPInvalidIDErr);

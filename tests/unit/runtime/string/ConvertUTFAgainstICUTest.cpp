@@ -35,10 +35,10 @@ TEST_F(ConvertUTFAgainstICUTest, UTF16ToUTF8GivesTheSameBytesOrBothRefuse) {
                                                  : 0xD800 + Below(0x800));
         }
         std::vector<char> theirs(text.size() * 3 + 1);
-        int32_t theirLength = 0;
+        std::int32_t theirLength = 0;
         UErrorCode error = U_ZERO_ERROR;
-        u_strToUTF8(theirs.data(), static_cast<int32_t>(theirs.size()), &theirLength, text.data(),
-                    static_cast<int32_t>(text.size()), &error);
+        u_strToUTF8(theirs.data(), static_cast<std::int32_t>(theirs.size()), &theirLength,
+                    text.data(), static_cast<std::int32_t>(text.size()), &error);
 
         std::vector<unsigned short> units(text.begin(), text.end());
         std::vector<unsigned char> ours(theirs.size());
@@ -77,11 +77,11 @@ TEST_F(ConvertUTFAgainstICUTest, UTF8ToUTF16GivesTheSameUnitsOrBothRefuse) {
                 static_cast<std::uint8_t>(Below(256));
         }
         std::vector<UChar> theirs(text.size() + 1);
-        int32_t theirLength = 0;
+        std::int32_t theirLength = 0;
         UErrorCode error = U_ZERO_ERROR;
-        u_strFromUTF8(theirs.data(), static_cast<int32_t>(theirs.size()), &theirLength,
-                      reinterpret_cast<const char*>(text.data()), static_cast<int32_t>(text.size()),
-                      &error);
+        u_strFromUTF8(theirs.data(), static_cast<std::int32_t>(theirs.size()), &theirLength,
+                      reinterpret_cast<const char*>(text.data()),
+                      static_cast<std::int32_t>(text.size()), &error);
 
         std::vector<unsigned short> ours(theirs.size());
         const unsigned char* source = text.data();
@@ -106,10 +106,10 @@ TEST_F(ConvertUTFAgainstICUTest, UTF32ToUTF16GivesTheSameUnitsOrBothRefuse) {
             character = static_cast<UChar32>(Below(4) == 0 ? Below(0x110000) : Below(0x10000));
         }
         std::vector<UChar> theirs(text.size() * 2 + 1);
-        int32_t theirLength = 0;
+        std::int32_t theirLength = 0;
         UErrorCode error = U_ZERO_ERROR;
-        u_strFromUTF32(theirs.data(), static_cast<int32_t>(theirs.size()), &theirLength,
-                       text.data(), static_cast<int32_t>(text.size()), &error);
+        u_strFromUTF32(theirs.data(), static_cast<std::int32_t>(theirs.size()), &theirLength,
+                       text.data(), static_cast<std::int32_t>(text.size()), &error);
 
         std::vector<NYPL::UTF32> units(text.begin(), text.end());
         std::vector<unsigned short> ours(theirs.size());

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -70,13 +71,13 @@ namespace {
 
 class FunctionThread : public NyThread {
 public:
-    explicit FunctionThread(std::function<void()> body, int32_t priority = 1005)
+    explicit FunctionThread(std::function<void()> body, std::int32_t priority = 1005)
         : mBody(std::move(body)) {
         mPriority = priority;
     }
     void Run() override { mBody(); }
     const std::string& Name() const { return mName; }
-    int32_t Priority() const { return mPriority; }
+    std::int32_t Priority() const { return mPriority; }
 
 private:
     std::function<void()> mBody;
@@ -86,7 +87,7 @@ class DefaultThread : public NyThread {
 public:
     void Run() override {}
     const std::string& Name() const { return mName; }
-    int32_t Priority() const { return mPriority; }
+    std::int32_t Priority() const { return mPriority; }
 };
 
 struct Attributes {
@@ -162,7 +163,7 @@ TEST_F(NyThreadTest, AsksForAJoinableRealTimeThreadOfItsOwnPolicy) {
 }
 
 struct PriorityRow {
-    int32_t mLevel;
+    std::int32_t mLevel;
     int mOf15To47;
     int mOf1To99;
 };

@@ -4,6 +4,7 @@
 
 #include <sys/time.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
@@ -92,9 +93,9 @@ TEST_F(NyTimeTest, TreatsAnUndefinedSelectorAsZero) {
 }
 
 TEST_F(NyTimeTest, ReadsTheWallClock) {
-    const auto before = static_cast<int64_t>(time(nullptr));
+    const auto before = static_cast<std::int64_t>(time(nullptr));
     mTime.SetToCurrentTime();
-    const auto after = static_cast<int64_t>(time(nullptr));
+    const auto after = static_cast<std::int64_t>(time(nullptr));
     EXPECT_EQ(mTime.mSpecial, 0);
     // time() may lag a tick behind.
     EXPECT_GE(mTime.mMicroseconds, before * 1000000);

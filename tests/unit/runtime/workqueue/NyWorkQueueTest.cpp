@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -77,7 +78,7 @@ void WaitUntil(Condition condition) {
 class CountingQueue : public NyWorkQueue {
 public:
     using NyWorkQueue::NyWorkQueue;
-    void SetNextSerialNumber(int32_t number) { mNextSerialNumber = number; }
+    void SetNextSerialNumber(std::int32_t number) { mNextSerialNumber = number; }
 };
 
 // A queue in thread mode with the consumer that an owner supplies.

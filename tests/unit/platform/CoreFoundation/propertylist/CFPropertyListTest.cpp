@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <random>
 
@@ -36,7 +38,7 @@ std::string Write(CFTypeRef value, CFPropertyListFormat format) {
     EXPECT_NE(static_cast<bool>(data), error != nullptr);
     const CFHandle<CFErrorRef> owner(error);
     return {reinterpret_cast<const char*>(CFDataGetBytePtr(data.Get())),
-            static_cast<size_t>(CFDataGetLength(data.Get()))};
+            static_cast<std::size_t>(CFDataGetLength(data.Get()))};
 }
 
 std::string XML(const std::string& value) {
@@ -46,7 +48,7 @@ std::string XML(const std::string& value) {
            value + "</plist>\n";
 }
 
-std::string Repeated(const std::string& text, size_t times) {
+std::string Repeated(const std::string& text, std::size_t times) {
     std::string result;
     for (; times > 0; --times) {
         result += text;
@@ -54,9 +56,9 @@ std::string Repeated(const std::string& text, size_t times) {
     return result;
 }
 
-std::string BigEndian(uint64_t value, size_t size) {
+std::string BigEndian(std::uint64_t value, std::size_t size) {
     std::string bytes;
-    for (size_t i = size; i > 0; --i) {
+    for (std::size_t i = size; i > 0; --i) {
         bytes += static_cast<char>(value >> (8 * (i - 1)));
     }
     return bytes;
@@ -64,7 +66,7 @@ std::string BigEndian(uint64_t value, size_t size) {
 
 std::string FromHex(const std::string& hex) {
     std::string bytes;
-    for (size_t i = 0; i < hex.size(); i += 2) {
+    for (std::size_t i = 0; i < hex.size(); i += 2) {
         bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
     }
     return bytes;
@@ -78,13 +80,13 @@ std::string Binary(const std::vector<std::string>& objects) {
         table += BigEndian(bytes.size(), 4);
         bytes += object;
     }
-    const size_t start = bytes.size();
+    const std::size_t start = bytes.size();
     return bytes + table + std::string(6, '\0') + "\x04\x02" + BigEndian(objects.size(), 8) +
            BigEndian(0, 8) + BigEndian(start, 8);
 }
 
-size_t Below(size_t end, std::mt19937_64& random) {
-    return static_cast<size_t>(random() % end);
+std::size_t Below(std::size_t end, std::mt19937_64& random) {
+    return static_cast<std::size_t>(random() % end);
 }
 
 // Any property list, at most `depth` deep.
@@ -101,14 +103,14 @@ Value Random(std::mt19937_64& random, unsigned depth) {
         std::string text;
         const char* const parts[] = {"a",  "<",  "&", "\"", "'", ">",     "]]>", " ",
                                      "\n", "\t", "ä", "€",  "😀", "&amp;", "Z"};
-        for (size_t length = Below(8, random); length > 0; --length) {
+        for (std::size_t length = Below(8, random); length > 0; --length) {
             text += parts[Below(std::size(parts), random)];
         }
         return Value(CFRetain(Text(text).Get()));
     }
     case 4: {
         std::string bytes;
-        for (size_t length = Below(100, random); length > 0; --length) {
+        for (std::size_t length = Below(100, random); length > 0; --length) {
             bytes += static_cast<char>(random());
         }
         return Value(CFRetain(Bytes(bytes).Get()));
@@ -117,14 +119,14 @@ Value Random(std::mt19937_64& random, unsigned depth) {
         return Value(CFDateCreate(nullptr, static_cast<double>(static_cast<SInt32>(random()) / 2)));
     case 6: {
         const auto array = Array();
-        for (size_t count = Below(5, random); count > 0; --count) {
+        for (std::size_t count = Below(5, random); count > 0; --count) {
             CFArrayAppendValue(array.Get(), Random(random, depth - 1).Get());
         }
         return Value(CFRetain(array.Get()));
     }
     default: {
         const auto dictionary = Dictionary();
-        for (size_t count = Below(5, random); count > 0; --count) {
+        for (std::size_t count = Below(5, random); count > 0; --count) {
             CFDictionarySetValue(dictionary.Get(),
                                  Text("<key> & " + std::to_string(random() % 20)).Get(),
                                  Random(random, depth - 1).Get());
@@ -315,7 +317,7 @@ TEST(CFPropertyList, RefusesMalformedXML) {
 }
 
 TEST(CFPropertyList, LimitsTheDepthOfXML) {
-    const auto nested = [](size_t levels) {
+    const auto nested = [](std::size_t levels) {
         return XML(Repeated("<array>", levels) + Repeated("</array>", levels));
     };
     EXPECT_TRUE(Parse(nested(128)));
@@ -390,7 +392,7 @@ TEST(CFPropertyList, RefusesHostileBinaries) {
     refuses(Binary({"\x61" + BigEndian(0xD800, 2)}));              // half a character
     refuses(Binary({"\x14" + BigEndian(1, 8) + BigEndian(0, 8)})); // 65 bits
     refuses(Binary({"\x33" + BigEndian(0x7FF8000000000000, 8)}));  // date of NaN
-    for (const size_t place : {6U, 7U, 15U, 23U, 31U}) {
+    for (const std::size_t place : {6U, 7U, 15U, 23U, 31U}) {
         for (const int byte : {0, 9, 200, 255}) {
             std::string bytes = good;
             char& changed = bytes[bytes.size() - 32 + place];
@@ -413,7 +415,7 @@ TEST(CFPropertyList, RefusesHostileBinaries) {
 
 TEST(CFPropertyList, RefusesSharingThatWouldFillTheMemory) {
     std::vector<std::string> objects;
-    for (uint64_t i = 1; i <= 40; ++i) { // two to the fortieth values
+    for (std::uint64_t i = 1; i <= 40; ++i) { // two to the fortieth values
         objects.push_back("\xA2" + BigEndian(i, 2) + BigEndian(i, 2));
     }
     objects.push_back("\x51"
@@ -440,9 +442,9 @@ TEST(CFPropertyList, RefusesSharingThatWouldFillTheMemory) {
 }
 
 TEST(CFPropertyList, RefusesDeepBinaries) {
-    const auto nested = [](uint64_t levels) {
+    const auto nested = [](std::uint64_t levels) {
         std::vector<std::string> objects;
-        for (uint64_t i = 1; i < levels; ++i) {
+        for (std::uint64_t i = 1; i < levels; ++i) {
             objects.push_back("\xA1" + BigEndian(i, 2));
         }
         objects.push_back("\xA0");
@@ -464,9 +466,9 @@ TEST(CFPropertyList, SurvivesMutations) {
             const std::string original = Write(value.Get(), format);
             for (int mutation = 0; mutation < 20; ++mutation) {
                 std::string bytes = original;
-                for (size_t changes = 1 + Below(4, random); changes > 0 && !bytes.empty();
+                for (std::size_t changes = 1 + Below(4, random); changes > 0 && !bytes.empty();
                      --changes) {
-                    const size_t place = Below(bytes.size(), random);
+                    const std::size_t place = Below(bytes.size(), random);
                     switch (random() % 5) {
                     case 0:
                         bytes[place] = static_cast<char>(random());
@@ -503,9 +505,9 @@ TEST(CFPropertyList, RefusesEveryCutOffFile) {
     CFDictionarySetValue(dictionary.Get(), CFSTR("count"), Integer(1000).Get());
     for (const CFPropertyListFormat format : kFormats) {
         const std::string whole = Write(dictionary.Get(), format);
-        const size_t end =
+        const std::size_t end =
             format == kCFPropertyListXMLFormat_v1_0 ? whole.rfind('>') : whole.size();
-        for (size_t size = 0; size < end; ++size) {
+        for (std::size_t size = 0; size < end; ++size) {
             EXPECT_FALSE(Parse(whole.substr(0, size))) << size;
         }
     }

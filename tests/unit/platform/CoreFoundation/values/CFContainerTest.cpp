@@ -212,7 +212,7 @@ TEST(CFDictionary, BehavesAsAMapUnderRandomChanges) {
         std::vector<const void*> keys(model.size());
         std::vector<const void*> values(model.size());
         CFDictionaryGetKeysAndValues(dictionary.Get(), keys.data(), values.data());
-        for (size_t i = 0; i < keys.size(); ++i) {
+        for (std::size_t i = 0; i < keys.size(); ++i) {
             ASSERT_EQ(Read(values[i]), model.at(Read(keys[i])));
         }
         const CFHandle<CFDictionaryRef> copy(CFDictionaryCreateCopy(nullptr, dictionary.Get()));

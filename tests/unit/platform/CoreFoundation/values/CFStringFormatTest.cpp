@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <cstddef>
+#include <cstdint>
 
 namespace {
 
@@ -23,7 +25,8 @@ TEST(CFStringFormat, FormatsNumbers) {
     EXPECT_EQ(Format("%lld %llu %qd", -9000000000LL, 18446744073709551615ULL, 1LL),
               "-9000000000 18446744073709551615 1");
     EXPECT_EQ(Format("%hhd %hd %hhu", 300, 70000, 257), "44 4464 1");
-    EXPECT_EQ(Format("%zu %td %jd", size_t{7}, ptrdiff_t{-8}, intmax_t{9}), "7 -8 9");
+    EXPECT_EQ(Format("%zu %td %jd", std::size_t{7}, std::ptrdiff_t{-8}, std::intmax_t{9}),
+              "7 -8 9");
     EXPECT_EQ(Format("%x %X %#x %o", 255, 255, 255, 8), "ff FF 0xff 10");
     EXPECT_EQ(Format("%5d|%-5d|%05d|%+d|% d", 1, 2, 3, 4, 5), "    1|2    |00003|+4| 5");
     EXPECT_EQ(Format("%.3d|%*d|%-*d|", 7, 4, 8, 4, 9), "007|   8|9   |");

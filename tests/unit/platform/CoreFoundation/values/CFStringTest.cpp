@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <limits>
 #include <random>
 
@@ -19,7 +20,7 @@ CFHandle<CFStringRef> Encoded(const std::string& bytes, CFStringEncoding encodin
 }
 
 std::string AsCString(CFStringRef string, CFStringEncoding encoding, CFIndex room = 256) {
-    std::vector<char> buffer(static_cast<size_t>(room), 'x');
+    std::vector<char> buffer(static_cast<std::size_t>(room), 'x');
     return CFStringGetCString(string, buffer.data(), room, encoding) ? buffer.data() : "<failed>";
 }
 

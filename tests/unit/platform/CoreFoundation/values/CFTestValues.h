@@ -40,7 +40,7 @@ inline CFHandle<CFMutableDictionaryRef> Dictionary() {
 // The text in UTF-8, "<not a string>" for anything else.
 inline std::string Read(CFTypeRef reference) {
     const auto* string = static_cast<CFStringRef>(reference);
-    std::vector<char> buffer(static_cast<size_t>(CFStringGetLength(string)) * 3 + 1);
+    std::vector<char> buffer(static_cast<std::size_t>(CFStringGetLength(string)) * 3 + 1);
     return CFStringGetCString(string, buffer.data(), static_cast<CFIndex>(buffer.size()),
                               kCFStringEncodingUTF8)
                ? std::string(buffer.data())

@@ -4,13 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstddef>
 #include <limits>
 
 namespace {
 
 std::string Contents(CFDataRef data) {
     return {reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
-            static_cast<size_t>(CFDataGetLength(data))};
+            static_cast<std::size_t>(CFDataGetLength(data))};
 }
 
 TEST(CFData, KeepsACopyOfTheBytes) {

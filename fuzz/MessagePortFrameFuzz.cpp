@@ -124,7 +124,7 @@ void RequireRoundTrip(const MessagePort::FrameHeader& header, const Bytes& paylo
                       const Bytes& stream, const Frame& frame, int from, int to) {
     FrameWriter writer(header, payload);
     Bytes written;
-    while (writer.Write(from) == FrameWriter::Result::Incomplete) {
+    while (writer.Write(from) == FrameWriter::Result::kIncomplete) {
         ReceiveSome(to, written);
     }
     ReceiveSome(to, written);
@@ -144,9 +144,9 @@ void ReadFrames(const std::vector<Bytes>& cuts, const Bytes& stream) {
     FrameReader reader;
     std::size_t next = 0;
     std::size_t arrived = 0;
-    FrameReader::Result result = FrameReader::Result::Incomplete;
+    FrameReader::Result result = FrameReader::Result::kIncomplete;
     const auto readAll = [&](std::size_t before) {
-        while ((result = reader.Read(own.Get())) == FrameReader::Result::Complete) {
+        while ((result = reader.Read(own.Get())) == FrameReader::Result::kComplete) {
             Require(next < frames.size() && frames[next].End() <= arrived, "a frame is whole");
             const Frame& frame = frames[next++];
             const MessagePort::FrameHeader header = reader.Header();
@@ -164,7 +164,7 @@ void ReadFrames(const std::vector<Bytes>& cuts, const Bytes& stream) {
     const std::size_t before = __sanitizer_get_current_allocated_bytes();
     for (const Bytes& cut : cuts) {
         std::size_t sent = 0;
-        while (sent < cut.size() && result == FrameReader::Result::Incomplete) {
+        while (sent < cut.size() && result == FrameReader::Result::kIncomplete) {
             const std::size_t count = SendSome(peer.Get(), std::span(cut).subspan(sent));
             sent += count;
             arrived += count;
@@ -172,7 +172,7 @@ void ReadFrames(const std::vector<Bytes>& cuts, const Bytes& stream) {
         }
     }
     Require(next == frames.size(), "every whole frame is read");
-    Require((result == FrameReader::Result::Malformed) == isMalformed,
+    Require((result == FrameReader::Result::kMalformed) == isMalformed,
             "what cannot be a frame is found so");
 }
 
@@ -242,7 +242,7 @@ Bytes AnswersTo(const Bytes& stream, std::size_t& requests) {
         ++requests;
         if (frame.kind == 1) {
             MessagePort::FrameHeader header;
-            header.kind = frame.length == 0 ? FrameKind::EmptyReply : FrameKind::Reply;
+            header.kind = frame.length == 0 ? FrameKind::kEmptyReply : FrameKind::kReply;
             header.sequence = frame.sequence;
             header.length = frame.length;
             const auto bytes = MessagePort::EncodeHeader(header);

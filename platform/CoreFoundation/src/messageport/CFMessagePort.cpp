@@ -215,16 +215,16 @@ void __CFMessagePort::PerformRequest() {
     const CFOwned<CFDataRef> data(
         CFDataCreate(nullptr, request->data.data(), static_cast<CFIndex>(request->data.size())));
     const CFOwned<CFDataRef> reply(mCallOut(this, request->header.msgid, data.get(), info.get()));
-    if (request->header.kind == MessagePort::FrameKind::OneWay) {
+    if (request->header.kind == MessagePort::FrameKind::kOneWay) {
         mListener->Finish(*request);
     } else if (reply.get() == nullptr) {
-        mListener->Answer(*request, MessagePort::FrameKind::EmptyReply, {});
+        mListener->Answer(*request, MessagePort::FrameKind::kEmptyReply, {});
     } else if (CFGetTypeID(reply.get()) != CFDataGetTypeID() ||
                CFDataGetLength(reply.get()) > kCFMessagePortMaximumLength) {
-        mListener->Answer(*request, MessagePort::FrameKind::Refusal, {});
+        mListener->Answer(*request, MessagePort::FrameKind::kRefusal, {});
     } else {
         const UInt8* const bytes = CFDataGetBytePtr(reply.get());
-        mListener->Answer(*request, MessagePort::FrameKind::Reply,
+        mListener->Answer(*request, MessagePort::FrameKind::kReply,
                           {bytes, bytes + CFDataGetLength(reply.get())});
     }
     // One request for each time that the source is performed, so that other sources have their

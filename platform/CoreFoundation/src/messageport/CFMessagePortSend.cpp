@@ -85,11 +85,11 @@ private:
 };
 
 enum class Awaited {
-    Answered,
-    TimedOut,
-    NotTaken, // the other side let go of the connection without having read the request
-    Ended,    // it read the request and ended
-    Broken,   // the reply breaks off, or is none
+    kAnswered,
+    kTimedOut,
+    kNotTaken, // the other side let go of the connection without having read the request
+    kEnded,    // it read the request and ended
+    kBroken,   // the reply breaks off, or is none
 };
 
 // Replies to earlier requests, which were given up, are skipped.
@@ -101,29 +101,29 @@ Awaited AwaitReply(MessagePortSender::Connection& connection, std::uint32_t sequ
         watch.Wait(deadline);
         while (true) {
             const FrameReader::Result result = connection.reader.Read(connection.socket.Get());
-            if (result == FrameReader::Result::Incomplete) {
+            if (result == FrameReader::Result::kIncomplete) {
                 break;
             }
-            if (result == FrameReader::Result::Reset) {
-                return Awaited::NotTaken;
+            if (result == FrameReader::Result::kReset) {
+                return Awaited::kNotTaken;
             }
-            if (result == FrameReader::Result::Closed && !connection.reader.HasBegun()) {
-                return Awaited::Ended;
+            if (result == FrameReader::Result::kClosed && !connection.reader.HasBegun()) {
+                return Awaited::kEnded;
             }
-            if (result != FrameReader::Result::Complete) {
-                return Awaited::Broken;
+            if (result != FrameReader::Result::kComplete) {
+                return Awaited::kBroken;
             }
             const FrameKind kind = connection.reader.Header().kind;
-            if (kind == FrameKind::Request || kind == FrameKind::OneWay) {
-                return Awaited::Broken;
+            if (kind == FrameKind::kRequest || kind == FrameKind::kOneWay) {
+                return Awaited::kBroken;
             }
             if (connection.reader.Header().sequence == sequence) {
-                return Awaited::Answered;
+                return Awaited::kAnswered;
             }
             connection.reader.TakePayload();
         }
         if (late) {
-            return Awaited::TimedOut;
+            return Awaited::kTimedOut;
         }
     }
 }
@@ -151,15 +151,15 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
         std::shared_ptr<MessagePortSender::Connection> connection;
         std::uint32_t sequence = 0;
         switch (mSender->Send(header, payload, sendDeadline, attempt == 0, connection, sequence)) {
-        case MessagePortSender::Result::Done:
+        case MessagePortSender::Result::kDone:
             break;
-        case MessagePortSender::Result::TimedOut:
+        case MessagePortSender::Result::kTimedOut:
             return kCFMessagePortSendTimeout;
-        case MessagePortSender::Result::NotTaken:
+        case MessagePortSender::Result::kNotTaken:
             continue;
-        case MessagePortSender::Result::Refused:
+        case MessagePortSender::Result::kRefused:
             return kCFMessagePortTransportError;
-        case MessagePortSender::Result::Gone:
+        case MessagePortSender::Result::kGone:
             return BecomeInvalid();
         }
         if (replyMode == nullptr) {
@@ -170,20 +170,20 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
             receiveDeadline = DeadlineAfter(receiveTimeout);
         }
         const Awaited awaited = AwaitReply(*connection, sequence, *receiveDeadline, replyMode);
-        if (awaited == Awaited::Answered) {
+        if (awaited == Awaited::kAnswered) {
             return TakeReply(connection, returnData);
         }
-        mSender->Return(connection, awaited == Awaited::TimedOut);
+        mSender->Return(connection, awaited == Awaited::kTimedOut);
         switch (awaited) {
-        case Awaited::Answered:
-        case Awaited::NotTaken:
+        case Awaited::kAnswered:
+        case Awaited::kNotTaken:
             break;
-        case Awaited::TimedOut:
+        case Awaited::kTimedOut:
             return mSender->IsClosed() ? kCFMessagePortBecameInvalidError
                                        : kCFMessagePortReceiveTimeout;
-        case Awaited::Ended:
+        case Awaited::kEnded:
             return BecomeInvalid();
-        case Awaited::Broken:
+        case Awaited::kBroken:
             return mSender->CanBeReached() ? kCFMessagePortTransportError : BecomeInvalid();
         }
     }
@@ -200,10 +200,10 @@ SInt32 __CFMessagePort::TakeReply(const std::shared_ptr<MessagePortSender::Conne
     const FrameKind kind = connection->reader.Header().kind;
     const std::vector<std::uint8_t> reply = connection->reader.TakePayload();
     mSender->Return(connection, true);
-    if (kind == FrameKind::Refusal) {
+    if (kind == FrameKind::kRefusal) {
         return kCFMessagePortTransportError;
     }
-    if (kind == FrameKind::Reply && returnData != nullptr) {
+    if (kind == FrameKind::kReply && returnData != nullptr) {
         *returnData = CFDataCreate(nullptr, reply.data(), static_cast<CFIndex>(reply.size()));
     }
     return kCFMessagePortSuccess;
@@ -225,7 +225,7 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef
         return kCFMessagePortTransportError;
     }
     MessagePort::FrameHeader header;
-    header.kind = replyMode == nullptr ? FrameKind::OneWay : FrameKind::Request;
+    header.kind = replyMode == nullptr ? FrameKind::kOneWay : FrameKind::kRequest;
     header.msgid = msgid;
     CFRetain(port);
     const SInt32 result = port->Send(header, data, sendTimeout, rcvTimeout, replyMode, returnData);

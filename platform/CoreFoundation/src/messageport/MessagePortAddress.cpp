@@ -282,20 +282,20 @@ FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::st
 ConnectResult Connect(const std::string& path, FileDescriptor& connection) {
     FileDescriptor made = MakeSocket();
     if (!made) {
-        return ConnectResult::Refused;
+        return ConnectResult::kRefused;
     }
     const sockaddr_un address = AddressOf(path);
     if (connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         if (errno == ECONNREFUSED || errno == ENOENT) {
-            return ConnectResult::Absent;
+            return ConnectResult::kAbsent;
         }
-        return errno == EAGAIN || errno == EINTR ? ConnectResult::Busy : ConnectResult::Refused;
+        return errno == EAGAIN || errno == EINTR ? ConnectResult::kBusy : ConnectResult::kRefused;
     }
     if (!PeerIsThisUser(made.Get())) {
-        return ConnectResult::Refused;
+        return ConnectResult::kRefused;
     }
     connection = std::move(made);
-    return ConnectResult::Connected;
+    return ConnectResult::kConnected;
 }
 
 bool PeerIsThisUser(int connection) {

@@ -37,10 +37,10 @@ std::optional<SocketIdentity> IdentityOf(const std::string& path);
 FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::string& error);
 
 enum class ConnectResult {
-    Connected,
-    Busy,    // it lives, but too many connections wait for it
-    Absent,  // nobody listens there
-    Refused, // another user listens there, or the system has no descriptor left
+    kConnected,
+    kBusy,    // it lives, but too many connections wait for it
+    kAbsent,  // nobody listens there
+    kRefused, // another user listens there, or the system has no descriptor left
 };
 
 // A non-blocking connection to the socket at the path. Does not wait.

@@ -53,8 +53,8 @@ std::optional<FrameHeader> DecodeHeader(std::span<const std::uint8_t, kHeaderSiz
     header.msgid = static_cast<std::int32_t>(Get32(bytes.data() + 12));
     header.length = Get32(bytes.data() + 16);
     if (Get32(bytes.data()) != kMagic || Get16(bytes.data() + 4) != kVersion ||
-        kind < static_cast<std::uint16_t>(FrameKind::Request) ||
-        kind > static_cast<std::uint16_t>(FrameKind::Refusal) || header.length > kMaximumPayload) {
+        kind < static_cast<std::uint16_t>(FrameKind::kRequest) ||
+        kind > static_cast<std::uint16_t>(FrameKind::kRefusal) || header.length > kMaximumPayload) {
         return std::nullopt;
     }
     header.kind = static_cast<FrameKind>(kind);
@@ -71,7 +71,7 @@ FrameReader::Result FrameReader::Read(int socket) {
         } else {
             const std::size_t have = mReceived - kHeaderSize;
             if (have == mHeader.length) {
-                return Result::Complete;
+                return Result::kComplete;
             }
             wanted = std::min(mHeader.length - have, kReadChunk);
             mPayload.resize(have + wanted);
@@ -82,19 +82,19 @@ FrameReader::Result FrameReader::Read(int socket) {
             continue;
         }
         if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            return Result::Incomplete;
+            return Result::kIncomplete;
         }
         if (got < 0 && errno == ECONNRESET) {
-            return Result::Reset;
+            return Result::kReset;
         }
         if (got <= 0) {
-            return Result::Closed;
+            return Result::kClosed;
         }
         mReceived += static_cast<std::size_t>(got);
         if (mReceived == kHeaderSize) {
             const auto header = DecodeHeader(mHeaderBytes);
             if (!header) {
-                return Result::Malformed;
+                return Result::kMalformed;
             }
             mHeader = *header;
         }
@@ -134,14 +134,14 @@ FrameWriter::Result FrameWriter::Write(int socket) {
             continue;
         }
         if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            return Result::Incomplete;
+            return Result::kIncomplete;
         }
         if (sent < 0) {
-            return Result::Failed;
+            return Result::kFailed;
         }
         mSent += static_cast<std::size_t>(sent);
     }
-    return Result::Complete;
+    return Result::kComplete;
 }
 
 } // namespace MessagePort

@@ -25,15 +25,15 @@
 namespace MessagePort {
 
 enum class FrameKind : std::uint16_t {
-    Request = 1,    // wants an answer: one of the three below
-    OneWay = 2,     // wants none
-    Reply = 3,      // with data, which may be empty
-    EmptyReply = 4, // without data
-    Refusal = 5,    // the request was performed, its reply cannot be sent
+    kRequest = 1,    // wants an answer: one of the three below
+    kOneWay = 2,     // wants none
+    kReply = 3,      // with data, which may be empty
+    kEmptyReply = 4, // without data
+    kRefusal = 5,    // the request was performed, its reply cannot be sent
 };
 
 struct FrameHeader {
-    FrameKind kind = FrameKind::Request;
+    FrameKind kind = FrameKind::kRequest;
     std::uint32_t sequence = 0;
     std::int32_t msgid = 0;
     std::uint32_t length = 0;
@@ -52,11 +52,11 @@ std::optional<FrameHeader> DecodeHeader(std::span<const std::uint8_t, kHeaderSiz
 class FrameReader {
 public:
     enum class Result {
-        Incomplete,
-        Complete,
-        Closed, // by the other side, which had read all that it was sent
-        Reset,  // by the other side, which had not
-        Malformed,
+        kIncomplete,
+        kComplete,
+        kClosed, // by the other side, which had read all that it was sent
+        kReset,  // by the other side, which had not
+        kMalformed,
     };
 
     // Reads until the frame is complete (no byte beyond it is taken) or nothing more is there.
@@ -78,7 +78,7 @@ private:
 // Sends one frame over a non-blocking socket, without ever raising SIGPIPE.
 class FrameWriter {
 public:
-    enum class Result { Incomplete, Complete, Failed };
+    enum class Result { kIncomplete, kComplete, kFailed };
 
     // The header's length is set to the payload's, which must be within the limit.
     FrameWriter(FrameHeader header, std::vector<std::uint8_t> payload);

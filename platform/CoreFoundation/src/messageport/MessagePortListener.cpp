@@ -25,9 +25,9 @@ bool HasUnreadBytes(int socket) {
 } // namespace
 
 struct MessagePortListener::Connection {
-    enum class State { Reading, Queued, Serving, Writing, Closed };
+    enum class State { kReading, kQueued, kServing, kWriting, kClosed };
 
-    State state = State::Reading;
+    State state = State::kReading;
     FileDescriptor socket;
     FrameReader reader;
     std::optional<FrameWriter> writer;
@@ -213,7 +213,7 @@ bool MessagePortListener::MakeRoom() {
     Clock::time_point next = Clock::time_point::max();
     std::vector<std::shared_ptr<Connection>> idle;
     for (const auto& connection : mConnections) {
-        if (connection->state != Connection::State::Reading || connection->reader.HasBegun() ||
+        if (connection->state != Connection::State::kReading || connection->reader.HasBegun() ||
             HasUnreadBytes(connection->socket.Get())) {
             continue;
         }
@@ -241,8 +241,8 @@ bool MessagePortListener::MakeRoom() {
 }
 
 void MessagePortListener::Watch(const std::shared_ptr<Connection>& connection) {
-    const bool reads = connection->state == Connection::State::Reading;
-    const bool writes = connection->state == Connection::State::Writing;
+    const bool reads = connection->state == Connection::State::kReading;
+    const bool writes = connection->state == Connection::State::kWriting;
     if (mContext == nullptr || (!reads && !writes)) {
         return;
     }
@@ -258,7 +258,7 @@ void MessagePortListener::Watch(const std::shared_ptr<Connection>& connection) {
             {
                 const std::lock_guard lock(self->mMutex);
                 const auto expected =
-                    reads ? Connection::State::Reading : Connection::State::Writing;
+                    reads ? Connection::State::kReading : Connection::State::kWriting;
                 if (error || service != self->mService || connection->state != expected) {
                     return;
                 }
@@ -298,7 +298,8 @@ void MessagePortListener::WatchDeadline(const std::shared_ptr<Connection>& conne
                                    service = mService](const boost::system::error_code& error) {
         const std::lock_guard lock(self->mMutex);
         // A timer that ran out just as the deadline was met has been cleared in vain.
-        if (!error && service == self->mService && connection->state != Connection::State::Closed &&
+        if (!error && service == self->mService &&
+            connection->state != Connection::State::kClosed &&
             connection->deadline <= Clock::now()) {
             self->Drop(connection);
         }
@@ -313,26 +314,26 @@ void MessagePortListener::ClearDeadline(Connection& connection) {
 // Whether a request has been put into the queue.
 bool MessagePortListener::ReadFrom(const std::shared_ptr<Connection>& connection) {
     switch (connection->reader.Read(connection->socket.Get())) {
-    case FrameReader::Result::Incomplete:
+    case FrameReader::Result::kIncomplete:
         if (connection->reader.HasBegun()) {
             SetDeadline(connection);
         }
         Watch(connection);
         return false;
-    case FrameReader::Result::Complete: {
+    case FrameReader::Result::kComplete: {
         ClearDeadline(*connection);
         const auto kind = connection->reader.Header().kind;
-        if (kind != MessagePort::FrameKind::Request && kind != MessagePort::FrameKind::OneWay) {
+        if (kind != MessagePort::FrameKind::kRequest && kind != MessagePort::FrameKind::kOneWay) {
             Drop(connection);
             return false;
         }
-        connection->state = Connection::State::Queued;
+        connection->state = Connection::State::kQueued;
         mQueue.push_back(connection);
         return true;
     }
-    case FrameReader::Result::Closed:
-    case FrameReader::Result::Reset:
-    case FrameReader::Result::Malformed:
+    case FrameReader::Result::kClosed:
+    case FrameReader::Result::kReset:
+    case FrameReader::Result::kMalformed:
         Drop(connection);
         return false;
     }
@@ -341,7 +342,7 @@ bool MessagePortListener::ReadFrom(const std::shared_ptr<Connection>& connection
 
 void MessagePortListener::WriteTo(const std::shared_ptr<Connection>& connection) {
     switch (connection->writer->Write(connection->socket.Get())) {
-    case FrameWriter::Result::Incomplete:
+    case FrameWriter::Result::kIncomplete:
         // A port that is closed does not wait for anybody.
         if (mClosed) {
             Drop(connection);
@@ -350,10 +351,10 @@ void MessagePortListener::WriteTo(const std::shared_ptr<Connection>& connection)
         SetDeadline(connection);
         Watch(connection);
         return;
-    case FrameWriter::Result::Failed:
+    case FrameWriter::Result::kFailed:
         Drop(connection);
         return;
-    case FrameWriter::Result::Complete:
+    case FrameWriter::Result::kComplete:
         break;
     }
     ClearDeadline(*connection);
@@ -364,7 +365,7 @@ void MessagePortListener::WriteTo(const std::shared_ptr<Connection>& connection)
 void MessagePortListener::BecomeIdle(const std::shared_ptr<Connection>& connection) {
     connection->served = true;
     connection->lastUse = Clock::now();
-    connection->state = Connection::State::Reading;
+    connection->state = Connection::State::kReading;
     if (mClosed) {
         Drop(connection);
         return;
@@ -375,7 +376,7 @@ void MessagePortListener::BecomeIdle(const std::shared_ptr<Connection>& connecti
 
 void MessagePortListener::Drop(const std::shared_ptr<Connection>& connection) {
     Unwatch(*connection);
-    connection->state = Connection::State::Closed;
+    connection->state = Connection::State::kClosed;
     connection->socket.Reset();
     std::erase(mConnections, connection);
     std::erase(mQueue, connection);
@@ -389,7 +390,7 @@ std::optional<MessagePortListener::Request> MessagePortListener::TakeRequest() {
     }
     const std::shared_ptr<Connection> connection = mQueue.front();
     mQueue.pop_front();
-    connection->state = Connection::State::Serving;
+    connection->state = Connection::State::kServing;
     return Request{connection, connection->reader.Header(), connection->reader.TakePayload()};
 }
 
@@ -401,20 +402,20 @@ bool MessagePortListener::HasRequest() const {
 void MessagePortListener::Answer(const Request& request, MessagePort::FrameKind kind,
                                  std::vector<std::uint8_t> data) {
     const std::lock_guard lock(mMutex);
-    if (request.from->state != Connection::State::Serving) {
+    if (request.from->state != Connection::State::kServing) {
         return;
     }
     MessagePort::FrameHeader header;
     header.kind = kind;
     header.sequence = request.header.sequence;
     request.from->writer.emplace(header, std::move(data));
-    request.from->state = Connection::State::Writing;
+    request.from->state = Connection::State::kWriting;
     WriteTo(request.from);
 }
 
 void MessagePortListener::Finish(const Request& request) {
     const std::lock_guard lock(mMutex);
-    if (request.from->state != Connection::State::Serving) {
+    if (request.from->state != Connection::State::kServing) {
         return;
     }
     BecomeIdle(request.from);
@@ -436,7 +437,7 @@ void MessagePortListener::Close() {
     mSocket.Reset();
     const auto connections = mConnections;
     for (const auto& connection : connections) {
-        if (connection->state != Connection::State::Serving) {
+        if (connection->state != Connection::State::kServing) {
             Drop(connection);
         }
     }

@@ -37,7 +37,7 @@ std::unique_ptr<MessagePortSender> MessagePortSender::Open(const std::string& na
     auto sender = std::make_unique<MessagePortSender>(*path, *identity);
     std::shared_ptr<Connection> connection;
     const Result result = sender->ConnectAnew(Clock::now(), connection);
-    if (result != Result::Done && result != Result::TimedOut) {
+    if (result != Result::kDone && result != Result::kTimedOut) {
         return nullptr;
     }
     sender->mIdle = std::move(connection);
@@ -53,26 +53,26 @@ MessagePortSender::Result MessagePortSender::ConnectAnew(Deadline deadline,
     auto made = std::make_shared<Connection>();
     while (true) {
         if (IsClosed() || MessagePort::IdentityOf(mPath) != mIdentity) {
-            return Result::Gone;
+            return Result::kGone;
         }
         switch (MessagePort::Connect(mPath, made->socket)) {
-        case ConnectResult::Connected:
+        case ConnectResult::kConnected:
             // Another port may have taken the name over in between.
             if (MessagePort::IdentityOf(mPath) != mIdentity) {
-                return Result::Gone;
+                return Result::kGone;
             }
             connection = std::move(made);
-            return Result::Done;
-        case ConnectResult::Busy:
+            return Result::kDone;
+        case ConnectResult::kBusy:
             break;
-        case ConnectResult::Absent:
-            return Result::Gone;
-        case ConnectResult::Refused:
-            return Result::Refused;
+        case ConnectResult::kAbsent:
+            return Result::kGone;
+        case ConnectResult::kRefused:
+            return Result::kRefused;
         }
         // No event tells when there is room for another connection.
         if (Clock::now() >= deadline) {
-            return Result::TimedOut;
+            return Result::kTimedOut;
         }
         std::this_thread::sleep_for(kRetryInterval);
     }
@@ -84,7 +84,7 @@ MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayR
     {
         const std::lock_guard lock(mMutex);
         if (mClosed) {
-            return Result::Gone;
+            return Result::kGone;
         }
         if (mayReuse) {
             connection = std::exchange(mIdle, nullptr);
@@ -92,33 +92,33 @@ MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayR
     }
     if (connection == nullptr || !IsOpen(connection->socket.Get())) {
         const Result result = ConnectAnew(deadline, connection);
-        if (result != Result::Done) {
+        if (result != Result::kDone) {
             return result;
         }
     }
     const std::lock_guard lock(mMutex);
     if (mClosed) {
-        return Result::Gone;
+        return Result::kGone;
     }
     mLent.push_back(connection);
-    return Result::Done;
+    return Result::kDone;
 }
 
 MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int socket,
                                                       Deadline deadline) {
     while (true) {
         switch (writer.Write(socket)) {
-        case FrameWriter::Result::Complete:
-            return Result::Done;
-        case FrameWriter::Result::Failed:
-            return Result::NotTaken;
-        case FrameWriter::Result::Incomplete:
+        case FrameWriter::Result::kComplete:
+            return Result::kDone;
+        case FrameWriter::Result::kFailed:
+            return Result::kNotTaken;
+        case FrameWriter::Result::kIncomplete:
             break;
         }
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         if (left <= 0) {
-            return Result::TimedOut;
+            return Result::kTimedOut;
         }
         pollfd wait{socket, POLLOUT, 0};
         poll(&wait, 1, static_cast<int>(std::min<std::int64_t>(left, INT_MAX)));
@@ -131,15 +131,15 @@ MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader heade
                                                   std::shared_ptr<Connection>& connection,
                                                   std::uint32_t& sequence) {
     const Result borrowed = Borrow(deadline, mayReuse, connection);
-    if (borrowed != Result::Done) {
+    if (borrowed != Result::kDone) {
         return borrowed;
     }
     sequence = connection->nextSequence++;
     header.sequence = sequence;
     FrameWriter writer(header, payload);
     const Result written = WriteAll(writer, connection->socket.Get(), deadline);
-    if (written != Result::Done) {
-        Return(connection, written == Result::TimedOut && !writer.HasBegun());
+    if (written != Result::kDone) {
+        Return(connection, written == Result::kTimedOut && !writer.HasBegun());
     }
     return written;
 }
@@ -169,11 +169,11 @@ bool MessagePortSender::IsAlive() {
 bool MessagePortSender::CanBeReached() {
     std::shared_ptr<Connection> connection;
     const Result result = ConnectAnew(Clock::now(), connection);
-    if (result == Result::Done) {
+    if (result == Result::kDone) {
         Return(connection, true);
     }
     // When no connection could be made for want of descriptors, nothing says that it is gone.
-    return result != Result::Gone;
+    return result != Result::kGone;
 }
 
 void MessagePortSender::Close() {

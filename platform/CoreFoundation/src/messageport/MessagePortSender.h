@@ -29,11 +29,11 @@ public:
     };
 
     enum class Result {
-        Done,
-        TimedOut,
-        NotTaken, // the connection ended before all was handed over: the request can be sent anew
-        Refused,  // no connection can be made, though the listener may well live
-        Gone,     // the listener is gone, or `Close` was called
+        kDone,
+        kTimedOut,
+        kNotTaken, // the connection ended before all was handed over: the request can be sent anew
+        kRefused,  // no connection can be made, though the listener may well live
+        kGone,     // the listener is gone, or `Close` was called
     };
 
     // Null when nobody listens under the name, or somebody else does.

@@ -62,8 +62,8 @@ constexpr std::chrono::milliseconds kCollected(130);
 constexpr HSL::CCat kEnabled(HSL::kInfo);
 constexpr HSL::CCat kDisabled(HSL::kVerbose);
 
-HSL::CFormatHolder gFormat("channel %d at %lld: %g");
-std::int32_t gCounter = 0;
+HSL::CFormatHolder sFormat("channel %d at %lld: %g");
+std::int32_t sCounter = 0;
 
 double Nanoseconds(Clock::duration duration) {
     return std::chrono::duration<double, std::nano>(duration).count();
@@ -127,10 +127,10 @@ void Measure(const char* name, int threads, const std::function<void()>& drained
                 Percentile(all.mBurstMeans, 0.5));
 }
 
-std::string gLastLine;
+std::string sLastLine;
 
 void KeepLine(const char* line) {
-    gLastLine = line;
+    sLastLine = line;
 }
 
 // Takes a line and keeps nothing.
@@ -163,16 +163,16 @@ void CostOfOneCall() {
                 NyTime now;
                 now.SetToCurrentTime();
                 asm volatile("" : : "r"(&now) : "memory");
-                OSAtomicAdd32Barrier(1, &gCounter);
+                OSAtomicAdd32Barrier(1, &sCounter);
             };
         });
         Measure("HSL, disabled category", threads, nothing, [] {
             CLogContext* const context = CLogManager::GetTLSContext();
-            return [context](int i) { context->Log(kDisabled, gFormat, i, 1LL << 40, 0.5); };
+            return [context](int i) { context->Log(kDisabled, sFormat, i, 1LL << 40, 0.5); };
         });
         Measure("HSL, three arguments", threads, collected, [] {
             CLogContext* const context = CLogManager::GetTLSContext();
-            return [context](int i) { context->Log(kEnabled, gFormat, i, 1LL << 40, 0.5); };
+            return [context](int i) { context->Log(kEnabled, sFormat, i, 1LL << 40, 0.5); };
         });
         Measure("HSL, two texts and a number", threads, collected, [] {
             CLogContext* const context = CLogManager::GetTLSContext();
@@ -228,11 +228,11 @@ void CostAfterAPause() {
              NyTime now;
              now.SetToCurrentTime();
              asm volatile("" : : "r"(&now) : "memory");
-             OSAtomicAdd32Barrier(1, &gCounter);
+             OSAtomicAdd32Barrier(1, &sCounter);
          },
          {}},
         {"HSL, three arguments",
-         [&context](int i) { context->Log(kEnabled, gFormat, i, 1LL << 40, 0.5); },
+         [&context](int i) { context->Log(kEnabled, sFormat, i, 1LL << 40, 0.5); },
          {}},
         {"HSL, two texts and a number",
          [&context](int i) { context->Log(kEnabled, "port %s has %d", "Quorvel 1", i); },
@@ -245,7 +245,7 @@ void CostAfterAPause() {
     std::thread([&context, &kinds] {
         KeepThreadOn(false);
         context = CLogManager::GetTLSContext();
-        context->Log(kEnabled, gFormat, 0, 1LL << 40, 0.5);
+        context->Log(kEnabled, sFormat, 0, 1LL << 40, 0.5);
         std::this_thread::sleep_for(kCollected);
         CLogManager::Instance()->SetOutputCallback(DropLine);
         for (int round = 0; round < kRounds; ++round) {
@@ -301,7 +301,7 @@ double CollectedRate(bool structured) {
                                                          CLogContext::FreeFunc));
     }
     for (int i = 0; i < kRecords; ++i) {
-        contexts[static_cast<std::size_t>(i % kContexts)]->Log(kEnabled, gFormat, i, kWide,
+        contexts[static_cast<std::size_t>(i % kContexts)]->Log(kEnabled, sFormat, i, kWide,
                                                                Real(i));
     }
     const Clock::time_point start = Clock::now();
@@ -365,7 +365,7 @@ void Collection() {
         const NyLockGuard guard(CLogManager::AddRemoveContextLock(), true);
         CLogContext context("bench", 0, CLogContext::MallocFunc, CLogContext::FreeFunc);
         CLogManager::Instance()->SetOutputCallback(KeepLine);
-        context.Log(kEnabled, gFormat, kRecords - 1, kWide, Real(kRecords - 1));
+        context.Log(kEnabled, sFormat, kRecords - 1, kWide, Real(kRecords - 1));
         CLogManager::Instance()->Collect();
         CLogManager::Instance()->SetOutputCallback(DropLine);
     }
@@ -375,7 +375,7 @@ void Collection() {
     std::printf("%-34s    %8.2f   %.2f times fmt\n", "HSL, structured callback", structured,
                 structured / message);
     std::printf("%-34s    %8.2f\n", "fmt, formatting of the message", message);
-    std::printf("the last line of HSL:    %sthe last line of spdlog: %s", gLastLine.c_str(),
+    std::printf("the last line of HSL:    %sthe last line of spdlog: %s", sLastLine.c_str(),
                 spdlogLine.c_str());
 }
 
@@ -413,7 +413,7 @@ void MemoryOfContexts() {
     }
     const double unused = ResidentKilobytes();
     for (const auto& context : contexts) {
-        context->Log(kEnabled, gFormat, 1, 2LL, 0.5);
+        context->Log(kEnabled, sFormat, 1, 2LL, 0.5);
     }
     std::printf("1000 contexts of 256 KB: %.1f KB resident each as made, %.1f KB after a message\n",
                 (unused - before) / kContexts, (ResidentKilobytes() - before) / kContexts);
@@ -425,7 +425,7 @@ int main() {
     CLogManager::Initialize();
     CLogManager::Instance()->SetOutputCallback(DropLine);
     CLogManager::Instance()->SetFilterValue(HSL::kInfo, true);
-    gFormat.Register();
+    sFormat.Register();
     MemoryOfContexts();
     IdleCost();
     std::printf("\n");

@@ -26,11 +26,11 @@ constexpr unsigned int kPorts = 32;
 constexpr unsigned int kPingsPerPort = 4000;
 
 // Written in MIDIReceived on the thread that calls Send.
-std::atomic<MIDIEndpointRef> gPingedSource{0};
-Clock::time_point gAnswered;
-unsigned int gAnswers = 0;
+std::atomic<MIDIEndpointRef> sPingedSource{0};
+Clock::time_point sAnswered;
+unsigned int sAnswers = 0;
 
-std::atomic<std::uint64_t> gAllocations{0};
+std::atomic<std::uint64_t> sAllocations{0};
 
 [[noreturn]] void Fail(const char* what) {
     std::fprintf(stderr, "PingBench: %s\n", what);
@@ -95,7 +95,7 @@ MIDIDriverRef StartDriver() {
 
 // Counts every allocation of the driver while pings are timed.
 void* operator new(std::size_t size) {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
+    sAllocations.fetch_add(1, std::memory_order_relaxed);
     if (void* const memory = std::malloc(size)) {
         return memory;
     }
@@ -103,7 +103,7 @@ void* operator new(std::size_t size) {
 }
 
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
+    sAllocations.fetch_add(1, std::memory_order_relaxed);
     return std::malloc(size);
 }
 
@@ -130,9 +130,9 @@ void operator delete[](void* memory, std::size_t /*size*/) noexcept {
 
 // In the place of the platform's, where the driver's part of the way ends.
 OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* /*pktlist*/) {
-    if (src == gPingedSource.load(std::memory_order_relaxed)) {
-        gAnswered = Clock::now();
-        gAnswers++;
+    if (src == sPingedSource.load(std::memory_order_relaxed)) {
+        sAnswered = Clock::now();
+        sAnswers++;
     }
     return noErr;
 }
@@ -160,18 +160,18 @@ int main() {
     answers.reserve(kPings);
     std::vector<std::int64_t> sends;
     sends.reserve(kPings);
-    const std::uint64_t allocationsBefore = gAllocations;
+    const std::uint64_t allocationsBefore = sAllocations;
     for (unsigned int i = 0; i < kPings; i++) {
         const unsigned int port = i % kPorts;
-        gPingedSource = MIDIEntityGetSource(MIDIDeviceGetEntity(device, port), 0);
+        sPingedSource = MIDIEntityGetSource(MIDIDeviceGetEntity(device, port), 0);
         const Clock::time_point entered = Clock::now();
         (*driver)->Send(driver, &ping, driver, reinterpret_cast<void*>(std::uintptr_t{port}));
         const Clock::time_point returned = Clock::now();
-        answers.push_back((gAnswered - entered).count());
+        answers.push_back((sAnswered - entered).count());
         sends.push_back((returned - entered).count());
     }
-    const std::uint64_t allocations = gAllocations - allocationsBefore;
-    if (gAnswers != kPings) {
+    const std::uint64_t allocations = sAllocations - allocationsBefore;
+    if (sAnswers != kPings) {
         Fail("a ping was not answered");
     }
     std::vector<std::int64_t> empty =

@@ -25,15 +25,15 @@ namespace {
 constexpr int kRingSize = 262144;
 constexpr unsigned char kCategory = 20;
 
-std::size_t gLines = 0;
-std::string gMessage;
+std::size_t sLines = 0;
+std::string sMessage;
 
 void TakeLine(const char* line) {
     const std::string_view text(line);
     Require(text.ends_with('\n'), "a line ends");
     const std::size_t tab = std::min(text.find('\t'), text.size() - 1);
-    gMessage = text.substr(tab + 1, text.size() - tab - 2);
-    ++gLines;
+    sMessage = text.substr(tab + 1, text.size() - tab - 2);
+    ++sLines;
 }
 
 void TakeMessage(const char* message, const std::string& contextName, unsigned char /*indent*/,
@@ -41,8 +41,8 @@ void TakeMessage(const char* message, const std::string& contextName, unsigned c
                  unsigned int /*seconds*/, unsigned int /*microseconds*/) {
     Require(contextName == "Fuzz", "the context is named");
     Require(HSL::CLogManager::PassesFilter(categoryCount, categoryIDs), "the categories pass");
-    gMessage = message;
-    ++gLines;
+    sMessage = message;
+    ++sLines;
 }
 
 // An escaped per-cent sign makes the search for a conversion endless, on purpose: none may be
@@ -209,15 +209,15 @@ void LogArbitraryArguments(Input input) {
         }
     };
     const auto collected = [&](auto logged) {
-        const std::size_t before = gLines;
+        const std::size_t before = sLines;
         logFirst(logFirst, logged, std::integral_constant<std::size_t, 0>());
         Manager().Collect();
-        Require(gLines == before + 1, "one log call gives one line");
+        Require(sLines == before + 1, "one log call gives one line");
         int left = 1;
         char byte = 0;
         Context().GetBuffer().Read(&byte, left);
         Require(left <= 0, "a record is read to its end");
-        return gMessage;
+        return sMessage;
     };
     Choose(input.Take<unsigned char>() % 2 != 0);
     const std::string byText = collected(format.c_str());

@@ -8,9 +8,9 @@ namespace HSL {
 
 // A format that is registered once and then logged by its id, typically a static object:
 //
-//     CFormatHolder gLate("late by %d us");
-//     gLate.Register();                               // after Initialize
-//     context->Log(cat, gLate, late);
+//     CFormatHolder sLate("late by %d us");
+//     sLate.Register();                               // after Initialize
+//     context->Log(cat, sLate, late);
 //
 // The id is -1, which prints as an uninitialised format, before Register and again once logging
 // was initialised anew without it. `text` is not copied and must live as long as the object. Any

@@ -10,16 +10,16 @@ namespace {
 constexpr unsigned kPatience = 2;
 
 // A signal handler may touch nothing but a lock-free atomic.
-std::atomic<unsigned> msCount = 0;
+std::atomic<unsigned> sCount = 0;
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
 // Who handled the signals before; written while Handle is not installed.
-struct sigaction msInterruptBefore {};
-struct sigaction msTerminateBefore {};
+struct sigaction sInterruptBefore {};
+struct sigaction sTerminateBefore {};
 
 void Handle(int number) {
-    if (msCount.fetch_add(1, std::memory_order_relaxed) + 1 > kPatience) {
-        ::sigaction(number, number == SIGINT ? &msInterruptBefore : &msTerminateBefore, nullptr);
+    if (sCount.fetch_add(1, std::memory_order_relaxed) + 1 > kPatience) {
+        ::sigaction(number, number == SIGINT ? &sInterruptBefore : &sTerminateBefore, nullptr);
         std::raise(number);
     }
 }
@@ -27,24 +27,24 @@ void Handle(int number) {
 } // namespace
 
 Interrupt::Interrupt() {
-    msCount.store(0, std::memory_order_relaxed);
+    sCount.store(0, std::memory_order_relaxed);
     struct sigaction action {};
     action.sa_handler = Handle;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, nullptr, &msInterruptBefore);
-    ::sigaction(SIGTERM, nullptr, &msTerminateBefore);
+    ::sigaction(SIGINT, nullptr, &sInterruptBefore);
+    ::sigaction(SIGTERM, nullptr, &sTerminateBefore);
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
 }
 
 Interrupt::~Interrupt() {
-    ::sigaction(SIGINT, &msInterruptBefore, nullptr);
-    ::sigaction(SIGTERM, &msTerminateBefore, nullptr);
+    ::sigaction(SIGINT, &sInterruptBefore, nullptr);
+    ::sigaction(SIGTERM, &sTerminateBefore, nullptr);
 }
 
 unsigned Interrupt::Count() {
-    return msCount.load(std::memory_order_relaxed);
+    return sCount.load(std::memory_order_relaxed);
 }
 
 } // namespace MidiServer

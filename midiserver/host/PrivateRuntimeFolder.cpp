@@ -28,8 +28,8 @@ constexpr std::array kFatalSignals = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}
 
 // What a handler removes, and whether there is such a folder. Release and acquire: the handler may
 // run on any thread. The text is never freed, as one may still read it when the folder goes.
-std::array<char, PATH_MAX> msPath{};
-std::atomic<bool> msMade = false;
+std::array<char, PATH_MAX> sPath{};
+std::atomic<bool> sMade = false;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
 // As getdents64 gives them.
@@ -64,8 +64,8 @@ void RemoveFlatFolder(const char* path) {
 
 void RemoveAndEnd(int number) {
     const int error = errno;
-    if (msMade.load(std::memory_order_acquire)) {
-        RemoveFlatFolder(msPath.data());
+    if (sMade.load(std::memory_order_acquire)) {
+        RemoveFlatFolder(sPath.data());
     }
     std::signal(number, SIG_DFL);
     std::raise(number); // comes when the handler returns
@@ -119,8 +119,8 @@ PrivateRuntimeFolder::PrivateRuntimeFolder() {
     mFolder = name;
     ::setenv(kRuntimeFolderVariable, name.c_str(), 1);
     // A longer name cannot have been made.
-    msPath[name.copy(msPath.data(), msPath.size() - 1)] = '\0';
-    msMade.store(true, std::memory_order_release);
+    sPath[name.copy(sPath.data(), sPath.size() - 1)] = '\0';
+    sMade.store(true, std::memory_order_release);
     for (const int number : kFatalSignals) {
         Handle(number, SIG_DFL, RemoveAndEnd);
     }
@@ -133,7 +133,7 @@ PrivateRuntimeFolder::~PrivateRuntimeFolder() {
             const BlockedSignals blocked;
             std::error_code ignored;
             std::filesystem::remove_all(mFolder, ignored);
-            msMade.store(false, std::memory_order_relaxed);
+            sMade.store(false, std::memory_order_relaxed);
         }
         for (const int number : kFatalSignals) {
             Handle(number, RemoveAndEnd, SIG_DFL);

@@ -24,7 +24,7 @@ constexpr const char* kJson = "json";
 constexpr const char* kJournal = "journal";
 
 // Relaxed: set before the threads that read it start.
-constinit std::atomic<bool> msStructured = false;
+constinit std::atomic<bool> sStructured = false;
 
 void WritePlain(const char* line) {
     ErrorOutput::Write(PlainLogLine(line));
@@ -120,7 +120,7 @@ Logging::Logging(const LogOptions& options) {
     } else if (format == kJournal) {
         manager.SetStructuredOutputCallback(WriteStructured<JournalLogLine>);
     }
-    msStructured.store(format != kPlain, std::memory_order_relaxed);
+    sStructured.store(format != kPlain, std::memory_order_relaxed);
     for (const HSL::CCategoryHolder* category : kLogCategories) {
         category->Register();
     }
@@ -137,11 +137,11 @@ Logging::~Logging() {
     HSL::CLogManager::Cleanup();
     // Whoever logs next starts with what there was before.
     manager->SetOutputCallback(mPreviousCallback);
-    msStructured.store(false, std::memory_order_relaxed);
+    sStructured.store(false, std::memory_order_relaxed);
 }
 
 bool Logging::IsStructured() {
-    return msStructured.load(std::memory_order_relaxed);
+    return sStructured.load(std::memory_order_relaxed);
 }
 
 void Tell(const HSL::CCategoryHolder& category, const std::string& text) {

@@ -13,13 +13,13 @@
 
 namespace {
 
-std::atomic<std::size_t> gReceived{0};
+std::atomic<std::size_t> sReceived{0};
 
 } // namespace
 
 // In the place of the platform's: counts and allocates nothing.
 OSStatus MIDIReceived(MIDIEndpointRef /*src*/, const MIDIPacketList* /*pktlist*/) {
-    gReceived++;
+    sReceived++;
     return noErr;
 }
 
@@ -34,7 +34,7 @@ using TestSupport::WatchAllocations;
 
 class Allocation : public DriverFixture {
 protected:
-    Allocation() { gReceived = 0; }
+    Allocation() { sReceived = 0; }
 
     // Replies, and returns what that allocated.
     static std::vector<std::size_t> Reply(const Bytes& data, int failing = 0) {
@@ -74,17 +74,17 @@ TEST_F(Allocation, EachReplyAllocatesItsLengthAndSixteen) {
 TEST_F(Allocation, ReplyWithoutMemoryIsLoggedAndDropped) {
     OpenAndStart();
     Reply({0x90, 0x00, 0x7F});
-    ASSERT_EQ(gReceived.load(), 1U);
+    ASSERT_EQ(sReceived.load(), 1U);
     TestSupport::ClearSyslogLines();
     // The first one fails; what follows is the capture of the syslog line.
     EXPECT_EQ(Reply({0x90, 0x00, 0x7F}, 1).front(), 19U);
-    EXPECT_EQ(gReceived.load(), 1U);
+    EXPECT_EQ(sReceived.load(), 1U);
     EXPECT_THAT(
         TestSupport::SyslogLines(),
         ElementsAre(TestSupport::SyslogLine{
             LOG_ERR, "ReplyMIDIPacketList: Error dynamically allocating sendPacketBuffer"}));
     EXPECT_THAT(Reply({0x90, 0x00, 0x7F}), ElementsAre(19));
-    EXPECT_EQ(gReceived.load(), 2U);
+    EXPECT_EQ(sReceived.load(), 2U);
 }
 
 TEST_F(Allocation, SendAllocatesNothingButTheReply) {

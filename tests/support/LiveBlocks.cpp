@@ -18,17 +18,17 @@ namespace {
 constexpr std::size_t kTolerance = 64; // the library rounds sizes up
 
 // Relaxed: each stands for itself.
-std::atomic<std::size_t> gWatchedSize{0};
-std::atomic<long> gWatched{0};
-std::atomic<long> gOthers{0};
+std::atomic<std::size_t> sWatchedSize{0};
+std::atomic<long> sWatched{0};
+std::atomic<long> sOthers{0};
 
 void Count(void* block, long change) {
     if (block != nullptr) {
         const std::size_t size = malloc_usable_size(block);
-        const std::size_t watched = gWatchedSize.load(std::memory_order_relaxed);
+        const std::size_t watched = sWatchedSize.load(std::memory_order_relaxed);
         const bool isWatched =
             watched != 0 && size + kTolerance >= watched && size <= watched + kTolerance;
-        (isWatched ? gWatched : gOthers).fetch_add(change, std::memory_order_relaxed);
+        (isWatched ? sWatched : sOthers).fetch_add(change, std::memory_order_relaxed);
     }
 }
 
@@ -42,11 +42,11 @@ void* Counted(void* block) {
 namespace TestSupport {
 
 void WatchBlocksOfSize(std::size_t size) {
-    gWatchedSize = size;
+    sWatchedSize = size;
 }
 
 BlockCounts LiveBlocks() {
-    return {gWatched, gOthers};
+    return {sWatched, sOthers};
 }
 
 } // namespace TestSupport

@@ -25,7 +25,7 @@ struct Calls {
     OSStatus status = noErr;
 };
 
-std::mutex gMutex;
+std::mutex sMutex;
 
 // Never destroyed: threads may call while the process ends.
 std::map<std::string, Calls>& AllCalls() {
@@ -39,7 +39,7 @@ std::optional<OSStatus> Fault(const char* function, const void* caller) {
     if (!IsInProgram(caller)) {
         return std::nullopt;
     }
-    const std::lock_guard lock(gMutex);
+    const std::lock_guard lock(sMutex);
     Calls& calls = AllCalls()[function];
     calls.count++;
     if (calls.count != calls.failing) {
@@ -61,19 +61,19 @@ Function* RealFunction(Function* /*same type*/, const char* name) {
 } // namespace
 
 void FailPlatformCall(const std::string& function, int n, OSStatus status) {
-    const std::lock_guard lock(gMutex);
+    const std::lock_guard lock(sMutex);
     Calls& calls = AllCalls()[function];
     calls.failing = calls.count + n;
     calls.status = status;
 }
 
 void ResetPlatformFaults() {
-    const std::lock_guard lock(gMutex);
+    const std::lock_guard lock(sMutex);
     AllCalls().clear();
 }
 
 int PlatformCalls(const std::string& function) {
-    const std::lock_guard lock(gMutex);
+    const std::lock_guard lock(sMutex);
     return AllCalls()[function].count;
 }
 

@@ -9,8 +9,8 @@
 
 namespace {
 
-std::optional<CFHandle<CFPropertyListRef>> gRemembered;
-bool gFailing = false;
+std::optional<CFHandle<CFPropertyListRef>> sRemembered;
+bool sFailing = false;
 
 template <typename Function>
 Function* RealFunction(Function* /*same type*/, const char* name) {
@@ -22,19 +22,19 @@ Function* RealFunction(Function* /*same type*/, const char* name) {
 namespace TestSupport {
 
 void RememberPreference(CFPropertyListRef value) {
-    gRemembered.emplace(value == nullptr ? nullptr : CFRetain(value));
+    sRemembered.emplace(value == nullptr ? nullptr : CFRetain(value));
 }
 
 void FailPreferencesSynchronization(bool failing) {
-    gFailing = failing;
+    sFailing = failing;
 }
 
 } // namespace TestSupport
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID,
                                          CFStringRef userName, CFStringRef hostName) {
-    if (gRemembered) {
-        return gRemembered->Get() == nullptr ? nullptr : CFRetain(gRemembered->Get());
+    if (sRemembered) {
+        return sRemembered->Get() == nullptr ? nullptr : CFRetain(sRemembered->Get());
     }
     return RealFunction(CFPreferencesCopyValue, "CFPreferencesCopyValue")(key, applicationID,
                                                                           userName, hostName);
@@ -42,12 +42,12 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
 
 Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName,
                                  CFStringRef hostName) {
-    if (gFailing) {
+    if (sFailing) {
         return false;
     }
     if (CFEqual(applicationID, MacSonaretDefs::kPrefsIdentifier) &&
         CFEqual(userName, kCFPreferencesAnyUser) && CFEqual(hostName, kCFPreferencesCurrentHost)) {
-        gRemembered.reset();
+        sRemembered.reset();
     }
     return RealFunction(CFPreferencesSynchronize, "CFPreferencesSynchronize")(applicationID,
                                                                               userName, hostName);

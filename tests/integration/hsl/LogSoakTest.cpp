@@ -45,16 +45,16 @@ struct Writer {
     std::vector<Heard> mHeard;
 };
 
-std::array<Writer, kThreads> gWriters;
-std::atomic<std::int64_t> gFaults{0};
-std::string gFirstFault; // the collection thread's
-std::vector<bool> gSequences;
-std::array<std::int64_t, 2> gPlain{};
-std::array<std::int64_t, 2> gStructured{};
+std::array<Writer, kThreads> sWriters;
+std::atomic<std::int64_t> sFaults{0};
+std::string sFirstFault; // the collection thread's
+std::vector<bool> sSequences;
+std::array<std::int64_t, 2> sPlain{};
+std::array<std::int64_t, 2> sStructured{};
 
 void Fault(const std::string& what) {
-    if (gFaults++ == 0) {
-        gFirstFault = what;
+    if (sFaults++ == 0) {
+        sFirstFault = what;
     }
 }
 
@@ -63,7 +63,7 @@ Heard& HeardOf(const char* name) {
     char* end = nullptr;
     const auto writer = static_cast<std::size_t>(std::strtol(name, &end, 10));
     const auto serial = static_cast<std::size_t>(std::strtol(end + 1, nullptr, 10));
-    std::vector<Heard>& heard = gWriters.at(writer).mHeard;
+    std::vector<Heard>& heard = sWriters.at(writer).mHeard;
     if (heard.size() <= serial) {
         heard.resize(serial + 1);
     }
@@ -83,7 +83,7 @@ void Count(Heard& heard, const char* text) {
 
 template <std::size_t Which>
 void Plain(const char* line) {
-    ++gPlain[Which];
+    ++sPlain[Which];
     Heard& heard = HeardOf(std::strchr(line, '[') + 1);
     const std::int64_t sequence = std::strtol(line, nullptr, 10);
     if (sequence <= heard.mLastSequence) {
@@ -91,20 +91,20 @@ void Plain(const char* line) {
     }
     heard.mLastSequence = sequence;
     const auto index = static_cast<std::size_t>(sequence);
-    if (gSequences.size() <= index) {
-        gSequences.resize(index + index / 2 + 1);
+    if (sSequences.size() <= index) {
+        sSequences.resize(index + index / 2 + 1);
     }
-    if (gSequences[index]) {
+    if (sSequences[index]) {
         Fault(std::string("sequence seen twice: ") + line);
     }
-    gSequences[index] = true;
+    sSequences[index] = true;
     Count(heard, std::strchr(line, '\t') + 1);
 }
 
 template <std::size_t Which>
 void Structured(const char* message, const std::string& contextName, unsigned char, unsigned char,
                 const unsigned char*, unsigned int, unsigned int) {
-    ++gStructured[Which];
+    ++sStructured[Which];
     Count(HeardOf(contextName.c_str()), message);
 }
 
@@ -119,7 +119,7 @@ public:
     void Run() override {
         const CCat cat(kInfo);
         const short format = CLogManager::Instance()->AddFormatString("%d of %d, %g");
-        std::vector<Told>& contexts = gWriters.at(static_cast<std::size_t>(mWriter)).mTold;
+        std::vector<Told>& contexts = sWriters.at(static_cast<std::size_t>(mWriter)).mTold;
         // A context of its own of the manager's too, which goes as the thread ends. It is silent.
         CLogManager::GetTLSContext()->Log(CCat(kError), "filtered");
         for (int serial = 0; Clock::now() < mEnd; ++serial) {
@@ -200,13 +200,13 @@ TEST(LogSoakTest, EveryRecordIsDeliveredOnceInOrderOrCountedByAGap) {
     manager.SetOutputCallback(printer);
     CLogManager::Cleanup();
 
-    EXPECT_EQ(gFaults, 0) << gFirstFault;
+    EXPECT_EQ(sFaults, 0) << sFirstFault;
     std::int64_t accepted = 0;
     std::int64_t refused = 0;
     std::int64_t messages = 0;
     std::int64_t banners = 0;
     std::int64_t contexts = 0;
-    for (Writer& writer : gWriters) {
+    for (Writer& writer : sWriters) {
         ASSERT_LE(writer.mHeard.size(), writer.mTold.size());
         writer.mHeard.resize(writer.mTold.size());
         for (std::size_t serial = 0; serial < writer.mTold.size(); ++serial) {
@@ -229,8 +229,8 @@ TEST(LogSoakTest, EveryRecordIsDeliveredOnceInOrderOrCountedByAGap) {
     }
     // Every message took one number, whether it was written, became a banner or was dropped.
     EXPECT_EQ(sequences, accepted + refused);
-    EXPECT_EQ(messages + banners, gPlain[0] + gPlain[1] + gStructured[0] + gStructured[1]);
-    for (const std::int64_t calls : {gPlain[0], gPlain[1], gStructured[0], gStructured[1]}) {
+    EXPECT_EQ(messages + banners, sPlain[0] + sPlain[1] + sStructured[0] + sStructured[1]);
+    for (const std::int64_t calls : {sPlain[0], sPlain[1], sStructured[0], sStructured[1]}) {
         EXPECT_GT(calls, 0) << "a callback was never called";
     }
     EXPECT_GT(refused, 0) << "nothing overflowed";

@@ -330,18 +330,18 @@ TEST_F(CollectionTest, AlternatingContextsAreNotGrouped) {
     EXPECT_THAT(names, ElementsAre("One", "Two", "One", "Two", "One", "Two"));
 }
 
-OwnContext* gLogsFromCallback = nullptr;
+OwnContext* sLogsFromCallback = nullptr;
 
 void LogOneMore(const char* line) {
     Output::KeepLine(line);
-    if (gLogsFromCallback != nullptr) {
-        std::exchange(gLogsFromCallback, nullptr)->Log(CCat(kInfo), "from the callback");
+    if (sLogsFromCallback != nullptr) {
+        std::exchange(sLogsFromCallback, nullptr)->Log(CCat(kInfo), "from the callback");
     }
 }
 
 TEST_F(CollectionTest, RecordsWrittenDuringAPassWaitForTheNext) {
     OwnContext context;
-    gLogsFromCallback = &context;
+    sLogsFromCallback = &context;
     Manager().SetOutputCallback(LogOneMore);
     context.Log(kCat, "first");
     EXPECT_THAT(CollectTexts(), ElementsAre("first"));

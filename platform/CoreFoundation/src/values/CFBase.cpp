@@ -9,7 +9,7 @@ namespace {
 constexpr unsigned kDescriptionDepth = 64;
 constexpr unsigned kComparisonDepth = 512;
 
-thread_local unsigned sComparisonDepth = 0;
+thread_local unsigned tlsComparisonDepth = 0;
 
 } // namespace
 
@@ -42,12 +42,12 @@ Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2) {
         return true;
     }
     if (first == nullptr || second == nullptr || first->TypeID() != second->TypeID() ||
-        sComparisonDepth == kComparisonDepth) {
+        tlsComparisonDepth == kComparisonDepth) {
         return false;
     }
-    ++sComparisonDepth;
+    ++tlsComparisonDepth;
     const bool equal = first->Equals(*second);
-    --sComparisonDepth;
+    --tlsComparisonDepth;
     return equal;
 }
 

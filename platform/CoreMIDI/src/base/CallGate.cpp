@@ -4,21 +4,21 @@ namespace CoreMIDI {
 
 namespace {
 
-thread_local const CallGate::Call* tInnermostCall = nullptr;
+thread_local const CallGate::Call* tlsInnermostCall = nullptr;
 
 } // namespace
 
-CallGate::Call::Call(CallGate& gate) : mGate(gate), mOuter(tInnermostCall) {
+CallGate::Call::Call(CallGate& gate) : mGate(gate), mOuter(tlsInnermostCall) {
     // Acquire: what was written before the gate was made or, for a closed one, before Close.
     mIsOpen = (gate.mState.fetch_add(1, std::memory_order_acquire) & kClosed) == 0;
     if (mIsOpen) {
-        tInnermostCall = this;
+        tlsInnermostCall = this;
     }
 }
 
 CallGate::Call::~Call() {
     if (mIsOpen) {
-        tInnermostCall = mOuter;
+        tlsInnermostCall = mOuter;
     }
     // Release: the call's effects are visible to the thread that Close lets go on.
     if ((mGate.mState.fetch_sub(1, std::memory_order_release) & kClosed) != 0) {
@@ -27,7 +27,7 @@ CallGate::Call::~Call() {
 }
 
 bool CallGate::IsOwnerCalledByThisThread() const {
-    for (const Call* call = tInnermostCall; call != nullptr; call = call->mOuter) {
+    for (const Call* call = tlsInnermostCall; call != nullptr; call = call->mOuter) {
         if (call->mGate.mOwner == mOwner) {
             return true;
         }

@@ -192,12 +192,12 @@ TEST(MidiCallbackWorker, LooksAtPacketsOnlyWithinTheBytesGiven) {
 
 namespace {
 
-std::vector<unsigned int> gCapacities;
+std::vector<unsigned int> sCapacities;
 
 // Answers every packet, each answer a byte shorter than the room it was given.
 bool AnswerAllButOne(unsigned int, const unsigned char*, unsigned int, unsigned char* reply,
                      unsigned int* replyLength) {
-    gCapacities.push_back(*replyLength);
+    sCapacities.push_back(*replyLength);
     --*replyLength;
     std::memset(reply, 0x55, *replyLength);
     return true;
@@ -210,7 +210,7 @@ TEST(MidiCallbackWorker, SetsTheReplyCapacityOncePerCallAndNotPerPacket) {
     TestWorker worker(WithActiveSense(functions, kMIDIPacketList));
     worker.Write(0, MakePacketList({{1}, {2}, {3}}));
     worker.Write(0, MakePacketList({{4}}));
-    EXPECT_EQ(gCapacities, (std::vector<unsigned int>{128, 127, 126, 128}));
+    EXPECT_EQ(sCapacities, (std::vector<unsigned int>{128, 127, 126, 128}));
     EXPECT_EQ(Replies(), (Deliveries{{0, Bytes(127, 0x55)},
                                      {0, Bytes(126, 0x55)},
                                      {0, Bytes(125, 0x55)},

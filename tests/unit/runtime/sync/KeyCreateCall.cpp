@@ -1,7 +1,7 @@
 // Compiled without sanitizers: their start-up calls this before they can bear instrumented code.
 #include "tests/unit/runtime/sync/PlatformCalls.h"
 
-constinit bool PlatformCalls::gKeyCreateIsHooked = false;
+constinit bool PlatformCalls::sKeyCreateIsHooked = false;
 
 extern "C" {
 
@@ -9,7 +9,7 @@ int HookedKeyCreate(pthread_key_t* key, void (*destructor)(void*));
 
 int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
 int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) {
-    return PlatformCalls::gKeyCreateIsHooked ? HookedKeyCreate(key, destructor)
+    return PlatformCalls::sKeyCreateIsHooked ? HookedKeyCreate(key, destructor)
                                              : __real_pthread_key_create(key, destructor);
 }
 

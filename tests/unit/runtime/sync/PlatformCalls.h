@@ -37,14 +37,14 @@ struct Hooks {
 Hooks& TheHooks();
 
 // Set while a Scope exists.
-extern bool gKeyCreateIsHooked;
+extern bool sKeyCreateIsHooked;
 
 // Clears the hooks when a test ends.
 class Scope {
 public:
-    Scope() { gKeyCreateIsHooked = true; }
+    Scope() { sKeyCreateIsHooked = true; }
     ~Scope() {
-        gKeyCreateIsHooked = false;
+        sKeyCreateIsHooked = false;
         TheHooks() = Hooks{};
     }
     Scope(const Scope&) = delete;

@@ -14,10 +14,10 @@ void Second() {}
 static_assert(std::is_trivially_destructible_v<NyAtStartFunctions>);
 
 // A static object that is built before any code runs.
-constinit NyAtStartFunctions gList;
+constinit NyAtStartFunctions sList;
 
 TEST(NyAtStartFunctionsTest, IsBuiltEmpty) {
-    EXPECT_EQ(gList.Size(), 0U);
+    EXPECT_EQ(sList.Size(), 0U);
 }
 
 TEST(NyAtStartFunctionsTest, KeepsTheOrderOfRegistrationAndRepetitions) {

@@ -27,10 +27,10 @@ namespace {
 constexpr unsigned int kForever = 0xFFFFFFFF;
 
 // Set before threads start, null to pass a call on.
-std::function<CreateFunction> gCreate;
-std::function<int(pthread_t)> gJoin;
-std::function<int(useconds_t)> gSleep;
-std::pair<int, int> gPriorityRange{-1, -1};
+std::function<CreateFunction> sCreate;
+std::function<int(pthread_t)> sJoin;
+std::function<int(useconds_t)> sSleep;
+std::pair<int, int> sPriorityRange{-1, -1};
 
 } // namespace
 
@@ -39,31 +39,31 @@ CreateFunction __real_pthread_create;
 CreateFunction __wrap_pthread_create;
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument) {
-    return gCreate ? gCreate(thread, attributes, body, argument)
+    return sCreate ? sCreate(thread, attributes, body, argument)
                    : __real_pthread_create(thread, attributes, body, argument);
 }
 int __real_pthread_join(pthread_t thread, void** result);
 int __wrap_pthread_join(pthread_t thread, void** result);
 int __wrap_pthread_join(pthread_t thread, void** result) {
-    return gJoin ? gJoin(thread) : __real_pthread_join(thread, result);
+    return sJoin ? sJoin(thread) : __real_pthread_join(thread, result);
 }
 int __real_usleep(useconds_t microseconds);
 int __wrap_usleep(useconds_t microseconds);
 int __wrap_usleep(useconds_t microseconds) {
-    return gSleep ? gSleep(microseconds) : __real_usleep(microseconds);
+    return sSleep ? sSleep(microseconds) : __real_usleep(microseconds);
 }
 int __real_sched_get_priority_min(int policy);
 int __wrap_sched_get_priority_min(int policy);
 int __wrap_sched_get_priority_min(int policy) {
     EXPECT_EQ(policy, SCHED_FIFO);
-    return gPriorityRange.first < 0 ? __real_sched_get_priority_min(policy) : gPriorityRange.first;
+    return sPriorityRange.first < 0 ? __real_sched_get_priority_min(policy) : sPriorityRange.first;
 }
 int __real_sched_get_priority_max(int policy);
 int __wrap_sched_get_priority_max(int policy);
 int __wrap_sched_get_priority_max(int policy) {
     EXPECT_EQ(policy, SCHED_FIFO);
-    return gPriorityRange.second < 0 ? __real_sched_get_priority_max(policy)
-                                     : gPriorityRange.second;
+    return sPriorityRange.second < 0 ? __real_sched_get_priority_max(policy)
+                                     : sPriorityRange.second;
 }
 }
 
@@ -111,16 +111,16 @@ Attributes ReadAttributes(const pthread_attr_t* attributes) {
 class NyThreadTest : public testing::Test {
 protected:
     void TearDown() override {
-        gCreate = nullptr;
-        gJoin = nullptr;
-        gSleep = nullptr;
-        gPriorityRange = {-1, -1};
+        sCreate = nullptr;
+        sJoin = nullptr;
+        sSleep = nullptr;
+        sPriorityRange = {-1, -1};
     }
 
     // The platform with the privilege (every creation succeeds; the thread itself is created
     // without real-time attributes, so that the test needs no privilege).
     void GrantRealTime() {
-        gCreate = [this](pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+        sCreate = [this](pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                          void* argument) {
             mAttributes.push_back(attributes == nullptr ? Attributes{}
                                                         : ReadAttributes(attributes));
@@ -130,7 +130,7 @@ protected:
 
     // The platform that refuses real-time attributes.
     void RefuseRealTime(int error) {
-        gCreate = [this, error](pthread_t* thread, const pthread_attr_t* attributes,
+        sCreate = [this, error](pthread_t* thread, const pthread_attr_t* attributes,
                                 void* (*body)(void*), void* argument) {
             mAttributes.push_back(attributes == nullptr ? Attributes{}
                                                         : ReadAttributes(attributes));
@@ -171,7 +171,7 @@ struct PriorityRow {
 class NyThreadPriorityTest : public NyThreadTest, public testing::WithParamInterface<PriorityRow> {
 protected:
     int PriorityIn(int min, int max) {
-        gPriorityRange = {min, max};
+        sPriorityRange = {min, max};
         GrantRealTime();
         FunctionThread thread([] {}, GetParam().mLevel);
         thread.Start();
@@ -240,7 +240,7 @@ TEST_F(NyThreadTest, RunsInRealTimeOrSaysThatItCannot) {
 
 TEST_F(NyThreadTest, AnswersAWaitForAThreadThatCouldNotBeCreated) {
     int creations = 0;
-    gCreate = [&creations](pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) {
+    sCreate = [&creations](pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) {
         ++creations;
         return EAGAIN;
     };
@@ -250,7 +250,7 @@ TEST_F(NyThreadTest, AnswersAWaitForAThreadThatCouldNotBeCreated) {
     EXPECT_EQ(thread.WaitForExit(), ESRCH);
     EXPECT_EQ(thread.WaitForExit(), ESRCH);
     // The running flag stays set: it is not tried again.
-    gCreate = nullptr;
+    sCreate = nullptr;
     thread.Start();
     EXPECT_EQ(thread.WaitForExit(), ESRCH);
     EXPECT_TRUE(TestSupport::SyslogLines().empty());
@@ -272,9 +272,9 @@ TEST_F(NyThreadTest, AnswersASecondWait) {
 TEST_F(NyThreadTest, ReturnsTheErrorOfTheJoinAndCanThenBeWaitedForAgain) {
     FunctionThread thread([] {});
     thread.Start();
-    gJoin = [](pthread_t) { return EDEADLK; };
+    sJoin = [](pthread_t) { return EDEADLK; };
     EXPECT_EQ(thread.WaitForExit(), EDEADLK);
-    gJoin = nullptr;
+    sJoin = nullptr;
     EXPECT_EQ(thread.WaitForExit(), 0);
 }
 
@@ -308,7 +308,7 @@ TEST_F(NyThreadTest, StartsOneThreadOnlyWhileItRuns) {
         leave.Wait(kForever);
     });
     std::atomic<int> creations{0};
-    gCreate = [&creations](pthread_t* created, const pthread_attr_t*, void* (*body)(void*),
+    sCreate = [&creations](pthread_t* created, const pthread_attr_t*, void* (*body)(void*),
                            void* argument) {
         ++creations;
         return __real_pthread_create(created, nullptr, body, argument);
@@ -337,7 +337,7 @@ TEST_F(NyThreadTest, CanBeStartedAgainAfterItWasJoined) {
 
 TEST_F(NyThreadTest, CanBeStartedAgainWithoutAJoinAndLeavesNoThreadBehind) {
     int joins = 0;
-    gJoin = [&joins](pthread_t thread) {
+    sJoin = [&joins](pthread_t thread) {
         ++joins;
         return __real_pthread_join(thread, nullptr);
     };
@@ -353,16 +353,16 @@ TEST_F(NyThreadTest, CanBeStartedAgainWithoutAJoinAndLeavesNoThreadBehind) {
 }
 
 // What the at-start functions did, in order. Written by one thread at a time.
-std::vector<int> gTrace;
+std::vector<int> sTrace;
 
 void TraceOne() {
-    gTrace.push_back(1);
+    sTrace.push_back(1);
 }
 void TraceThree() {
-    gTrace.push_back(3);
+    sTrace.push_back(3);
 }
 void TraceTwoAndAddThree() {
-    gTrace.push_back(2);
+    sTrace.push_back(2);
     NyThread::mAtStartFunctions.Append(&TraceThree);
 }
 
@@ -370,29 +370,29 @@ TEST_F(NyThreadTest, RunsTheAtStartFunctionsInOrderBeforeTheBody) {
     EXPECT_EQ(NyThread::mAtStartFunctions.Size(), 0U);
     NyThread::mAtStartFunctions.Append(&TraceOne);
     NyThread::mAtStartFunctions.Append(&TraceTwoAndAddThree);
-    FunctionThread thread([] { gTrace.push_back(100); });
+    FunctionThread thread([] { sTrace.push_back(100); });
     thread.Start();
     EXPECT_EQ(thread.WaitForExit(), 0);
     // The third was added while the second ran, and is run all the same.
-    EXPECT_EQ(gTrace, (std::vector<int>{1, 2, 3, 100}));
+    EXPECT_EQ(sTrace, (std::vector<int>{1, 2, 3, 100}));
 }
 
 TEST_F(NyThreadTest, RunsTheAtStartFunctionsAloneForNoThreadObject) {
     NyThread::mAtStartFunctions.Append(&TraceOne);
     NyThread::ThreadStart(nullptr);
-    EXPECT_EQ(gTrace, (std::vector<int>{1}));
+    EXPECT_EQ(sTrace, (std::vector<int>{1}));
 }
 
 TEST_F(NyThreadTest, SleepsThatManyMicroseconds) {
     std::vector<useconds_t> slept;
-    gSleep = [&slept](useconds_t microseconds) {
+    sSleep = [&slept](useconds_t microseconds) {
         slept.push_back(microseconds);
         return 0;
     };
     NyThread::Sleep(1000);
     NyThread::Sleep(0);
     EXPECT_EQ(slept, (std::vector<useconds_t>{1000, 0}));
-    gSleep = nullptr;
+    sSleep = nullptr;
     const auto start = std::chrono::steady_clock::now();
     NyThread::Sleep(1000);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1));

@@ -13,24 +13,24 @@
 namespace {
 
 // Takes the place of the wall clock while set.
-std::function<int(timeval*)> gClock;
+std::function<int(timeval*)> sClock;
 
 } // namespace
 
 extern "C" int __real_gettimeofday(timeval* time, void* zone);
 extern "C" int __wrap_gettimeofday(timeval* time, void* zone);
 int __wrap_gettimeofday(timeval* time, void* zone) {
-    return gClock ? gClock(time) : __real_gettimeofday(time, zone);
+    return sClock ? sClock(time) : __real_gettimeofday(time, zone);
 }
 
 namespace {
 
 class NyTimeTest : public testing::Test {
 protected:
-    void TearDown() override { gClock = nullptr; }
+    void TearDown() override { sClock = nullptr; }
 
     static void SetClock(time_t seconds, suseconds_t microseconds) {
-        gClock = [seconds, microseconds](timeval* time) {
+        sClock = [seconds, microseconds](timeval* time) {
             time->tv_sec = seconds;
             time->tv_usec = microseconds;
             return 0;
@@ -115,7 +115,7 @@ TEST_F(NyTimeTest, MultipliesTheSecondsIn64Bits) {
 }
 
 TEST_F(NyTimeTest, IsZeroWhenTheClockFails) {
-    gClock = [](timeval* time) {
+    sClock = [](timeval* time) {
         time->tv_sec = 5;
         time->tv_usec = 5;
         return -1;

@@ -12,19 +12,19 @@
 namespace {
 
 // What the hooks did with pools: 'n' a new one, 'r' a release of one, '-' a release of none.
-std::vector<char> gPools;
-int gPool = 0;
+std::vector<char> sPools;
+int sPool = 0;
 
 } // namespace
 
 // This program's pools stand in for the host's.
 void* NewAutoreleasePool() {
-    gPools.push_back('n');
-    return &gPool;
+    sPools.push_back('n');
+    return &sPool;
 }
 
 void ReleaseAutoreleasePool(void* pool) {
-    gPools.push_back(pool == nullptr ? '-' : 'r');
+    sPools.push_back(pool == nullptr ? '-' : 'r');
 }
 
 namespace {
@@ -33,7 +33,7 @@ class WorkerThreadExtensionTest : public ::testing::Test {
 protected:
     void SetUp() override {
         NyThread::Initialize();
-        gPools.clear();
+        sPools.clear();
     }
 
     template <typename Body>
@@ -44,7 +44,7 @@ protected:
 
 TEST_F(WorkerThreadExtensionTest, AConsumerOffTheMainThreadGetsAPoolAndReleasesItAtTheEnd) {
     OnAnotherThread([] { NyWorkQueuePostTaskRun(NyWorkQueuePreTaskRun()); });
-    EXPECT_EQ(gPools, (std::vector<char>{'n', 'r', '-'}));
+    EXPECT_EQ(sPools, (std::vector<char>{'n', 'r', '-'}));
 }
 
 TEST_F(WorkerThreadExtensionTest, TheMainThreadKeepsItsOwnPool) {
@@ -55,7 +55,7 @@ TEST_F(WorkerThreadExtensionTest, TheMainThreadKeepsItsOwnPool) {
     EXPECT_EQ(static_cast<WorkerThreadExtension*>(extension)->GetCount(), 0)
         << "the count restarts all the same";
     NyWorkQueuePostTaskRun(extension);
-    EXPECT_TRUE(gPools.empty());
+    EXPECT_TRUE(sPools.empty());
 }
 
 TEST_F(WorkerThreadExtensionTest, TheHundredthCommandSinceTheLastDrainDrainsThePool) {
@@ -66,15 +66,15 @@ TEST_F(WorkerThreadExtensionTest, TheHundredthCommandSinceTheLastDrainDrainsTheP
                 NyWorkQueuePreCommand(extension);
                 NyWorkQueuePostCommand(extension);
             }
-            const std::size_t before = gPools.size();
+            const std::size_t before = sPools.size();
             NyWorkQueuePreCommand(extension);
-            EXPECT_EQ(gPools.size(), before);
+            EXPECT_EQ(sPools.size(), before);
             NyWorkQueuePostCommand(extension);
-            EXPECT_EQ(gPools.size(), before + 2);
+            EXPECT_EQ(sPools.size(), before + 2);
         }
         NyWorkQueuePostTaskRun(extension);
     });
-    EXPECT_EQ(gPools, (std::vector<char>{'n', 'r', 'n', 'r', 'n', 'r', '-'}));
+    EXPECT_EQ(sPools, (std::vector<char>{'n', 'r', 'n', 'r', 'n', 'r', '-'}));
 }
 
 TEST_F(WorkerThreadExtensionTest, TheQueueDrainsAfterEachBatchAndEveryHundredCommands) {
@@ -89,15 +89,15 @@ TEST_F(WorkerThreadExtensionTest, TheQueueDrainsAfterEachBatchAndEveryHundredCom
     OnAnotherThread([&] {
         adopt(3);
         queue.ProcessCommands();
-        EXPECT_EQ(gPools, (std::vector<char>{'n', 'r', 'n'}));
-        gPools.clear();
+        EXPECT_EQ(sPools, (std::vector<char>{'n', 'r', 'n'}));
+        sPools.clear();
         adopt(250);
         queue.ProcessCommands();
-        EXPECT_EQ(gPools, (std::vector<char>{'r', 'n', 'r', 'n', 'r', 'n'}));
-        gPools.clear();
+        EXPECT_EQ(sPools, (std::vector<char>{'r', 'n', 'r', 'n', 'r', 'n'}));
+        sPools.clear();
         queue.Stop(NyWorkQueue::kStopNow, false);
         EXPECT_EQ(queue.ProcessCommands(), NyWorkQueue::kQueueStopped);
-        EXPECT_EQ(gPools, (std::vector<char>{'r', 'n', 'r', '-'}));
+        EXPECT_EQ(sPools, (std::vector<char>{'r', 'n', 'r', '-'}));
     });
 }
 
@@ -108,16 +108,16 @@ TEST_F(WorkerThreadExtensionTest, HooksWithoutARecordDoNothing) {
     NyWorkQueuePostCommandBlock(nullptr);
     NyWorkQueuePostTaskRun(nullptr);
     NyWorkQueueDiscardTaskRun(nullptr);
-    EXPECT_TRUE(gPools.empty());
+    EXPECT_TRUE(sPools.empty());
 }
 
 TEST_F(WorkerThreadExtensionTest, AQueueThatWasNeverStoppedLeavesThePoolToItsThread) {
     OnAnotherThread([] {
         NyWorkQueue queue("test", {}, NyWorkQueue::kCallbackMode);
         queue.ProcessCommands();
-        gPools.clear();
+        sPools.clear();
     });
-    EXPECT_TRUE(gPools.empty());
+    EXPECT_TRUE(sPools.empty());
 }
 
 } // namespace

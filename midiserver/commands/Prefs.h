@@ -7,16 +7,22 @@
 
 namespace MidiServer {
 
-// `midiserver prefs show|set|clear`: the control-surface system's preferences, as far as the driver
-// reads them.
+// The command `midiserver prefs show|set|clear` shows and changes that part of the control-surface
+// system's preferences that the driver reads.
+//
+//     PrefsCommand prefs(program); // program is the CLI::App
+//     program.parse(argc, argv);
+//     if (prefs.WasGiven()) {
+//         return prefs.Run();
+//     }
 class PrefsCommand {
 public:
-    // Adds the commands and their options; this object must outlive the parser.
+    // Adds the commands and their options to the parser, which this object must outlive.
     explicit PrefsCommand(CLI::App& program);
 
     bool WasGiven() const { return mCommand->parsed(); }
 
-    // The exit status. Throws InputError.
+    // Runs the command that was given and returns the exit status. Throws InputError.
     int Run();
 
 private:

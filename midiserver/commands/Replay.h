@@ -10,17 +10,18 @@
 
 namespace MidiServer {
 
-// `midiserver replay`: plays a recorded session through the plug-in and reports.
+// The command `midiserver replay` plays a recorded session through the plug-in and reports what
+// came out. It is used as PrefsCommand is.
 class ReplayCommand {
 public:
-    // Adds the command and its options; this object must outlive the parser.
+    // Adds the command and its options to the parser, which this object must outlive.
     explicit ReplayCommand(CLI::App& program);
 
     bool WasGiven() const { return mCommand->parsed(); }
 
-    // Runs the command on the main thread, whose run loop serves the driver. The exit status: 0
-    // when everything arrived as it was sent and every ping was answered, else 1. Throws InputError
-    // and HostError.
+    // Runs the command on the main thread, whose run loop serves the driver. Returns the exit
+    // status: 0 if everything arrived as it was sent and every ping was answered, otherwise 1.
+    // Throws InputError and HostError.
     int Run();
 
 private:

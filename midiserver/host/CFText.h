@@ -6,10 +6,11 @@
 
 namespace MidiServer {
 
-// A CFString of UTF-8 text. Never empty-handed: throws std::bad_alloc when it cannot be made.
+// Makes a CFString of UTF-8 text. Never returns null: throws std::bad_alloc if the string cannot be
+// made.
 CFOwned<CFStringRef> MakeCFString(const std::string& text);
 
-// The text of a CFString in UTF-8; empty for null.
+// Returns the text of a CFString in UTF-8, which is empty for null.
 std::string TextOf(CFStringRef string);
 
 } // namespace MidiServer

@@ -2,9 +2,14 @@
 
 namespace MidiServer {
 
-// Counts SIGINT and SIGTERM instead of dying of them, while it lives: the first asks to end what
-// goes on in order, the second to stop waiting, the third goes to whoever handled it before. One at
-// a time.
+// While an Interrupt exists, SIGINT and SIGTERM are counted and do not end the process. The first
+// signal asks the program to finish in order, the second to stop waiting; the third goes to the
+// handler that was there before. A process has one Interrupt at a time.
+//
+//     const Interrupt interrupt;
+//     while (Interrupt::Count() == 0) {
+//         SendSomeMore();
+//     }
 class Interrupt {
 public:
     Interrupt();
@@ -12,7 +17,7 @@ public:
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    // How many came since construction. Any thread; does not block.
+    // Returns how many signals came since construction. Any thread may call; does not block.
     static unsigned Count();
 };
 

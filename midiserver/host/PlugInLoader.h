@@ -10,25 +10,31 @@
 
 namespace MidiServer {
 
-// Loads a MIDI driver plug-in from its bundle and keeps the driver that its factory made.
+// A loader loads a MIDI driver plug-in from its bundle and owns the driver that the plug-in's
+// factory made.
 //
-// Destroying the loader releases the driver and unloads the module, so nothing may run or call the
-// driver's code any more by then. Used by one thread.
+//     PlugInLoader loader(PlugInLoader::DefaultBundle());
+//     MIDIServerHostAttachDriver(loader.Driver(), MakeCFString(loader.Identity()).Get());
+//
+// Destroying the loader releases the driver and unloads the module, so no thread may run or call
+// the driver's code any more by then. One thread uses a loader.
 class PlugInLoader {
 public:
-    // Throws InputError, one line that names the bundle and what is wrong with it (the file, the
-    // key, what was expected), when the bundle is missing or broken, has no factory of MIDI
-    // drivers, or makes no driver with the interface that this host speaks.
+    // Throws InputError if the bundle is missing or broken, has no factory of MIDI drivers, or
+    // makes no driver with the interface that this host speaks. The error's line names the bundle
+    // and what is wrong with it: the file, the key and what was expected there.
     explicit PlugInLoader(const std::filesystem::path& bundle);
     ~PlugInLoader();
     PlugInLoader(const PlugInLoader&) = delete;
     PlugInLoader& operator=(const PlugInLoader&) = delete;
 
     MIDIDriverRef Driver() const { return mDriver; }
-    // Names the driver as the owner of its devices: the bundle's identifier, else its file name.
+    // The name under which the driver owns its devices: the bundle's identifier or, if it has none,
+    // its file name.
     const std::string& Identity() const { return mIdentity; }
 
-    // Where the plug-in lies beside this program, in the build tree as once installed.
+    // Returns the path of the plug-in that belongs to this program, in the build tree as well as
+    // after installation.
     static std::filesystem::path DefaultBundle();
 
 private:

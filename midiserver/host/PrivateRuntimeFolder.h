@@ -4,14 +4,18 @@
 
 namespace MidiServer {
 
-// Gives this process a folder of its own for message ports, so that what runs in it neither meets
-// nor disturbs a MIDI server of the same user. Does nothing when QUORVEL_RUNTIME_DIR is set
-// and not empty: who sets it wants others to reach the ports. Made before any other thread; the
-// folder goes with it, and goes too when SIGHUP, SIGINT, SIGQUIT, SIGPIPE or SIGTERM ends the
-// process, which it still does. A signal that is ignored stays so. One at a time.
+// While a PrivateRuntimeFolder exists, this process keeps its message ports in a folder of its own,
+// so that it neither meets nor disturbs another MIDI server of the same user. It does nothing if
+// QUORVEL_RUNTIME_DIR is set and not empty: whoever sets it wants others to reach the ports.
+//
+//     const PrivateRuntimeFolder runtimeFolder; // first thing in a command
+//
+// Construct it before any other thread is started. The destructor removes the folder. The folder is
+// also removed when SIGHUP, SIGINT, SIGQUIT, SIGPIPE or SIGTERM ends the process; these signals
+// still end it, and one that is ignored stays ignored. A process has one at a time.
 class PrivateRuntimeFolder {
 public:
-    // Throws HostError when no folder can be made.
+    // Throws HostError if the folder cannot be made.
     PrivateRuntimeFolder();
     ~PrivateRuntimeFolder();
     PrivateRuntimeFolder(const PrivateRuntimeFolder&) = delete;

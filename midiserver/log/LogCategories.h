@@ -6,7 +6,8 @@
 
 namespace MidiServer {
 
-// What this program logs about; each goes with a severity level: `kHostLog[HSL::kInfo]`.
+// The subjects that this program logs about. Each is used together with a severity level, for
+// instance `kHostLog[HSL::kInfo]`.
 inline constexpr HSL::CCategoryHolder kHostLog(20, "Host");
 inline constexpr HSL::CCategoryHolder kPlugInLog(21, "PlugIn");
 inline constexpr HSL::CCategoryHolder kReplayLog(22, "Replay");
@@ -15,7 +16,7 @@ inline constexpr HSL::CCategoryHolder kPreferencesLog(23, "Preferences");
 inline constexpr std::array kLogCategories = {&kHostLog, &kPlugInLog, &kReplayLog,
                                               &kPreferencesLog};
 
-// The severity levels as the command line and the log name them; the index is the level.
+// The names of the severity levels on the command line and in the log. A name's index is its level.
 inline constexpr std::array kLogLevelNames = {"ultra-verbose", "verbose", "chatty",     "info",
                                               "warning",       "error",   "catastrophy"};
 static_assert(kLogLevelNames.size() == HSL::kCatastrophy + 1);

@@ -11,42 +11,47 @@
 
 namespace MidiServer {
 
-// What the user wants of the log, by the names of the command line.
+// What the user wants the log to show, by the names of the command line.
 struct LogOptions {
-    // This level and those above it are logged; "none" logs no level.
+    // Messages of this level and of those above it are logged; with "none", no level is logged.
     std::string level = "warning";
-    // Of these categories every message is logged, whatever its level.
+    // Every message of these categories is logged, whatever its level.
     std::vector<std::string> categories;
-    // "plain", "json" or "journal"; empty: "journal" where standard error goes to the journal,
-    // else "plain".
+    // "plain", "json" or "journal". If it is empty, the format is "journal" where standard error
+    // goes to the journal, and "plain" elsewhere.
     std::string format;
 };
 
-// Adds --log-level, --log-category and --log-format; `options` must outlive the parser.
+// Adds the options --log-level, --log-category and --log-format to a command. `options` must
+// outlive the parser.
 void AddLogOptions(CLI::App& command, LogOptions& options);
 
-// Logs to standard error while it lives; what was logged before it goes is written by then.
+// While a Logging exists, the program's log goes to standard error. All that was logged before the
+// destructor is called is written when it returns.
 //
-// One at a time, made and destroyed by one thread after NyInit; no other thread may log while it
-// goes.
+//     const Logging logging(options);
+//     Log(kHostLog[HSL::kInfo], "driver started with %u ports", ports);
+//
+// A process has one at a time. One thread makes and destroys it, after NyInit; no other thread may
+// log during the destruction.
 class Logging {
 public:
-    // Throws InputError for a name that is none.
+    // Throws InputError if an option holds an unknown name.
     explicit Logging(const LogOptions& options);
     ~Logging();
     Logging(const Logging&) = delete;
     Logging& operator=(const Logging&) = delete;
 
-    // Whether log lines are for programs (JSON or the journal), so that lines for people had better
-    // be log messages too. Any thread; false when there is no log.
+    // Whether programs read the log lines (JSON or the journal). Lines for people should then be
+    // log messages too. Any thread may call; returns false while there is no log.
     static bool IsStructured();
 
 private:
     HSL::CLogManager::OutputCallback mPreviousCallback;
 };
 
-// Logs a message through the calling thread's context; does nothing while there is no log. A format
-// with arguments must hold no "%%", see HSL::CLogContext::Log.
+// Logs a message through the calling thread's log context. Does nothing while there is no log. A
+// format with arguments must not contain "%%", see HSL::CLogContext::Log.
 template <typename... Values>
 void Log(const HSL::CCat& categories, const char* format, const Values&... values) {
     // Without a log nothing passes, and then there is no context to ask for either.
@@ -55,8 +60,8 @@ void Log(const HSL::CCat& categories, const char* format, const Values&... value
     }
 }
 
-// Tells the user something that is no failure, as a line on standard error, or as a warning where
-// the log is structured.
+// Tells the user something that is not a failure: as a line on standard error or, where programs
+// read the log, as a warning in it.
 void Tell(const HSL::CCategoryHolder& category, const std::string& text);
 
 } // namespace MidiServer

@@ -11,27 +11,31 @@ namespace MidiServer {
 // A control-surface protocol whose keep-alive pings the driver answers for a port.
 enum class Protocol { kNone, kHui, kMackieControl };
 
-// The protocol that a name in the preferences stands for: exactly "HUI" or "MackieControl".
+// Returns the protocol that a name in the preferences stands for. The names are exactly "HUI" and
+// "MackieControl"; any other name stands for kNone.
 Protocol ProtocolFromName(std::string_view name);
-// The name as the preferences have it; "none" for kNone.
+// Returns a protocol's name in the preferences, or "none" for kNone.
 std::string_view ProtocolName(Protocol protocol);
 
-// Whether a packet is a ping of the protocol; kNone has none.
+// Whether a packet is a ping of the protocol. No packet is a ping of kNone.
 bool IsPing(Protocol protocol, std::span<const std::uint8_t> packet);
 
-// What a DAW that pings a port may expect from it: knows, independently of the driver, which
-// messages are pings of the port's protocol and which answer each gets.
+// A PingProtocol knows what a DAW that pings a port may expect: which messages are pings of the
+// port's protocol and which answer each gets. It works that out independently of the driver.
 //
-// Mackie Control: the first ping of the process decides the device byte, the answer and the port
-// byte of all later answers, as the driver is meant to behave; so one object follows one loaded
-// driver. Not synchronised.
+//     PingProtocol protocol(Protocol::kHui, 0);
+//     protocol.ExpectedReply(packet); // {0x90, 0x00, 0x7F} if the packet is {0x90, 0x00, 0x00}
+//
+// With Mackie Control the first ping of the process decides the device byte, the answer and the
+// port byte of all later answers; the driver is meant to behave so. One object therefore follows
+// one loaded driver. Not synchronised.
 class PingProtocol {
 public:
     // `port` is the 0-based number of the port.
     PingProtocol(Protocol protocol, unsigned port) : mProtocol(protocol), mPort(port) {}
 
-    // The answer that is due for a packet, or nothing when the packet is no ping. Packets must be
-    // given in the order in which they are sent.
+    // Returns the answer that is due for a packet, or nothing if the packet is not a ping. The
+    // caller must pass the packets in the order in which they are sent.
     std::optional<std::vector<std::uint8_t>> ExpectedReply(std::span<const std::uint8_t> packet);
 
 private:

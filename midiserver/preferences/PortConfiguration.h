@@ -11,11 +11,11 @@
 namespace MidiServer {
 
 inline constexpr unsigned kMaximumPorts = 32;
-// What the driver publishes when the preferences give no number of ports.
+// The number of ports that the driver publishes if the preferences give none.
 inline constexpr unsigned kDefaultPorts = 4;
 
-// One element of the array of control-surface applications, as far as it can be read. A value of
-// another type than text is absent here and named in `wrongTyped`.
+// One element of the preferences' array of control-surface applications, as far as it can be read.
+// A value that is not text is left out, and `wrongTyped` names its key.
 struct PreferenceEntry {
     bool isDictionary = true;
     std::optional<std::string> name;
@@ -27,13 +27,15 @@ struct PreferenceEntry {
     std::string Label(std::size_t index) const;
 };
 
-// Something in the preferences that has no effect, or not the effect that it seems to have.
+// A notice about something in the preferences that has no effect, or another effect than it seems
+// to have.
 struct PreferenceNotice {
-    std::optional<std::size_t> entry; // 0-based; none: it is about the file
+    std::optional<std::size_t> entry; // 0-based; empty if the notice is about the whole file
     std::string text;                 // one line that says which entry and why
 };
 
-// What the driver makes of the preferences, worked out independently of it.
+// What the driver makes of the preferences: its ports and their protocols. The host works this out
+// independently of the driver.
 struct PortConfiguration {
     unsigned publishedPorts = kDefaultPorts;
     bool portsFromPreferences = false; // otherwise publishedPorts is the driver's default
@@ -47,11 +49,11 @@ struct PortRange {
     int last;
 };
 
-// Reads "first-last" as leniently as the driver does (leading blanks and trailing text of a number
-// are accepted). Nothing, when the driver would take no protocol from it.
+// Reads "first-last" as leniently as the driver does: blanks before a number and text after it are
+// accepted. Returns nothing if the driver would assign no protocol from the text.
 std::optional<PortRange> ParsePortRange(std::string_view text);
 
-// Whether the text is one of "1-4", "5-8", ... "29-32": only these count for the number of ports.
+// Whether the text is one of "1-4", "5-8", ... "29-32". Only these count for the number of ports.
 bool IsPortBlock(std::string_view text);
 
 PortConfiguration DerivePortConfiguration(const std::vector<PreferenceEntry>& entries);

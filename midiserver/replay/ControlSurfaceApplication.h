@@ -8,12 +8,17 @@
 
 namespace MidiServer {
 
-// Listens to the driver as the control-surface application does: asks its message port for the
-// unique IDs of the private sources, finds each source by its ID and connects to it.
+// This class stands in for the control-surface application: it asks the driver's message port for
+// the unique IDs of the private sources, finds each source by its ID and connects to it.
+//
+//     ControlSurfaceApplication application(
+//         [](unsigned port, const MIDIPacketList& packets) { ... });
+//     application.Connect(4); // to the sources of ports 0 to 3
+//     application.Disconnect();
 class ControlSurfaceApplication {
 public:
-    // Receives what is forwarded for a port (0-based). Called on the driver's worker thread, which
-    // waits meanwhile. The list is valid during the call.
+    // Receives the packets that the driver forwards for a port (0-based). It is called on the
+    // driver's worker thread, which waits meanwhile. `packets` is valid during the call.
     using Received = std::function<void(unsigned port, const MIDIPacketList& packets)>;
 
     explicit ControlSurfaceApplication(Received received);
@@ -23,9 +28,10 @@ public:
 
     // Connects to the sources of ports 0 to portCount - 1. Blocks until the driver has answered,
     // so it must not be called on the thread whose run loop serves the driver's message port.
-    // Throws HostError that says what failed.
+    // Throws a HostError that says what failed.
     void Connect(unsigned portCount);
-    // Received is not called any more once this has returned. Does nothing when not connected.
+    // Ends the connections; Received is not called any more once this has returned. Does nothing if
+    // there are none.
     void Disconnect();
 
 private:

@@ -6,8 +6,12 @@
 
 namespace MidiServer {
 
-// Collects durations and tells how they are distributed. Every value is kept (8 bytes each), so
-// the percentiles are exact. Not synchronised.
+// A LatencyDistribution collects durations and tells how they are distributed. It keeps every value
+// (8 bytes each), so its percentiles are exact. Not synchronised.
+//
+//     LatencyDistribution latencies;
+//     latencies.Add(arrived - sent);
+//     latencies.Summary().p99;
 class LatencyDistribution {
 public:
     using Duration = std::chrono::nanoseconds;
@@ -21,13 +25,13 @@ public:
         Duration total{};
     };
 
-    // Negative durations count as 0.
+    // Adds a duration; a negative one counts as 0.
     void Add(Duration value);
 
     std::size_t Count() const { return mValues.size(); }
 
-    // A percentile is the smallest value that at least that share of all values does not exceed;
-    // all are 0 when nothing was added. Sorts a copy.
+    // Returns the percentiles, each of which is the smallest value that at least that share of all
+    // values does not exceed. All are 0 if nothing was added. Sorts a copy of the values.
     Percentiles Summary() const;
 
 private:

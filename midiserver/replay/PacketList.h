@@ -8,7 +8,7 @@
 
 namespace MidiServer {
 
-// The data of a list's packets, in order, as spans into the list.
+// Returns the data of a list's packets in order, as spans into the list.
 inline std::vector<std::span<const std::uint8_t>> PacketsOf(const MIDIPacketList& list) {
     std::vector<std::span<const std::uint8_t>> packets;
     ForEachPacket(&list, kUnknownListSize, [&packets](const MIDIPacket* packet) {

@@ -9,12 +9,15 @@
 
 namespace MidiServer {
 
-// Shows on standard error where a replay stands, from construction to destruction: a block that is
-// refreshed in place when standard error is a terminal, a plain line every five seconds
-// otherwise; where the log is structured, that line is a log message.
+// While a ProgressDisplay exists, it shows on standard error how far a replay has come. On a
+// terminal it refreshes a block of lines in place; elsewhere it writes a plain line every five
+// seconds, which is a log message if programs read the log.
+//
+//     const ProgressDisplay display([&session] { return session.Report(); });
+//     session.Run();
 class ProgressDisplay {
 public:
-    // `report` is called on the display's own thread.
+    // Starts the display's own thread, which calls `report`.
     explicit ProgressDisplay(std::function<ReplayReport()> report);
     // Removes the block from the terminal and waits for the display's thread.
     ~ProgressDisplay();

@@ -19,26 +19,30 @@ class Backend;
 struct ReplayOptions {
     std::string file;            // as the user named it, for the report
     unsigned port = 0;           // 0-based
-    std::optional<double> speed; // above 0; none: as fast as possible
+    std::optional<double> speed; // above 0; empty means as fast as possible
     Protocol protocol = Protocol::kNone;
 };
 
-// Plays a recorded session to a port of a driver that runs, as the DAW, and listens as the
-// control-surface application and as the DAW to what comes back.
+// A ReplaySession plays a recorded session, as the DAW, to a port of a driver that runs. It listens
+// to what comes back as the control-surface application and as the DAW.
 //
-// What is due at the same time goes out as one packet list of a packet per message, as a DAW's
-// cycle does; a message of more than 256 bytes takes several packets, and a list holds at most 1024
-// bytes. The time starts with the first message.
+//     ReplaySession session(recording, options, host);
+//     const ReplayReport report = session.Run();
 //
-// Flow control: the driver's worker keeps what it has not forwarded yet in a ring of 524288 bytes
-// and forwards nothing ever again once that has overflowed. So at most a quarter of it is ever
-// under way, packet lists counted with their headers; before more the DAW waits.
+// Messages that are due at the same time go out as one packet list with a packet for each message,
+// as in a DAW's cycle. A message of more than 256 bytes takes several packets, and a list holds at
+// most 1024 bytes. The time starts with the first message.
 //
-// The end: after the last message it waits for what is under way, for as long as the permitted rate
-// takes for those bytes and 15 s more.
+// Flow control: the driver's worker keeps the lists that it has not forwarded yet in a ring of
+// 524288 bytes, and forwards nothing ever again once that ring has overflowed. The DAW therefore
+// waits as soon as a quarter of the ring is under way, with the headers of the packet lists
+// counted.
+//
+// After the last message the session waits for the lists that are under way: for as long as the
+// permitted rate takes for their bytes, and 15 seconds more.
 class ReplaySession {
 public:
-    // Bytes of packet lists that may be under way at a time.
+    // The bytes of packet lists that may be under way at the same time.
     static constexpr std::uint64_t kFlowControlBytes = 524288 / 4;
 
     // `recording` and `host` must outlive the session; the host must have started.
@@ -46,13 +50,13 @@ public:
     ReplaySession(const ReplaySession&) = delete;
     ReplaySession& operator=(const ReplaySession&) = delete;
 
-    // Plays it all and returns the findings. Not on the thread that runs the driver's run loop.
-    // Ends early when Interrupt::Count() is above 0: then nothing more is sent and what is under
-    // way is waited for; above 1, that is not waited for either. Throws HostError when the driver
-    // does not let itself be connected.
+    // Plays the whole session and returns the findings. Must not be called on the thread that runs
+    // the driver's run loop. If Interrupt::Count() rises above 0, it sends nothing more and only
+    // waits for what is under way; above 1, it does not wait either. Throws HostError if the
+    // driver's sources or ports cannot be connected to.
     ReplayReport Run();
 
-    // Where it stands. Any thread; latencies included.
+    // Returns how far the session has come, with the latencies so far. Any thread may call.
     ReplayReport Report() const;
 
 private:
@@ -72,11 +76,11 @@ private:
     PacketListBuilder mList;
     ReplayStatistics::Packets mListPackets;
 
-    // Guards what follows; the drivers' threads and the display touch it too.
+    // Guards the members below, which the driver's threads and the display touch too.
     mutable std::mutex mMutex;
     std::condition_variable mArrived;
     ReplayStatistics mStatistics;
-    ReplayReport mReport; // but for the findings
+    ReplayReport mReport; // without the findings, which Report() takes from mStatistics
     Clock::time_point mStart;
     Clock::time_point mLastArrival;
     bool mFinished = false;

@@ -12,7 +12,7 @@
 
 namespace MidiServer {
 
-// Traffic of one port. A message that is sent in several packets counts as so many.
+// The traffic of one port. A message that is sent in several packets counts once for each packet.
 struct PortTraffic {
     std::uint64_t messagesIn = 0; // from the DAW to the port
     std::uint64_t bytesIn = 0;
@@ -43,47 +43,55 @@ struct ReplayFindings {
     std::uint64_t items = 0;                    // packet lists
     std::uint64_t worstWindowBytes = 0;
 
-    // Nothing lost, reordered, altered or added, and every ping answered as due.
+    // Whether nothing was lost, reordered, altered or added, and every ping was answered as due.
     bool Clean() const;
 };
 
-// Accounts for a replay: is told of every packet list when it is sent and of every one that comes
-// out, and checks byte for byte and in order that what arrives is what was sent.
+// ReplayStatistics keeps the accounts of a replay. The caller reports every packet list that is
+// sent and every list that comes out; the object checks byte for byte, and in order, that what
+// arrives is what was sent.
 //
-// Times are the caller's clock, so that a test can supply them; they must not decrease. Only one
-// port is played to; traffic on any other is surplus. Not synchronised: the caller locks.
+//     ReplayStatistics statistics(0, 4, Protocol::kHui);
+//     statistics.ListSent(now, packets);
+//     statistics.Forwarded(0, later, packets);
+//     statistics.Findings().Clean(); // true
+//
+// The caller supplies the times, which must not decrease, so that a test can choose them. Only one
+// port is played to; traffic on any other port is surplus. Not synchronised: the caller locks.
 class ReplayStatistics {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
     using Packets = std::vector<std::span<const std::uint8_t>>;
 
-    // What the driver lets through on one port in one second, in bytes of MIDI data.
+    // The bytes of MIDI data that the driver lets through on one port in one second.
     static constexpr std::uint64_t kPermittedBytesPerSecond = 14336;
 
     // `port` is 0-based and below portCount.
     ReplayStatistics(unsigned port, unsigned portCount, Protocol protocol);
 
-    // A list is about to be sent. The packets' bytes must stay valid until they have arrived.
+    // Reports that a list is about to be sent. The bytes of its packets must stay valid until they
+    // have arrived.
     void ListSent(TimePoint when, const Packets& packets);
-    // The list that was announced last was refused and will not arrive.
+    // Reports that the list that was announced last was refused and will not arrive.
     void LastListRefused();
 
     void Forwarded(unsigned port, TimePoint when, const Packets& packets);
     void Replied(unsigned port, TimePoint when, const Packets& packets);
 
-    // Bytes of the packet lists, with their headers, that were sent and are still to arrive.
+    // The bytes of the packet lists, headers included, that were sent and are still to arrive.
     std::uint64_t BytesInFlight() const { return mBytesInFlight; }
-    // Bytes of MIDI data of the same.
+    // The bytes of MIDI data in these lists.
     std::uint64_t DataBytesInFlight() const { return mDataBytesInFlight; }
     std::uint64_t PingsOutstanding() const { return mDueReplies.size(); }
 
-    // The findings as they stand, without the latencies; what is still to arrive counts as lost.
+    // Returns the findings so far, without the latencies. Packets that are still to arrive count as
+    // lost.
     ReplayFindings Counts() const;
-    // The same with the latencies, which are sorted for it.
+    // Returns the findings so far with the latencies, of which it sorts copies.
     ReplayFindings Findings() const;
 
-    // From sending a packet to its arrival, from sending a ping to its answer, and from sending an
-    // item that the throttle delayed to its arrival.
+    // The latencies from sending a packet to its arrival, from sending a ping to its answer, and
+    // from sending an item that the throttle delayed to its arrival.
     const LatencyDistribution& Forwarding() const { return mForwarding; }
     const LatencyDistribution& Replies() const { return mReplies; }
     const LatencyDistribution& Throttled() const { return mThrottled; }
@@ -116,7 +124,7 @@ private:
 
     std::deque<ExpectedPacket> mExpected;
     std::deque<ExpectedPacket> mPassedOver; // a later packet arrived before these
-    std::uint64_t mUnknown = 0;             // arrived, unlike anything sent, since the last match
+    std::uint64_t mUnknown = 0; // packets since the last match that equal none that was sent
     std::size_t mLastListPackets = 0;
     std::size_t mLastListReplies = 0;
     std::deque<DueReply> mDueReplies;

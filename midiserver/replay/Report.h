@@ -12,41 +12,41 @@ namespace MidiServer {
 
 enum class ReplayPhase { kSending, kHeldBack, kWaitingForTheRest, kFinished };
 
-// Where a replay stands, or how it ended.
+// How far a replay has come, or how it ended.
 struct ReplayReport {
     std::string file;
     unsigned port = 0; // 0-based
     Protocol protocol = Protocol::kNone;
-    std::optional<double> speed; // none: as fast as possible
+    std::optional<double> speed; // empty means as fast as possible
     ReplayPhase phase = ReplayPhase::kSending;
     std::uint64_t messages = 0; // in the file
-    std::uint64_t sent = 0;     // of these
+    std::uint64_t sent = 0;     // of the messages in the file
     std::chrono::nanoseconds elapsed{};
     std::uint64_t bytesInFlight = 0;     // of packet lists sent and not yet arrived
     std::uint64_t dataBytesInFlight = 0; // of MIDI data in them
-    // Packet lists that were due and had to wait until less was under way, and for how long.
+    // How many packet lists were due but had to wait until less was under way, and for how long.
     std::uint64_t heldBack = 0;
     std::chrono::nanoseconds heldBackTime{};
     bool interrupted = false;
-    bool stalled = false; // the wait for the rest ran out
+    bool stalled = false; // the last lists did not arrive in time
     ReplayFindings findings;
 
-    // Everything that was sent arrived as it should; decides the exit status.
+    // Whether everything that was sent arrived as it should. This decides the exit status.
     bool Clean() const { return findings.Clean() && !stalled && (interrupted || sent == messages); }
 
-    // When no ping was exercised: the protocol of those that the session holds nevertheless and
-    // that the port does not emulate. Otherwise kNone.
+    // If the session pings only in a protocol that the port does not emulate, so that no ping was
+    // exercised, returns that protocol. Returns kNone otherwise.
     Protocol UnexercisedProtocol() const;
 };
 
-// One line that says so; nothing if there is no such protocol.
+// Returns one line that warns of an unexercised protocol, or nothing if there is none.
 std::optional<std::string> PingWarning(const ReplayReport& report);
 
-// The summary for people, several lines each ended by a newline.
+// Returns the summary for people: several lines, each ended by a newline.
 std::string SummaryText(const ReplayReport& report);
-// The same as one JSON document, indented, ended by a newline. Times are in milliseconds.
+// Returns the summary as one indented JSON document, ended by a newline. Times are in milliseconds.
 std::string SummaryJson(const ReplayReport& report);
-// Live status: a block for a terminal that is refreshed in place, and one plain line.
+// Return the live status: a block of lines that a terminal refreshes in place, and one plain line.
 std::vector<std::string> StatusBlock(const ReplayReport& report);
 std::string StatusLine(const ReplayReport& report);
 

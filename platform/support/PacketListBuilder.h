@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-/// Builds a packet list as the platform lays it out, one packet per Add. CoreMIDI's own
-/// MIDIPacketListAdd may join packets of the same time, and a ping must stay a packet of its own to
-/// be recognised. Allocates only until the largest list has been built once.
+// Builds a packet list as the platform lays it out, one packet per Add. CoreMIDI's own
+// MIDIPacketListAdd may join packets of the same time, and a ping must stay a packet of its own to
+// be recognised. Allocates only until the largest list has been built once.
 class PacketListBuilder {
 public:
     PacketListBuilder() { Clear(); }
@@ -20,7 +20,7 @@ public:
         mLast = 0;
     }
 
-    /// Appends a packet of at most 65535 bytes. Time stamp 0 means "now".
+    // Appends a packet of at most 65535 bytes. Time stamp 0 means "now".
     void Add(std::span<const Byte> data, MIDITimeStamp time = 0) {
         const std::size_t start = SizeWith(0) - kPacketHeaderSize;
         mBytes.resize(start + kPacketHeaderSize + data.size());
@@ -37,7 +37,7 @@ public:
 
     std::size_t ByteSize() const { return mBytes.size(); }
 
-    /// ByteSize once a packet of so many bytes has been added.
+    // ByteSize once a packet of so many bytes has been added.
     std::size_t SizeWith(std::size_t dataBytes) const {
         std::size_t start = kPacketListHeaderSize;
         if (!Empty()) {
@@ -50,11 +50,11 @@ public:
 
     bool Empty() const { return mBytes.size() == kPacketListHeaderSize; }
 
-    /// The list; valid until the next Clear or Add. Not constant, because a driver stamps the
-    /// packets' times in the list that it is sent.
+    // The list; valid until the next Clear or Add. Not constant, because a driver stamps the
+    // packets' times in the list that it is sent.
     MIDIPacketList* List() { return reinterpret_cast<MIDIPacketList*>(mBytes.data()); }
 
-    /// Gives the list's bytes away. Only Clear may follow.
+    // Gives the list's bytes away. Only Clear may follow.
     std::vector<Byte> Release() { return std::move(mBytes); }
 
 private:

@@ -20,7 +20,7 @@ static_assert(offsetof(MIDIPacket, timeStamp) == 0 && offsetof(MIDIPacket, lengt
 static_assert(sizeof(MIDIPacket) == 268 && sizeof(MIDIPacketList) == 272);
 static_assert(alignof(MIDIPacket) == 4 && alignof(MIDIPacketList) == 4);
 
-/// For a list that comes without its size, as all that CoreMIDI hands over do.
+// For a list that comes without its size, as all that CoreMIDI hands over do.
 inline constexpr std::size_t kUnknownListSize = std::numeric_limits<std::size_t>::max();
 
 inline MIDITimeStamp PacketTime(const MIDIPacket* packet) {
@@ -53,7 +53,7 @@ inline Byte* PacketData(MIDIPacket* packet) {
     return reinterpret_cast<Byte*>(packet) + kPacketHeaderSize;
 }
 
-/// The packet count that a list of `size` bytes states; 0 when it is too short to state one.
+// The packet count that a list of `size` bytes states; 0 when it is too short to state one.
 inline UInt32 PacketCount(const void* list, std::size_t size = kUnknownListSize) {
     UInt32 count = 0;
     if (size >= kPacketListHeaderSize) {
@@ -62,15 +62,15 @@ inline UInt32 PacketCount(const void* list, std::size_t size = kUnknownListSize)
     return count;
 }
 
-/// How far a walk came.
+// How far a walk came.
 struct PacketListExtent {
-    std::size_t bytes = 0; ///< from the list's start to the end of the last packet's data
+    std::size_t bytes = 0; // from the list's start to the end of the last packet's data
     UInt32 packets = 0;
 };
 
-/// Calls visit(const MIDIPacket*) for each packet that lies whole within the list's `size` bytes,
-/// in order, and stops at the first that does not. `list` may lie at any address. The visit must
-/// leave the packets' lengths alone.
+// Calls visit(const MIDIPacket*) for each packet that lies whole within the list's `size` bytes,
+// in order, and stops at the first that does not. `list` may lie at any address. The visit must
+// leave the packets' lengths alone.
 template <typename Visit>
 PacketListExtent ForEachPacket(const void* list, std::size_t size, Visit visit) {
     PacketListExtent extent;
@@ -95,12 +95,12 @@ PacketListExtent ForEachPacket(const void* list, std::size_t size, Visit visit) 
     return extent;
 }
 
-/// The size of a list that comes without it: from its start to the end of its last packet's data.
+// The size of a list that comes without it: from its start to the end of its last packet's data.
 inline std::size_t PacketListSize(const MIDIPacketList* list) {
     return ForEachPacket(list, kUnknownListSize, [](const MIDIPacket*) {}).bytes;
 }
 
-/// The MIDI bytes in a list of `size` bytes: the lengths of its packets.
+// The MIDI bytes in a list of `size` bytes: the lengths of its packets.
 inline unsigned int CountMIDIBytes(const void* list, std::size_t size) {
     unsigned int bytes = 0;
     ForEachPacket(list, size,

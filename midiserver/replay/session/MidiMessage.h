@@ -6,8 +6,8 @@
 
 namespace MidiServer {
 
-// How many bytes a MIDI message with this status byte (80 to FF, not F7) has; nothing for System
-// Exclusive, which ends itself.
+// Returns the number of bytes of a MIDI message with this status byte (0x80 to 0xFF, not 0xF7), or
+// nothing for System Exclusive, whose last byte ends it.
 std::optional<std::size_t> MidiMessageLength(std::uint8_t status);
 
 } // namespace MidiServer

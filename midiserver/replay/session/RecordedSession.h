@@ -8,44 +8,51 @@
 
 namespace MidiServer {
 
-// A message of a recorded session; its bytes are the session's.
+// A message of a recorded session, which owns the bytes.
 struct RecordedMessage {
     std::uint64_t microseconds = 0; // since the start of the recording
     std::span<const std::uint8_t> bytes;
 };
 
-// The messages of a recorded session in the order in which they are to be sent.
+// A recorded session holds MIDI messages in the order in which they are to be sent.
 //
-// Kept packed: beside its bytes a message costs one to six bytes for the time since the one before,
-// and, when it has more than three bytes, one to five for their number. So a session takes about as
-// much memory as the file that it was read from. Not synchronised: filled by one thread, then read
-// by any number. A message's bytes stay where they are as long as the session, moved or not.
+//     RecordedSession session;
+//     session.Append(250, note); // 250 microseconds after the start
+//     for (const RecordedMessage& message : session) { ... }
+//
+// It keeps them packed: beside its bytes a message costs one to six bytes for the time since the
+// message before and, if it has more than three bytes, one to five bytes for their number. A
+// session therefore takes about as much memory as the file that it was read from.
+//
+// Not synchronised: one thread fills it, then any number of threads read it. The bytes of a message
+// stay at their place as long as the session exists, even if the session is moved.
 class RecordedSession {
 public:
     class Iterator;
 
     // Adds a message at a time in microseconds since the start; times must not decrease.
     void Append(std::uint64_t microseconds, std::span<const std::uint8_t> bytes);
-    // The same, for the caller to fill in its bytes.
+    // Adds a message of `length` bytes, which the caller writes into the span returned.
     std::span<std::uint8_t> Append(std::uint64_t microseconds, std::size_t length);
 
     std::size_t MessageCount() const { return mMessageCount; }
     std::size_t ByteCount() const { return mByteCount; }
 
-    // Not while messages are appended.
+    // Iterate over the messages. No message may be appended meanwhile.
     Iterator begin() const;
     Iterator end() const;
 
 private:
-    // No block ever grows beyond what was reserved for it, so that its bytes stay in place. A
-    // message lies in one block.
+    // Each message lies in one block. No block ever grows beyond its reserved size, so that the
+    // bytes in it stay in place.
     std::vector<std::vector<std::uint8_t>> mBlocks;
     std::uint64_t mLastMicroseconds = 0;
     std::size_t mMessageCount = 0;
     std::size_t mByteCount = 0;
 };
 
-// Reads the messages in order. Valid as long as the session is neither changed nor moved.
+// An iterator reads the messages in order. It is valid as long as the session is neither changed
+// nor moved.
 class RecordedSession::Iterator {
 public:
     using iterator_category = std::input_iterator_tag;
@@ -69,8 +76,8 @@ private:
     std::uint64_t Number();
 
     const Blocks* mBlocks;
-    std::size_t mBlock;    // of mMessage, or of the end
-    std::size_t mNext = 0; // behind mMessage in its block
+    std::size_t mBlock;    // the block that mMessage lies in, or the number of blocks at the end
+    std::size_t mNext = 0; // where mMessage ends in its block
     RecordedMessage mMessage;
 };
 

@@ -5,8 +5,9 @@
 
 typedef struct __CFArray* CFMutableArrayRef;
 
-// What to do with values as they come and go. Null members: values are kept as they are, described
-// as addresses and compared as pointers. `retain` gives the value that is kept. Version is 0.
+// The functions that an array calls for its values. A null member means that values are kept as
+// they are, described as addresses or compared as pointers. The array keeps the value that `retain`
+// returns. The version is 0.
 typedef const void* (*CFArrayRetainCallBack)(CFAllocatorRef allocator, const void* value);
 typedef void (*CFArrayReleaseCallBack)(CFAllocatorRef allocator, const void* value);
 typedef CFStringRef (*CFArrayCopyDescriptionCallBack)(const void* value);
@@ -19,45 +20,45 @@ typedef struct CFArrayCallBacks {
     CFArrayEqualCallBack equal;
 } CFArrayCallBacks;
 
-// For objects: retained, released and compared by CFRetain, CFRelease and CFEqual. Null values are
-// kept as null.
+// Callbacks for arrays of objects, which are retained, released and compared by CFRetain, CFRelease
+// and CFEqual. Null values are kept as null.
 CF_EXPORT const CFArrayCallBacks kCFTypeArrayCallBacks;
 
 typedef void (*CFArrayApplierFunction)(const void* value, void* context);
 
 CF_EXPORT CFTypeID CFArrayGetTypeID(void);
 
-// Null `callBacks` is the same as null members. Null when `numValues` is negative, or `values` is
-// null and `numValues` is not 0.
+// Makes an array of the given values. Null `callBacks` count as callbacks whose members are all
+// null. Returns null if `numValues` is negative, or if `values` is null and `numValues` is not 0.
 CF_EXPORT CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex numValues,
                                    const CFArrayCallBacks* callBacks);
 CF_EXPORT CFArrayRef CFArrayCreateCopy(CFAllocatorRef allocator, CFArrayRef theArray);
-// `capacity` is a hint; the array grows as needed. Null when it is negative.
+// `capacity` is a hint; the array grows as needed. Returns null if it is negative.
 CF_EXPORT CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                                  const CFArrayCallBacks* callBacks);
 CF_EXPORT CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
                                                      CFArrayRef theArray);
 
 CF_EXPORT CFIndex CFArrayGetCount(CFArrayRef theArray);
-// Null when the index is outside of the array.
+// Returns null if the index is outside of the array.
 CF_EXPORT const void* CFArrayGetValueAtIndex(CFArrayRef theArray, CFIndex idx);
 CF_EXPORT void CFArrayGetValues(CFArrayRef theArray, CFRange range, const void** values);
 CF_EXPORT CFIndex CFArrayGetCountOfValue(CFArrayRef theArray, CFRange range, const void* value);
 CF_EXPORT Boolean CFArrayContainsValue(CFArrayRef theArray, CFRange range, const void* value);
-// kCFNotFound when there is none.
+// Returns kCFNotFound if no value in the range is equal.
 CF_EXPORT CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef theArray, CFRange range,
                                               const void* value);
 CF_EXPORT void CFArrayApplyFunction(CFArrayRef theArray, CFRange range,
                                     CFArrayApplierFunction applier, void* context);
 
-// Changes. They do nothing for an array that is immutable, an index outside of the array
-// (insertion: beyond its end) and when there is no memory.
+// The functions below change an array. They do nothing if the array is immutable, if the index is
+// outside of the array (for an insertion: beyond its end), or if there is no memory.
 CF_EXPORT void CFArrayAppendValue(CFMutableArrayRef theArray, const void* value);
 CF_EXPORT void CFArrayAppendArray(CFMutableArrayRef theArray, CFArrayRef otherArray,
                                   CFRange otherRange);
 CF_EXPORT void CFArrayInsertValueAtIndex(CFMutableArrayRef theArray, CFIndex idx,
                                          const void* value);
-// At the index one beyond the last, the value is appended.
+// If the index is one beyond the last, the value is appended.
 CF_EXPORT void CFArraySetValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const void* value);
 CF_EXPORT void CFArrayRemoveValueAtIndex(CFMutableArrayRef theArray, CFIndex idx);
 CF_EXPORT void CFArrayRemoveAllValues(CFMutableArrayRef theArray);

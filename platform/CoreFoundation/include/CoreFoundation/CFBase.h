@@ -6,23 +6,24 @@
 // retain what they hold. The constants (`CFSTR`, `kCFBooleanTrue`, ...) live as long as the
 // process.
 //
-// Wrong types: every function checks what it is given. A null reference or one to an object of
-// another type is answered with the failure value that the function's header names, or else with 0,
-// false, null or no effect. A pointer that is not a reference at all is not recognised.
+// Wrong types: every function checks its arguments. If a reference is null or leads to an object of
+// another type, the function returns the failure value that its header names or, if it names none,
+// returns 0, false or null, or has no effect. A pointer that is not a reference at all is not
+// recognised.
 //
-// The original platform does not check in release builds. So that code meant for both shows its
-// mistakes here, there is a strict mode: with QUORVEL_CF_STRICT=1 in the environment (read when the
-// first mistake is made) a function that is given null, an object of another type or an immutable
-// object to change writes one line with its name, the argument's and what it found to standard
-// error and aborts. Null is no mistake where a header gives it a meaning: allocators, callbacks,
-// `CFCopyDescription`, values that remove a preference, requests without data, run-loop modes that
-// none is run in, and the like. What is not a reference (null buffers, indexes, ranges) is answered
-// as it is otherwise.
+// The original platform does not check in release builds. A strict mode therefore shows the
+// mistakes of code that is meant for both: with QUORVEL_CF_STRICT=1 in the environment (read when
+// the first mistake is made), a function aborts if it is given null, an object of another type, or
+// an immutable object to change. Before that it writes one line to standard error with its own
+// name, the name of the argument and what it found. Null is not a mistake where a header gives it a
+// meaning, as it does for allocators, callbacks, `CFCopyDescription`, values that remove a
+// preference, requests without data, and run-loop modes. Arguments that are not references
+// (buffers, indexes, ranges) are answered as they are without the strict mode.
 //
-// Threads: any function may be called from any thread. References may be retained and released by
-// several threads at once, immutable objects read by several threads at once. Mutable objects need
-// a lock of the caller's as soon as one thread changes them. Unless a header says otherwise
-// functions do not block; Create and Copy allocate, and give null when there is no memory.
+// Threads: any function may be called from any thread. Several threads may retain and release the
+// same object, and read the same immutable object, at the same time. As soon as one thread changes
+// a mutable object, the callers have to lock. Unless a header says otherwise, functions do not
+// block. Create and Copy functions allocate, and return null if there is no memory.
 #pragma once
 
 #include <MacTypes.h>
@@ -57,8 +58,8 @@ static const CFIndex kCFNotFound = -1;
 typedef CFIndex CFComparisonResult;
 enum { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
 
-// `length` elements from `location` on. A range that does not lie in what it is applied to selects
-// nothing.
+// A range of `length` elements that begins at `location`. A range that does not lie wholly inside
+// of the object that it is applied to selects nothing.
 typedef struct CFRange {
     CFIndex location;
     CFIndex length;
@@ -72,39 +73,42 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
 }
 
 // Allocators. All memory comes from the C++ heap; null, `kCFAllocatorDefault`, the system's and
-// malloc's are the same. Nothing can be made with `kCFAllocatorNull`: Create and Copy then give
-// null, as they do for something that is not an allocator.
+// malloc's allocator are the same. Nothing can be made with `kCFAllocatorNull`: Create and Copy
+// functions then return null, as they do for something that is not an allocator.
 CF_EXPORT const CFAllocatorRef kCFAllocatorDefault; // null, as on the original platform
 CF_EXPORT const CFAllocatorRef kCFAllocatorSystemDefault;
 CF_EXPORT const CFAllocatorRef kCFAllocatorMalloc;
 CF_EXPORT const CFAllocatorRef kCFAllocatorNull;
 
 CF_EXPORT CFTypeID CFAllocatorGetTypeID(void);
-// Never null; the caller owns no reference.
+// Never returns null. The caller owns no reference.
 CF_EXPORT CFAllocatorRef CFAllocatorGetDefault(void);
 
-// Adds and gives up a reference. Null is passed over (a mistake, in strict mode). What was written
-// to an object before a release is seen by whoever destroys it. `CFRelease` may destroy the object
-// and what it holds.
+// `CFRetain` adds a reference, `CFRelease` gives one up and may destroy the object and what it
+// holds. Both ignore null, which is a mistake in strict mode. Whatever a thread wrote to an object
+// before it released it is visible to the thread that destroys the object.
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 CF_EXPORT void CFRelease(CFTypeRef cf);
 
-// The references to an object: 0 for null, the largest CFIndex for an object that cannot be
-// released. Of use in tests only, since other threads may retain and release meanwhile.
+// Returns the number of references to an object: 0 for null, and the largest CFIndex for an object
+// that is never destroyed. It is of use in tests only, since other threads may retain and release
+// meanwhile.
 CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef cf);
 
-// The type of an object, 0 for null.
+// Returns the type of an object, or 0 for null.
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
-// The name of a type, for instance "CFString"; null for a number that is not a type's. Copy rule.
+// Returns the name of a type, for instance "CFString", or null if no type has the number. The
+// caller owns the result.
 CF_EXPORT CFStringRef CFCopyTypeIDDescription(CFTypeID type_id);
 
-// Whether both are of one type and of equal value; a reference equals itself and null equals null.
-// Containers that are nested more than 512 deep are compared as references below that.
+// Whether both objects have the same type and equal values. A reference equals itself, and null
+// equals null. Below 512 levels of nesting, containers are compared as references.
 CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
-// Equal objects have equal hashes within one process; from one process to the next a hash of text
-// or bytes is another. 0 for null.
+// Returns a hash, which is the same for equal objects of one process and 0 for null. The hash of a
+// text or of bytes differs from one process to the next.
 CF_EXPORT CFHashCode CFHash(CFTypeRef cf);
 
-// A text for people: the string itself, the number's digits, a container's values (nothing below 64
-// levels), "<CFUUID ...>". Null for null. Copy rule.
+// Returns a text for people: a string itself, the digits of a number, the values of a container
+// (but none below 64 levels), or something like "<CFUUID ...>". Returns null for null. The caller
+// owns the result.
 CF_EXPORT CFStringRef CFCopyDescription(CFTypeRef cf);

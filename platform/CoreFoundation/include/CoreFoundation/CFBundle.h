@@ -1,11 +1,12 @@
-// A folder that holds a module and describes it in `Contents/Info.plist`.
+// A bundle is a folder that holds a module and describes it in `Contents/Info.plist`.
 //
-// On Linux the module is `Contents/Linux/<CFBundleExecutable>`, a shared object. It is opened with
-// its symbols kept to itself and resolved at once.
+// On Linux the module is the shared object `Contents/Linux/<CFBundleExecutable>`. When it is
+// loaded, all its symbols are resolved at once, and they stay invisible to other modules.
 //
-// Threads: every function may be called from any thread. Creating a bundle reads its property list;
-// the loading functions block for as long as the dynamic loader takes and run the module's static
-// constructors and destructors. A failure's cause is in `CFPlugInHostCopyLastError`.
+// Threads: every function may be called from any thread. Creating a bundle reads its property list.
+// The functions that load and unload block for as long as the dynamic loader takes, and run the
+// module's static constructors and destructors. `CFPlugInHostCopyLastError` tells why a call
+// failed.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
@@ -21,24 +22,26 @@ CF_EXPORT const CFStringRef kCFBundleExecutableKey; // "CFBundleExecutable"
 
 CF_EXPORT CFTypeID CFBundleGetTypeID(void);
 
-// The bundle at a folder; the caller owns a reference. While a bundle lives, the same folder gives
-// the same bundle. Null when the folder or its property list is missing or cannot be read.
+// Returns the bundle of a folder, of which the caller owns a reference. As long as the bundle
+// exists, the same folder gives the same bundle. Returns null if the folder or its property list is
+// missing or cannot be read.
 CF_EXPORT CFBundleRef CFBundleCreate(CFAllocatorRef allocator, CFURLRef bundleURL);
 
-// What the bundle owns: the property list, one of its values (null when there is none), and the
-// identifier (null unless it is a string).
+// Return the property list, one of its values (null if there is none), and the identifier (null
+// unless it is a string). The bundle owns the results.
 CF_EXPORT CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle);
 CF_EXPORT CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key);
 CF_EXPORT CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);
 
-// The caller owns the result. Null when the property list names no executable.
+// Returns null if the property list names no executable. The caller owns the result.
 CF_EXPORT CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle);
 
 CF_EXPORT Boolean CFBundleIsExecutableLoaded(CFBundleRef bundle);
 
-// Unloads the module. The caller sees to it that none of its code runs or is called any more. A
-// module with registered instances stays loaded.
+// Unloads the module. The caller makes sure that none of the module's code runs or is called any
+// more. A module with registered instances stays loaded.
 CF_EXPORT void CFBundleUnloadExecutable(CFBundleRef bundle);
 
-// The address of an exported function; loads the module first. Null when there is none.
+// Loads the module if need be and returns the address of one of its exported functions, or null if
+// there is none of that name.
 CF_EXPORT void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName);

@@ -1,12 +1,13 @@
-// Maps from keys to values, both pointers and normally references to objects. Keys have no order.
+// A dictionary maps keys to values. Both are pointers, normally references to objects. Keys have no
+// order.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
 
 typedef struct __CFDictionary* CFMutableDictionaryRef;
 
-// What to do with keys and values as they come and go. Null members: they are kept as they are,
-// described as addresses, compared and hashed as pointers. Version is 0.
+// The functions that a dictionary calls for its keys and values. A null member means that they are
+// kept as they are, described as addresses, or compared and hashed as pointers. The version is 0.
 typedef const void* (*CFDictionaryRetainCallBack)(CFAllocatorRef allocator, const void* value);
 typedef void (*CFDictionaryReleaseCallBack)(CFAllocatorRef allocator, const void* value);
 typedef CFStringRef (*CFDictionaryCopyDescriptionCallBack)(const void* value);
@@ -28,8 +29,9 @@ typedef struct CFDictionaryValueCallBacks {
     CFDictionaryEqualCallBack equal;
 } CFDictionaryValueCallBacks;
 
-// For objects; null keys and values are kept as null. The second is for keys of strings (strings
-// are immutable here, so that nothing needs to be copied: it is the same as the first).
+// Callbacks for dictionaries of objects. Null keys and values are kept as null.
+// `kCFCopyStringDictionaryKeyCallBacks` is for keys that are strings; since strings are immutable
+// here, there is nothing to copy, and it does the same as `kCFTypeDictionaryKeyCallBacks`.
 CF_EXPORT const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 CF_EXPORT const CFDictionaryKeyCallBacks kCFCopyStringDictionaryKeyCallBacks;
 CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
@@ -38,14 +40,14 @@ typedef void (*CFDictionaryApplierFunction)(const void* key, const void* value, 
 
 CF_EXPORT CFTypeID CFDictionaryGetTypeID(void);
 
-// Of keys that are equal, the first counts. Null when `numValues` is negative, or `keys` or
-// `values` is null and `numValues` is not 0.
+// Makes a dictionary; of equal keys, the first one counts. Returns null if `numValues` is negative,
+// or if `keys` or `values` is null and `numValues` is not 0.
 CF_EXPORT CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys,
                                              const void** values, CFIndex numValues,
                                              const CFDictionaryKeyCallBacks* keyCallBacks,
                                              const CFDictionaryValueCallBacks* valueCallBacks);
 CF_EXPORT CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef theDict);
-// `capacity` is a hint; the dictionary grows as needed. Null when it is negative.
+// `capacity` is a hint; the dictionary grows as needed. Returns null if it is negative.
 CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutable(
     CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keyCallBacks,
     const CFDictionaryValueCallBacks* valueCallBacks);
@@ -55,19 +57,20 @@ CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef al
 
 CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef theDict);
 CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void* key);
-// Null when there is no such key, or its value is null: the second function tells which.
+// Returns null if there is no such key or if its value is null; `CFDictionaryGetValueIfPresent`
+// tells which.
 CF_EXPORT const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key);
 CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef theDict, const void* key,
                                                 const void** value);
-// Both arrays have room for all entries, or are null; entry for entry in one order.
+// Writes all keys and all values in the same order. Each array has room for all entries or is null.
 CF_EXPORT void CFDictionaryGetKeysAndValues(CFDictionaryRef theDict, const void** keys,
                                             const void** values);
 // Calls the function for each entry; it must not change the dictionary. Needs no memory.
 CF_EXPORT void CFDictionaryApplyFunction(CFDictionaryRef theDict,
                                          CFDictionaryApplierFunction applier, void* context);
 
-// Changes; they do nothing for a dictionary that is immutable and when there is no memory. Add
-// leaves a key that is there alone, Replace one that is not, Set does either.
+// The functions below change a dictionary. They do nothing if it is immutable or if there is no
+// memory. Add does nothing if the key is there already, Replace if it is not; Set adds or replaces.
 CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef theDict, const void* key,
                                     const void* value);
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void* key,

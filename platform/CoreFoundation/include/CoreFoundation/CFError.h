@@ -1,4 +1,4 @@
-// Why a call failed, for callers that asked to be told.
+// A CFError tells why a call failed.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
@@ -8,12 +8,12 @@ CF_EXPORT const CFStringRef kCFErrorDomainCocoa; // codes are those of CFPropert
 
 CF_EXPORT const CFStringRef kCFErrorLocalizedDescriptionKey;
 
-// `userInfo` may be null. Null when the domain is not a string.
+// `userInfo` may be null. Returns null if the domain is not a string.
 CF_EXPORT CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
                                    CFDictionaryRef userInfo);
 // The error owns the result.
 CF_EXPORT CFStringRef CFErrorGetDomain(CFErrorRef err);
 CF_EXPORT CFIndex CFErrorGetCode(CFErrorRef err);
-// One line for people, without a line break: `kCFErrorLocalizedDescriptionKey` of the user info, or
-// else one made from domain and code. Never null for an error.
+// Returns one line for people, without a line break: the `kCFErrorLocalizedDescriptionKey` of the
+// user info or, if it has none, a line made from domain and code. Never returns null for an error.
 CF_EXPORT CFStringRef CFErrorCopyDescription(CFErrorRef err);

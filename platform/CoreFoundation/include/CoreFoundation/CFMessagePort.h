@@ -1,22 +1,24 @@
 // Named ports through which the processes of one user send each other requests and replies.
 //
 // A local port is a listening Unix-domain socket, named after the port, in the user's runtime
-// directory: `$QUORVEL_RUNTIME_DIR`, else `$XDG_RUNTIME_DIR/quorvel`, else `/tmp/quorvel-<uid>`.
-// The directory is made with mode 0700 when it is missing; one that another user owns or may write
-// to is refused. The socket has mode 0600 and both sides check that the other runs as the same
-// user. The environment is read whenever a port is made. Names hold at most 128 bytes of UTF-8, at
-// least one and no NUL; a name that is too long for a socket address is stored by its hash.
+// directory: `$QUORVEL_RUNTIME_DIR`, else `$XDG_RUNTIME_DIR/quorvel`, else `/tmp/quorvel-<uid>`. A
+// missing directory is made with mode 0700; one that another user owns or may write to is refused.
+// The socket has mode 0600, and both sides check that the other runs as the same user. The
+// environment is read whenever a port is made. A name has 1 to 128 bytes of UTF-8 and no NUL; for a
+// name that is too long for a socket address, the socket is named after the name's hash.
 //
-// Limits: a request and a reply hold at most 1 MiB (`kCFMessagePortMaximumLength` of
-// CFMessagePortHost.h) of data, which is passed on as it is; a local port serves at most 64
-// connections and lets the one that was silent longest go when another waits, but none that was not
-// served yet in its first second. A peer that begins a message must complete it, and one that is
-// sent a reply must take it, within 5 seconds, else its connection is closed; so is that of one
-// that sends what is not a message. No peer can make the run loop wait. A remote port connects anew
-// when it was let go, and sends a request again that was not read; none is performed twice.
+// Limits: a request or a reply holds at most 1 MiB of data (`kCFMessagePortMaximumLength` of
+// CFMessagePortHost.h), which is passed on unchanged. A local port serves at most 64 connections.
+// If another one waits, the port closes the connection that has been silent longest, though none
+// that is in its first second and has not been served yet. A peer that begins a message has 5
+// seconds to complete it, and one that is sent a reply has 5 seconds to take it; otherwise the port
+// closes the connection, as it does if a peer sends something that is not a message. No peer can
+// make the run loop wait. A remote port whose connection was closed connects anew and sends a
+// request again that was not read; no request is performed twice.
 //
-// Threads: every function may be called from any thread. None raises SIGPIPE; no descriptor
-// outlives an exec. A failure to make a local port is also written to syslog, with its cause.
+// Threads: every function may be called from any thread. No function raises SIGPIPE, and no
+// descriptor stays open over an exec. If a local port cannot be made, a line in syslog gives the
+// cause.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
@@ -37,8 +39,9 @@ enum {
     kCFMessagePortBecameInvalidError = -5, // the port became invalid while the call went on
 };
 
-// `retain` is called once with `info` when a port is made (its result replaces `info`), `release`
-// once when the port is invalidated. Callbacks may be null; version is 0.
+// The context of a local port. `retain` is called once with `info` when the port is made, and its
+// result replaces `info`; `release` is called once when the port is invalidated. Callbacks may be
+// null. The version is 0.
 typedef struct CFMessagePortContext {
     CFIndex version;
     void* info;
@@ -47,30 +50,33 @@ typedef struct CFMessagePortContext {
     CFStringRef (*copyDescription)(const void* info);
 } CFMessagePortContext;
 
-// Answers a request. `data` is never null, is empty for a request without data and must be retained
-// to be kept. The data returned is released once sent; null sends a reply without data. Data that
-// is too long is not sent: the requester gets kCFMessagePortTransportError.
+// Answers a request. `data` is never null; it is empty for a request without data, and the callback
+// retains it if it keeps it. The port releases the data returned once it is sent; null sends a
+// reply without data. Data that is too long is not sent; the requester then gets
+// kCFMessagePortTransportError.
 typedef CFDataRef (*CFMessagePortCallBack)(CFMessagePortRef local, SInt32 msgid, CFDataRef data,
                                            void* info);
 typedef void (*CFMessagePortInvalidationCallBack)(CFMessagePortRef ms, void* info);
 
 CF_EXPORT CFTypeID CFMessagePortGetTypeID(void);
 
-// A port that receives requests under `name`. A valid local port of that name in this process is
-// returned anew (retained; its callout and context stay). Null when the name cannot be used,
-// another process serves it, or the socket cannot be made; a socket whose process is gone is
-// replaced.
-// `*shouldFreeInfo` (may be null) is true when the context was not taken on: for null and for an
-// existing port. Blocks for up to two seconds while other processes make ports.
-// Requests wait until the port's run-loop source is in a loop that runs.
+// Makes a port that receives requests under `name`. If this process has a valid local port of that
+// name already, returns that one with a further reference; its callout and context stay. Returns
+// null if the name cannot be used, if another process serves it, or if the socket cannot be made. A
+// socket whose process is gone is replaced.
+//
+// Sets `*shouldFreeInfo`, unless that is null, to true if the port did not take over the context,
+// that is for the result null and for a port that existed already. Blocks for up to two seconds
+// while other processes make ports. Requests wait until the port's run-loop source is in a loop
+// that runs.
 CF_EXPORT CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef allocator, CFStringRef name,
                                                     CFMessagePortCallBack callout,
                                                     CFMessagePortContext* context,
                                                     Boolean* shouldFreeInfo);
 
-// A connection to the local port `name` of any process of this user; null when nobody serves it.
-// It becomes invalid for good when that port goes away, even if another of the same name follows:
-// make a new one then.
+// Returns a connection to the local port `name` of any process of this user, or null if nobody
+// serves it. The connection becomes invalid for good when that port goes away, even if another of
+// the same name follows; the caller then makes a new connection.
 CF_EXPORT CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef allocator, CFStringRef name);
 
 CF_EXPORT Boolean CFMessagePortIsRemote(CFMessagePortRef ms);
@@ -78,37 +84,42 @@ CF_EXPORT Boolean CFMessagePortIsRemote(CFMessagePortRef ms);
 // The port's name; the port owns it.
 CF_EXPORT CFStringRef CFMessagePortGetName(CFMessagePortRef ms);
 
-// Called once when the port becomes invalid, on the thread on which that shows: for a remote port
-// that is the next `CFMessagePortIsValid` or `CFMessagePortSendRequest`. If the port is invalid
-// already, it is called at once. Null clears it.
+// The invalidation callback is called once when the port becomes invalid, on the thread that
+// notices: for a remote port, the thread that next calls `CFMessagePortIsValid` or
+// `CFMessagePortSendRequest`. If the port is invalid already, Set calls it at once. Null removes
+// it.
 CF_EXPORT CFMessagePortInvalidationCallBack
 CFMessagePortGetInvalidationCallBack(CFMessagePortRef ms);
 CF_EXPORT void CFMessagePortSetInvalidationCallBack(CFMessagePortRef ms,
                                                     CFMessagePortInvalidationCallBack callout);
 
-// Ends the port for good: removes its socket, unless another port has taken the name over, closes
-// its connections and invalidates its run-loop source. No callout is started after it returns; one
-// that runs is not waited for, and its reply is still sent if that does not block. A send that
-// waits on another thread returns kCFMessagePortBecameInvalidError. Releasing the last reference to
-// a valid port ends it too, without the invalidation callback.
+// Ends the port for good: removes its socket (unless another port has taken over the name), closes
+// its connections and invalidates its run-loop source. No callout is started after it returns. It
+// does not wait for a callout that runs, whose reply is still sent if that does not block. A send
+// that waits on another thread returns kCFMessagePortBecameInvalidError. Releasing the last
+// reference to a valid port ends the port too, but without the invalidation callback.
 CF_EXPORT void CFMessagePortInvalidate(CFMessagePortRef ms);
 CF_EXPORT Boolean CFMessagePortIsValid(CFMessagePortRef ms);
 
-// Sends a request and, when `replyMode` is not null, runs the calling thread's loop in that mode
-// until the reply is there (so a local port whose source is in that mode is served meanwhile, this
-// very request included). Times are in seconds. `*returnData` (may be null) is then the reply's
-// data, which the caller owns, null for a reply without data and for every failure. With a null
-// `replyMode` the call returns once the request is handed over, and no reply is sent. `data` may be
-// null. Requests that one thread sends through a port that no other thread uses meanwhile arrive in
-// order. Sending alone blocks the thread, for at most `sendTimeout`.
+// Sends a request. `data` may be null. Times are in seconds.
+//
+// If `replyMode` is not null, the call then runs the calling thread's loop in that mode until the
+// reply is there; a local port whose source is in that mode is served meanwhile, even with this
+// very request. `*returnData` (unless `returnData` is null) is then the data of the reply, which
+// the caller owns; it is null for a reply without data and for every failure. If `replyMode` is
+// null, the call returns once the request is handed over, and no reply is sent.
+//
+// Requests arrive in order if one thread sends them and no other thread uses the port meanwhile.
+// The thread is blocked only while it sends, for at most `sendTimeout`.
 CF_EXPORT SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef data,
                                           CFTimeInterval sendTimeout, CFTimeInterval rcvTimeout,
                                           CFStringRef replyMode, CFDataRef* returnData);
 
-// The source through which a local port's requests are performed, one per pass of the loop. The
-// same source each time while it lives; the caller owns a reference. It keeps the port alive until
-// it is invalidated or freed. Null for a remote or invalid port. When it is in several loops the
-// one that it was added to first receives for all.
+// Returns the source that performs a local port's requests, one in each pass of the loop. Further
+// calls return the same source as long as it exists; the caller owns a reference. The source keeps
+// the port alive until the source is invalidated or freed. Returns null for a remote or invalid
+// port. If the source is in several loops, the loop that it was added to first receives for all of
+// them.
 CF_EXPORT CFRunLoopSourceRef CFMessagePortCreateRunLoopSource(CFAllocatorRef allocator,
                                                               CFMessagePortRef local,
                                                               CFIndex order);

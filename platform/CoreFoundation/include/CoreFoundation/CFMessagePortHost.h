@@ -8,7 +8,8 @@
 // The longest request or reply, in bytes.
 enum { kCFMessagePortMaximumLength = 1024 * 1024 };
 
-// Why the local port that this process failed last to make could not be made, if `name` is its
-// name: one line that says which file or folder is at fault, how, and what to do. Null when `name`
-// is another's or a port of that name has been made since. The caller owns the result. Any thread.
+// Tells why the last local port that this process could not make failed, if `name` was its name.
+// The result is one line that says which file or folder is at fault, how, and what to do. Returns
+// null if the last failure was about another name, or if a port of this name has been made since.
+// The caller owns the result. Any thread may call.
 CF_EXPORT CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name);

@@ -1,5 +1,5 @@
-// Numbers and booleans. A number is a 64-bit signed integer or a double, whatever type it was made
-// from; an integer and a double of the same value are equal. Booleans are not numbers.
+// Numbers and booleans. A number is kept as a 64-bit signed integer or as a double, whatever type
+// it was made from. An integer and a double of the same value are equal. Booleans are not numbers.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
@@ -11,7 +11,7 @@ CF_EXPORT const CFBooleanRef kCFBooleanTrue;
 CF_EXPORT const CFBooleanRef kCFBooleanFalse;
 
 CF_EXPORT CFTypeID CFBooleanGetTypeID(void);
-// False for what is not a boolean.
+// Returns false if the object is not a boolean.
 CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
 typedef CFIndex CFNumberType;
@@ -37,24 +37,25 @@ enum {
 
 CF_EXPORT CFTypeID CFNumberGetTypeID(void);
 
-// `valuePtr` points to a value of the C type that `theType` names. Null for a null pointer and for
-// a type that is not listed.
+// Makes a number of the value at `valuePtr`, which has the C type that `theType` names. Returns
+// null if the pointer is null or the type is not listed.
 CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType theType,
                                      const void* valuePtr);
 
-// The type that a number is kept as: kCFNumberSInt64Type or kCFNumberFloat64Type; 0 for what is not
-// a number.
+// Returns the type that a number is kept as: kCFNumberSInt64Type or kCFNumberFloat64Type, or 0 if
+// the object is not a number.
 CF_EXPORT CFNumberType CFNumberGetType(CFNumberRef number);
-// The size of the C type, in bytes, that `CFNumberGetType` names.
+// Returns the size, in bytes, of the C type that `CFNumberGetType` names.
 CF_EXPORT CFIndex CFNumberGetByteSize(CFNumberRef number);
 CF_EXPORT Boolean CFNumberIsFloatType(CFNumberRef number);
 
-// Writes the value as the C type that `theType` names. False when the value had to be changed:
-// integers are then cut to the nearest that the type holds and lose their fraction (not-a-number
-// gives 0), floats are rounded. False and nothing written for what is not a number and for a type
-// that is not listed.
+// Writes the value as the C type that `theType` names and returns whether the value stayed the
+// same. An integer type gets the nearest value that it holds, without a fraction, and 0 for
+// not-a-number; a floating type gets a rounded value. Returns false and writes nothing if the
+// object is not a number or the type is not listed.
 CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);
 
-// The order of two numbers by value; not-a-number comes first, what is not a number before that.
+// Compares two numbers by value. Not-a-number comes before all other numbers, and an object that is
+// not a CFNumber comes before that.
 CF_EXPORT CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber,
                                              void* context);

@@ -1,7 +1,7 @@
-// Preferences: property lists that applications keep under a key, in a domain that is made up of an
-// application's identifier, whose preferences they are, and on which host they count.
+// Preferences are property lists that applications keep under a key in a domain. An application's
+// identifier, a user (or any) and a host (or any) name a domain.
 //
-// A domain is a property-list file, `<identifier>.plist`:
+// A domain is a property-list file `<identifier>.plist` in one of these folders:
 //
 //   any user, current host       DIR
 //   any user, any host           DIR/AnyHost
@@ -15,17 +15,17 @@
 // ".GlobalPreferences.plist"; an identifier that is empty, starts with a dot or has a "/" or NUL
 // names no domain.
 //
-// Reading takes the file as it is now, with the process's changes that are not yet written.
-// Changes stay in the process until `CFPreferencesSynchronize` writes them: it locks the folder
-// against other writers, reads the file anew, applies the changes to it and replaces it in one
-// step, so that a reader sees either all of them or none and two writers of different keys both
-// win. A file that is not a property list with a dictionary counts as empty for readers, and is not
-// overwritten.
+// A read returns the values of the file as it is now, with those changes of the process that are
+// not written yet. Changes stay in the process until `CFPreferencesSynchronize` writes them. It
+// locks the folder against other writers, reads the file anew, applies the changes and replaces the
+// file in one step. So a reader sees either all of the changes or none, and two writers of
+// different keys do not undo each other's changes. A file that is not a property list with a
+// dictionary counts as empty for readers and is not overwritten.
 //
 // A file that is replaced keeps its format, owner and mode, and a symbolic link to it stays one.
 //
-// Threads: any; calls that reach a domain's file block for as long as the file system and other
-// writers take.
+// Threads: any thread may call. Calls that reach a domain's file block for as long as the file
+// system and other writers take.
 #pragma once
 
 #include <CoreFoundation/CFArray.h>
@@ -39,27 +39,28 @@ CF_EXPORT const CFStringRef kCFPreferencesCurrentHost;
 CF_EXPORT const CFStringRef kCFPreferencesAnyUser;
 CF_EXPORT const CFStringRef kCFPreferencesCurrentUser;
 
-// The value, whatever its type: callers check. Null when there is none, the file cannot be read, or
-// an argument is not one of those described. Copy rule.
+// Returns the value, whose type the caller has to check. Returns null if there is none, if the file
+// cannot be read, or if an argument is not one of those described. The caller owns the result.
 CF_EXPORT CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID,
                                                    CFStringRef userName, CFStringRef hostName);
-// The values of the keys that are there, or of all keys for null `keysToFetch`. Never null unless
-// an argument is wrong or there is no memory. Copy rule.
+// Returns the values of those keys that exist, or of all keys if `keysToFetch` is null. Returns
+// null only if an argument is wrong or there is no memory. The caller owns the result.
 CF_EXPORT CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keysToFetch,
                                                     CFStringRef applicationID, CFStringRef userName,
                                                     CFStringRef hostName);
-// The keys; null when there is none. Copy rule.
+// Returns the keys, or null if there are none. The caller owns the result.
 CF_EXPORT CFArrayRef CFPreferencesCopyKeyList(CFStringRef applicationID, CFStringRef userName,
                                               CFStringRef hostName);
 
-// Sets a value in this process; null removes it. The value is copied. What is not a property list,
-// and a change to what is no domain, is ignored with a line in syslog.
+// Sets a copy of the value in this process; null removes the value. If the value is not a property
+// list or the arguments name no domain, nothing changes and syslog gets a line.
 CF_EXPORT void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value,
                                      CFStringRef applicationID, CFStringRef userName,
                                      CFStringRef hostName);
 
-// Writes the process's changes to a domain and flushes them to the disk. Makes missing folders
-// (mode 0755) and the file (XML, mode 0644). True when nothing is left to be written. When it
-// fails syslog gets a line with file and cause, and the changes are kept for the next time.
+// Writes the process's changes of a domain and flushes them to the disk. Makes missing folders
+// (mode 0755) and a missing file (XML, mode 0644). Returns true if nothing is left to be written.
+// If it fails, syslog gets a line with the file and the cause, and the changes are kept for the
+// next call.
 CF_EXPORT Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName,
                                            CFStringRef hostName);

@@ -6,9 +6,8 @@
 // counts as often as it is referred to). Strings are valid Unicode without NUL, integers 64-bit
 // signed, dates of the years 1 to 9999, of which XML keeps whole seconds. XML is UTF-8.
 //
-// Of a dictionary's entries with the same key the first one counts.
-//
-// Bytes that are not a property list, whatever is wrong with them, give null and an error.
+// If a dictionary has several entries with the same key, the first one counts. Bytes that are not a
+// property list, whatever is wrong with them, give null and an error.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
@@ -38,18 +37,19 @@ enum {
 // Whether the value is a property list within the limits, in either format. Needs no memory.
 CF_EXPORT Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format);
 
-// `*format` and `*error` may be null pointers; they are set when there is a property list and when
-// there is none, respectively. The caller owns the result and the error.
+// Reads a property list. Sets `*format` if there is one, and `*error` if there is none; both
+// pointers may be null. The caller owns the result and the error.
 CF_EXPORT CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data,
                                                          CFOptionFlags options,
                                                          CFPropertyListFormat* format,
                                                          CFErrorRef* error);
-// `options` is not used. The same property list always gives the same bytes.
+// Writes a property list; the same one always gives the same bytes. `options` is not used.
 CF_EXPORT CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator,
                                              CFPropertyListRef propertyList,
                                              CFPropertyListFormat format, CFOptionFlags options,
                                              CFErrorRef* error);
-// Containers and data are copied, other values retained. Null for what is not a property list.
+// Copies containers and data, and retains other values. Returns null if the value is not a property
+// list.
 CF_EXPORT CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator,
                                                          CFPropertyListRef propertyList,
                                                          CFOptionFlags mutabilityOption);

@@ -1,9 +1,10 @@
-// The event loop of a thread: it sleeps until one of its sources has work and then performs it.
+// A run loop is the event loop of a thread: it sleeps until one of its sources has work, and then
+// performs the source.
 //
-// Every thread has one run loop, made when it is first asked for and freed when the thread ends
-// (the main thread's lives as long as the process). A source is watched only while the loop runs in
-// one of the modes that the source was added to. A source is performed on the loop's thread, with
-// no lock held, and may call any function below, running the loop anew included.
+// Every thread has one run loop. It is made when it is first asked for and freed when the thread
+// ends; the main thread's loop lives as long as the process. A source is watched only while the
+// loop runs in one of the modes that the source was added to. The loop's thread performs a source
+// with no lock held; the source may call any function below, and may even run the loop anew.
 //
 // Threads: `CFRunLoopRun` and `CFRunLoopRunInMode` act on the calling thread's loop. All other
 // functions may be called for any loop from any thread; they neither block nor run callbacks except
@@ -22,7 +23,7 @@ typedef CFStringRef CFRunLoopMode;
 
 typedef SInt32 CFRunLoopRunResult;
 enum {
-    kCFRunLoopRunFinished = 1,      // the mode has no source (any more), or cannot be run
+    kCFRunLoopRunFinished = 1,      // the mode has no source, or cannot be run
     kCFRunLoopRunStopped = 2,       // `CFRunLoopStop` was called
     kCFRunLoopRunTimedOut = 3,      // the seconds went by
     kCFRunLoopRunHandledSource = 4, // a source was performed, and the caller asked to be told
@@ -30,17 +31,20 @@ enum {
 
 // The mode that sources are normally added to and that `CFRunLoopRun` runs in.
 CF_EXPORT const CFRunLoopMode kCFRunLoopDefaultMode;
-// Not a mode but a name for a set of modes: adding to it adds to each mode of the set, now and
-// later. The set holds the default mode and those given to `CFRunLoopAddCommonMode`.
+// A name for a set of modes, which is not a mode itself. A source that is added to it is added to
+// each mode of the set, and to each mode that joins the set later. The set holds the default mode
+// and the modes given to `CFRunLoopAddCommonMode`.
 CF_EXPORT const CFRunLoopMode kCFRunLoopCommonModes;
 
 CF_EXPORT CFTypeID CFRunLoopGetTypeID(void);
 
-// The calling thread's loop and the main thread's, no reference added. Null only without memory.
+// Return the loop of the calling thread and that of the main thread, without a reference added, or
+// null if there is no memory.
 CF_EXPORT CFRunLoopRef CFRunLoopGetCurrent(void);
 CF_EXPORT CFRunLoopRef CFRunLoopGetMain(void);
 
-// The mode that the loop runs in now, null when it does not run. The caller owns the result.
+// Returns the mode that the loop runs in now, or null if it does not run. The caller owns the
+// result.
 CF_EXPORT CFRunLoopMode CFRunLoopCopyCurrentMode(CFRunLoopRef rl);
 
 // Runs the calling thread's loop in the default mode until it is stopped or has no source left.
@@ -54,32 +58,34 @@ CF_EXPORT void CFRunLoopRun(void);
 CF_EXPORT CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
                                                 Boolean returnAfterSourceHandled);
 
-// Ends the innermost run of the loop that is going on. A loop that does not run is not affected,
-// nor is its next run. Whether the loop's thread is asleep in a run right now: true, false
-// otherwise.
+// Ends the innermost run of the loop that is going on. If the loop does not run, it has no effect,
+// not even on the next run.
 CF_EXPORT void CFRunLoopStop(CFRunLoopRef rl);
+
+// Whether the loop's thread is asleep in a run right now.
 CF_EXPORT Boolean CFRunLoopIsWaiting(CFRunLoopRef rl);
 
-// Makes a sleeping loop pass over its sources once. Needed after `CFRunLoopSourceSignal` when the
-// loop may be asleep. A loop that is not asleep passes once more before it sleeps next.
+// Makes a sleeping loop pass over its sources once. It is needed after `CFRunLoopSourceSignal` if
+// the loop may be asleep. A loop that is awake makes one more pass before it sleeps next.
 CF_EXPORT void CFRunLoopWakeUp(CFRunLoopRef rl);
 
 CF_EXPORT void CFRunLoopAddCommonMode(CFRunLoopRef rl, CFRunLoopMode mode);
 
-// Adding keeps a reference to the source. Adding a source twice to one mode is one entry; adding an
-// invalid one, or to the loop of a thread that has ended, or without memory does nothing. So does
-// removing what is not there. A source may be in several modes and several loops.
+// A loop keeps a reference to each source that is added. A source that is added twice to the same
+// mode is in it once. Adding does nothing if the source is invalid, if the loop's thread has ended,
+// or if there is no memory; removing does nothing if the source is not there. A source may be in
+// several modes and several loops.
 CF_EXPORT Boolean CFRunLoopContainsSource(CFRunLoopRef rl, CFRunLoopSourceRef source,
                                           CFRunLoopMode mode);
 CF_EXPORT void CFRunLoopAddSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMode mode);
 CF_EXPORT void CFRunLoopRemoveSource(CFRunLoopRef rl, CFRunLoopSourceRef source,
                                      CFRunLoopMode mode);
 
-// A source is told of its life by these callbacks; each may be null. `retain` is called once when
-// the source is made (its result replaces `info`), `release` once when it is freed; `schedule` and
-// `cancel` once per loop and mode that it is added to and removed from, never both at once;
-// `perform` on the loop's thread after the source was signalled. `equal` and `hash` compare the
-// infos of sources.
+// The callbacks of a source, each of which may be null. `retain` is called once when the source is
+// made, and its result replaces `info`; `release` is called once when the source is freed.
+// `schedule` and `cancel` are called once for each loop and mode that the source is added to and
+// removed from, never both at the same time. `perform` is called on the loop's thread after the
+// source was signalled. `equal` and `hash` compare the infos of sources.
 typedef struct CFRunLoopSourceContext {
     CFIndex version; // 0
     void* info;
@@ -95,9 +101,9 @@ typedef struct CFRunLoopSourceContext {
 
 CF_EXPORT CFTypeID CFRunLoopSourceGetTypeID(void);
 
-// A source that its owner signals. Sources that are ready in one pass are performed in the order of
-// `order`, then of addition. Null for a null context or a version other than 0: sources made of a
-// kernel port do not exist here.
+// Makes a source that its owner signals. Sources that are ready in the same pass are performed by
+// increasing `order`, and in the order of their addition where that is equal. Returns null if the
+// context is null or its version is not 0: sources made of a kernel port do not exist here.
 CF_EXPORT CFRunLoopSourceRef CFRunLoopSourceCreate(CFAllocatorRef allocator, CFIndex order,
                                                    CFRunLoopSourceContext* context);
 CF_EXPORT CFIndex CFRunLoopSourceGetOrder(CFRunLoopSourceRef source);
@@ -106,11 +112,11 @@ CF_EXPORT CFIndex CFRunLoopSourceGetOrder(CFRunLoopSourceRef source);
 CF_EXPORT void CFRunLoopSourceGetContext(CFRunLoopSourceRef source,
                                          CFRunLoopSourceContext* context);
 
-// Takes the source out of every loop for good; `perform` is not started any more after it returns
-// (one that runs on another thread at that moment is not waited for).
+// Takes the source out of every loop for good. `perform` is not started any more after this
+// returns; the call does not wait for a `perform` that runs on another thread.
 CF_EXPORT void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source);
 CF_EXPORT Boolean CFRunLoopSourceIsValid(CFRunLoopSourceRef source);
 
-// Marks the source as ready: the next pass of a loop that holds it performs it, once however often
+// Marks the source as ready. The next pass of a loop that holds it performs it once, however often
 // it was signalled. Does not wake the loop.
 CF_EXPORT void CFRunLoopSourceSignal(CFRunLoopSourceRef source);

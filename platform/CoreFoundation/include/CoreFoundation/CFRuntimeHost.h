@@ -4,8 +4,9 @@
 
 #include <CoreFoundation/CFBase.h>
 
-// How many objects of a type exist now, with those of 0 for all types together. Constants
-// (`CFSTR`, `CFUUIDGetConstantUUIDWithBytes`, `kCFBooleanTrue`, allocators), which are never
-// destroyed, are not counted; they grow only with the number of different constants. -1 for a
-// number that is not a type's. Any thread; exact when no other thread makes or destroys objects.
+// Returns how many objects of a type exist now, or of all types together for the type 0, or -1 if
+// no type has the number. Constants (`CFSTR`, `CFUUIDGetConstantUUIDWithBytes`, `kCFBooleanTrue`,
+// allocators) are not counted: they are never destroyed, and there is one object for each different
+// constant. Any thread may call; the number is exact while no other thread makes or destroys
+// objects.
 CF_EXPORT CFIndex CFRuntimeHostLiveObjectCount(CFTypeID type);

@@ -1,4 +1,5 @@
-// Immutable Unicode text. Lengths and indexes count UTF-16 units (CFIndex), sizes count bytes.
+// A CFString is an immutable Unicode text. Lengths and indexes count UTF-16 units (CFIndex), sizes
+// count bytes.
 #pragma once
 
 #include <CoreFoundation/CFArray.h>
@@ -19,18 +20,19 @@ enum {
     kCFCompareCaseInsensitive = 1,
 };
 
-// The constant string of a literal, in ASCII or UTF-8. Equal texts give the same object, which is
-// never destroyed and does not refer to the module that the literal is in, so that the module may
-// be unloaded. May be used before `main` in C++ initialisers; in C within functions only, since it
-// is a call.
+// Returns the constant string of a literal in ASCII or UTF-8. Equal texts give the same object. It
+// is never destroyed and does not refer to the module that the literal is in, so that the module
+// may be unloaded. C++ initialisers may use it before `main`; in C only functions may, since it is
+// a call.
 #define CFSTR(cStr) __CFStringMakeConstantString("" cStr "")
 CF_EXPORT CFStringRef __CFStringMakeConstantString(const char* cStr);
 
 CF_EXPORT CFTypeID CFStringGetTypeID(void);
 
-// Makes strings. Null for a null or negative argument, for bytes that are not valid in the encoding
-// (ASCII: above 127; UTF-8: malformed, surrogates) and for an encoding other than the three.
-// `isExternalRepresentation` lets a byte order mark at the front of UTF-8 be left out.
+// Make strings. They return null if an argument is null or negative, if the bytes are not valid in
+// the encoding (above 127 in ASCII, malformed or surrogates in UTF-8), or if the encoding is not
+// one of the three. With `isExternalRepresentation`, a byte order mark at the front of UTF-8 is
+// skipped.
 CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char* cStr,
                                                 CFStringEncoding encoding);
 CF_EXPORT CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8* bytes,
@@ -38,16 +40,17 @@ CF_EXPORT CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8*
                                               Boolean isExternalRepresentation);
 CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef alloc, const UniChar* chars,
                                                    CFIndex numChars);
-// A copy may be the string itself, retained. Null when it is not a string.
+// Returns a copy, which may be the string itself with a further reference, or null if the object is
+// not a string.
 CF_EXPORT CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString);
 CF_EXPORT CFStringRef CFStringCreateWithSubstring(CFAllocatorRef alloc, CFStringRef str,
                                                   CFRange range);
 
-// Formats as printf does, always with a decimal point, plus "%@": an object's description, "(null)"
-// for null. "%s" takes UTF-8, and what is not UTF-8 as MacRoman; "%C" takes one UTF-16 unit.
-// Widths, precisions, "*", and the sizes hh h l ll q j z t L are known. Null when the format is not
-// a string or has a conversion that is not known (so are "%n" and positions such as "%1$d");
-// `formatOptions` is not used.
+// Formats as printf does, in every locale with a decimal point. Besides, "%@" takes an object and
+// gives its description, or "(null)" for null; "%s" takes UTF-8, or MacRoman if the bytes are not
+// UTF-8; "%C" takes one UTF-16 unit. Widths, precisions, "*", and the sizes hh h l ll q j z t L are
+// known. Returns null if the format is not a string or has an unknown conversion; "%n" and
+// positions such as "%1$d" are unknown too. `formatOptions` is not used.
 CF_EXPORT CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFDictionaryRef formatOptions,
                                                CFStringRef format, ...);
 CF_EXPORT CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
@@ -55,48 +58,50 @@ CF_EXPORT CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
                                                            CFStringRef format, va_list arguments);
 
 CF_EXPORT CFIndex CFStringGetLength(CFStringRef theString);
-// 0 when the index is outside of the string.
+// Returns 0 if the index is outside of the string.
 CF_EXPORT UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx);
 CF_EXPORT void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer);
 
-// Writes the text and a NUL. False, and nothing but an empty string in the buffer (if it has room),
-// when it is not a string, does not fit into `bufferSize` bytes or cannot be represented. Never
-// allocates.
+// Writes the text and a NUL. Returns false if the object is not a string, or if the text does not
+// fit into `bufferSize` bytes or cannot be represented; the buffer, if it has room, then holds an
+// empty string. Never allocates.
 CF_EXPORT Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize,
                                      CFStringEncoding encoding);
-// The text itself, which lives as long as the string; null unless it is all ASCII without a NUL.
+// Returns the string's own bytes, which live as long as the string, or null unless the text is all
+// ASCII without a NUL.
 CF_EXPORT const char* CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding);
 
-// Writes as many whole characters of `range` as fit into `maxBufLen` bytes (any number when
-// `buffer` is null: only counts), without a NUL. A character that cannot be represented is written
-// as `lossByte`, or ends the conversion when that is 0. `usedBufLen` (may be null) gets the bytes.
-// The number of UTF-16 units converted.
+// Writes as many whole characters of `range` as fit into `maxBufLen` bytes, without a NUL, and
+// returns the number of UTF-16 units converted. If `buffer` is null, it only counts, without a
+// limit. A character that cannot be represented is written as `lossByte`, or ends the conversion if
+// that is 0. Sets `*usedBufLen`, unless `usedBufLen` is null, to the number of bytes.
 CF_EXPORT CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding,
                                    UInt8 lossByte, Boolean isExternalRepresentation, UInt8* buffer,
                                    CFIndex maxBufLen, CFIndex* usedBufLen);
 
-// The most bytes that `length` units take, without a NUL; kCFNotFound when that is no CFIndex or
-// the encoding is not known.
+// Returns the largest number of bytes that `length` units take, without a NUL, or kCFNotFound if a
+// CFIndex cannot hold the number or the encoding is not known.
 CF_EXPORT CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
 
-// The order of two strings by UTF-16 unit; kCFCompareCaseInsensitive folds Latin, Greek and
-// Cyrillic letters first, other options are not used. What is not a string comes before every
-// string, and two that are not are equal only if they are the same.
+// Compares two strings by UTF-16 unit. kCFCompareCaseInsensitive folds Latin, Greek and Cyrillic
+// letters first; other options are not used. An object that is not a string comes before every
+// string, and two such objects are equal only if they are the same.
 CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString2,
                                              CFStringCompareFlags compareOptions);
 CF_EXPORT Boolean CFStringHasPrefix(CFStringRef theString, CFStringRef prefix);
 CF_EXPORT Boolean CFStringHasSuffix(CFStringRef theString, CFStringRef suffix);
 
-// The decimal number at the front: white space is passed over, a sign may follow, the first
-// character that is not a digit ends it. 0 without digits; the largest or smallest SInt32 when the
-// number is beyond those.
+// Returns the decimal number at the front of the string. White space is skipped, a sign may follow,
+// and the first character that is not a digit ends the number. Returns 0 if there are no digits,
+// and the largest or smallest SInt32 if the number is beyond those.
 CF_EXPORT SInt32 CFStringGetIntValue(CFStringRef str);
 
-// The parts between the separators, one more than there are separators (empty ones included).
-// An empty separator is found nowhere. Null when one of the two is not a string.
+// Returns the parts between the separators, empty ones included; there is one part more than there
+// are separators. An empty separator occurs nowhere. Returns null if one of the two is not a
+// string.
 CF_EXPORT CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc,
                                                             CFStringRef theString,
                                                             CFStringRef separatorString);
-// Null when an element is not a string.
+// Returns null if an element is not a string.
 CF_EXPORT CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef alloc, CFArrayRef theArray,
                                                        CFStringRef separatorString);

@@ -1,4 +1,4 @@
-// Universally unique identifiers of 16 bytes.
+// A UUID is a universally unique identifier of 16 bytes.
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
@@ -27,23 +27,24 @@ typedef struct CFUUIDBytes {
 
 CF_EXPORT CFTypeID CFUUIDGetTypeID(void);
 
-// A new random UUID (version 4). Null when the system gives no random bytes. May block early in the
-// system's start until it has any.
+// Makes a new random UUID (version 4). Returns null if the system gives no random bytes. Early in
+// the system's start it may block until there are any.
 CF_EXPORT CFUUIDRef CFUUIDCreate(CFAllocatorRef alloc);
 
 CF_EXPORT CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef alloc, CFUUIDBytes bytes);
 
-// From the form "68753A44-4D6F-1226-9C60-0050E4C00067", in either case. Null for any other text.
+// Makes a UUID from text of the form "68753A44-4D6F-1226-9C60-0050E4C00067", in upper or lower
+// case. Returns null for any other text.
 CF_EXPORT CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef alloc, CFStringRef uuidStr);
 
-// That form, in upper case. Null for what is not a UUID.
+// Returns the UUID in that form, in upper case, or null if the object is not a UUID.
 CF_EXPORT CFStringRef CFUUIDCreateString(CFAllocatorRef alloc, CFUUIDRef uuid);
 
-// All 0 for what is not a UUID.
+// Returns the bytes, which are all 0 if the object is not a UUID.
 CF_EXPORT CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid);
 
-// The constant object of these bytes: the same one each time, never destroyed, to be neither
-// retained nor released (both do nothing). Meant for interface identifiers.
+// Returns the constant object of these bytes, which is the same one each time and is never
+// destroyed; retaining and releasing it do nothing. It is meant for interface identifiers.
 CF_EXPORT CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef alloc, UInt8 byte0, UInt8 byte1,
                                                    UInt8 byte2, UInt8 byte3, UInt8 byte4,
                                                    UInt8 byte5, UInt8 byte6, UInt8 byte7,

@@ -4,6 +4,7 @@
 
 #include "tests/contract/DriverFixture.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 
@@ -266,9 +267,8 @@ TEST_F(PacketPaths, SurvivesStartsAndStopsWhilePacketsFlow) {
     for (unsigned int round = 0; round < 30; round++) {
         EXPECT_EQ(Start(), noErr);
         const unsigned int before = sent;
-        while (sent < before + 2) {
-            std::this_thread::yield();
-        }
+        EXPECT_TRUE(
+            TestSupport::WaitUntil("two lists are sent", [&] { return sent >= before + 2; }));
         if (round % 2 == 0) {
             EXPECT_EQ(TableStop(mDriver), noErr);
         }

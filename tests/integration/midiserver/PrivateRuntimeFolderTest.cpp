@@ -1,4 +1,5 @@
 #include "tests/integration/midiserver/Midiserver.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,9 +29,8 @@ protected:
 
     // Waits until the driver's message port is there.
     void WaitUntilItPlays() const {
-        while (FilesLeft() < 2) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
+        EXPECT_TRUE(TestSupport::WaitUntil("the folder and its socket are there",
+                                           [this] { return FilesLeft() >= 2; }));
     }
 
     const Preferences mPreferences{"1-4", "MackieControl"};

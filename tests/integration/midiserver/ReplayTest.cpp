@@ -1,12 +1,11 @@
 #include "tests/integration/midiserver/Midiserver.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
 #include <sstream>
-#include <thread>
 
 namespace QuorvelTest {
 namespace {
@@ -242,9 +241,9 @@ TEST(ReplayTest, EndsWithASummaryWhenInterrupted) {
     Program program(MidiserverCommand(
         {"replay", Capture("ardour-mackie-a.txt"), "--json", "--prefs", preferences.Folder()}));
     // The first progress line shows that the session plays.
-    while (program.ErrorSoFar().find("sending") == std::string::npos) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    ASSERT_TRUE(TestSupport::WaitUntil("the session plays", [&program] {
+        return program.ErrorSoFar().find("sending") != std::string::npos;
+    }));
     program.Signal(SIGINT);
     const ProgramResult result = program.Wait();
 

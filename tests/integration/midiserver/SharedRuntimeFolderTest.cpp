@@ -1,13 +1,12 @@
 #include "tests/integration/midiserver/Midiserver.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
-#include <chrono>
 #include <csignal>
-#include <thread>
 
 namespace QuorvelTest {
 namespace {
@@ -33,9 +32,8 @@ protected:
 
 TEST_F(SharedRuntimeFolderTest, NamesTheServerThatIsThereAlready) {
     Program first(MidiserverCommand(Arguments("ardour-mackie-a.txt")), {}, Environment());
-    while (!std::filesystem::exists(Socket())) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    ASSERT_TRUE(TestSupport::WaitUntil("the server's socket is there",
+                                       [this] { return std::filesystem::exists(Socket()); }));
     const ProgramResult second = Midiserver(Arguments("ardour-mackie-a.txt"), {}, Environment());
 
     EXPECT_EQ(second.status, 1);
@@ -64,9 +62,8 @@ TEST_F(SharedRuntimeFolderTest, SaysWhatIsWrongWithTheFolder) {
 
 TEST_F(SharedRuntimeFolderTest, ServesFromTheSocketThatAKilledServerLeft) {
     Program killed(MidiserverCommand(Arguments("ardour-mackie-a.txt")), {}, Environment());
-    while (!std::filesystem::exists(Socket())) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    ASSERT_TRUE(TestSupport::WaitUntil("the server's socket is there",
+                                       [this] { return std::filesystem::exists(Socket()); }));
     killed.Signal(SIGKILL);
     killed.Wait();
     ASSERT_TRUE(std::filesystem::exists(Socket()));

@@ -1,4 +1,5 @@
 #include "tests/support/TestSeed.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/hsl/LoggingTest.h"
 #include "tests/unit/hsl/RecordBytes.h"
 
@@ -408,9 +409,8 @@ TEST_F(CollectionTest, TheCollectionThreadDeliversByItself) {
     context.Log(kCat, "by itself");
     Release();
     std::vector<std::string> lines;
-    while ((lines = Output::TakeLines()).empty()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    ASSERT_TRUE(TestSupport::WaitUntil(
+        "the line is written", [&lines] { return !(lines = Output::TakeLines()).empty(); }));
     EXPECT_TRUE(lines[0].ends_with("\tby itself\n"));
 }
 
@@ -422,9 +422,7 @@ TEST_F(CollectionTest, PassesAreATenthOfASecondApart) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     });
     Release();
-    while (*length == 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    EXPECT_TRUE(TestSupport::WaitUntil("the thread sleeps", [&] { return *length != 0; }));
     EXPECT_EQ(*length, 100000);
 }
 

@@ -1,6 +1,7 @@
 #include "hsl/LogManager.h"
 
 #include "runtime/thread/NyThread.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/hsl/LoggingTest.h"
 #include "tests/unit/hsl/RecordBytes.h"
 
@@ -29,13 +30,6 @@ public:
 private:
     std::function<void()> mBody;
 };
-
-// Waits as long as it takes; the test's own time limit ends what never comes.
-void WaitFor(const std::function<bool()>& condition) {
-    while (!condition()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
 
 class LogManagerTest : public LoggingTest {};
 
@@ -333,7 +327,8 @@ TEST_F(LogManagerTest, TheCollectionThreadRunsAgainAfterInitializeAnew) {
         Manager().SetFilterValue(kInfo, true);
         CLogManager::GetTLSContext()->Log(kCat, "heard");
         std::vector<std::string> lines;
-        WaitFor([&lines] { return !(lines = Output::TakeLines()).empty(); });
+        EXPECT_TRUE(TestSupport::WaitUntil(
+            "a line is written", [&lines] { return !(lines = Output::TakeLines()).empty(); }));
         EXPECT_EQ(lines.size(), 1u);
     }
 }
@@ -360,7 +355,8 @@ TEST_F(LogManagerTest, AThreadWhoseContextIsOfAnEarlierTimeGetsANewOne) {
     step.arrive_and_wait();
     step.arrive_and_wait();
     std::vector<std::string> lines;
-    WaitFor([&lines] { return !(lines = Output::TakeLines()).empty(); });
+    EXPECT_TRUE(TestSupport::WaitUntil(
+        "a line is written", [&lines] { return !(lines = Output::TakeLines()).empty(); }));
     step.arrive_and_wait();
     thread.join();
     ASSERT_EQ(lines.size(), 1u);

@@ -3,6 +3,7 @@
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/ControllableClock.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/MidiDriver/worker/WorkerHarness.h"
 
 #include <gtest/gtest.h>
@@ -226,12 +227,12 @@ TEST(MidiCallbackWorker, AnswersWhileTheLoopHoldsItsLock) {
     std::atomic<bool> goOn{false};
     clock.OnSleep([&](std::chrono::microseconds length) {
         sleeping = true;
-        WaitFor([&] { return goOn.load(); });
+        EXPECT_TRUE(WaitUntil("the test goes on", [&] { return goOn.load(); }));
         clock.Advance(length);
     });
     worker.Write(0, Bytes(10, 1));
     worker.Write(0, Bytes(10, 2));
-    ASSERT_TRUE(WaitFor([&] { return sleeping.load(); }));
+    ASSERT_TRUE(WaitUntil("the worker sleeps", [&] { return sleeping.load(); }));
 
     std::atomic<bool> written{false};
     std::thread sender([&] {
@@ -239,7 +240,7 @@ TEST(MidiCallbackWorker, AnswersWhileTheLoopHoldsItsLock) {
         written = true;
     });
     // The reply comes although the item itself cannot be queued while a port is held back.
-    EXPECT_TRUE(WaitFor([] { return Replies().size() == 1; }));
+    EXPECT_TRUE(WaitUntil("the reply is there", [] { return Replies().size() == 1; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_FALSE(written);
     EXPECT_EQ(worker.Sink().Deliveries().size(), 1u);
@@ -257,7 +258,7 @@ TEST(MidiCallbackWorker, AcceptsNullCallbacks) {
     const auto rings = recorder.BlocksOf(cb_calc_buffer_size(1, 524288));
     ASSERT_EQ(rings.size(), 1u);
     worker.Write(1, kHUIPing);
-    EXPECT_TRUE(WaitFor([&] {
+    EXPECT_TRUE(WaitUntil("the data ring is empty", [&] {
         return cb_get_num_elem_used(static_cast<_t_circular_buffer*>(rings.front())) == 0;
     }));
     EXPECT_TRUE(Replies().empty());
@@ -352,7 +353,7 @@ TEST(MidiCallbackWorker, DropsTheQueueAtShutDownAndNothingComesAfter) {
     worker.Write(0, {2});
     std::thread owner([&] { ShutDown(worker.Get()); });
     auto* const object = static_cast<CMidiCallbackWorker*>(worker.Get());
-    EXPECT_TRUE(WaitFor([&] { return !object->IsRunning(); }));
+    EXPECT_TRUE(WaitUntil("the worker is told to end", [&] { return !object->IsRunning(); }));
     worker.Sink().Open();
     owner.join();
     worker.Write(0, {3});
@@ -386,15 +387,15 @@ TEST(MidiCallbackWorker, ReleasesTheItemThatIsHeldBackBeforeItShutsDown) {
     TestWorker worker(options);
     std::atomic<bool> goOn{false};
     clock.OnSleep([&](std::chrono::microseconds length) {
-        WaitFor([&] { return goOn.load(); });
+        EXPECT_TRUE(WaitUntil("the test goes on", [&] { return goOn.load(); }));
         clock.Advance(length);
     });
     worker.Write(0, Bytes(10, 1));
     worker.Write(0, Bytes(10, 2));
-    ASSERT_TRUE(WaitFor([&] { return clock.Sleeps() > 0; }));
+    ASSERT_TRUE(WaitUntil("the worker sleeps", [&] { return clock.Sleeps() > 0; }));
     std::thread owner([&] { ShutDown(worker.Get()); });
     auto* const object = static_cast<CMidiCallbackWorker*>(worker.Get());
-    EXPECT_TRUE(WaitFor([&] { return !object->IsRunning(); }));
+    EXPECT_TRUE(WaitUntil("the worker is told to end", [&] { return !object->IsRunning(); }));
     goOn = true;
     owner.join();
     EXPECT_EQ(worker.Sink().Deliveries(), (Deliveries{{0, Bytes(10, 1)}, {0, Bytes(10, 2)}}));

@@ -4,6 +4,7 @@
 #include "tests/support/ArrayNewFaults.h"
 #include "tests/support/ControllableClock.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/MidiDriver/worker/WorkerHarness.h"
 
 #include <gtest/gtest.h>
@@ -235,8 +236,9 @@ TEST(WorkerFailures, DropsTheItemThatOverflowsTheThrottleRingAndTheSendersNext) 
     clock.Advance(1001ms);
     worker.Write(3, other);
     EXPECT_TRUE(WaitForLine(LOG_INFO, "Error 2 reading from MIDI Throttle CB"));
-    EXPECT_TRUE(
-        WaitFor([] { return CountLines(LOG_ERR, RemoveError(2, "Throttle") + "[3]") == 3; }));
+    EXPECT_TRUE(WaitUntil("the failure is reported three times", [] {
+        return CountLines(LOG_ERR, RemoveError(2, "Throttle") + "[3]") == 3;
+    }));
     EXPECT_EQ(CountLines(LOG_INFO, "Error 2 writing to MIDI Throttle CB"), 2u);
     worker.Write(4, other); // discarded
     worker.Write(4, other);
@@ -344,8 +346,9 @@ TEST(WorkerFailures, WithoutAThrottleRingDropsThatPortsItems) {
                                   "circular buffer[0]"),
               1u);
     worker.Write(0, {1});
-    EXPECT_TRUE(
-        WaitFor([] { return CountLines(LOG_ERR, RemoveError(4, "Throttle") + "[0]") == 2; }));
+    EXPECT_TRUE(WaitUntil("the failure is reported twice", [] {
+        return CountLines(LOG_ERR, RemoveError(4, "Throttle") + "[0]") == 2;
+    }));
     worker.Write(1, {2}); // discarded
     worker.Write(1, {3});
     ASSERT_TRUE(worker.Sink().WaitForCount(1));

@@ -3,9 +3,9 @@
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/ControllableClock.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/support/WaitUntil.h"
 
 #include <algorithm>
-#include <thread>
 
 using namespace TestSupport;
 
@@ -24,17 +24,6 @@ ReplyLog& TheReplyLog() {
 }
 
 } // namespace
-
-bool WaitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 void ForwardSink::Forward(unsigned int port, const unsigned char* data, unsigned int length,
                           void* refcon) {
@@ -130,8 +119,9 @@ std::size_t CountLines(int priority, const std::string& text) {
         std::count(lines.begin(), lines.end(), SyslogLine{priority, text}));
 }
 
-bool WaitForLine(int priority, const std::string& text) {
-    return WaitFor([&] { return CountLines(priority, text) != 0; });
+testing::AssertionResult WaitForLine(int priority, const std::string& text) {
+    return WaitUntil("syslog gets \"" + text + '"',
+                     [&] { return CountLines(priority, text) != 0; });
 }
 
 std::size_t CountLinesAt(int priority) {

@@ -5,11 +5,12 @@
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 #include "tests/support/PacketLists.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -23,9 +24,6 @@ struct Delivery {
 
     friend bool operator==(const Delivery&, const Delivery&) = default;
 };
-
-// Waits for a condition that another thread brings about; false after a minute.
-bool WaitFor(const std::function<bool()>& condition);
 
 // Takes what a worker forwards. Any thread.
 class ForwardSink {
@@ -97,5 +95,5 @@ private:
 
 // The lines in syslog so far: how many at a priority hold exactly the text, and a wait for one.
 std::size_t CountLines(int priority, const std::string& text);
-bool WaitForLine(int priority, const std::string& text);
+[[nodiscard]] testing::AssertionResult WaitForLine(int priority, const std::string& text);
 std::size_t CountLinesAt(int priority);

@@ -4,6 +4,7 @@
 #include "tests/support/ArrayNewFaults.h"
 #include "tests/support/ControllableClock.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/MidiDriver/worker/WorkerHarness.h"
 
 #include <gtest/gtest.h>
@@ -191,7 +192,8 @@ TEST(WorkerLoop, ReportsNothingInItsFirstTenSecondsAndThenOnceInTen) {
             SignalConsumeEvent(open.mWorker.Get());
         }
         ++readings;
-        ASSERT_TRUE(WaitFor([&] { return clock.WallTimeReadings() >= readings; }));
+        ASSERT_TRUE(WaitUntil("the worker has read the wall clock",
+                              [&] { return clock.WallTimeReadings() >= readings; }));
     };
     clock.AdvanceWallTime(10s - 1us);
     wakeUp(true);
@@ -203,7 +205,8 @@ TEST(WorkerLoop, ReportsNothingInItsFirstTenSecondsAndThenOnceInTen) {
     wakeUp(false);
     clock.AdvanceWallTime(1us);
     wakeUp(false);
-    EXPECT_TRUE(WaitFor([] { return CountLines(LOG_INFO, kInfoReadError) == 2; }));
+    EXPECT_TRUE(
+        WaitUntil("the second report", [] { return CountLines(LOG_INFO, kInfoReadError) == 2; }));
 }
 
 TEST(WorkerLoop, UsesUpTheReportBudgetWithEverySecondsOldThrottledItem) {
@@ -225,7 +228,8 @@ TEST(WorkerLoop, UsesUpTheReportBudgetWithEverySecondsOldThrottledItem) {
     clock.AdvanceWallTime(10s - 1us);
     const std::uint64_t readings = clock.WallTimeReadings();
     open.mWorker.Sink().Open();
-    ASSERT_TRUE(WaitFor([&] { return clock.WallTimeReadings() > readings; }));
+    ASSERT_TRUE(WaitUntil("the worker has read the wall clock",
+                          [&] { return clock.WallTimeReadings() > readings; }));
     // More than ten seconds into the worker's life, but not since that item.
     clock.AdvanceWallTime(1us);
     EXPECT_EQ(CountLinesAt(LOG_INFO), 0u);

@@ -1,6 +1,7 @@
 #include "runtime/sync/NyEvent.h"
 
 #include "runtime/time/NyTime.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/runtime/sync/PlatformCalls.h"
 
 #include <gtest/gtest.h>
@@ -165,9 +166,7 @@ TEST(NyEventTest, StandsManySignalersAndWaitersAtOnce) {
         thread.join();
     }
     event.Signal();
-    while (passes == 0) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(TestSupport::WaitUntil("a waiter passes", [&] { return passes != 0; }));
     done = true;
     for (auto& thread : waiters) {
         thread.join();

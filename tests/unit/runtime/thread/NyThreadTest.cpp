@@ -3,6 +3,7 @@
 #include "runtime/sync/NyEvent.h"
 #include "runtime/time/NyTime.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
@@ -315,9 +316,7 @@ TEST_F(NyThreadTest, StartsOneThreadOnlyWhileItRuns) {
     };
     thread.Start();
     thread.Start();
-    while (runs == 0) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(TestSupport::WaitUntil("the thread runs", [&] { return runs != 0; }));
     thread.Start();
     leave.Signal();
     EXPECT_EQ(thread.WaitForExit(), 0);

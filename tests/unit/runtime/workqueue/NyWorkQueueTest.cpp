@@ -1,6 +1,7 @@
 #include "runtime/workqueue/NyWorkQueue.h"
 
 #include "runtime/workqueue/NyWorkQueueHelper.h"
+#include "tests/support/WaitUntil.h"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
@@ -66,13 +67,6 @@ private:
     std::condition_variable mChanged;
     bool mOpen = false;
 };
-
-template <typename Condition>
-void WaitUntil(Condition condition) {
-    while (!condition()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
 
 // Lets a test set the counter of handles, and see the order of the virtual operations' bases.
 class CountingQueue : public NyWorkQueue {
@@ -224,7 +218,8 @@ TEST(NyWorkQueueTest, ARunningCommandThatIsCancelledIsWaitedFor) {
         EXPECT_EQ(queue->CancelCommand(handle, nullptr, NyWorkQueue::kWaitUnlessCanceled), 0);
         cancelled = true;
     });
-    WaitUntil([&] { return command->wasCanceled(); });
+    EXPECT_TRUE(
+        TestSupport::WaitUntil("the command is cancelled", [&] { return command->wasCanceled(); }));
     EXPECT_FALSE(cancelled);
     goOn.Open();
     canceller.join();
@@ -245,7 +240,8 @@ TEST(NyWorkQueueTest, ACommandMayQueueItselfAgainAndIsDoneOnlyAfterItsLastRun) {
         }
     });
     Adopt(*queue, command);
-    WaitUntil([&] { return command->mRuns == 2; });
+    EXPECT_TRUE(
+        TestSupport::WaitUntil("the command has run twice", [&] { return command->mRuns == 2; }));
     EXPECT_EQ(secondHandle, 1);
     std::atomic<bool> waited{false};
     std::thread waiter([&] {
@@ -330,7 +326,7 @@ TEST(NyWorkQueueTest, PauseNowLetsTheBatchInProgressFinishAndBlocksTheNext) {
     queue->WaitOnCommand(sameHandle, nullptr, NyWorkQueue::kWait);
     EXPECT_EQ(sameBatch->mRuns, 1);
     // Every semaphore unit of the batch has to be used up before the consumer blocks in the pause.
-    WaitUntil([&] { return queue.Batches() >= 1; });
+    EXPECT_TRUE(TestSupport::WaitUntil("a batch is used up", [&] { return queue.Batches() >= 1; }));
 
     const auto nextBatch = MakeCommand();
     const int nextHandle = Adopt(*queue, nextBatch);
@@ -369,7 +365,7 @@ TEST(NyWorkQueueTest, AQueuedPauseTakesItsTurnAndASecondOneIsRefusedUntilResume)
     EXPECT_EQ(queue->Pause(NyWorkQueue::kPauseQueued), 1);
     EXPECT_EQ(queue->Pause(NyWorkQueue::kPauseNow), 1);
     goOn.Open();
-    WaitUntil([&] { return before->mRuns == 1; });
+    EXPECT_TRUE(TestSupport::WaitUntil("the command has run", [&] { return before->mRuns == 1; }));
     EXPECT_EQ(queue->Resume(), 0);
     EXPECT_EQ(queue->Pause(NyWorkQueue::kPauseQueued), 0) << "allowed again";
     EXPECT_EQ(queue->Resume(), 0);
@@ -406,7 +402,9 @@ TEST(NyWorkQueueTest, StoppingNowDropsWhatIsPendingWithoutItsBeingDone) {
     NyTime timeout;
     timeout.Set(NyTime::kMicroseconds, 1000);
     std::thread stopper([&] { EXPECT_EQ(queue->Stop(NyWorkQueue::kStopNow, true), 0); });
-    WaitUntil([&] { return queue->CancelCommand(handle, &timeout, NyWorkQueue::kNoWait) == 2; });
+    EXPECT_TRUE(TestSupport::WaitUntil("the queue stops", [&] {
+        return queue->CancelCommand(handle, &timeout, NyWorkQueue::kNoWait) == 2;
+    }));
     goOn.Open();
     stopper.join();
     queue.Join();

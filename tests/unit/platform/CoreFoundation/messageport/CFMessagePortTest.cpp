@@ -2,6 +2,7 @@
 #include "tests/support/CFText.h"
 #include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WaitUntil.h"
 
 #include <CoreFoundation/CFMessagePort.h>
 #include <CoreFoundation/CFMessagePortHost.h>
@@ -1012,9 +1013,8 @@ TEST_F(CFMessagePortTest, SendsTheReplyOfACalloutThatEndsThePort) {
     ASSERT_EQ(answer.result, kCFMessagePortSuccess);
     EXPECT_EQ(BytesOf(answer.data.Get()), Bytes{8});
     // The connection is closed after the reply, which may be here first.
-    while (CFMessagePortIsValid(remote.Get())) {
-        std::this_thread::yield();
-    }
+    ASSERT_TRUE(TestSupport::WaitUntil("the port is invalid",
+                                       [&] { return !CFMessagePortIsValid(remote.Get()); }));
     EXPECT_EQ(Ask(remote.Get(), 8).result, kCFMessagePortIsInvalid);
 }
 
@@ -1040,9 +1040,8 @@ TEST_F(CFMessagePortTest, NeverHangsWhenPortsEndWhileRequestsGoOn) {
                 }
             });
         }
-        while (answered < 3) {
-            std::this_thread::yield();
-        }
+        EXPECT_TRUE(
+            TestSupport::WaitUntil("three requests are answered", [&] { return answered >= 3; }));
         if (round % 2 == 0) {
             local.Invalidate();
         } else {
@@ -1245,9 +1244,8 @@ TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledWhileRequests
                     << result;
             });
         }
-        while (answered < 3) {
-            std::this_thread::yield();
-        }
+        EXPECT_TRUE(
+            TestSupport::WaitUntil("three requests are answered", [&] { return answered >= 3; }));
         children[round]->Kill();
         for (std::thread& thread : threads) {
             thread.join();
@@ -1340,9 +1338,7 @@ TEST_F(CFMessagePortTest, HandsAStopThatComesWhileItWaitsToTheEnclosingRun) {
                 mode = CFHandle<CFStringRef>(CFRunLoopCopyCurrentMode(loop));
                 return CFEqual(mode.Get(), CFSTR("private")) != 0;
             };
-            while (!isWaiting()) {
-                std::this_thread::yield();
-            }
+            EXPECT_TRUE(TestSupport::WaitUntil("the loop waits for the reply", isWaiting));
             CFRunLoopStop(loop);
             stopped = true;
         });

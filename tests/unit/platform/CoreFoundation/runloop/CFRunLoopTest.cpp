@@ -1,4 +1,5 @@
 #include "tests/support/CFHandle.h"
+#include "tests/support/WaitUntil.h"
 
 #include <CoreFoundation/CFRunLoop.h>
 #include <CoreFoundation/CFString.h>
@@ -57,10 +58,10 @@ void AddToCurrent(const Source& source, CFRunLoopMode mode = kCFRunLoopDefaultMo
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source.Get(), mode);
 }
 
-void WaitUntil(const std::function<bool()>& condition) {
-    while (!condition()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+// Waits until the loop sleeps.
+testing::AssertionResult WaitUntilAsleep(CFRunLoopRef loop) {
+    return TestSupport::WaitUntil("the loop sleeps",
+                                  [loop] { return CFRunLoopIsWaiting(loop) != 0; });
 }
 
 constexpr CFTimeInterval kLong = 1000; // only the test's own time limit is shorter
@@ -250,7 +251,7 @@ TEST(CFRunLoop, IsStoppedByAnotherThreadWhileItSleeps) {
     AddToCurrent(source);
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
     std::thread stopper([&] {
-        WaitUntil([&] { return CFRunLoopIsWaiting(loop) != 0; });
+        EXPECT_TRUE(WaitUntilAsleep(loop));
         CFRunLoopStop(loop);
     });
     EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false), kCFRunLoopRunStopped);
@@ -264,7 +265,7 @@ TEST(CFRunLoop, PerformsWhatAnotherThreadSignalsAndWakes) {
     AddToCurrent(source);
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
     std::thread signaller([&] {
-        WaitUntil([&] { return CFRunLoopIsWaiting(loop) != 0; });
+        EXPECT_TRUE(WaitUntilAsleep(loop));
         CFRunLoopSourceSignal(source.Get());
         CFRunLoopWakeUp(loop);
     });
@@ -282,7 +283,7 @@ TEST(CFRunLoop, PerformsASourceThatAnotherThreadAddsWhileItSleeps) {
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
     CFRunLoopSourceSignal(addedSource.Get());
     std::thread adder([&] {
-        WaitUntil([&] { return CFRunLoopIsWaiting(loop) != 0; });
+        EXPECT_TRUE(WaitUntilAsleep(loop));
         CFRunLoopAddSource(loop, addedSource.Get(), kCFRunLoopDefaultMode);
         CFRunLoopWakeUp(loop);
     });
@@ -299,7 +300,7 @@ TEST(CFRunLoop, FinishesWhenAnotherThreadTakesTheLastSourceAway) {
     AddToCurrent(source);
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
     std::thread remover([&] {
-        WaitUntil([&] { return CFRunLoopIsWaiting(loop) != 0; });
+        EXPECT_TRUE(WaitUntilAsleep(loop));
         CFRunLoopSourceInvalidate(source.Get());
     });
     CFRunLoopRun();

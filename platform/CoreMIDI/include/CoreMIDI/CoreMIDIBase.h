@@ -9,9 +9,9 @@
 #define COREMIDI_EXPORT extern __attribute__((visibility("default")))
 #endif
 
-// An object is named by a 32-bit reference, never 0. The reference of an object that is gone is not
-// given to another object for millions of further creations, so that a stale reference is
-// recognised; every function answers one with the status that it names, never with a crash.
+// A 32-bit reference, never 0, names an object. When an object is gone, its reference is not given
+// to another object for millions of further creations, so that a stale reference is recognised:
+// every function answers it with the status that its comment names, and never crashes.
 #if !defined(QUORVEL_POINTER_REFERENCES)
 typedef UInt32 MIDIObjectRef;
 typedef MIDIObjectRef MIDIClientRef;
@@ -21,8 +21,8 @@ typedef MIDIObjectRef MIDIEntityRef;
 typedef MIDIObjectRef MIDIEndpointRef;
 typedef MIDIObjectRef MIDIDeviceListRef;
 #else
-// As they were on the platform's 32-bit systems: pointers of distinct types. To compile against,
-// to see that a source holds for both; there is no library for it.
+// On the platform's 32-bit systems, references were pointers of distinct types. A source can be
+// compiled against these to show that it is right for both; there is no library for them.
 typedef void* MIDIObjectRef;
 typedef struct MIDIClientObject* MIDIClientRef;
 typedef struct MIDIPortObject* MIDIPortRef;
@@ -32,11 +32,11 @@ typedef struct MIDIEndpointObject* MIDIEndpointRef;
 typedef struct MIDIDeviceListObject* MIDIDeviceListRef;
 #endif
 
-// Host ticks: nanoseconds of the monotonic clock, as counted by `UpTime`. 0 means now where packets
-// are sent (MIDISend) and nothing where they are received.
+// A moment in host ticks: nanoseconds of the monotonic clock, as `UpTime` counts them. 0 means
+// "now" where packets are sent (MIDISend) and has no meaning where they are received.
 typedef UInt64 MIDITimeStamp;
 
-// Names a device, entity or endpoint for good, also after a restart. Never 0.
+// A number, never 0, that names a device, entity or endpoint for good, also after a restart.
 typedef SInt32 MIDIUniqueID;
 enum { kMIDIInvalidUniqueID = 0 };
 
@@ -49,10 +49,10 @@ enum {
     kMIDIObjectType_Destination = 3,
 };
 
-// Besides these, every function gives `paramErr` for a null pointer where it needs one and
-// `memFullErr` when memory or the 65535 objects are used up; nothing is changed then. Counts,
-// objects by index or unique ID and refCons are found without memory, and functions that dispose,
-// disconnect or detach need none.
+// The results of the functions. Besides these, every function returns `paramErr` if a pointer that
+// it needs is null, and `memFullErr` if memory or the 65535 objects are used up; nothing is changed
+// then. The functions that return counts, objects by index or unique ID, and refCons need no
+// memory, nor do those that dispose, disconnect or detach.
 enum {
     kMIDIInvalidClient = -10830,     // not a client's reference
     kMIDIInvalidPort = -10831,       // not a port's, or a port of the other direction
@@ -64,7 +64,7 @@ enum {
     kMIDINoCurrentSetup = -10837,    // there is no setup
     kMIDIMessageSendErr = -10838,    // nobody takes the packets
     kMIDIServerStartErr = -10839,    // the library's thread cannot be started
-    kMIDISetupFormatErr = -10840,    // the setup's file is not one
+    kMIDISetupFormatErr = -10840,    // the file is not a setup's
     kMIDIWrongThread = -10841,       // the call would wait for its own thread
     kMIDIObjectNotFound = -10842,    // not the reference or unique ID of such an object
     kMIDIIDNotUnique = -10843,       // another object has this unique ID

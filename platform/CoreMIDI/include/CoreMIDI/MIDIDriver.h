@@ -1,18 +1,18 @@
-// What a driver plug-in implements and calls. What it needs of the setup it includes itself
-// (MIDISetup.h).
+// The functions that a driver plug-in implements and calls. Those that change the setup are in
+// MIDISetup.h, which a driver includes itself.
 #pragma once
 
 #include <CoreMIDI/MIDIServices.h>
 
 // Whether the table has the two members for event lists, which the platform added later than the
-// rest (macOS 11). Defined as 0 it gives the table as it was before, to compile against. Nothing in
-// this library calls them, so drivers built either way are served.
+// rest (macOS 11). A source that defines this as 0 is compiled against the table as it was before.
+// Nothing in this library calls the two members, so drivers built either way are served.
 #if !defined(COREMIDI_HAS_EVENT_LISTS)
 #define COREMIDI_HAS_EVENT_LISTS 1
 #endif
 
-// A driver is a plug-in object in the manner of COM: a reference to it is a pointer to an object
-// whose first word is a pointer to its table of functions. So `*driver` is the table, and the
+// A driver is a plug-in object like those of COM. A reference to it is a pointer to an object whose
+// first word is a pointer to the object's table of functions. So `*driver` is the table, and the
 // driver itself is passed on as `self`: `(*driver)->Start(driver, devices)`.
 typedef struct MIDIDriverInterface MIDIDriverInterface;
 typedef MIDIDriverInterface** MIDIDriverRef;
@@ -23,19 +23,21 @@ typedef struct MIDIEventList MIDIEventList;
 struct MIDIDriverInterface {
     // QueryInterface, AddRef and Release, as in every plug-in object.
     IUNKNOWN_C_GUTS;
-    // Version 1 of the interface only: adds the devices that are there to the list.
+    // Adds the devices that are there to the list. Only version 1 of the interface has this.
     OSStatus (*FindDevices)(MIDIDriverRef self, MIDIDeviceListRef devList);
-    // Begins work. `devList` has the devices of the driver's last run; it is the caller's.
+    // Begins work. `devList` holds the devices of the driver's last run; the caller owns it.
     OSStatus (*Start)(MIDIDriverRef self, MIDIDeviceListRef devList);
     OSStatus (*Stop)(MIDIDriverRef self);
     OSStatus (*Configure)(MIDIDriverRef self, MIDIDeviceRef device);
-    // Takes packets for a destination, whose refCons are given. On the driver I/O thread only.
-    // The list is the driver's during the call, who may set its time stamps.
+    // Takes packets for a destination, whose refCons are given. Only the driver I/O thread calls
+    // it. During the call the list belongs to the driver, which may set its time stamps.
     OSStatus (*Send)(MIDIDriverRef self, const MIDIPacketList* pktlist, void* endptRefCon1,
                      void* endptRefCon2);
-    // A source got its first listener or lost its last one. On the driver I/O thread.
+    // Tells that a source got its first listener or lost its last one. The driver I/O thread calls
+    // it.
     OSStatus (*EnableSource)(MIDIDriverRef self, MIDIEndpointRef src, Boolean enabled);
-    // Drops what a destination (0 for all) still has to send. On the driver I/O thread.
+    // Drops the packets that a destination (0 for all) still has to send. The driver I/O thread
+    // calls it.
     OSStatus (*Flush)(MIDIDriverRef self, MIDIEndpointRef dest, void* endptRefCon1,
                       void* endptRefCon2);
     // Not called by this library.
@@ -67,34 +69,36 @@ struct MIDIDriverInterface {
 
 // The functions below: any thread; block only for the time of other changes; allocate.
 
-// Makes a device, which is not part of the setup yet. `owner` is its driver, null for a device that
-// no driver serves; the texts are strings. Packets are handed to the owner while it is attached
+// Makes a device, which is not part of the setup yet. `owner` is its driver, or null if no driver
+// serves it; the texts are strings. Packets are handed to the owner while it is attached
 // (MIDIServerHost.h).
 COREMIDI_EXPORT OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name,
                                           CFStringRef manufacturer, CFStringRef model,
                                           MIDIDeviceRef* outDevice);
-// Disposes of a device that is not part of the setup. `kMIDIObjectNotFound`; `kMIDINotPermitted`
-// for one that is: `MIDISetupRemoveDevice` takes that.
+// Disposes of a device that is not part of the setup. Results: `kMIDIObjectNotFound`;
+// `kMIDINotPermitted` if it is part of the setup, for which there is `MIDISetupRemoveDevice`.
 COREMIDI_EXPORT OSStatus MIDIDeviceDispose(MIDIDeviceRef device);
 
 // Lists of devices. A list keeps the references that were put into it, whatever becomes of the
-// devices. 0 for an index that is not below the number and for a reference that is not a list's.
-// `kMIDIObjectNotFound`, also when a device to be added does not exist.
+// devices. The first two functions return 0 if the index is not below the number or the reference
+// is not a list's; the others return `kMIDIObjectNotFound`, also if a device to be added does not
+// exist.
 COREMIDI_EXPORT ItemCount MIDIDeviceListGetNumberOfDevices(MIDIDeviceListRef devList);
 COREMIDI_EXPORT MIDIDeviceRef MIDIDeviceListGetDevice(MIDIDeviceListRef devList, ItemCount index0);
 COREMIDI_EXPORT OSStatus MIDIDeviceListAddDevice(MIDIDeviceListRef devList, MIDIDeviceRef dev);
 COREMIDI_EXPORT OSStatus MIDIDeviceListDispose(MIDIDeviceListRef devList);
 
-// The devices of the setup that belong to a driver, in a new list for the caller to dispose of; 0
-// when it cannot be made.
+// Returns the devices of the setup that belong to a driver, in a new list that the caller disposes
+// of, or 0 if the list cannot be made.
 COREMIDI_EXPORT MIDIDeviceListRef MIDIGetDriverDeviceList(MIDIDriverRef driver);
 
-// Two values of the driver's own in an endpoint; a destination's are given to `Send`. Null at
-// first. Packets that are queued already keep the values of the time when they were sent. Either of
-// the two addresses may be null in Get. `kMIDIUnknownEndpoint`.
+// A driver keeps two values of its own, the refCons, in an endpoint; `Send` is given those of the
+// destination. They are null at first. Packets that are queued already keep the values of the
+// moment when they were sent. Either of the two addresses may be null in Get. Results:
+// `kMIDIUnknownEndpoint`.
 COREMIDI_EXPORT OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2);
 COREMIDI_EXPORT OSStatus MIDIEndpointGetRefCons(MIDIEndpointRef endpt, void** ref1, void** ref2);
 
-// The run loop of the driver I/O thread, which is started if need be. Drivers may add sources to
-// it. Null when the thread cannot be started. The caller owns no reference.
+// Returns the run loop of the driver I/O thread, which is started if need be. Drivers may add
+// sources to it. Returns null if the thread cannot be started. The caller owns no reference.
 COREMIDI_EXPORT CFRunLoopRef MIDIGetDriverIORunLoop(void);

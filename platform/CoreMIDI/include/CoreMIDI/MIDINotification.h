@@ -12,14 +12,14 @@
 
 typedef SInt32 MIDINotificationMessageID;
 enum {
-    kMIDIMsgSetupChanged = 1,    // something of the objects or their properties
+    kMIDIMsgSetupChanged = 1,    // an object or a property has changed
     kMIDIMsgObjectAdded = 2,     // MIDIObjectAddRemoveNotification
     kMIDIMsgObjectRemoved = 3,   // MIDIObjectAddRemoveNotification
     kMIDIMsgPropertyChanged = 4, // MIDIObjectPropertyChangeNotification
     kMIDIMsgIOError = 7,         // MIDIIOErrorNotification
 };
 
-// The head of each: what it is and its size in bytes.
+// The head of each notification: its kind and its size in bytes.
 typedef struct MIDINotification {
     MIDINotificationMessageID messageID;
     UInt32 messageSize;

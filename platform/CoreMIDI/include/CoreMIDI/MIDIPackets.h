@@ -1,14 +1,14 @@
-// Packet lists: MIDI data with times, in the form in which it travels.
+// Packet lists carry MIDI data with times.
 #pragma once
 
 #include <CoreMIDI/CoreMIDIBase.h>
 
-// A packet: its time, its length in bytes and so many bytes of data. `data` is as long as `length`
-// says, which may be more or less than 256.
+// A packet holds its time, the length of its data in bytes, and the data. `data` is as long as
+// `length` says, which may be more or less than 256.
 //
-// A list lies at an address that is a multiple of 4. How its packets lie behind the first one is
-// for MIDIPacketNext alone to say: this library packs them, so that they lie at any address and
-// their fields are read and written as bytes; built with QUORVEL_PAD_PACKETS it starts each at a
+// A list lies at an address that is a multiple of 4. Only MIDIPacketNext knows where the packets
+// after the first one begin. This library packs them, so that they lie at any address and their
+// fields are read and written as bytes; built with QUORVEL_PAD_PACKETS, it starts each packet at a
 // multiple of 4, as the platform does on ARM.
 #pragma pack(push, 4)
 typedef struct MIDIPacket {
@@ -23,20 +23,24 @@ typedef struct MIDIPacketList {
 } MIDIPacketList;
 #pragma pack(pop)
 
-// The packet after `packet` in its list, which must not be the last one. `packet` may lie at any
-// address. Any thread; no blocking, no allocation.
+// Returns the packet after `packet` in its list. `packet` must not be the last one and may lie at
+// any address. Any thread may call; the call neither blocks nor allocates.
 //
-// A function of the library, so that programs built once run with packed and with padded lists.
+// It is a function of the library, so that a program that is built once runs with packed and with
+// padded lists.
 COREMIDI_EXPORT MIDIPacket* MIDIPacketNext(const MIDIPacket* packet);
 
-// Building a list in a caller's buffer of `listSize` bytes, 65536 at most. Any thread, one at a
-// time for each list; no blocking, no allocation.
+// These two functions build a list in the caller's buffer of `listSize` bytes, 65536 at most. Any
+// thread may call, one at a time for each list; the calls neither block nor allocate.
 //
-// Init makes an empty list and gives the place of its first packet, to be passed to Add as
-// `curPacket`. Add appends `nData` bytes (65535 at most) with time `time` and gives the packet that
-// it wrote to, the next call's `curPacket`. Data of the same time joins the packet before it,
-// unless either of them holds a System Exclusive message or a part of one. Null when there is not
-// enough room, or for a null argument; the list is unchanged then.
+//     MIDIPacket* packet = MIDIPacketListInit(list);
+//     packet = MIDIPacketListAdd(list, sizeof buffer, packet, 0, sizeof note, note);
+//
+// Init makes an empty list and returns the place of its first packet, which is the first call's
+// `curPacket`. Add appends `nData` bytes (65535 at most) with the time `time` and returns the
+// packet that it wrote to, which is the next call's `curPacket`. Data of the same time joins the
+// packet before it, unless either of the two holds a System Exclusive message or a part of one. Add
+// returns null and leaves the list unchanged if there is not enough room or an argument is null.
 COREMIDI_EXPORT MIDIPacket* MIDIPacketListInit(MIDIPacketList* pktlist);
 COREMIDI_EXPORT MIDIPacket* MIDIPacketListAdd(MIDIPacketList* pktlist, ByteCount listSize,
                                               MIDIPacket* curPacket, MIDITimeStamp time,

@@ -11,10 +11,10 @@
 // A table that gives its contents identifiers and tells those that still name something from those
 // that no longer do, or never did.
 //
-//     constinit SlotTable<Region, std::uintptr_t, 20> gRegions;
-//     const std::uintptr_t identifier = gRegions.Add([](Region& region, std::uintptr_t) {...});
-//     Region* const region = gRegions.Find(identifier); // null once it has been removed
-//     gRegions.Remove(identifier);
+//     constinit SlotTable<Region, std::uintptr_t, 20> sRegions;
+//     const std::uintptr_t identifier = sRegions.Add([](Region& region, std::uintptr_t) {...});
+//     Region* const region = sRegions.Find(identifier); // null once it has been removed
+//     sRegions.Remove(identifier);
 //
 // A content lives in a slot, from Add to Remove. Its identifier holds the slot's number, a tag of
 // the caller's choice and the slot's generation, which changes with every life: so a slot that is

@@ -21,11 +21,11 @@ using Regions = SlotTable<Region, std::uintptr_t, 20>;
 
 // Exists before any code has run, and has nothing to destroy: a thread may still use a region while
 // the process ends.
-constinit Regions gRegions;
+constinit Regions sRegions;
 static_assert(std::is_trivially_destructible_v<Regions>);
 
 Region* FindRegion(MPCriticalRegionID identifier) {
-    return gRegions.Find(std::bit_cast<std::uintptr_t>(identifier));
+    return sRegions.Find(std::bit_cast<std::uintptr_t>(identifier));
 }
 
 } // namespace
@@ -35,13 +35,13 @@ OSStatus MPCreateCriticalRegion(MPCriticalRegionID* criticalRegion) {
         return paramErr;
     }
     // A mutex of its own for every life: the last one may have ended with the region held.
-    *criticalRegion = std::bit_cast<MPCriticalRegionID>(gRegions.Add(
+    *criticalRegion = std::bit_cast<MPCriticalRegionID>(sRegions.Add(
         [](Region& region, std::uintptr_t /*identifier*/) { std::construct_at(&region.mMutex); }));
     return *criticalRegion == nullptr ? OSStatus{kMPInsufficientResourcesErr} : OSStatus{noErr};
 }
 
 OSStatus MPDeleteCriticalRegion(MPCriticalRegionID criticalRegion) {
-    return gRegions.Remove(std::bit_cast<std::uintptr_t>(criticalRegion))
+    return sRegions.Remove(std::bit_cast<std::uintptr_t>(criticalRegion))
                ? OSStatus{noErr}
                : OSStatus{kMPInvalidIDErr};
 }

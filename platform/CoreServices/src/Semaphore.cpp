@@ -25,11 +25,11 @@ using Semaphores = SlotTable<Semaphore, std::uintptr_t, 20>;
 
 // Exists before any code has run, and has nothing to destroy: a thread may still use a semaphore
 // while the process ends.
-constinit Semaphores gSemaphores;
+constinit Semaphores sSemaphores;
 static_assert(std::is_trivially_destructible_v<Semaphores>);
 
 Semaphore* FindSemaphore(MPSemaphoreID identifier) {
-    return gSemaphores.Find(std::bit_cast<std::uintptr_t>(identifier));
+    return sSemaphores.Find(std::bit_cast<std::uintptr_t>(identifier));
 }
 
 } // namespace
@@ -39,7 +39,7 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
     if (semaphore == nullptr || initialValue > maximumValue) {
         return paramErr;
     }
-    *semaphore = std::bit_cast<MPSemaphoreID>(gSemaphores.Add(
+    *semaphore = std::bit_cast<MPSemaphoreID>(sSemaphores.Add(
         [maximumValue, initialValue](Semaphore& added, std::uintptr_t /*identifier*/) {
             added.mMaximum = maximumValue;
             added.mUnits = initialValue;
@@ -48,7 +48,7 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
 }
 
 OSStatus MPDeleteSemaphore(MPSemaphoreID semaphore) {
-    return gSemaphores.Remove(std::bit_cast<std::uintptr_t>(semaphore)) ? OSStatus{noErr}
+    return sSemaphores.Remove(std::bit_cast<std::uintptr_t>(semaphore)) ? OSStatus{noErr}
                                                                         : OSStatus{kMPInvalidIDErr};
 }
 

@@ -19,11 +19,15 @@ enum tLevel : unsigned char {
     kCatastrophy = 6,
 };
 
-// The set of categories of a message, typically one level and one or more subjects. It passes the
-// filter when any of them is enabled; the empty set never does.
+// The set of categories of a message, typically one level and one or more subjects:
 //
-// A plain value: a count byte and that many category ids, at most 255; more are left out. Keep sets
-// that are used often, rather than to build them for every message.
+//     constexpr HSL::CCat kSlowDisk(HSL::kWarning, 20);
+//     context->Log(kSlowDisk, "the disk is slow");
+//
+// A message passes the filter when any category of its set is enabled. The empty set never passes.
+//
+// The class is a plain value: a count byte and that many category ids, at most 255. Further ids are
+// left out. A set that is used often is best kept, because it has 256 bytes to fill.
 class CCat {
 public:
     constexpr CCat() = default;
@@ -34,7 +38,7 @@ public:
             }
         }
     }
-    // The two most frequent kinds: a level, and a level with a subject.
+    // The two most frequent sets: a level alone, and a level with a subject.
     constexpr explicit CCat(unsigned char id) : CCat(std::initializer_list<unsigned char>{id}) {}
     constexpr CCat(unsigned char level, unsigned char subject)
         : CCat(std::initializer_list<unsigned char>{level, subject}) {}
@@ -42,10 +46,12 @@ public:
     constexpr unsigned char Count() const { return mCount; }
     constexpr const unsigned char* IDs() const { return mIDs; }
 
-    // Writes the count byte and the ids. Returns 0. The ring's producer only.
+    // Writes the count byte and the ids to a ring, and returns 0. Only the ring's producer may call
+    // it.
     int Serialize(CCircularBuffer* buffer) const;
 
-    // Names the levels. The manager calls both as it starts and ends.
+    // Initialize names the levels, and Cleanup does nothing. The manager calls them as logging
+    // starts and ends.
     static void Initialize();
     static void Cleanup();
 

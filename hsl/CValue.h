@@ -10,7 +10,8 @@ class CCircularBuffer;
 
 namespace HSL {
 
-// What an argument is, and the conversion that prints it where the format has none for it.
+// The kind of an argument. Beside each stands the default conversion, which prints the argument
+// where the format has none for it.
 enum tValueKind : unsigned char {
     eInt8 = 4,        // "%hd"
     eInt16 = 5,       // "%hd"
@@ -28,14 +29,18 @@ enum tValueKind : unsigned char {
     eWideString = 17, // "%S"
 };
 
-// One argument of a log call. A text is not owned: it must stay valid until the call returns, which
-// copies it into the record. Building one costs no more than the argument itself.
+// One argument of a log call. The call builds it from what it is given:
 //
-// The kind follows from the argument's type. A `long` is an eLong or an eUInt32 where it has four
-// bytes and an eInt64 or eUInt64 where it has eight, so that no value is cut.
+//     context->Log(cat, "%s has %d", "port 3", 7); // a CValue of kind eString and one of kind
+//     eInt32
+//
+// The kind follows from the argument's type. A `long` becomes an eLong where it has four bytes and
+// an eInt64 where it has eight, and an `unsigned long` an eUInt32 or an eUInt64, so that no value
+// is cut. A text is not owned. It must stay valid until the log call returns, which copies it into
+// the record.
 class CValue {
 public:
-    // For bool alone: pointers would turn into one.
+    // A template, so that it takes bool alone: a pointer would convert to a plain parameter.
     template <std::same_as<bool> Bool>
     CValue(Bool value) : mKind(eUInt8) {
         mPayload.mUInt8 = value ? 1 : 0;
@@ -75,18 +80,19 @@ public:
 
     tValueKind Kind() const { return mKind; }
 
-    // Writes the kind byte and the payload: numbers in the host's byte order; an eString as its
-    // 16-bit length and its bytes, an eWideString as its 16-bit character count and its four-byte
-    // characters, each cut to its length modulo 65536. A null text is "<NULL>"; a wide one then has
-    // a count of 24, its bytes and not its characters: intended. Returns 0. The ring's producer
-    // only.
+    // Writes the kind byte and the payload to a ring, and returns 0. Only the ring's producer may
+    // call it. A number is written in the host's byte order, an eString as its 16-bit length and
+    // its bytes, an eWideString as its 16-bit character count and its four-byte characters. A text
+    // is cut to its length modulo 65536. A null text is written as "<NULL>". For a null wide text
+    // the count is 24, the number of its bytes and not of its characters: readers of the format
+    // expect that.
     int Serialize(CCircularBuffer* buffer) const;
 
-    // The most that PutNumber writes.
+    // The most bytes that PutNumber writes.
     static constexpr std::uint32_t kLargestNumber = 9;
 
-    // Writes kind and payload of a value that is no text to memory, and returns their end. Where
-    // the kind is known at compile time, so is the size.
+    // Writes the kind and the payload of a value that is no text to `end`, and returns where they
+    // end. The compiler reduces this to two stores where it knows the kind.
     unsigned char* PutNumber(unsigned char* end) const {
         end = PutRaw(end, static_cast<unsigned char>(mKind));
         switch (mKind) {
@@ -115,7 +121,7 @@ public:
         return end;
     }
 
-    // Writes a number as it lies in memory.
+    // Writes a number to `end` as it lies in memory, and returns where it ends.
     template <typename T>
     static unsigned char* PutRaw(unsigned char* end, T value) {
         std::memcpy(end, &value, sizeof value);

@@ -13,7 +13,7 @@ namespace HSL {
 //     const CCategoryHolder kTransport(20, "Transport");
 //     context->Log(kTransport[kWarning], "late by %d us", late);
 //
-// `name` is not copied and must live as long as the object. Reading is for any thread.
+// `name` is not copied and must live as long as the object. Any thread may read the object.
 class CCategoryHolder {
 public:
     constexpr CCategoryHolder(unsigned char id, const char* name)
@@ -22,7 +22,8 @@ public:
                                       CCat(kWarning, id),      CCat(kError, id),
                                       CCat(kCatastrophy, id)} {}
 
-    // Names the category; once after each Initialize. An earlier name stays.
+    // Gives the category its name, unless it has one. Call it once after each Initialize, which
+    // forgets the names.
     void Register() const {
         if (CLogManager* const manager = CLogManager::Instance()) {
             manager->SetCategoryName(mID, mName);

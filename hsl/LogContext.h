@@ -14,8 +14,11 @@ namespace HSL {
 
 class CRecordWriter;
 
-// One producer's private channel: a byte ring into which log calls serialise compact records, never
-// text, and from which the collection thread reads them back.
+// A log context is one producer's private channel: a byte ring into which its log calls write
+// compact records, and from which the collection thread reads them back and makes text of them.
+//
+//     CLogContext* const context = CLogManager::GetTLSContext();
+//     context->Log(CCat(kWarning), "late by %d us", late);
 //
 // One thread at a time logs through a context: the thread that it belongs to (see
 // CLogManager::GetTLSContext), or whoever the client lets write to a context of its own. A log call
@@ -30,21 +33,22 @@ class CRecordWriter;
 // the room behind the threshold is cut, and what is read back of it and behind it may be nonsense.
 class CLogContext {
 public:
-    // A ring of `size` bytes from `mallocFunc`; 0 stands for the manager's default, which needs an
-    // initialised manager. Without memory for it the context loses every message. The name is
-    // copied. The context is collected from until it is destroyed, which loses the records that are
-    // still in its ring, or until the manager's Cleanup.
+    // Makes a context with a ring of `size` bytes, allocated by `mallocFunc`. A size of 0 stands
+    // for the manager's default and needs an initialised manager. Without memory for the ring the
+    // context loses every message. The name is copied. Records are collected from the context until
+    // it is destroyed, which loses those that are still in its ring, or until the manager's
+    // Cleanup.
     CLogContext(const char* name, int size, void* (*mallocFunc)(int), void (*freeFunc)(void*, int));
     virtual ~CLogContext();
     CLogContext(const CLogContext&) = delete;
     CLogContext& operator=(const CLogContext&) = delete;
 
-    // malloc and free; the size is ignored.
+    // The allocator of the threads' contexts: malloc and free. The size is ignored.
     static void* MallocFunc(int size);
     static void FreeFunc(void* block, int size);
 
     void SetName(const char* name);
-    // For the collection thread and under the manager's lock.
+    // Only for the collection thread and for who holds the manager's lock.
     const std::string& GetName() const { return mName; }
 
     // Logs a message in a category set: a format, registered with CLogManager::AddFormatString or
@@ -71,22 +75,23 @@ public:
         return Filtered(cat) ? 0 : LogValues(cat, Format{formatText, kIsText}, values...);
     }
 
-    // For records written by hand: LogPre writes the head of a record, including its categories,
-    // and takes a sequence number; the client writes the format, the count of the arguments and the
-    // arguments to the ring; LogPost makes the record visible and returns how many are pending.
+    // A client can write a record by hand. LogPre takes a sequence number and writes the record's
+    // head, its categories included. The client then writes the format, the count of the arguments
+    // and the arguments to the ring. LogPost makes the record visible and returns how many records
+    // are pending.
     void LogPre(const CCat& cat);
     int LogPost();
     CCircularBuffer& GetBuffer() { return mBuffer; }
 
-    // The nesting depth recorded with each message, 0 to 255 there. See CLogIndent. The writer
-    // only.
+    // The nesting depth, which each record holds, limited to 0 to 255. See CLogIndent. Only for the
+    // thread that logs through the context.
     int GetIndent() const { return mIndent; }
     void SetIndent(int indent) { mIndent = indent; }
 
 private:
     friend class CLogManager;
 
-    // No registered id: the format is text.
+    // Stands for the id of a format that is given as text. No id has more than 16 bits.
     static constexpr int kIsText = 0x10000;
 
     struct Format {
@@ -101,7 +106,8 @@ private:
         return !CLogManager::PassesFilter(cat.Count(), cat.IDs());
     }
 
-    // Numbers alone have a size that is known here, and go straight to their place in the ring.
+    // Logs a registered format. If all arguments are numbers, the size of the record is known here,
+    // and it is written straight to its place in the ring.
     template <typename... Values>
     int LogByID(const CCat& cat, short formatId, const Values&... values) {
         if constexpr ((kIsNumber<Values> && ...)) {
@@ -127,19 +133,22 @@ private:
         }
     }
 
-    // Writes a record's head in place where all is well: nothing dropped, and room in one run for
-    // it and `size` bytes more. Returns where those go, and else null, with nothing done yet.
+    // Writes a record's head in place, provided that no messages are being dropped and that there
+    // is room in one run for the head and `size` bytes more. Returns where those bytes go, or null
+    // with nothing done.
     unsigned char* BeginInPlace(const CCat& cat, std::uint32_t size);
     int EndInPlace(const unsigned char* end);
 
     int LogRecord(const CCat& cat, const Format& format, const CValue* values, int count);
     void WriteRecord(const CCat& cat, const Format& format, const CValue* values, int count);
     void WriteHead(CRecordWriter& writer, const CCat& cat) const;
-    // The fields in front of the categories. Takes a sequence number and returns their end.
+    // Takes a sequence number, writes the fields in front of the categories to `end` and returns
+    // where they end.
     unsigned char* PutHead(unsigned char* end) const;
 
-    // Records completely written and not yet collected. Added to by the writer behind a record's
-    // last byte, taken from by the collection thread, both atomically with a barrier.
+    // How many records are completely written and not yet collected. The writer adds to it behind a
+    // record's last byte, and the collection thread subtracts what it read, both atomically with a
+    // barrier.
     std::int32_t mPending = 0;
     CCircularBuffer mBuffer;
     std::string mName;

@@ -5,7 +5,13 @@
 namespace HSL {
 
 // Indents what is logged through a context while the object lives, typically for a nested
-// operation. The context's writer only; the context must outlive the object.
+// operation:
+//
+//     const CLogIndent indent(*context);
+//     context->Log(cat, "one step of the operation"); // shows one level deeper
+//
+// Only the thread that logs through the context may use it, and the context must outlive the
+// object.
 class CLogIndent {
 public:
     explicit CLogIndent(CLogContext& context) : mContext(context) {

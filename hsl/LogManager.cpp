@@ -25,13 +25,13 @@ void PrintLine(const char* line) {
 
 // Relaxed but for the pair of callback and type: who sees that structured output is in use sees
 // the callback that it came with.
-constinit std::atomic<CLogManager::OutputCallback> msOutputCallback{PrintLine};
-constinit std::atomic<CLogManager::StructuredOutputCallback> msStructuredOutputCallback{nullptr};
-constinit std::atomic<int> msOutputCallbackType{0};
+constinit std::atomic<CLogManager::OutputCallback> gOutputCallback{PrintLine};
+constinit std::atomic<CLogManager::StructuredOutputCallback> gStructuredOutputCallback{nullptr};
+constinit std::atomic<int> gOutputCallbackType{0};
 
 // The generation that the thread's slot was filled in. Under another one the slot points to a
 // context that Cleanup destroyed.
-thread_local unsigned int tlsGeneration = 0;
+thread_local unsigned int gThreadGeneration = 0;
 
 } // namespace
 
@@ -116,7 +116,7 @@ CLogContext* CLogManager::GetTLSContext() {
     State& state = TheState();
     const unsigned int generation = Generation();
     CLogContext* context = state.mTLSLogContext.Get();
-    if (context != nullptr && tlsGeneration == generation) {
+    if (context != nullptr && gThreadGeneration == generation) {
         return context;
     }
     // The handle as a number, whatever its type is.
@@ -126,7 +126,7 @@ CLogContext* CLogManager::GetTLSContext() {
                               CLogContext::FreeFunc);
     AdoptTLSContext(context);
     state.mTLSLogContext.Set(context);
-    tlsGeneration = generation;
+    gThreadGeneration = generation;
     return context;
 }
 
@@ -143,7 +143,8 @@ void CLogManager::CleanupTLSContext() {
     {
         const NyLockGuard guard(state.mAddRemoveContextLock, true);
         // A Cleanup that came first has destroyed it, also while this thread waited for the lock.
-        if (tlsGeneration != Generation() || std::erase(state.mAdoptedTLSContexts, context) == 0) {
+        if (gThreadGeneration != Generation() ||
+            std::erase(state.mAdoptedTLSContexts, context) == 0) {
             return;
         }
     }
@@ -188,29 +189,29 @@ void CLogManager::AdoptTLSContext(CLogContext* context) {
 }
 
 CLogManager::OutputCallback CLogManager::SetOutputCallback(OutputCallback callback) {
-    const OutputCallback previous = msOutputCallback.exchange(callback, std::memory_order_relaxed);
-    msOutputCallbackType.store(0, std::memory_order_release);
+    const OutputCallback previous = gOutputCallback.exchange(callback, std::memory_order_relaxed);
+    gOutputCallbackType.store(0, std::memory_order_release);
     return previous;
 }
 
 CLogManager::OutputCallback CLogManager::GetOutputCallback() const {
-    return msOutputCallback.load(std::memory_order_relaxed);
+    return gOutputCallback.load(std::memory_order_relaxed);
 }
 
 CLogManager::StructuredOutputCallback
 CLogManager::SetStructuredOutputCallback(StructuredOutputCallback callback) {
     const StructuredOutputCallback previous =
-        msStructuredOutputCallback.exchange(callback, std::memory_order_relaxed);
-    msOutputCallbackType.store(1, std::memory_order_release);
+        gStructuredOutputCallback.exchange(callback, std::memory_order_relaxed);
+    gOutputCallbackType.store(1, std::memory_order_release);
     return previous;
 }
 
 CLogManager::StructuredOutputCallback CLogManager::GetStructuredOutputCallback() const {
-    return msStructuredOutputCallback.load(std::memory_order_relaxed);
+    return gStructuredOutputCallback.load(std::memory_order_relaxed);
 }
 
 int CLogManager::GetOutputCallbackType() const {
-    return msOutputCallbackType.load(std::memory_order_acquire);
+    return gOutputCallbackType.load(std::memory_order_acquire);
 }
 
 short CLogManager::AddFormatString(const char* text) {

@@ -28,6 +28,13 @@ class CRecordReader;
 //   | AddFormatString, contexts made and ended  | any               | yes                         |
 //   | Collect, OutputNextMessage, Stringify...  | collection thread | -                           |
 //
+// A program logs like this:
+//
+//     CLogManager::Initialize();
+//     CLogManager::Instance()->SetFilterValue(kWarning, true); // at first nothing passes
+//     CLogManager::GetTLSContext()->Log(CCat(kWarning), "late by %d us", late);
+//     CLogManager::Cleanup(); // delivers what is pending
+//
 // Output callbacks run on the collection thread, one at a time, under the lock that contexts are
 // made and ended under: a callback may log, but must not end a context, nor wait for a thread that
 // makes or ends one.
@@ -68,9 +75,10 @@ public:
     static void SetEnable(bool on) { msEnabled.store(on, std::memory_order_relaxed); }
     static bool IsEnabled() { return msEnabled.load(std::memory_order_relaxed); }
 
-    // The calling thread's context, made on the first call: named "TID " and the thread's handle as
-    // a decimal number, of the default size. Owned by the manager. Needs an initialised manager. A
-    // thread that may end before Cleanup releases it with CleanupTLSContext; a NyThread does so.
+    // Returns the calling thread's context, which the manager owns. The first call makes it, with
+    // the default size and the name "TID " followed by the thread's handle as a decimal number.
+    // Needs an initialised manager. A thread that may end before Cleanup releases its context with
+    // CleanupTLSContext; a NyThread does so by itself.
     static CLogContext* GetTLSContext();
 
     // Destroys the calling thread's context, with the records in it that are not collected yet.
@@ -136,10 +144,12 @@ public:
     // One collection pass: outputs what is pending in all contexts, in the order of the sequence.
     // Returns whether collecting is to stop.
     std::int32_t Collect();
-    // Outputs the record at the head of the context's ring, whose marker and sequence are read.
+    // Outputs the record at the head of the context's ring, whose marker and sequence the caller
+    // has read already.
     void OutputNextMessage(CLogContext* context, std::int32_t sequence);
 
-    // How often logging was initialised: ids and contexts of an earlier time count no more.
+    // Returns how often logging was initialised. Format ids and threads' contexts are valid in the
+    // generation that they were made in only.
     static unsigned int Generation() { return msGeneration.load(std::memory_order_relaxed); }
 
     // The next sequence number, as if a message was logged.
@@ -154,15 +164,16 @@ private:
 
     static State& TheState();
 
-    // Outputs the record at the head of the context's ring, whose marker and sequence are read.
+    // Does the work of OutputNextMessage with a reader that stands behind the sequence.
     void OutputRecord(State& state, CRecordReader& reader, const CLogContext& context,
                       std::int32_t sequence) const;
 
     static constexpr std::int32_t kDefaultBufferSize = 262144;
 
-    // Changed by atomic addition only; 1 is the first record's. Not on the instance's account, so
-    // that a context that outlives the manager counts on in memory that exists. On cache lines of
-    // its own: every log call writes it, and the filter, say, is only read by all.
+    // The last sequence number that was taken; the first record gets 1. It is changed by atomic
+    // addition only. It is static, so that a context that outlives the manager counts on in memory
+    // that exists. It has cache lines of its own, because every log call writes it, while the
+    // filter beside it is only read.
     struct alignas(128) Sequence {
         std::int32_t mLast = 0;
     };

@@ -10,16 +10,24 @@
 
 namespace HSL {
 
-// Reads the fields of records back, in place from a ring of single bytes. What is not there,
-// because a record was cut or never fitted, reads as zeros. The ring's consumer only, which uses
-// the ring in no other way between the reader's making and Release. A read position ahead of the
-// first slot, which only an indexed read leaves behind, counts as the first slot.
+// Reads the fields of records from a ring of single bytes, in place:
 //
-// The writer gets the room of what was read back with Release and not before: handing it over field
-// by field would have the two sides pull at one cache line. It gets it back as zeros: lines that
-// this side had merely read would stay shared by both processors, and each of them would then cost
-// a log call a full round trip between them, because the barriers in it wait for its stores. No
-// processor fetches ahead what its cache still holds; lines that were taken away it does.
+//     CRecordReader reader(context.GetBuffer());
+//     const auto marker = reader.Get<unsigned char>();
+//     const auto sequence = reader.Get<std::int32_t>();
+//     reader.Release();
+//
+// Only the ring's consumer may use a reader, and must not use the ring in any other way until it
+// has called Release. Fields that are not there, because a record was cut or never fitted, read as
+// zeros. A read position ahead of the first slot, which only an indexed read leaves behind, counts
+// as the first slot.
+//
+// Release gives the room of what was read back to the writer. To do so field by field would have
+// the two sides pull at one cache line. The room is given back as zeros. Cache lines that this side
+// had only read would stay shared by both processors, and each of them would cost a log call a full
+// round trip between the two, because the barriers in the call wait for its stores. A line that was
+// written here belongs to this processor alone, so that the writer's prefetch brings it over in
+// time.
 class CRecordReader {
 public:
     CRecordReader() = default;
@@ -58,7 +66,8 @@ public:
         std::memset(to, 0, size);
     }
 
-    // The next `size` bytes: where they lie, valid until Release, or else in `scratch`.
+    // Returns the next `size` bytes: where they lie, valid until Release, or, where they wrap or
+    // are not all known to be stored, copied to `scratch`.
     const unsigned char* GetInPlace(std::size_t size, unsigned char* scratch) {
         if (static_cast<std::size_t>(mRunEnd - mPosition) >= size) {
             mPosition += size;
@@ -68,7 +77,7 @@ public:
         return scratch;
     }
 
-    // How many bytes were read that the writer has not got back.
+    // Returns how many bytes were read and not released yet.
     std::size_t Unreleased() const {
         if (mRing == nullptr) {
             return 0;
@@ -79,6 +88,7 @@ public:
         return position >= read ? position - read : position - mRing->startOffset + (End() - read);
     }
 
+    // Gives the room of all bytes that were read back to the writer.
     void Release() {
         if (mRing == nullptr) {
             return;
@@ -107,7 +117,8 @@ private:
     const unsigned char* Block() const { return reinterpret_cast<const unsigned char*>(mRing); }
     std::uint32_t End() const { return mRing->lastSlotOffset + 1; }
 
-    // At the end of a run: what is stored behind it in one piece. False when nothing is.
+    // Goes on, at the end of a run, to the next bytes that are stored in one piece. Returns false
+    // when there are none.
     bool FindRun() {
         if (mRing == nullptr) {
             return false;

@@ -30,7 +30,7 @@ void CRecordWriter::PutText(const char* text) {
 
 void CRecordWriter::PutWideText(const wchar_t* text) {
     if (text == nullptr) {
-        // Intended: the count of the null text is that of its bytes.
+        // The count of the null text is that of its bytes, as the record format has it.
         constexpr std::uint16_t kBytes = kNullLength * sizeof(wchar_t);
         Put(kBytes);
         PutBytes(kWideNull, kBytes);

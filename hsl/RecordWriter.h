@@ -10,9 +10,15 @@ namespace HSL {
 
 class CValue;
 
-// Writes the fields of a record to a ring of single bytes: in place as long as there is room in one
-// run, and what is left then gathered in as few writes as it can. A field may reach the ring at any
-// time until the end. On the stack; does not allocate. The ring's producer only.
+// Writes the fields of a record to a ring of single bytes:
+//
+//     CRecordWriter writer(context.GetBuffer());
+//     writer.Put(kRecordMarker);
+//     writer.PutText("late by %d us");
+//
+// It writes in place as long as there is room in one run of the ring, and gathers the rest in as
+// few writes as it can. The last fields reach the ring with the destructor. Only the ring's
+// producer may use a writer. It does not allocate.
 class CRecordWriter {
 public:
     explicit CRecordWriter(CCircularBuffer& buffer) : mBuffer(buffer) {
@@ -31,7 +37,8 @@ public:
     CRecordWriter(const CRecordWriter&) = delete;
     CRecordWriter& operator=(const CRecordWriter&) = delete;
 
-    // Where `size` bytes of fields go, at most kLargestField; Advance when they are there.
+    // Returns where the next `size` bytes of fields go, at most kLargestField. Advance says where
+    // those that were written there end.
     static constexpr std::size_t kLargestField = 256;
     unsigned char* Room(std::size_t size) {
         if (static_cast<std::size_t>(mLimit - mEnd) < size) {
@@ -41,7 +48,7 @@ public:
     }
     void Advance(unsigned char* end) { mEnd = end; }
 
-    // A number as it lies in memory.
+    // Writes a number as it lies in memory.
     template <typename T>
     void Put(T value) {
         std::memcpy(Room(sizeof value), &value, sizeof value);
@@ -60,11 +67,11 @@ public:
         mEnd += size;
     }
 
-    // A text as its 16-bit length and its bytes, null as "<NULL>", a longer text cut to its length
-    // modulo 65536.
+    // Writes a text as its 16-bit length and its bytes. Null is written as "<NULL>", and a longer
+    // text is cut to its length modulo 65536.
     void PutText(const char* text);
 
-    // The kind byte and the payload.
+    // Writes the kind byte and the payload of a value. See CValue::Serialize.
     void PutValue(const CValue& value);
 
 private:

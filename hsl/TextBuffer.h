@@ -9,9 +9,15 @@
 
 namespace HSL {
 
-// Text that is built up and then handed out, record after record in the same memory. It grows as
-// needed and never shrinks. What is about to be appended may also be written in place: Room, then
-// SetEnd. One thread at a time.
+// A text that is built up piece by piece. It grows as needed and never shrinks, so that one object
+// serves record after record in the same memory. A piece can also be written in place, where that
+// saves a copy:
+//
+//     text.Append("channel ");
+//     char* const start = text.Room(20);
+//     text.SetEnd(std::to_chars(start, start + 20, channel).ptr);
+//
+// Only one thread at a time may use an object.
 class CTextBuffer {
 public:
     CTextBuffer() = default;
@@ -21,20 +27,20 @@ public:
     void Clear() { mEnd = mStart.get(); }
     std::size_t Size() const { return static_cast<std::size_t>(mEnd - mStart.get()); }
     std::string_view View() const { return {mStart.get(), Size()}; }
-    // With a terminator; valid until the next change.
+    // Returns the text with a terminator. It is valid until the next change.
     const char* CString() {
         *Room(1) = '\0';
         return mStart.get();
     }
 
-    // The end of the text, with room for `size` characters.
+    // Returns the end of the text, behind which there is room for `size` characters.
     char* Room(std::size_t size) {
         if (static_cast<std::size_t>(mLimit - mEnd) < size) {
             Grow(size);
         }
         return mEnd;
     }
-    // Appends what was written to the room.
+    // Appends what was written from Room up to `end`.
     void SetEnd(char* end) { mEnd = end; }
 
     void Append(char character) {
@@ -51,7 +57,7 @@ public:
         std::memset(Room(count), character, count);
         mEnd += count;
     }
-    // Keeps the first `size` characters, of which there are as many.
+    // Keeps the first `size` characters. The text must have as many.
     void CutTo(std::size_t size) { mEnd = mStart.get() + size; }
 
 private:

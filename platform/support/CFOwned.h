@@ -8,7 +8,11 @@
 
 namespace CoreMIDI {
 
-// A reference to a CoreFoundation object that is given up with this one. May be null.
+// A CFOwned owns a reference to a CoreFoundation object, which may be null, and releases it in its
+// destructor.
+//
+//     const CFOwned<CFStringRef> name = MakeString("Port 1");
+//     MIDIObjectSetStringProperty(device, kMIDIPropertyName, name.Get());
 template <typename Reference>
 class CFOwned {
 public:
@@ -53,14 +57,15 @@ inline bool IsString(CFTypeRef value) {
     return value != nullptr && CFGetTypeID(value) == CFStringGetTypeID();
 }
 
-// Nothing for what is not a string. Throws std::bad_alloc.
+// Returns the text of a string in UTF-8, or nothing if the object is not a string. Throws
+// std::bad_alloc.
 std::optional<std::string> TextOf(CFStringRef string);
 // Null without memory.
 CFOwned<CFStringRef> CreateString(const std::string& text) noexcept;
 // The same and a number, but throw std::bad_alloc.
 CFOwned<CFStringRef> MakeString(const std::string& text);
 CFOwned<CFNumberRef> MakeNumber(SInt32 number);
-// Nothing for what is not an integer of that range.
+// Returns the value of a number, or nothing if the object is not an integer within the range.
 std::optional<SInt32> NumberOf(CFTypeRef value);
 
 } // namespace CoreMIDI

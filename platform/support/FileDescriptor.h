@@ -1,4 +1,9 @@
-// A file descriptor that is closed with its owner.
+// A FileDescriptor owns a file descriptor and closes it in its destructor.
+//
+//     const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC));
+//     if (file) {
+//         read(file.Get(), buffer, sizeof buffer);
+//     }
 #pragma once
 
 #include <unistd.h>

@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-// A file, there or not, that no other writer of its folder (in this process or another) can replace
-// for as long as this exists. Where the path is a symbolic link, all is about the file that it
-// leads to, so that writers by either name keep each other out. The constructor makes the folder if
-// it is missing, and waits for the lock.
+// A LockedFile keeps the other writers of a file's folder, in this process and in others, from
+// replacing the file as long as the object exists. The file need not exist. If the path is a
+// symbolic link, the file that the link leads to is locked, so that writers by either name keep
+// each other out. The constructor makes the folder if it is missing, and waits for the lock.
 //
 //     LockedFile file(path);
 //     if (const FileFailure failure = file.Replace(bytes)) { ... }
@@ -17,23 +17,23 @@ class LockedFile {
 public:
     explicit LockedFile(const std::string& path);
 
-    // Why the file is not locked, if it is not: then nothing can be done with it, and what is tried
-    // fails with this.
+    // Tells why the file could not be locked, if so. The functions below then fail with this
+    // failure.
     const FileFailure& Failure() const { return mFailure; }
 
-    // Writes the bytes beside the file, flushes them to the disk, and puts them in its place with
-    // the owner and mode that it has (0644 when it is new), so that every reader sees the old or
-    // the new file whole. When that fails or the owner cannot be kept the old file is as it was.
-    // What a writer that was killed left beside the file is gone then.
+    // Writes the bytes to a temporary file beside the file, flushes them to the disk, and puts them
+    // in the file's place with its owner and mode (0644 for a new file). Every reader therefore
+    // sees the old or the new file whole. If this fails, or the owner cannot be kept, the old file
+    // is as it was. Also removes a temporary file that a writer left behind when it was killed.
     FileFailure Replace(std::string_view bytes);
 
-    // Renames the file to the first name of "FILE.broken", "FILE.broken-2", ... that is free, and
-    // says where it is now.
+    // Renames the file to the first free name of "FILE.broken", "FILE.broken-2", ... and sets
+    // `newPath` to it.
     FileFailure MoveAside(std::string& newPath);
 
 private:
     std::string mFolderPath;
-    FileDescriptor mFolder; // which is what is locked: the file itself is going to be another
+    FileDescriptor mFolder; // carries the lock, since Replace puts another file in the file's place
     std::string mName;
     FileFailure mFailure;
 };

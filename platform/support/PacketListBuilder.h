@@ -8,9 +8,14 @@
 #include <utility>
 #include <vector>
 
-// Builds a packet list as the platform lays it out, one packet per Add. CoreMIDI's own
-// MIDIPacketListAdd may join packets of the same time, and a ping must stay a packet of its own to
-// be recognised. Allocates only until the largest list has been built once.
+// A builder makes a packet list as the platform lays it out, with one packet for each Add. It
+// exists because CoreMIDI's own MIDIPacketListAdd may join packets of the same time, while a ping
+// must stay a packet of its own to be recognised. It allocates only until the largest list has been
+// built once.
+//
+//     PacketListBuilder builder;
+//     builder.Add(note);
+//     MIDISend(port, destination, builder.List());
 class PacketListBuilder {
 public:
     PacketListBuilder() { Clear(); }
@@ -37,7 +42,7 @@ public:
 
     std::size_t ByteSize() const { return mBytes.size(); }
 
-    // ByteSize once a packet of so many bytes has been added.
+    // Returns what ByteSize would be after an Add of so many bytes.
     std::size_t SizeWith(std::size_t dataBytes) const {
         std::size_t start = kPacketListHeaderSize;
         if (!Empty()) {
@@ -50,8 +55,8 @@ public:
 
     bool Empty() const { return mBytes.size() == kPacketListHeaderSize; }
 
-    // The list; valid until the next Clear or Add. Not constant, because a driver stamps the
-    // packets' times in the list that it is sent.
+    // Returns the list, which is valid until the next Clear or Add. It is not constant, because a
+    // driver sets the time stamps in the list that it is sent.
     MIDIPacketList* List() { return reinterpret_cast<MIDIPacketList*>(mBytes.data()); }
 
     // Gives the list's bytes away. Only Clear may follow.

@@ -1,7 +1,7 @@
 // Watches the allocations that are made with operator new and makes them fail.
 //
-// Takes the place of operator new and delete for the whole program. Noted and failed are only calls
-// on the thread that called WatchAllocations, and unless told otherwise only those from the
+// Takes the place of operator new and delete for the whole program. It notes and fails only calls
+// on the thread that called WatchAllocations and, unless told otherwise, only those of the
 // program's own code, not those of libraries.
 #pragma once
 
@@ -10,19 +10,21 @@
 
 namespace TestSupport {
 
-// Begins to note the calling thread's allocations; the n-th fails (throws std::bad_alloc, or gives
-// null in the form that does not throw), 0 for none.
+// Begins to note the calling thread's allocations and makes the one with the number `failing`,
+// counted from 1, fail: it throws std::bad_alloc or, in the form that does not throw, returns null.
+// With 0 none fails.
 void WatchAllocations(int failing = 0);
-// The same for the calls of libraries too.
+// Does the same for the calls of the program and of libraries.
 void WatchAllAllocations(int failing = 0);
 
-// Ends it: the sizes asked for meanwhile, in order, that of a failed one included. At most 64.
+// Ends the watch and returns the sizes that were asked for meanwhile, in order, including that of
+// the failed one. It keeps at most 64.
 std::vector<std::size_t> AllocationsWatched();
 
-// Whether the one that was to fail has been asked for since the last watch began.
+// Whether the allocation that was to fail has been asked for since the last watch began.
 bool AllocationFailed();
 
-// The blocks that the calling thread has allocated, less those that it has freed.
+// Returns how many more blocks the calling thread has allocated than freed.
 long BlocksHeld();
 
 } // namespace TestSupport

@@ -1,4 +1,4 @@
-// Strings between the test and CoreFoundation.
+// Converts strings between the test and CoreFoundation.
 #pragma once
 
 #include "tests/support/CFHandle.h"
@@ -13,7 +13,7 @@ inline CFHandle<CFStringRef> MakeString(const std::string& text) {
     return CFHandle(CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8));
 }
 
-// "" for null and for what is too long or has no UTF-8 form.
+// Returns the text in UTF-8, or "" if the string is null, has no UTF-8 form or is too long.
 inline std::string TextOf(CFStringRef string) {
     char text[1024];
     return string != nullptr && CFStringGetCString(string, text, sizeof text, kCFStringEncodingUTF8)

@@ -1,6 +1,10 @@
 // Takes the place of UpTime, usleep and gettimeofday in the test program and in all modules that it
-// loads. Without a ControllableClock all three are the real ones; while one exists, both clocks
-// stand still but for what the test or a usleep moves them by. One at a time; any thread.
+// loads. Without a ControllableClock all three are the real ones. While one exists, both clocks
+// stand still, and only the test or a usleep moves them on. A program has one at a time; any thread
+// may call.
+//
+//     ControllableClock clock;
+//     clock.Advance(std::chrono::seconds(1)); // both clocks
 #pragma once
 
 #include <chrono>
@@ -23,7 +27,7 @@ public:
     void Advance(std::chrono::nanoseconds length); // both clocks
     void AdvanceWallTime(std::chrono::microseconds length);
 
-    // Every later reading of the wall clock moves it on by so much first.
+    // Makes every later reading of the wall clock move it on by `length` first.
     void StepWallTimeAtReadings(std::chrono::microseconds length);
 
     std::chrono::nanoseconds UpTime() const;
@@ -32,11 +36,11 @@ public:
     std::uint64_t WallTimeReadings() const;
     std::uint64_t Sleeps() const;
 
-    // Called in place of moving the clocks on when a thread calls usleep, on that thread. Null
-    // brings the moving back.
+    // Makes usleep call the handler, on the thread that sleeps, instead of moving the clocks on.
+    // With null, usleep moves them on again.
     void OnSleep(std::function<void(std::chrono::microseconds)> handler);
 
-    // What this thread's last call of UpTime returned.
+    // Returns the result of this thread's last call of UpTime.
     static std::chrono::nanoseconds LastUpTimeOfThisThread();
 };
 

@@ -1,4 +1,4 @@
-// What the driver itself makes of the preferences, as the host says it.
+// The driver's own reading of the preferences, in the form in which the host describes it.
 #pragma once
 
 #include "MidiDriver/MidiConfigFile.h"

@@ -13,11 +13,14 @@ struct ProgramResult {
     int status; // the exit status, or 128 and the number of the signal that ended it
     std::string out;
     std::string err;
-    long peakKibibytes; // the most memory that it had at a time
+    long peakKibibytes; // the most memory that the program had at any time
 };
 
-// A program that runs beside the test, its output kept in files so that it never waits for the
-// test. Used by one thread; killed when the object goes while it still runs.
+// A program that runs beside the test. Its output is kept in files, so that it never waits for the
+// test. One thread uses the object, whose destructor kills the program if it still runs.
+//
+//     Program program({"/bin/cat"}, "text");
+//     EXPECT_EQ(program.Wait().out, "text");
 class Program {
 public:
     // Starts arguments[0] with the test's environment and these additions ("NAME=value").
@@ -29,9 +32,9 @@ public:
 
     pid_t Id() const { return mProcess; }
     void Signal(int number) const;
-    // What it has written to standard error so far.
+    // Returns the text that the program has written to standard error so far.
     std::string ErrorSoFar() const;
-    // Waits for its end; hangs until ctest's time-out when it does not end.
+    // Waits for the end of the program. If it does not end, hangs until ctest's time-out.
     ProgramResult Wait();
 
 private:
@@ -43,7 +46,7 @@ private:
 ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = {},
                          const std::vector<std::string>& environment = {});
 
-// A folder that is there as long as the object.
+// A folder that exists as long as the object.
 class TemporaryFolder {
 public:
     TemporaryFolder();
@@ -52,7 +55,7 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::filesystem::path& Path() const { return mPath; }
-    // The path of a new file with this content.
+    // Writes a new file with this content and returns its path.
     std::string Write(const std::string& name, std::string_view content) const;
 
 private:

@@ -1,4 +1,4 @@
-// Tells calls that the test program makes (with what is linked into it) from those of libraries.
+// Tells the calls of the test program, and of the code linked into it, from those of libraries.
 #pragma once
 
 #include <cstdint>

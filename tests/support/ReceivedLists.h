@@ -1,6 +1,6 @@
-// Notes every packet list that the program hands to MIDIReceived, then passes it on.
+// Records every packet list that the program hands to MIDIReceived, and then passes it on.
 //
-// Takes the place of MIDIReceived for the whole program. Any thread.
+// Takes the place of MIDIReceived for the whole program. Any thread may call.
 #pragma once
 
 #include <CoreMIDI/MIDIServices.h>
@@ -17,15 +17,17 @@ struct ReceivedList {
     std::thread::id thread;
 };
 
-// Since the program's start or the last clear, oldest first.
+// Returns the lists since the program's start or the last clear, oldest first.
 std::vector<ReceivedList> ReceivedLists();
 void ClearReceivedLists();
 
-// Blocks until there are at least `count` of them; false when they do not come for a long time.
+// Blocks until there are at least `count` lists. Returns false if they do not come before the
+// deadline.
 bool WaitForReceivedLists(std::size_t count,
                           std::chrono::seconds deadline = std::chrono::seconds(120));
 
-// What all later calls return without being passed on; noErr passes them on.
+// Makes all later calls return `status` without being passed on; with noErr they are passed on
+// again.
 void SetReceivedStatus(OSStatus status);
 
 } // namespace TestSupport

@@ -1,5 +1,5 @@
-// Takes the place of syslog in the test program and in all modules that it loads: lines are kept
-// here and reach no system log. Any thread.
+// Takes the place of syslog in the test program and in all modules that it loads: it keeps the
+// lines, which reach no system log. Any thread may call.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ struct SyslogLine {
     friend bool operator==(const SyslogLine&, const SyslogLine&) = default;
 };
 
-// The lines since the start of the program or the last clear, oldest first.
+// Returns the lines since the start of the program or the last clear, oldest first.
 std::vector<SyslogLine> SyslogLines();
 void ClearSyslogLines();
 

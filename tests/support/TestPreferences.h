@@ -1,4 +1,8 @@
-// Preferences of the control-surface system for one test, empty at first and gone with the object.
+// The control-surface system's preferences for one test. They are empty at first, and the
+// destructor removes them.
+//
+//     TestPreferences preferences;
+//     preferences.SetApplications({{"1-4", "HUI"}});
 #pragma once
 
 #include "tests/support/TemporaryDirectory.h"
@@ -17,16 +21,17 @@ struct Application {
 
 class TestPreferences {
 public:
-    // Points the process's preferences at a folder of their own.
+    // Makes the process keep its preferences in a folder of the object's own.
     TestPreferences();
     TestPreferences(const TestPreferences&) = delete;
     TestPreferences& operator=(const TestPreferences&) = delete;
     ~TestPreferences();
 
-    // Each of "MIDI Ports" and "Protocol" that is not empty goes into the application's dictionary.
+    // Writes the array of applications. An application's dictionary gets those of "MIDI Ports" and
+    // "Protocol" that are not empty.
     void SetApplications(const std::vector<Application>& applications);
 
-    // Whatever is to stand in the place of the array of applications; null removes it.
+    // Writes any value in the place of the array of applications; null removes the array.
     void SetValue(CFPropertyListRef value);
 
     const std::string& Path() const { return mDirectory.Path(); }

@@ -5,7 +5,8 @@
 #include <random>
 #include <string>
 
-// The seed of a random test: QUORVEL_TEST_SEED if it is set, to repeat a failure, else a new one.
+// Returns the seed of a random test: QUORVEL_TEST_SEED if that is set, to repeat a failure, or else
+// a new one.
 inline std::uint64_t TestSeed() {
     if (const char* given = std::getenv("QUORVEL_TEST_SEED")) {
         return std::stoull(given);
@@ -13,7 +14,7 @@ inline std::uint64_t TestSeed() {
     return std::random_device{}();
 }
 
-// The line that a failing random test prints (SCOPED_TRACE).
+// Returns the line that a failing random test prints (SCOPED_TRACE).
 inline std::string DescribeSeed(std::uint64_t seed) {
     return "repeat with QUORVEL_TEST_SEED=" + std::to_string(seed);
 }

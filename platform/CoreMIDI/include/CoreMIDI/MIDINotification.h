@@ -1,11 +1,10 @@
-// What a client's notify procedure is told.
+// Notifications tell a client's notify procedure what has changed.
 //
-// Notifications come on the run loop of the thread that created the process's first client (of
-// those that exist), in its default mode: that thread must run its loop to get any. They come after
-// the call that caused them has changed the objects; no lock is held, so the procedure may call
-// anything. `kMIDIMsgSetupChanged` follows the notifications of one change. When more than 1024
-// wait for a client, or there is no memory for one, they are replaced by one
-// `kMIDIMsgSetupChanged`.
+// They come on the run loop of the thread that created the oldest client that the process still
+// has, in its default mode; that thread must run its loop to get any. They come after the call that
+// caused them has changed the objects. No lock is held, so the procedure may call anything.
+// `kMIDIMsgSetupChanged` follows the notifications of one change. If more than 1024 notifications
+// wait for a client, or there is no memory for one, a single `kMIDIMsgSetupChanged` replaces them.
 #pragma once
 
 #include <CoreMIDI/CoreMIDIBase.h>

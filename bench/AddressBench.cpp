@@ -1,5 +1,5 @@
-// Reading and printing IPv4 addresses beside the system's functions, for information: ours read
-// more loosely, by string streams, and into strings.
+// Compares reading and printing IPv4 addresses with the system's functions. The figures are for
+// information only: our functions accept more forms, use string streams and work with strings.
 #include "runtime/socket/NySocketAddress.h"
 
 #include <benchmark/benchmark.h>

@@ -2,12 +2,12 @@
 
 #include <memory>
 
-// Boost.Log with an asynchronous sink that formats each record and keeps nothing of it, as long as
-// the object lives. One object at a time.
+// While a BoostLog exists, Boost.Log has an asynchronous sink that formats each record and keeps
+// nothing of it. A program has one at a time.
 class BoostLog {
 public:
     BoostLog();
-    // Waits until all that was logged went through the sink.
+    // Waits until the sink has taken all records that were logged.
     ~BoostLog();
     BoostLog(const BoostLog&) = delete;
     BoostLog& operator=(const BoostLog&) = delete;

@@ -1,5 +1,5 @@
-// What it takes to make a driver instance and to let it go: time, and the memory that is resident
-// and reserved while it lives.
+// Measures how long it takes to make and to release a driver instance, and how much memory is
+// resident and reserved while it exists.
 
 #include "MidiDriver/MidiDriverPlugin.h"
 

@@ -1,6 +1,6 @@
-// What logging costs: one call on the logging thread, the collection of what was logged, a silent
-// process, and the memory of contexts; beside spdlog, Boost.Log and the floors that no logger can
-// go below.
+// Measures what logging costs: one call on the logging thread, the collection of the records, a
+// silent process, and the memory of contexts. It compares that with spdlog, Boost.Log and the
+// floors that no logger can go below.
 //
 // Calls are timed one by one, the reading of the timer included in every line, the empty one too.
 // The timer may tick in steps of ten nanoseconds; "typical", the mean of all calls but the slowest
@@ -57,7 +57,7 @@ using HSL::CLogManager;
 
 constexpr int kBursts = 20;
 constexpr int kCallsPerBurst = 4000; // some 180 KB of records
-// Longer than the collection's period.
+// A pause that is longer than the collection's period.
 constexpr std::chrono::milliseconds kCollected(130);
 constexpr HSL::CCat kEnabled(HSL::kInfo);
 constexpr HSL::CCat kDisabled(HSL::kVerbose);
@@ -85,7 +85,8 @@ double Typical(const std::vector<double>& sorted) {
            static_cast<double>(count);
 }
 
-// Runs `call` on so many threads, with `drained` between the bursts, and prints what they took.
+// Runs `call` on the given number of threads, with `drained` between the bursts, and prints how
+// long the calls took.
 void Measure(const char* name, int threads, const std::function<void()>& drained,
              const std::function<std::function<void(int)>()>& makeCall) {
     std::vector<Samples> samples(static_cast<std::size_t>(threads));
@@ -133,7 +134,7 @@ void KeepLine(const char* line) {
     sLastLine = line;
 }
 
-// Takes a line and keeps nothing.
+// An output callback that takes a line and keeps nothing of it.
 void DropLine(const char* line) {
     asm volatile("" : : "r"(line) : "memory");
 }
@@ -287,7 +288,7 @@ double Rate(Clock::duration duration) {
 
 double CollectedRate(bool structured) {
     constexpr int kContexts = 4;
-    // The lock keeps the collection thread off what is timed here.
+    // The lock keeps the collection thread away from the pass that is timed here.
     const NyLockGuard guard(CLogManager::AddRemoveContextLock(), true);
     CLogManager* const manager = CLogManager::Instance();
     if (structured) {
@@ -354,7 +355,7 @@ void Collection() {
     double message = 0;
     double line = 0;
     std::string spdlogLine;
-    // In turns, so that all have the same share of a busy machine.
+    // They take turns, so that all have the same share of a busy machine.
     for (int round = 0; round < kRounds; ++round) {
         plain = std::max(plain, CollectedRate(false));
         line = std::max(line, FormattedLineRate(spdlogLine));

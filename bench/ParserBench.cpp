@@ -1,4 +1,5 @@
-// Throughput of the MIDI parser beside ALSA's, which turns the same bytes into sequencer events.
+// Compares the throughput of the MIDI parser with that of ALSA's, which turns the same bytes into
+// sequencer events.
 
 #include "MidiDriver/MidiParser.h"
 
@@ -46,7 +47,8 @@ Pieces RunningStatus() {
     return pieces;
 }
 
-// One message per piece, since the parser drops what follows a message's end in a call.
+// Each piece holds one message, since the parser drops the bytes that follow the end of a message
+// in the same call.
 Pieces SystemExclusive() {
     Pieces pieces(kPieces);
     for (Bytes& piece : pieces) {

@@ -1,6 +1,6 @@
-// What a DAW waits for the answer to its ping: from entering the driver's Send to MIDIReceived on
-// the port's own source. Beside it what any call through the same table costs, and what the reading
-// of the clock itself does.
+// Measures how long a DAW waits for the answer to its ping: from entering the driver's Send to
+// MIDIReceived on the port's own source. For comparison it also times any call through the same
+// table, and the reading of the clock itself.
 
 #include "MidiDriver/MacSonaretDefs.h"
 #include "MidiDriver/MidiDriverPlugin.h"
@@ -128,7 +128,7 @@ void operator delete[](void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 
-// In the place of the platform's, where the driver's part of the way ends.
+// Stands in for the platform's function, where the driver's part of the way ends.
 OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* /*pktlist*/) {
     if (src == sPingedSource.load(std::memory_order_relaxed)) {
         sAnswered = Clock::now();

@@ -1,5 +1,6 @@
-// One write and the read that takes it out again, on one thread: what moving a message through the
-// ring costs, free of cache traffic between cores. The peers run the same loop.
+// Measures what it costs to move a message through the ring: one write, and the read that takes the
+// message out again, on one thread and so without cache traffic between cores. The peers run the
+// same loop.
 #include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
 
 #include <benchmark/benchmark.h>

@@ -1,4 +1,5 @@
-// UTF-8 to UTF-16 and back on four kinds of text, whole and broken in the middle, beside ICU.
+// Compares the conversion from UTF-8 to UTF-16 and back with ICU's, on four kinds of text, each
+// valid and broken in the middle.
 #include "runtime/string/ConvertUTF.h"
 
 #include <benchmark/benchmark.h>

@@ -1,6 +1,7 @@
-// The output worker: the way of an item from the sender to the forward callback beside a bare
-// hand-over between two threads, what a saturated port gets of its rate, and what it costs to make
-// a worker. Whole threads are timed, so this program has a small harness of its own.
+// Measures the output worker: the time of an item from the sender to the forward callback, compared
+// with a bare hand-over between two threads; the share of its rate that a saturated port gets; and
+// the cost of making a worker. Since it times whole threads, this program has a small harness of
+// its own.
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 #include "runtime/thread/NyThread.h"
 #include "tests/support/ControllableClock.h"
@@ -36,7 +37,7 @@ constexpr int kItemsPerRound = 200;
 constexpr int kWarmUp = 50;
 constexpr auto kPause = 300us; // long enough for the receiver to be asleep again
 
-// Where the receiving thread leaves the moment at which an item reached it.
+// The place where the receiving thread stores the moment at which an item reached it.
 struct Arrival {
     std::atomic<Clock::rep> mTime{0};
 
@@ -330,7 +331,7 @@ void BenchCreation() {
 } // namespace
 
 int main() {
-    // First, while the heap is as a host finds it.
+    // This comes first, while the heap is as a host finds it.
     BenchCreation();
     BenchLatencies();
     BenchThrottle();

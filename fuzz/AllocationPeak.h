@@ -1,4 +1,4 @@
-// The most memory that is allocated at a time, by the sanitizer's count.
+// Measures the most memory that is allocated at any time, by the sanitizer's count.
 #pragma once
 
 #include <sanitizer/allocator_interface.h>
@@ -8,7 +8,7 @@
 
 class AllocationPeak {
 public:
-    // Counts from here on. One at a time, on the only thread that allocates.
+    // Begins to measure. A program has one at a time, on the only thread that allocates.
     AllocationPeak() {
         [[maybe_unused]] static const int installed =
             __sanitizer_install_malloc_and_free_hooks(OnAllocation, OnFree);
@@ -16,7 +16,7 @@ public:
         msPeak = 0;
     }
 
-    // What was allocated at most beyond what there was at the start.
+    // Returns the largest number of bytes that were allocated beyond those at the start.
     std::size_t Bytes() const { return static_cast<std::size_t>(msPeak); }
 
 private:

@@ -1,5 +1,5 @@
-// Formats of CFStringCreateWithFormat, well-formed and hostile, with just the arguments that they
-// ask for, beside snprintf where the two know the same.
+// Runs CFStringCreateWithFormat with well-formed and hostile formats and just the arguments that
+// they ask for, and compares the result with snprintf's where the two know the same conversions.
 //
 // An input is read byte by byte: it picks literal text and conversions with their flags, widths,
 // precisions, sizes and values, until four arguments are used up or a conversion is one that is
@@ -59,7 +59,7 @@ private:
     std::size_t mSize;
 };
 
-// A width or precision: none, written out or an argument.
+// Adds a width or precision: none, one that is written out, or an argument.
 void AddNumber(Input& input, Case& made, const std::string& mark) {
     const unsigned choice = input.Take();
     if (choice < 128) {

@@ -1,4 +1,4 @@
-// Arbitrary text through the reader of captures.
+// Gives arbitrary text to the reader of captures.
 #include "fuzz/SessionReading.h"
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// The six conversions on arbitrary units, with a target of arbitrary size.
+// Runs the six conversions on arbitrary units with a target of arbitrary size.
 //
 // An input is a byte that picks the conversion, one for the flags, one for the size of the targets
 // in the piecewise conversion, and the text. Sources and targets lie in memory of just their size,
@@ -28,7 +28,7 @@ struct Converted {
     std::size_t consumed;
 };
 
-// Converts what is behind the first `skip` units into a target of `room` units.
+// Converts the units after the first `skip` ones into a target of `room` units.
 template <typename Source, typename Target>
 Converted<Target> Convert(Converter<Source, Target> convert, const std::vector<Source>& text,
                           std::size_t skip, std::size_t room, ConversionFlags flags) {
@@ -126,7 +126,7 @@ void Check(Converter<Source, Target> convert, Converter<Target, Source> back,
                 (!complete || output.size() == whole.output.size()),
             "pieces give the text of the whole");
 
-    // The legal is what converts strictly, and it comes back as it was.
+    // Text is legal if it converts strictly, and legal text converts back to itself.
     const std::vector<Source> taken(text.begin(),
                                     text.begin() + static_cast<std::ptrdiff_t>(whole.consumed));
     if (IsLegal(text)) {
@@ -145,7 +145,7 @@ void Check(Converter<Source, Target> convert, Converter<Target, Source> back,
     }
 }
 
-// By way of UTF-16 or straight, UTF-8 becomes the same UTF-32.
+// Checks that UTF-8 becomes the same UTF-32 directly and by way of UTF-16.
 void CheckTriangle(const std::uint8_t* data, std::size_t size) {
     const std::vector<UTF8> text(data, data + size);
     const auto straight =

@@ -1,4 +1,4 @@
-// A bundle's Info.plist of arbitrary bytes, read as a host of plug-ins reads it.
+// Writes arbitrary bytes as a bundle's Info.plist and reads it as a host of plug-ins does.
 //
 // The bundle lies in memory (/dev/shm). Runs in CoreFoundation's strict mode, so that no value of
 // another type than expected reaches a function that takes one type.

@@ -55,7 +55,7 @@ void BreakEscapes(std::string& bytes) {
     }
 }
 
-// Takes the input apart; what is not there is zeros.
+// Takes the input apart. Bytes beyond its end are read as zeros.
 class Input {
 public:
     explicit Input(std::string bytes) : mBytes(std::move(bytes)) {}
@@ -107,7 +107,7 @@ void Empty(CCircularBuffer& buffer) {
     } while (count > 0);
 }
 
-// The next output goes to the callback of this kind.
+// Makes the next output go to the callback of this kind.
 void Choose(bool isStructured) {
     isStructured ? (void)Manager().SetStructuredOutputCallback(TakeMessage)
                  : (void)Manager().SetOutputCallback(TakeLine);
@@ -291,7 +291,8 @@ void CompareConversions(Input input) {
     }
 }
 
-// Any conversion with any value: nothing to compare with, the sanitizers watch.
+// Runs any conversion with any value. There is nothing to compare the result with; the sanitizers
+// watch.
 void ConvertAnything(Input input) {
     HSL::CRecordValue value{static_cast<HSL::tValueKind>(4 + input.Take<unsigned char>() % 14)};
     value.mInteger = input.Take<std::int64_t>();

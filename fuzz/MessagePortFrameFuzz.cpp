@@ -101,13 +101,13 @@ void RequireMemoryFor(std::size_t arrived, std::size_t before) {
     Require(now <= before + 2 * (arrived + kChunk) + kChunk, "memory grows with what has arrived");
 }
 
-// Sends what the socket takes; the rest of a cut when it has been read.
+// Sends as much as the socket takes. The rest of a cut follows when that has been read.
 std::size_t SendSome(int socket, std::span<const std::uint8_t> bytes) {
     const ssize_t sent = send(socket, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     return sent < 0 ? 0 : static_cast<std::size_t>(sent);
 }
 
-// Whatever is there to read; whether more may come.
+// Reads all that is there and returns whether more may come.
 bool ReceiveSome(int socket, Bytes& received) {
     static Bytes part(65536);
     while (true) {
@@ -212,7 +212,7 @@ public:
         return connection;
     }
 
-    // What is ready. Both ends are this thread's, so nothing comes by waiting.
+    // Performs what is ready. This thread serves both ends, so nothing comes by waiting.
     static void Serve() { CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false); }
 
     static std::size_t msRequests;

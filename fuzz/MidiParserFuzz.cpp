@@ -22,8 +22,8 @@ using Bytes = std::vector<unsigned char>;
 constexpr std::size_t kLongestChunk = 257;
 constexpr std::size_t kLongestMessage = 3; // but for System Exclusive
 
-// What was emitted, one message behind the other. In one block, as inputs bring messages by the
-// thousands.
+// The messages that were emitted, one after the other. They lie in one block, because an input can
+// bring thousands of them.
 class Emitted {
 public:
     void Add(unsigned char port, unsigned long long timestamp, const unsigned char* message,
@@ -68,7 +68,8 @@ public:
     Emitted mEmitted;
 };
 
-// What the parser is to emit. It knows no shortcuts: every byte goes through the same questions.
+// A model of what the parser is to emit. It knows no shortcuts: it asks the same questions of every
+// byte.
 class Model {
 public:
     explicit Model(bool honourPortSelect) : mHonourPortSelect(honourPortSelect) {}

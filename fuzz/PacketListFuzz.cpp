@@ -31,7 +31,7 @@ struct Place {
     bool operator==(const Place&) const = default;
 };
 
-// At what multiple of bytes the library in use starts a list's second packet.
+// Returns the alignment, in bytes, at which the library in use starts a list's second packet.
 std::size_t Alignment() {
     PacketListBuilder builder;
     builder.Add(std::array<Byte, 1>{});

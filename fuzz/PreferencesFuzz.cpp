@@ -1,4 +1,5 @@
-// Arbitrary bytes as the preferences file: the host says what the driver does.
+// Writes arbitrary bytes as the preferences file and checks that the host describes what the driver
+// does.
 #include "fuzz/Require.h"
 #include "midiserver/preferences/PreferencesEditor.h"
 #include "tests/support/DriversConfiguration.h"
@@ -12,7 +13,7 @@
 
 namespace {
 
-// In memory: a run writes and reads a file.
+// The folder lies in memory, because every run writes and reads a file.
 const TemporaryDirectory& Folder() {
     static const TemporaryDirectory& folder = []() -> const TemporaryDirectory& {
         ::setenv("TMPDIR", "/dev/shm", 1);

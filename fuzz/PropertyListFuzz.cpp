@@ -1,4 +1,5 @@
-// Arbitrary bytes as a property list: what is accepted is written in both formats and reads back.
+// Reads arbitrary bytes as a property list. A list that is accepted is written in both formats and
+// must read back.
 #include "fuzz/Require.h"
 #include "tests/support/CFHandle.h"
 

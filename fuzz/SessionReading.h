@@ -1,4 +1,4 @@
-// What every reader of recorded sessions promises.
+// Checks what every reader of recorded sessions promises.
 #pragma once
 
 #include "fuzz/AllocationPeak.h"
@@ -16,7 +16,8 @@
 
 inline const std::string kInputName = "input";
 
-// What a reader makes of the content; nothing when it refuses it, as it should.
+// Returns the session that a reader makes of the content, or nothing if the reader refuses the
+// content in the way that it promises.
 template <typename Reader>
 std::optional<MidiServer::RecordedSession> ReadSession(Reader read, std::string_view content) {
     std::optional<MidiServer::RecordedSession> session;
@@ -36,7 +37,7 @@ std::optional<MidiServer::RecordedSession> ReadSession(Reader read, std::string_
     return session;
 }
 
-// The session as a capture that says the same.
+// Returns the session as the text of a capture with the same messages.
 inline std::string CaptureOf(const MidiServer::RecordedSession& session) {
     std::string text;
     for (const MidiServer::RecordedMessage& message : session) {
@@ -55,7 +56,8 @@ inline bool SameMessage(const MidiServer::RecordedMessage& a,
            std::equal(a.bytes.begin(), a.bytes.end(), b.bytes.begin(), b.bytes.end());
 }
 
-// Times never decrease and messages are whole: what was read is a capture.
+// Checks that times never decrease and messages are whole, so that the session can be written as a
+// capture.
 inline void CheckSession(const MidiServer::RecordedSession& session) {
     std::size_t messages = 0;
     std::size_t bytes = 0;

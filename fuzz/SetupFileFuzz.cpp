@@ -1,5 +1,5 @@
-// Arbitrary bytes as a saved setup: it is opened or moved aside, and what was opened can be saved
-// and opened again.
+// Opens arbitrary bytes as a saved setup. The file is opened or renamed, and a setup that was
+// opened can be saved and opened again.
 #include "fuzz/Require.h"
 #include "tests/support/CFText.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -15,7 +15,7 @@
 
 namespace {
 
-// In memory: a run writes and reads files.
+// The folder lies in memory, because every run writes and reads files.
 const std::string& File() {
     static const std::string file = [] {
         ::setenv("TMPDIR", "/dev/shm", 1);

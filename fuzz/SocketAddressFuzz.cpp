@@ -1,4 +1,5 @@
-// Arbitrary text through the address parser, and arbitrary addresses through printer and parser.
+// Gives arbitrary text to the address parser, and arbitrary addresses to the printer and the
+// parser.
 #include "fuzz/Require.h"
 #include "runtime/socket/NySocketAddress.h"
 #include "runtime/string/NyString.h"

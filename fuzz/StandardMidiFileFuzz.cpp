@@ -1,5 +1,5 @@
-// Arbitrary bytes through the reader of Standard MIDI Files: as the file, or as the events of
-// tracks in chunks whose lengths are right, which mutation alone would rarely hit.
+// Gives arbitrary bytes to the reader of Standard MIDI Files, either as the file itself or as the
+// events of tracks in chunks whose lengths are right, which mutation alone would rarely hit.
 #include "midiserver/replay/session/StandardMidiFile.h"
 
 #include "fuzz/SessionReading.h"

@@ -27,8 +27,9 @@ using MidiServer::InputError;
 
 constexpr int kExitBadInput = 2;
 
-// A standard stream may be closed; a file that is opened later must not take its number and with it
-// what is meant for the stream. What is opened in its place fails as a closed stream does.
+// Opens a standard stream that is closed, so that no file that is opened later takes its number and
+// receives what is meant for the stream. Reads and writes of the replacement fail as those of a
+// closed stream do.
 void OccupyClosedStreams() {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(stream, F_GETFD) == -1 && errno == EBADF) {
@@ -43,7 +44,8 @@ int Fail(const std::string& why, int status) {
     return status;
 }
 
-// An empty value is never meant, least of all as if the option had not been given.
+// Refuses empty values. Nobody means one, and it must not count as if the option had not been
+// given.
 void RefuseEmptyValues(CLI::App& command) {
     for (CLI::Option* option : command.get_options()) {
         if (option->get_expected_min() > 0) {
@@ -71,7 +73,7 @@ void RefuseMissingValues(int argumentCount, char** arguments) {
     }
 }
 
-// What the parser says, and the commands that there are where one is missing or unknown.
+// Prints what the parser says and, if the command is missing or unknown, the commands that exist.
 std::string ExplainParseError(const CLI::ParseError& error, CLI::App& program) {
     CLI::App* command = &program;
     while (!command->get_subcommands().empty()) {
@@ -146,7 +148,7 @@ int main(int argumentCount, char** arguments) {
     OccupyClosedStreams();
     NyInit();
     const int status = RunAndTell(argumentCount, arguments);
-    // What could not be written, to a full disk for one, must not pass for success.
+    // Output that could not be written, for instance to a full disk, must not pass for success.
     const bool printed = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     if (!printed) {
         MidiServer::ErrorOutput::Write("midiserver: standard output cannot be written\n");

@@ -14,7 +14,7 @@ namespace MidiServer {
 
 namespace {
 
-// What is shown for a value that an entry does not have.
+// The text that is shown for a value that an entry does not have.
 std::string ValueText(const std::optional<std::string>& value) {
     return value ? OneLine(*value) : "-";
 }

@@ -25,8 +25,8 @@ namespace MidiServer {
 
 namespace {
 
-// Reads the preferences that the driver is going to read, and says on standard error what in them
-// has no effect: the driver itself keeps silent about it.
+// Reads the preferences that the driver is going to read. Tells on standard error which of them
+// have no effect, because the driver itself does not say so.
 PortConfiguration ReadConfiguration(bool folderWasGiven) {
     PreferencesEditor preferences;
     preferences.Load();
@@ -133,7 +133,7 @@ ReplayCommand::ReplayCommand(CLI::App& program)
 }
 
 int ReplayCommand::Run() {
-    // The environment is changed while there is only this thread; the log starts another one.
+    // The environment must be changed while this is the only thread; the log starts another one.
     if (mPreferences) {
         UsePreferencesFolder(*mPreferences);
     }

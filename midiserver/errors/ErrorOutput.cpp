@@ -23,14 +23,14 @@ Block& TheBlock() {
     return block;
 }
 
-// A line that wrapped would be one more to erase than was written, so none may.
+// Lines must not wrap: a line that wraps takes more lines of the terminal than EraseBlock erases.
 std::size_t TerminalColumns() {
     struct winsize size {};
     return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col - 1U
                                                                              : 79U;
 }
 
-// Cursor up to the block's first line, and erase from there to the end of the screen.
+// Moves the cursor up to the block's first line and erases from there to the end of the screen.
 std::string Erasure(const Block& block) {
     return block.mLines > 0 ? fmt::format("\x1b[{}F\x1b[J", block.mLines) : std::string();
 }

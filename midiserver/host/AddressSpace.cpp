@@ -15,10 +15,10 @@ namespace MidiServer {
 
 namespace {
 
-// In pieces, as the driver's buffers are: it needs no single stretch of this length.
+// The space is tried in pieces, since the driver's buffers do not need to lie next to each other.
 constexpr std::size_t kPiece = std::size_t{16} << 20;
-// The driver's buffers, each of whole pages, and beside them the threads' stacks and heaps, which
-// take much where there is much.
+// The size of the driver's buffers, each in whole pages. The threads' stacks and heaps come on top;
+// they take much where there is much.
 constexpr std::uint64_t kBuffers = 2'760'000'000;
 constexpr std::uint64_t kRest = sizeof(void*) > 4 ? 540'000'000 : 80'000'000;
 constexpr std::size_t kPieces = (kBuffers + kRest) / kPiece;

@@ -58,7 +58,7 @@ void ControlQueue::Run(const Work& work) {
 }
 
 void ControlQueue::ServeUntil(const bool& done) {
-    // The flag is set by work, so a turn that performed no source can be long.
+    // Only work sets the flag, so a turn in which no source is performed may be long.
     constexpr CFTimeInterval kTurnSeconds = 3600;
     while (!done) {
         CFRunLoopRunInMode(kCFRunLoopDefaultMode, kTurnSeconds, 1);

@@ -13,7 +13,7 @@ constexpr unsigned kPatience = 2;
 std::atomic<unsigned> sCount = 0;
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
-// Who handled the signals before; written while Handle is not installed.
+// The handlers that were there before. They are written only while Handle is not installed.
 struct sigaction sInterruptBefore {};
 struct sigaction sTerminateBefore {};
 

@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* kBundleName = "QuorvelMIDI.plugin";
 
-// What the platform says of the failure, or what we can say ourselves.
+// Returns the platform's description of the failure or, if it has none, ours.
 [[noreturn]] void Fail(const std::string& name, const std::string& otherwise) {
     const CFOwned<CFStringRef> cause(CFPlugInHostCopyLastError());
     const std::string text = TextOf(cause.Get());

@@ -26,13 +26,14 @@ namespace {
 constexpr const char* kRuntimeFolderVariable = "QUORVEL_RUNTIME_DIR";
 constexpr std::array kFatalSignals = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM};
 
-// What a handler removes, and whether there is such a folder. Release and acquire: the handler may
-// run on any thread. The text is never freed, as one may still read it when the folder goes.
+// The folder that a signal handler removes, and whether it exists. The flag is stored with release
+// and loaded with acquire, because the handler may run on any thread. The text is never freed,
+// because a handler may still read it while the folder is being removed.
 std::array<char, PATH_MAX> sPath{};
 std::atomic<bool> sMade = false;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-// As getdents64 gives them.
+// A directory entry as getdents64 returns it.
 struct DirectoryEntry {
     std::uint64_t inode;
     std::int64_t next;
@@ -41,7 +42,8 @@ struct DirectoryEntry {
     char name[1];
 };
 
-// For a signal handler, in which nothing that allocates may be called. The folder is flat.
+// Removes a folder that holds no other folders. It runs in a signal handler, where nothing that
+// allocates may be called.
 void RemoveFlatFolder(const char* path) {
     const FileDescriptor folder(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) {
@@ -82,7 +84,7 @@ void Handle(int number, void (*from)(int), void (*to)(int)) {
     }
 }
 
-// Keeps the signals away while the folder is made or removed and nobody else could remove it.
+// Blocks the signals while the folder is made or removed, when no handler could remove it.
 class BlockedSignals {
 public:
     BlockedSignals() {

@@ -23,7 +23,7 @@ constexpr const char* kPlain = "plain";
 constexpr const char* kJson = "json";
 constexpr const char* kJournal = "journal";
 
-// Relaxed: set before the threads that read it start.
+// Relaxed suffices, because it is set before the threads that read it start.
 constinit std::atomic<bool> sStructured = false;
 
 void WritePlain(const char* line) {
@@ -63,7 +63,7 @@ std::vector<std::string> CategoryNames() {
     throw InputError(fmt::format("{} is no {} of the log", name, what));
 }
 
-// The lowest level to log; one above the highest for none.
+// Returns the lowest level to log, or the highest level plus one if none is to be logged.
 std::size_t LowestLevel(const std::string& name) {
     const auto at = std::find(kLogLevelNames.begin(), kLogLevelNames.end(), name);
     if (at == kLogLevelNames.end() && name != kNoLevel) {
@@ -87,7 +87,7 @@ void AddLogOptions(CLI::App& command, LogOptions& options) {
     command.add_option("--log-level", options.level, "Log this level and what is more severe")
         ->capture_default_str()
         ->transform(CLI::IsMember(LevelNames(), CLI::ignore_case));
-    // One name an option: the next argument is the file.
+    // Each option takes one name, since the next argument is the file.
     command
         .add_option("--log-category", options.categories,
                     "Log all of this category too, whatever its level")

@@ -11,7 +11,7 @@ namespace {
 
 constexpr unsigned kPortsPerBlock = 4;
 
-// The last port of a block's text; 0 for any other text.
+// Returns the last port of a block's text, or 0 for any other text.
 unsigned BlockEnd(std::string_view text) {
     for (unsigned last = kPortsPerBlock; last <= kMaximumPorts; last += kPortsPerBlock) {
         if (text == fmt::format("{}-{}", last - kPortsPerBlock + 1, last)) {

@@ -24,7 +24,8 @@ const CFStringRef kPortsKey = CFSTR("MIDI Ports");
 const CFStringRef kProtocolKey = CFSTR("Protocol");
 const CFStringRef kNameKey = CFSTR("App Name");
 
-// A value of a dictionary as what it is to be, null when it is absent or of another type.
+// Returns a value of a dictionary as the type that it should have, or null if it is absent or has
+// another type.
 template <typename Ref>
 Ref ValueOf(CFDictionaryRef dictionary, CFStringRef key, CFTypeID type) {
     CFTypeRef value = CFDictionaryGetValue(dictionary, key);
@@ -58,7 +59,8 @@ PreferenceEntry EntryOf(CFDictionaryRef dictionary) {
     return entry;
 }
 
-// The applications of the file's values; null when there are none. Throws when they are no array.
+// Returns the applications among the file's values, or null if there are none. Throws if they are
+// not an array.
 CFArrayRef ApplicationsOf(CFDictionaryRef values) {
     const auto applications = ValueOf<CFArrayRef>(values, kApplicationsKey, CFArrayGetTypeID());
     if (applications == nullptr && CFDictionaryContainsKey(values, kApplicationsKey)) {

@@ -17,13 +17,13 @@ namespace {
 
 constexpr std::size_t kLargestPacket = 256;
 constexpr std::size_t kLargestList = 1024;
-// How long a wait goes on without a look at the interrupt count.
+// The longest time that a wait goes on without looking at the interrupt count.
 constexpr std::chrono::milliseconds kLookout(50);
-// What the driver may need beyond the permitted rate on a busy machine.
+// The time that the driver may need beyond the permitted rate on a busy machine.
 constexpr std::chrono::seconds kGrace(15);
 
-// The longest that the throttle needs for these bytes: their time at the permitted rate, and the
-// second until what it let through before has left its window.
+// Returns the longest time that the throttle needs for these bytes: their time at the permitted
+// rate, and one second until the bytes that it let through before have left its window.
 std::chrono::nanoseconds ThrottleTime(std::uint64_t dataBytes) {
     const std::chrono::duration<double> time(
         1.0 + static_cast<double>(dataBytes) /
@@ -31,7 +31,7 @@ std::chrono::nanoseconds ThrottleTime(std::uint64_t dataBytes) {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(time);
 }
 
-// How many ports there are, once it is certain that the one to play to is at its place.
+// Returns the number of ports after checking that the port to play to is at its place.
 unsigned CheckedPortCount(const std::vector<DriverPort>& ports, unsigned port) {
     const std::string name = fmt::format("Quorvel Port {}", port + 1);
     if (port >= ports.size() || ports[port].name != name) {
@@ -113,7 +113,7 @@ void ReplaySession::LogSent() const {
     }
 }
 
-// False when the wait was interrupted.
+// Returns false if the wait was interrupted.
 bool ReplaySession::WaitUntilDue(Clock::time_point due) {
     std::unique_lock lock(mMutex);
     for (Clock::time_point now = Clock::now(); now < due; now = Clock::now()) {
@@ -126,8 +126,8 @@ bool ReplaySession::WaitUntilDue(Clock::time_point due) {
     return true;
 }
 
-// Sends from `offset` of `message` on what is due at that message's time and fits into a list, and
-// moves both on. False when the session has to end.
+// Sends one packet list with the messages that are due at the time of `message`, from `offset` of
+// it on, as far as they fit, and moves both on. Returns false if the session has to end.
 bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& message,
                                  std::size_t& offset) {
     const std::uint64_t time = message->microseconds;
@@ -166,7 +166,7 @@ bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& me
     return true;
 }
 
-// False when the driver lets nothing through any more, or the wait was interrupted.
+// Returns false if the driver lets nothing through any more, or if the wait was interrupted.
 bool ReplaySession::WaitForRoom(std::unique_lock<std::mutex>& lock, std::size_t listBytes) {
     const auto isRoom = [&] {
         return mStatistics.BytesInFlight() + listBytes <= kFlowControlBytes;
@@ -229,7 +229,7 @@ ReplayReport ReplaySession::Report() const {
     const LatencyDistribution replies = mStatistics.Replies();
     const LatencyDistribution throttled = mStatistics.Throttled();
     lock.unlock();
-    // Sorting takes its time, and the driver's threads wait for the lock.
+    // Sorting takes long, and the driver's threads would wait for the lock.
     report.findings.forwarding = forwarding.Summary();
     report.findings.replies = replies.Summary();
     report.findings.throttled = throttled.Summary();

@@ -116,8 +116,9 @@ void ReplayStatistics::PacketForwarded(TimePoint when, std::span<const std::uint
     }
 }
 
-// A packet has arrived although `count` before it have not. What came in their stead, if anything,
-// is taken for them with other bytes; the rest of them come later, or never.
+// Accounts for a packet that has arrived although `count` packets before it have not. Unknown
+// packets that came instead count as these packets with other bytes; the rest of them may still
+// come later.
 void ReplayStatistics::PassOver(std::ptrdiff_t count) {
     for (; count > 0; --count) {
         CountArrived(mExpected.front());

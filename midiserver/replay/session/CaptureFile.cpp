@@ -15,7 +15,7 @@ namespace MidiServer {
 
 namespace {
 
-// Some editors put it in front of what they save as UTF-8.
+// The byte-order mark, which some editors put in front of what they save as UTF-8.
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::uint64_t kLongestSession = 7ULL * 24 * 3600 * 1'000'000;
 
@@ -23,7 +23,7 @@ bool IsBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
-// Takes the next word off the front of a line; empty at the line's end.
+// Takes the next word off the front of a line. Returns an empty one at the line's end.
 std::string_view NextWord(std::string_view& line) {
     while (!line.empty() && IsBlank(line.front())) {
         line.remove_prefix(1);
@@ -37,7 +37,7 @@ std::string_view NextWord(std::string_view& line) {
     return word;
 }
 
-// A word of the file as it may stand in a one-line message: short and printable.
+// Returns a word of the file as it may stand in a one-line message: short and printable.
 std::string Quoted(std::string_view word) {
     std::string text;
     for (char c : word.substr(0, 24)) {

@@ -7,12 +7,13 @@ namespace MidiServer {
 namespace {
 
 constexpr std::size_t kBlock = std::size_t{64} << 10;
-// A head is a number whose lowest two bits are the length, 0 for one that follows as a number of
-// its own, and whose other bits are the time since the message before.
+// A message begins with its head, a number. Its lowest two bits are the length, or 0 if the length
+// follows as a number of its own; its other bits are the time since the message before.
 constexpr std::size_t kLongestImpliedLength = 3;
 constexpr std::size_t kLongestHead = 20;
 
-// Seven bits a byte, the lowest ones first; all bytes but the last have the highest bit set.
+// A number is stored with seven bits in each byte, the lowest ones first; all bytes but the last
+// have their highest bit set.
 void PutNumber(std::vector<std::uint8_t>& block, std::uint64_t number) {
     for (; number >= 0x80; number >>= 7) {
         block.push_back(static_cast<std::uint8_t>(number | 0x80));

@@ -22,13 +22,14 @@ constexpr std::uint32_t kDefaultTempo = 500'000; // microseconds per quarter not
 constexpr std::uint8_t kMetaEndOfTrack = 0x2F;
 constexpr std::uint8_t kMetaTempo = 0x51;
 
-// The bytes of the file with a position; every read is checked and fails with the offset.
+// A cursor is a position in the file's bytes. It checks every read, and a read that fails names the
+// offset.
 class Cursor {
 public:
     Cursor(std::string_view content, const std::string& name)
         : mContent(content), mEnd(content.size()), mName(name) {}
 
-    // A cursor over the next `length` bytes, which this one then has behind it.
+    // Returns a cursor over the next `length` bytes, and moves this one behind them.
     Cursor Take(std::size_t length, std::string_view what) {
         Require(length, what);
         Cursor part(*this);
@@ -37,7 +38,7 @@ public:
         return part;
     }
 
-    // A cursor at another place, up to the same end.
+    // Returns a cursor at another place with the same end.
     Cursor At(std::size_t offset) const {
         Cursor other(*this);
         other.mOffset = offset;
@@ -128,7 +129,7 @@ struct TrackPosition {
     std::uint8_t runningStatus = 0;
 };
 
-// Of two tracks the one that comes later: by time and then by their place in the file.
+// Tells which of two tracks comes later: by time, and then by their place in the file.
 bool IsLater(const TrackPosition& a, const TrackPosition& b) {
     return a.tick != b.tick ? a.tick > b.tick : a.track > b.track;
 }

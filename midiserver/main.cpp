@@ -127,7 +127,7 @@ int Run(int argumentCount, char** arguments) {
     }
 }
 
-int RunAndTell(int argumentCount, char** arguments) {
+int RunReportingErrors(int argumentCount, char** arguments) {
     try {
         return Run(argumentCount, arguments);
     } catch (const std::bad_alloc&) {
@@ -147,7 +147,7 @@ int RunAndTell(int argumentCount, char** arguments) {
 int main(int argumentCount, char** arguments) {
     OccupyClosedStreams();
     NyInit();
-    const int status = RunAndTell(argumentCount, arguments);
+    const int status = RunReportingErrors(argumentCount, arguments);
     // Output that could not be written, for instance to a full disk, must not pass for success.
     const bool printed = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     if (!printed) {

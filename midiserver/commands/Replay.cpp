@@ -36,12 +36,12 @@ PortConfiguration ReadConfiguration(bool folderWasGiven) {
     }
     PortConfiguration configuration = preferences.Configuration();
     for (const PreferenceNotice& notice : configuration.notices) {
-        Tell(kPreferencesLog, fmt::format("preferences: {}", notice.text));
+        TellUser(kPreferencesLog, fmt::format("preferences: {}", notice.text));
     }
     if (!configuration.portsFromPreferences) {
-        Tell(kPreferencesLog,
-             fmt::format("preferences: {} gives no number of ports, the driver publishes {}",
-                         preferences.File().string(), configuration.publishedPorts));
+        TellUser(kPreferencesLog,
+                 fmt::format("preferences: {} gives no number of ports, the driver publishes {}",
+                             preferences.File().string(), configuration.publishedPorts));
     }
     Log(kPreferencesLog[HSL::kInfo], "read %s; applications: %u, ports: %u",
         preferences.File().string(), preferences.Entries().size(), configuration.publishedPorts);
@@ -152,7 +152,7 @@ int ReplayCommand::Run() {
         }
         LogFindings(report);
         if (const std::optional<std::string> warning = PingWarning(report)) {
-            Tell(kReplayLog, *warning);
+            TellUser(kReplayLog, *warning);
         }
     }
     fmt::print("{}", mJson ? SummaryJson(report) : SummaryText(report));
@@ -184,7 +184,7 @@ ReplayReport ReplayCommand::Play() const {
                      mSetup);
     });
     if (host->SetupWarning()) {
-        Tell(kHostLog, *host->SetupWarning());
+        TellUser(kHostLog, *host->SetupWarning());
     }
     control.Run([&] { host->Start(); });
     ReplaySession session(recording, options, *host);

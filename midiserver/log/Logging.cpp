@@ -144,7 +144,7 @@ bool Logging::IsStructured() {
     return sStructured.load(std::memory_order_relaxed);
 }
 
-void Tell(const HSL::CCategoryHolder& category, const std::string& text) {
+void TellUser(const HSL::CCategoryHolder& category, const std::string& text) {
     if (Logging::IsStructured()) {
         Log(category[HSL::kWarning], "%s", text);
     } else {

@@ -62,6 +62,6 @@ void Log(const HSL::CCat& categories, const char* format, const Values&... value
 
 // Tells the user something that is not a failure: as a line on standard error or, where programs
 // read the log, as a warning in it.
-void Tell(const HSL::CCategoryHolder& category, const std::string& text);
+void TellUser(const HSL::CCategoryHolder& category, const std::string& text);
 
 } // namespace MidiServer

@@ -115,13 +115,13 @@ TEST_F(LoggingTest, TellsTheUserAsALineOrAsAWarningWhereTheLogIsStructured) {
     CaptureStderr();
     {
         const Logging logging({});
-        Tell(kPreferencesLog, "no\nports");
+        TellUser(kPreferencesLog, "no\nports");
     }
     EXPECT_EQ(GetCapturedStderr(), "midiserver: no?ports\n");
     CaptureStderr();
     {
         const Logging logging({.level = "warning", .categories = {}, .format = "journal"});
-        Tell(kPreferencesLog, "no ports");
+        TellUser(kPreferencesLog, "no ports");
     }
     EXPECT_EQ(GetCapturedStderr(), "<4>Preferences: no ports\n");
 }

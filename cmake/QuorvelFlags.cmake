@@ -17,6 +17,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # GCC 12 reports these two inside its own inlined library code.
     target_compile_options(quorvel_flags INTERFACE -Wno-stringop-overflow -Wno-array-bounds)
 endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    # Checks what platform/support/Mutex.h lets the code say of its locks.
+    target_compile_options(quorvel_flags INTERFACE -Wthread-safety)
+endif()
 if(APPLE)
     # The driver's first platform still has the Multiprocessing calls, marked as deprecated.
     target_compile_options(quorvel_flags INTERFACE -Wno-deprecated-declarations)

@@ -1,21 +1,22 @@
 #include "midiserver/errors/ErrorOutput.h"
 
+#include "platform/support/Mutex.h"
+
 #include <fmt/format.h>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <mutex>
 
 namespace MidiServer {
 
 namespace {
 
 struct Block {
-    std::mutex mMutex;
-    std::string mText;
-    std::size_t mLines = 0;
+    Mutex mMutex;
+    std::string mText QUORVEL_GUARDED_BY(mMutex);
+    std::size_t mLines QUORVEL_GUARDED_BY(mMutex) = 0;
 };
 
 Block& TheBlock() {
@@ -31,7 +32,7 @@ std::size_t TerminalColumns() {
 }
 
 // Moves the cursor up to the block's first line and erases from there to the end of the screen.
-std::string Erasure(const Block& block) {
+std::string Erasure(const Block& block) QUORVEL_REQUIRES(block.mMutex) {
     return block.mLines > 0 ? fmt::format("\x1b[{}F\x1b[J", block.mLines) : std::string();
 }
 
@@ -44,13 +45,13 @@ void Put(const std::string& text) {
 
 void ErrorOutput::Write(std::string_view lines) {
     Block& block = TheBlock();
-    const std::lock_guard lock(block.mMutex);
+    const MutexLock lock(block.mMutex);
     Put(Erasure(block).append(lines) + block.mText);
 }
 
 void ErrorOutput::ShowBlock(const std::vector<std::string>& lines) {
     Block& block = TheBlock();
-    const std::lock_guard lock(block.mMutex);
+    const MutexLock lock(block.mMutex);
     const std::string erasure = Erasure(block);
     const std::size_t columns = TerminalColumns();
     block.mText.clear();
@@ -63,7 +64,7 @@ void ErrorOutput::ShowBlock(const std::vector<std::string>& lines) {
 
 void ErrorOutput::EraseBlock() {
     Block& block = TheBlock();
-    const std::lock_guard lock(block.mMutex);
+    const MutexLock lock(block.mMutex);
     Put(Erasure(block));
     block.mText.clear();
     block.mLines = 0;

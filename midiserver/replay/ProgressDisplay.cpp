@@ -26,10 +26,10 @@ ProgressDisplay::ProgressDisplay(std::function<ReplayReport()> report)
 
 ProgressDisplay::~ProgressDisplay() {
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         mEnded = true;
     }
-    mEnd.notify_all();
+    mEnd.NotifyAll();
     mThread.join();
     if (mTerminal) {
         ErrorOutput::EraseBlock();
@@ -37,13 +37,16 @@ ProgressDisplay::~ProgressDisplay() {
 }
 
 void ProgressDisplay::Run() {
-    std::unique_lock lock(mMutex);
+    const MutexLock lock(mMutex);
     for (;;) {
         if (mTerminal) {
             ErrorOutput::ShowBlock(StatusBlock(mReport()));
         }
         const auto interval = mTerminal ? kBlockInterval : std::chrono::milliseconds(kLineInterval);
-        if (mEnd.wait_for(lock, interval, [this] { return mEnded; })) {
+        const auto next = std::chrono::steady_clock::now() + interval;
+        while (!mEnded && mEnd.WaitUntil(mMutex, next)) {
+        }
+        if (mEnded) {
             return;
         }
         if (!mTerminal) {

@@ -1,10 +1,9 @@
 #pragma once
 
 #include "midiserver/replay/Report.h"
+#include "platform/support/Mutex.h"
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 namespace MidiServer {
@@ -29,9 +28,9 @@ private:
 
     std::function<ReplayReport()> mReport;
     bool mTerminal;
-    std::mutex mMutex;
-    std::condition_variable mEnd;
-    bool mEnded = false;
+    Mutex mMutex;
+    ConditionVariable mEnd;
+    bool mEnded QUORVEL_GUARDED_BY(mMutex) = false;
     std::thread mThread;
 };
 

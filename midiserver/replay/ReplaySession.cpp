@@ -59,24 +59,25 @@ ReplaySession::ReplaySession(const RecordedSession& recording, const ReplayOptio
 ReplayReport ReplaySession::Run() {
     ControlSurfaceApplication application([this](unsigned port, const MIDIPacketList& packets) {
         const Clock::time_point now = Clock::now();
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         mStatistics.Forwarded(port, now, PacketsOf(packets));
         mLastArrival = now;
-        mArrived.notify_all();
+        mArrived.NotifyAll();
     });
     Backend backend([this](std::size_t port, const MIDIPacketList& packets) {
         const Clock::time_point now = Clock::now();
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         mStatistics.Replied(static_cast<unsigned>(port), now, PacketsOf(packets));
-        mArrived.notify_all();
+        mArrived.NotifyAll();
     });
     application.Connect(static_cast<unsigned>(mHost.Ports().size()));
     backend.PublishPorts(mHost.Ports());
+    const Clock::time_point start = Clock::now();
     {
-        const std::lock_guard lock(mMutex);
-        mStart = mLastArrival = Clock::now();
+        const MutexLock lock(mMutex);
+        mStart = mLastArrival = start;
     }
-    SendAll(backend);
+    SendAll(backend, start);
     LogSent();
     WaitForTheRest();
     backend.WithdrawPorts();
@@ -84,7 +85,7 @@ ReplayReport ReplaySession::Run() {
     return Report();
 }
 
-void ReplaySession::SendAll(Backend& backend) {
+void ReplaySession::SendAll(Backend& backend, Clock::time_point start) {
     RecordedSession::Iterator message = mRecording.begin();
     const std::uint64_t first = message->microseconds;
     std::size_t offset = 0;
@@ -92,7 +93,7 @@ void ReplaySession::SendAll(Backend& backend) {
         if (mOptions.speed && offset == 0) {
             const std::chrono::duration<double, std::micro> time(
                 static_cast<double>(message->microseconds - first) / *mOptions.speed);
-            if (!WaitUntilDue(mStart + std::chrono::duration_cast<Clock::duration>(time))) {
+            if (!WaitUntilDue(start + std::chrono::duration_cast<Clock::duration>(time))) {
                 break;
             }
         }
@@ -100,7 +101,7 @@ void ReplaySession::SendAll(Backend& backend) {
             break;
         }
     }
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     mReport.interrupted = message != mRecording.end() && !mReport.stalled;
 }
 
@@ -115,13 +116,13 @@ void ReplaySession::LogSent() const {
 
 // Returns false if the wait was interrupted.
 bool ReplaySession::WaitUntilDue(Clock::time_point due) {
-    std::unique_lock lock(mMutex);
+    const MutexLock lock(mMutex);
     for (Clock::time_point now = Clock::now(); now < due; now = Clock::now()) {
         if (Interrupt::Count() > 0) {
             return false;
         }
         // Arrivals wake it too early, which does no harm.
-        mArrived.wait_until(lock, std::min(due, now + kLookout));
+        mArrived.WaitUntil(mMutex, std::min(due, now + kLookout));
     }
     return true;
 }
@@ -151,8 +152,8 @@ bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& me
         }
     }
     {
-        std::unique_lock lock(mMutex);
-        if (!WaitForRoom(lock, mList.ByteSize())) {
+        const MutexLock lock(mMutex);
+        if (!WaitForRoom(mList.ByteSize())) {
             return false;
         }
         // Announced before it is sent: it may arrive before MIDISend returns.
@@ -160,55 +161,58 @@ bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& me
         mReport.sent += completed;
     }
     if (backend.DeliverToDriver(mOptions.port, *mList.List()) != noErr) {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         mStatistics.LastListRefused();
     }
     return true;
 }
 
+bool ReplaySession::IsRoomFor(std::size_t listBytes) const {
+    return mStatistics.BytesInFlight() + listBytes <= kFlowControlBytes;
+}
+
 // Returns false if the driver lets nothing through any more, or if the wait was interrupted.
-bool ReplaySession::WaitForRoom(std::unique_lock<std::mutex>& lock, std::size_t listBytes) {
-    const auto isRoom = [&] {
-        return mStatistics.BytesInFlight() + listBytes <= kFlowControlBytes;
-    };
-    if (isRoom()) {
+bool ReplaySession::WaitForRoom(std::size_t listBytes) {
+    if (IsRoomFor(listBytes)) {
         return true;
     }
     const Clock::time_point start = Clock::now();
     mReport.phase = ReplayPhase::kHeldBack;
     ++mReport.heldBack;
-    const auto finish = [&](bool result) {
-        mReport.heldBackTime += Clock::now() - start;
-        mReport.phase = ReplayPhase::kSending;
-        return result;
-    };
-    while (!isRoom()) {
+    const bool isRoom = WaitWhileHeldBack(listBytes);
+    mReport.heldBackTime += Clock::now() - start;
+    mReport.phase = ReplayPhase::kSending;
+    return isRoom;
+}
+
+bool ReplaySession::WaitWhileHeldBack(std::size_t listBytes) {
+    const Clock::time_point start = Clock::now();
+    while (!IsRoomFor(listBytes)) {
         const Clock::time_point now = Clock::now();
         if (now - std::max(start, mLastArrival) > ThrottleTime(kLargestList) + kGrace) {
             mReport.stalled = true;
-            return finish(false);
+            return false;
         }
         if (Interrupt::Count() > 0) {
-            return finish(false);
+            return false;
         }
-        mArrived.wait_for(lock, kLookout);
+        mArrived.WaitUntil(mMutex, now + kLookout);
     }
-    return finish(true);
+    return true;
 }
 
 void ReplaySession::WaitForTheRest() {
-    std::unique_lock lock(mMutex);
+    const MutexLock lock(mMutex);
     mReport.phase = ReplayPhase::kWaitingForTheRest;
     const Clock::time_point deadline =
         Clock::now() + ThrottleTime(mStatistics.DataBytesInFlight()) + kGrace;
-    const auto allArrived = [this] {
-        return mStatistics.BytesInFlight() == 0 && mStatistics.PingsOutstanding() == 0;
-    };
-    while (!allArrived() && Interrupt::Count() < 2 && !mReport.stalled) {
-        if (Clock::now() > deadline) {
+    while ((mStatistics.BytesInFlight() > 0 || mStatistics.PingsOutstanding() > 0) &&
+           Interrupt::Count() < 2 && !mReport.stalled) {
+        const Clock::time_point now = Clock::now();
+        if (now > deadline) {
             mReport.stalled = true;
         } else {
-            mArrived.wait_for(lock, kLookout);
+            mArrived.WaitUntil(mMutex, now + kLookout);
         }
     }
     mReport.elapsed = Clock::now() - mStart;
@@ -217,18 +221,23 @@ void ReplaySession::WaitForTheRest() {
 }
 
 ReplayReport ReplaySession::Report() const {
-    std::unique_lock lock(mMutex);
-    ReplayReport report = mReport;
-    if (!mFinished) {
-        report.elapsed = Clock::now() - mStart;
+    ReplayReport report;
+    LatencyDistribution forwarding;
+    LatencyDistribution replies;
+    LatencyDistribution throttled;
+    {
+        const MutexLock lock(mMutex);
+        report = mReport;
+        if (!mFinished) {
+            report.elapsed = Clock::now() - mStart;
+        }
+        report.bytesInFlight = mStatistics.BytesInFlight();
+        report.dataBytesInFlight = mStatistics.DataBytesInFlight();
+        report.findings = mStatistics.Counts();
+        forwarding = mStatistics.Forwarding();
+        replies = mStatistics.Replies();
+        throttled = mStatistics.Throttled();
     }
-    report.bytesInFlight = mStatistics.BytesInFlight();
-    report.dataBytesInFlight = mStatistics.DataBytesInFlight();
-    report.findings = mStatistics.Counts();
-    const LatencyDistribution forwarding = mStatistics.Forwarding();
-    const LatencyDistribution replies = mStatistics.Replies();
-    const LatencyDistribution throttled = mStatistics.Throttled();
-    lock.unlock();
     // Sorting takes long, and the driver's threads would wait for the lock.
     report.findings.forwarding = forwarding.Summary();
     report.findings.replies = replies.Summary();

@@ -4,11 +4,10 @@
 #include "midiserver/replay/ReplayStatistics.h"
 #include "midiserver/replay/Report.h"
 #include "midiserver/replay/session/RecordedSession.h"
+#include "platform/support/Mutex.h"
 #include "platform/support/PacketListBuilder.h"
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -62,10 +61,12 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void SendAll(Backend& backend);
+    void SendAll(Backend& backend, Clock::time_point start);
     bool SendNextList(Backend& backend, RecordedSession::Iterator& message, std::size_t& offset);
     bool WaitUntilDue(Clock::time_point due);
-    bool WaitForRoom(std::unique_lock<std::mutex>& lock, std::size_t listBytes);
+    bool IsRoomFor(std::size_t listBytes) const QUORVEL_REQUIRES(mMutex);
+    bool WaitForRoom(std::size_t listBytes) QUORVEL_REQUIRES(mMutex);
+    bool WaitWhileHeldBack(std::size_t listBytes) QUORVEL_REQUIRES(mMutex);
     void LogSent() const;
     void WaitForTheRest();
 
@@ -76,14 +77,15 @@ private:
     PacketListBuilder mList;
     ReplayStatistics::Packets mListPackets;
 
-    // Guards the members below, which the driver's threads and the display touch too.
-    mutable std::mutex mMutex;
-    std::condition_variable mArrived;
-    ReplayStatistics mStatistics;
-    ReplayReport mReport; // without the findings, which Report() takes from mStatistics
-    Clock::time_point mStart;
-    Clock::time_point mLastArrival;
-    bool mFinished = false;
+    // The driver's threads and the display touch the members below too.
+    mutable Mutex mMutex;
+    ConditionVariable mArrived;
+    ReplayStatistics mStatistics QUORVEL_GUARDED_BY(mMutex);
+    // Without the findings, which Report() takes from mStatistics.
+    ReplayReport mReport QUORVEL_GUARDED_BY(mMutex);
+    Clock::time_point mStart QUORVEL_GUARDED_BY(mMutex);
+    Clock::time_point mLastArrival QUORVEL_GUARDED_BY(mMutex);
+    bool mFinished QUORVEL_GUARDED_BY(mMutex) = false;
 };
 
 } // namespace MidiServer

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "platform/support/Mutex.h"
+
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <mutex>
 #include <new>
 
 // A table that gives its contents identifiers and tells those that still name something from those
@@ -60,7 +61,7 @@ public:
     // Ends a life. Returns false when the identifier names nothing; of several threads that remove
     // the same, one is told true.
     bool Remove(Identifier identifier) {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (!IsLive(identifier)) {
             return false;
         }
@@ -128,7 +129,7 @@ private:
     }
 
     Slot* TakeFree() {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (mFree <= kMinimumFree) {
             if (Slot* const fresh = TakeFresh()) {
                 return fresh;
@@ -144,7 +145,7 @@ private:
     }
 
     // A slot that was never used.
-    Slot* TakeFresh() {
+    Slot* TakeFresh() QUORVEL_REQUIRES(mMutex) {
         if (mUsed == kSlotCount) {
             return nullptr;
         }
@@ -161,10 +162,10 @@ private:
     }
 
     std::array<std::atomic<Block*>, kSlotCount / kBlockSize> mBlocks{};
-    // Guards what follows.
-    std::mutex mMutex;
-    std::uint32_t mUsed = 0; // slots that were ever used
-    std::uint32_t mFree = 0; // of these, free now: the list from the longest free to the latest
-    Slot* mFirstFree = nullptr;
-    Slot* mLastFree = nullptr;
+    Mutex mMutex;
+    std::uint32_t mUsed QUORVEL_GUARDED_BY(mMutex) = 0; // slots that were ever used
+    // Of these, free now: the list from the longest free to the latest.
+    std::uint32_t mFree QUORVEL_GUARDED_BY(mMutex) = 0;
+    Slot* mFirstFree QUORVEL_GUARDED_BY(mMutex) = nullptr;
+    Slot* mLastFree QUORVEL_GUARDED_BY(mMutex) = nullptr;
 };

@@ -1,24 +1,26 @@
 #include "DurationLength.h"
+#include "platform/support/Mutex.h"
 #include "platform/support/SlotTable.h"
 
 #include <CoreServices/Multiprocessing.h>
 
 #include <bit>
-#include <condition_variable>
+#include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <type_traits>
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 struct Semaphore {
-    std::mutex mMutex;
-    std::condition_variable mRaised;
-    MPSemaphoreCount mMaximum = 0;
-    MPSemaphoreCount mUnits = 0;
+    Mutex mMutex;
+    ConditionVariable mRaised;
+    MPSemaphoreCount mMaximum QUORVEL_GUARDED_BY(mMutex) = 0;
+    MPSemaphoreCount mUnits QUORVEL_GUARDED_BY(mMutex) = 0;
     // Threads in a wait. A unit for each of them may lie in the semaphore above the maximum, until
     // its thread has woken up and taken it.
-    MPSemaphoreCount mWaiters = 0;
+    MPSemaphoreCount mWaiters QUORVEL_GUARDED_BY(mMutex) = 0;
 };
 
 using Semaphores = SlotTable<Semaphore, std::uintptr_t, 20>;
@@ -41,6 +43,7 @@ OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue, MPSemaphoreCount initi
     }
     *semaphore = std::bit_cast<MPSemaphoreID>(sSemaphores.Add(
         [maximumValue, initialValue](Semaphore& added, std::uintptr_t /*identifier*/) {
+            const MutexLock lock(added.mMutex);
             added.mMaximum = maximumValue;
             added.mUnits = initialValue;
         }));
@@ -57,17 +60,22 @@ OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout) {
     if (found == nullptr) {
         return kMPInvalidIDErr;
     }
-    std::unique_lock lock(found->mMutex);
-    const auto hasUnit = [found] { return found->mUnits != 0; };
+    const bool isForever = timeout == kDurationForever;
+    const Clock::time_point deadline =
+        isForever ? Clock::time_point() : Clock::now() + CoreServices::LengthOf(timeout);
+    const MutexLock lock(found->mMutex);
     ++found->mWaiters;
-    if (timeout == kDurationForever) {
-        found->mRaised.wait(lock, hasUnit);
-    } else {
-        found->mRaised.wait_for(lock, CoreServices::LengthOf(timeout), hasUnit);
+    bool isInTime = true;
+    while (found->mUnits == 0 && isInTime) {
+        if (isForever) {
+            found->mRaised.Wait(found->mMutex);
+        } else {
+            isInTime = found->mRaised.WaitUntil(found->mMutex, deadline);
+        }
     }
     --found->mWaiters;
     // Also a unit that arrived with the deadline: it was given to a waiter.
-    if (!hasUnit()) {
+    if (found->mUnits == 0) {
         return kMPTimeoutErr;
     }
     --found->mUnits;
@@ -80,7 +88,7 @@ OSStatus MPSignalSemaphore(MPSemaphoreID semaphore) {
         return kMPInvalidIDErr;
     }
     {
-        const std::lock_guard lock(found->mMutex);
+        const MutexLock lock(found->mMutex);
         if (found->mUnits >= found->mMaximum &&
             found->mUnits - found->mMaximum >= found->mWaiters) {
             return kMPInsufficientResourcesErr;
@@ -88,6 +96,6 @@ OSStatus MPSignalSemaphore(MPSemaphoreID semaphore) {
         ++found->mUnits;
     }
     // Outside the mutex, which the waiter needs at once.
-    found->mRaised.notify_one();
+    found->mRaised.NotifyOne();
     return noErr;
 }

@@ -14,10 +14,11 @@ namespace {
 // The local ports of this process by name. Entries do not keep ports alive: whoever finds one tries
 // to retain it, and the port's destructor takes the entry out under the same lock.
 struct LocalPorts {
-    std::mutex mutex;
-    std::map<std::string, CFMessagePortRef> byName;
-    std::string failedName; // of the last that could not be made, and why
-    std::string failure;
+    Mutex mutex;
+    std::map<std::string, CFMessagePortRef> byName QUORVEL_GUARDED_BY(mutex);
+    // Of the last that could not be made, and why.
+    std::string failedName QUORVEL_GUARDED_BY(mutex);
+    std::string failure QUORVEL_GUARDED_BY(mutex);
 };
 
 LocalPorts& TheLocalPorts() {
@@ -55,19 +56,19 @@ void PerformSource(void* info) {
 } // namespace
 
 void MessagePortSource::Set(CFRunLoopSourceRef source) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     mSource = source;
 }
 
 void MessagePortSource::ClearIf(CFRunLoopSourceRef source) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mSource == source) {
         mSource = nullptr;
     }
 }
 
 CFRunLoopSourceRef MessagePortSource::Copy() {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return mSource != nullptr && mSource->RetainIfAlive() ? mSource : nullptr;
 }
 
@@ -116,7 +117,7 @@ __CFMessagePort::~__CFMessagePort() {
 }
 
 bool __CFMessagePort::IsValid() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return mValid;
 }
 
@@ -124,7 +125,7 @@ bool __CFMessagePort::Invalidate(bool report) {
     std::shared_ptr<void> info;
     CFMessagePortInvalidationCallBack callBack = nullptr;
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (!std::exchange(mValid, false)) {
             return false;
         }
@@ -137,7 +138,7 @@ bool __CFMessagePort::Invalidate(bool report) {
     if (mListener != nullptr) {
         // Under the lock, so that whoever does not find the name finds the socket gone as well.
         LocalPorts& ports = TheLocalPorts();
-        const std::lock_guard lock(ports.mutex);
+        const MutexLock lock(ports.mutex);
         const auto entry = ports.byName.find(mName);
         if (entry != ports.byName.end() && entry->second == this) {
             ports.byName.erase(entry);
@@ -158,7 +159,7 @@ bool __CFMessagePort::Invalidate(bool report) {
 
 void __CFMessagePort::SetInvalidationCallBack(CFMessagePortInvalidationCallBack callBack) {
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (mValid) {
             mInvalidationCallBack = callBack;
             return;
@@ -170,7 +171,7 @@ void __CFMessagePort::SetInvalidationCallBack(CFMessagePortInvalidationCallBack 
 }
 
 CFRunLoopSourceRef __CFMessagePort::CopySource(CFIndex order) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mListener == nullptr || !mValid) {
         return nullptr;
     }
@@ -204,7 +205,7 @@ void __CFMessagePort::PerformRequest() {
     }
     std::shared_ptr<void> info;
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (!mValid) {
             mListener->Finish(*request);
             return;
@@ -247,7 +248,7 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
         return nullptr;
     }
     LocalPorts& ports = TheLocalPorts();
-    const std::lock_guard lock(ports.mutex);
+    const MutexLock lock(ports.mutex);
     const auto known = ports.byName.find(*text);
     if (known != ports.byName.end()) {
         if (known->second->RetainIfAlive()) {
@@ -282,7 +283,7 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
 CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name) {
     const auto text = Utf8Of(name);
     LocalPorts& ports = TheLocalPorts();
-    const std::lock_guard lock(ports.mutex);
+    const MutexLock lock(ports.mutex);
     return text && !text->empty() && *text == ports.failedName ? CopyUtf8String(ports.failure)
                                                                : nullptr;
 }
@@ -312,7 +313,7 @@ CFMessagePortInvalidationCallBack CFMessagePortGetInvalidationCallBack(CFMessage
     if (port == nullptr) {
         return nullptr;
     }
-    const std::lock_guard lock(port->mMutex);
+    const MutexLock lock(port->mMutex);
     return port->mInvalidationCallBack;
 }
 

@@ -5,11 +5,11 @@
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/messageport/MessagePortListener.h"
 #include "platform/CoreFoundation/src/messageport/MessagePortSender.h"
+#include "platform/support/Mutex.h"
 
 #include <CoreFoundation/CFMessagePort.h>
 
 #include <memory>
-#include <mutex>
 #include <string>
 
 // The run-loop source of a local port, known without keeping it alive: the source keeps the port,
@@ -22,8 +22,9 @@ public:
     void SignalAndWake();
 
 private:
-    std::mutex mMutex;
-    CFRunLoopSourceRef mSource = nullptr; // under mMutex; no reference is held
+    Mutex mMutex;
+    // No reference is held.
+    CFRunLoopSourceRef mSource QUORVEL_GUARDED_BY(mMutex) = nullptr;
 };
 
 struct __CFMessagePort final : CFRuntimeObject {
@@ -55,10 +56,10 @@ struct __CFMessagePort final : CFRuntimeObject {
     const std::shared_ptr<MessagePortListener> mListener;
     const std::unique_ptr<MessagePortSender> mSender; // of a remote port
 
-    mutable std::mutex mMutex;
-    bool mValid = true; // under mMutex, as the two below
-    CFMessagePortInvalidationCallBack mInvalidationCallBack = nullptr;
+    mutable Mutex mMutex;
+    bool mValid QUORVEL_GUARDED_BY(mMutex) = true;
+    CFMessagePortInvalidationCallBack mInvalidationCallBack QUORVEL_GUARDED_BY(mMutex) = nullptr;
     // Released as the last user lets go of it: a callout that runs as the port is invalidated keeps
     // the info that it was given.
-    std::shared_ptr<void> mInfo;
+    std::shared_ptr<void> mInfo QUORVEL_GUARDED_BY(mMutex);
 };

@@ -24,6 +24,7 @@ bool HasUnreadBytes(int socket) {
 
 } // namespace
 
+// Under the mutex of its listener.
 struct MessagePortListener::Connection {
     enum class State { kReading, kQueued, kServing, kWriting, kClosed };
 
@@ -68,7 +69,7 @@ MessagePortListener::~MessagePortListener() {
 }
 
 void MessagePortListener::Attach(const std::shared_ptr<boost::asio::io_context>& context) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mClosed) {
         return;
     }
@@ -89,7 +90,7 @@ void MessagePortListener::Detach(const std::shared_ptr<boost::asio::io_context>&
     // The last reference to a context may go here, and with it handlers that hold this object: that
     // has to happen without the lock.
     std::shared_ptr<boost::asio::io_context> unused;
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     const auto known =
         std::find_if(mAttachments.begin(), mAttachments.end(),
                      [&](const Attachment& each) { return each.context == context; });
@@ -139,7 +140,7 @@ void MessagePortListener::WaitToAccept() {
     mAcceptor->async_wait(
         boost::asio::posix::stream_descriptor::wait_read,
         [self = shared_from_this(), service = mService](const boost::system::error_code& error) {
-            const std::lock_guard lock(self->mMutex);
+            const MutexLock lock(self->mMutex);
             if (!error && service == self->mService && !self->mClosed) {
                 self->AcceptSome();
             }
@@ -152,7 +153,7 @@ void MessagePortListener::HoldAccepting(Clock::time_point until) {
     mAcceptTimer.emplace(*mContext, until);
     mAcceptTimer->async_wait(
         [self = shared_from_this(), service = mService](const boost::system::error_code& error) {
-            const std::lock_guard lock(self->mMutex);
+            const MutexLock lock(self->mMutex);
             if (!error && service == self->mService) {
                 self->ResumeAccepting();
             }
@@ -256,7 +257,7 @@ void MessagePortListener::Watch(const std::shared_ptr<Connection>& connection) {
          service = mService](const boost::system::error_code& error) {
             bool arrived = false;
             {
-                const std::lock_guard lock(self->mMutex);
+                const MutexLock lock(self->mMutex);
                 const auto expected =
                     reads ? Connection::State::kReading : Connection::State::kWriting;
                 if (error || service != self->mService || connection->state != expected) {
@@ -296,7 +297,7 @@ void MessagePortListener::WatchDeadline(const std::shared_ptr<Connection>& conne
     connection->timer.emplace(*mContext, connection->deadline);
     connection->timer->async_wait([self = shared_from_this(), connection,
                                    service = mService](const boost::system::error_code& error) {
-        const std::lock_guard lock(self->mMutex);
+        const MutexLock lock(self->mMutex);
         // A timer that ran out just as the deadline was met has been cleared in vain.
         if (!error && service == self->mService &&
             connection->state != Connection::State::kClosed &&
@@ -384,7 +385,7 @@ void MessagePortListener::Drop(const std::shared_ptr<Connection>& connection) {
 }
 
 std::optional<MessagePortListener::Request> MessagePortListener::TakeRequest() {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mQueue.empty()) {
         return std::nullopt;
     }
@@ -395,13 +396,13 @@ std::optional<MessagePortListener::Request> MessagePortListener::TakeRequest() {
 }
 
 bool MessagePortListener::HasRequest() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return !mQueue.empty();
 }
 
 void MessagePortListener::Answer(const Request& request, MessagePort::FrameKind kind,
                                  std::vector<std::uint8_t> data) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (request.from->state != Connection::State::kServing) {
         return;
     }
@@ -414,7 +415,7 @@ void MessagePortListener::Answer(const Request& request, MessagePort::FrameKind 
 }
 
 void MessagePortListener::Finish(const Request& request) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (request.from->state != Connection::State::kServing) {
         return;
     }
@@ -424,7 +425,7 @@ void MessagePortListener::Finish(const Request& request) {
 void MessagePortListener::Close() {
     std::shared_ptr<boost::asio::io_context> unused;
     std::vector<Attachment> unusedAttachments;
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (std::exchange(mClosed, true)) {
         return;
     }

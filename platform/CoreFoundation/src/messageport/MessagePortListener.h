@@ -11,6 +11,7 @@
 #include "platform/CoreFoundation/src/messageport/MessagePortAddress.h"
 #include "platform/CoreFoundation/src/messageport/MessagePortFrame.h"
 #include "platform/support/FileDescriptor.h"
+#include "platform/support/Mutex.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -21,7 +22,6 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -74,39 +74,40 @@ private:
         std::size_t count;
     };
 
-    // All of these with mMutex held.
-    void Serve(const std::shared_ptr<boost::asio::io_context>& context);
-    std::shared_ptr<boost::asio::io_context> StopServing();
-    void WaitToAccept();
-    void HoldAccepting(std::chrono::steady_clock::time_point until);
-    void ResumeAccepting();
-    bool SomebodyWaits() const;
-    void AcceptSome();
-    bool MakeRoom();
-    void Watch(const std::shared_ptr<Connection>& connection);
-    void Unwatch(Connection& connection);
-    void SetDeadline(const std::shared_ptr<Connection>& connection);
-    void WatchDeadline(const std::shared_ptr<Connection>& connection);
-    void ClearDeadline(Connection& connection);
-    bool ReadFrom(const std::shared_ptr<Connection>& connection);
-    void WriteTo(const std::shared_ptr<Connection>& connection);
-    void BecomeIdle(const std::shared_ptr<Connection>& connection);
-    void Drop(const std::shared_ptr<Connection>& connection);
+    void Serve(const std::shared_ptr<boost::asio::io_context>& context) QUORVEL_REQUIRES(mMutex);
+    std::shared_ptr<boost::asio::io_context> StopServing() QUORVEL_REQUIRES(mMutex);
+    void WaitToAccept() QUORVEL_REQUIRES(mMutex);
+    void HoldAccepting(std::chrono::steady_clock::time_point until) QUORVEL_REQUIRES(mMutex);
+    void ResumeAccepting() QUORVEL_REQUIRES(mMutex);
+    bool SomebodyWaits() const QUORVEL_REQUIRES(mMutex);
+    void AcceptSome() QUORVEL_REQUIRES(mMutex);
+    bool MakeRoom() QUORVEL_REQUIRES(mMutex);
+    void Watch(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void Unwatch(Connection& connection) QUORVEL_REQUIRES(mMutex);
+    void SetDeadline(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void WatchDeadline(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void ClearDeadline(Connection& connection) QUORVEL_REQUIRES(mMutex);
+    bool ReadFrom(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void WriteTo(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void BecomeIdle(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void Drop(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
 
     const std::string mPath;
     const MessagePort::SocketIdentity mIdentity;
     const std::function<void()> mOnRequest;
 
-    mutable std::mutex mMutex;
-    FileDescriptor mSocket;
-    bool mClosed = false;
-    std::vector<Attachment> mAttachments;
-    std::shared_ptr<boost::asio::io_context> mContext; // the one that serves
+    mutable Mutex mMutex;
+    FileDescriptor mSocket QUORVEL_GUARDED_BY(mMutex);
+    bool mClosed QUORVEL_GUARDED_BY(mMutex) = false;
+    std::vector<Attachment> mAttachments QUORVEL_GUARDED_BY(mMutex);
+    // The one that serves.
+    std::shared_ptr<boost::asio::io_context> mContext QUORVEL_GUARDED_BY(mMutex);
     // Counts periods of service: a handler of an earlier one finds that it is none of its business.
-    std::uint64_t mService = 0;
-    std::optional<boost::asio::posix::stream_descriptor> mAcceptor;
-    std::optional<boost::asio::steady_timer> mAcceptTimer;
-    bool mAcceptingHeld = false; // there is no place, or no descriptor, for another connection
-    std::vector<std::shared_ptr<Connection>> mConnections;
-    std::deque<std::shared_ptr<Connection>> mQueue;
+    std::uint64_t mService QUORVEL_GUARDED_BY(mMutex) = 0;
+    std::optional<boost::asio::posix::stream_descriptor> mAcceptor QUORVEL_GUARDED_BY(mMutex);
+    std::optional<boost::asio::steady_timer> mAcceptTimer QUORVEL_GUARDED_BY(mMutex);
+    // There is no place, or no descriptor, for another connection.
+    bool mAcceptingHeld QUORVEL_GUARDED_BY(mMutex) = false;
+    std::vector<std::shared_ptr<Connection>> mConnections QUORVEL_GUARDED_BY(mMutex);
+    std::deque<std::shared_ptr<Connection>> mQueue QUORVEL_GUARDED_BY(mMutex);
 };

@@ -40,7 +40,7 @@ std::unique_ptr<MessagePortSender> MessagePortSender::Open(const std::string& na
     if (result != Result::kDone && result != Result::kTimedOut) {
         return nullptr;
     }
-    sender->mIdle = std::move(connection);
+    sender->Return(connection, true);
     return sender;
 }
 
@@ -82,7 +82,7 @@ MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayR
                                                     std::shared_ptr<Connection>& connection) {
     connection = nullptr;
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (mClosed) {
             return Result::kGone;
         }
@@ -96,7 +96,7 @@ MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayR
             return result;
         }
     }
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mClosed) {
         return Result::kGone;
     }
@@ -145,7 +145,7 @@ MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader heade
 }
 
 void MessagePortSender::Return(const std::shared_ptr<Connection>& connection, bool reusable) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     std::erase(mLent, connection);
     if (reusable && !mClosed && mIdle == nullptr) {
         mIdle = connection;
@@ -154,7 +154,7 @@ void MessagePortSender::Return(const std::shared_ptr<Connection>& connection, bo
 
 bool MessagePortSender::IsAlive() {
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (mClosed) {
             return false;
         }
@@ -177,7 +177,7 @@ bool MessagePortSender::CanBeReached() {
 }
 
 void MessagePortSender::Close() {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     mClosed = true;
     mIdle.reset();
     // Not closed: the thread that borrowed it may be waiting on the descriptor.
@@ -187,6 +187,6 @@ void MessagePortSender::Close() {
 }
 
 bool MessagePortSender::IsClosed() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return mClosed;
 }

@@ -10,11 +10,11 @@
 #include "platform/CoreFoundation/src/messageport/MessagePortAddress.h"
 #include "platform/CoreFoundation/src/messageport/MessagePortFrame.h"
 #include "platform/support/FileDescriptor.h"
+#include "platform/support/Mutex.h"
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -69,8 +69,9 @@ private:
 
     const std::string mPath;
     const MessagePort::SocketIdentity mIdentity;
-    mutable std::mutex mMutex;
-    bool mClosed = false;                           // under mMutex, as the two below
-    std::shared_ptr<Connection> mIdle;              // at most one is kept
-    std::vector<std::shared_ptr<Connection>> mLent; // so that `Close` can end them
+    mutable Mutex mMutex;
+    bool mClosed QUORVEL_GUARDED_BY(mMutex) = false;
+    std::shared_ptr<Connection> mIdle QUORVEL_GUARDED_BY(mMutex); // at most one is kept
+    // So that `Close` can end them.
+    std::vector<std::shared_ptr<Connection>> mLent QUORVEL_GUARDED_BY(mMutex);
 };

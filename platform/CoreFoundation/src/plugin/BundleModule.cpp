@@ -85,7 +85,7 @@ std::optional<std::string> BundleModule::ExecutablePath() const {
 }
 
 bool BundleModule::Load() {
-    const std::lock_guard lock(mLoadMutex);
+    const MutexLock lock(mLoadMutex);
     if (mHandle != nullptr) {
         return true;
     }
@@ -120,19 +120,19 @@ bool BundleModule::Load() {
 }
 
 bool BundleModule::IsLoaded() const {
-    const std::lock_guard lock(mLoadMutex);
+    const MutexLock lock(mLoadMutex);
     return mHandle != nullptr;
 }
 
 void BundleModule::Unload() {
-    const std::lock_guard lock(mLoadMutex);
+    const MutexLock lock(mLoadMutex);
     if (mHandle != nullptr) {
         dlclose(std::exchange(mHandle, nullptr));
     }
 }
 
 void* BundleModule::Find(const std::string& function) {
-    const std::lock_guard lock(mLoadMutex);
+    const MutexLock lock(mLoadMutex);
     return Load() ? dlsym(mHandle, function.c_str()) : nullptr;
 }
 
@@ -161,7 +161,7 @@ BundleRegistry::Entry* BundleRegistry::EntryOf(const BundleModule& module) {
 }
 
 CFBundleRef BundleRegistry::CopyOrMake(const std::string& folder) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     const auto known = std::find_if(mEntries.begin(), mEntries.end(), [&](const Entry& entry) {
         return entry.module->Folder() == folder;
     });
@@ -184,7 +184,7 @@ CFBundleRef BundleRegistry::CopyOrMake(const std::string& folder) {
 
 void BundleRegistry::Released(CFBundleRef bundle, const std::shared_ptr<BundleModule>& module) {
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         Entry* const entry = EntryOf(*module);
         // Another bundle may have been made for the module since the last reference to this one
         // went.
@@ -202,7 +202,7 @@ void BundleRegistry::Released(CFBundleRef bundle, const std::shared_ptr<BundleMo
 
 void BundleRegistry::Register(const std::shared_ptr<BundleModule>& module,
                               const std::vector<PlugInFactory>& factories) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     Entry* const entry = EntryOf(*module);
     if (entry != nullptr && entry->factories.empty()) {
         entry->factories = factories;
@@ -212,7 +212,7 @@ void BundleRegistry::Register(const std::shared_ptr<BundleModule>& module,
 std::vector<UuidBytes> BundleRegistry::FactoriesFor(const UuidBytes& type,
                                                     const BundleModule* module) {
     std::vector<UuidBytes> found;
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     for (const Entry& entry : mEntries) {
         if (entry.bundle == nullptr || (module != nullptr && entry.module.get() != module)) {
             continue;
@@ -229,7 +229,7 @@ std::vector<UuidBytes> BundleRegistry::FactoriesFor(const UuidBytes& type,
 }
 
 std::optional<BundleRegistry::FactoryUse> BundleRegistry::BeginUse(const UuidBytes& factory) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     for (Entry& entry : mEntries) {
         for (const PlugInFactory& each : entry.factories) {
             if (each.uuid == factory && entry.bundle != nullptr) {
@@ -243,21 +243,21 @@ std::optional<BundleRegistry::FactoryUse> BundleRegistry::BeginUse(const UuidByt
 }
 
 void BundleRegistry::EndUse(const FactoryUse& use) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (Entry* const entry = EntryOf(*use.module)) {
         --entry->uses;
     }
 }
 
 void BundleRegistry::AddInstance(const UuidBytes& factory) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (Entry* const entry = EntryWithFactory(factory)) {
         entry->instances.push_back(factory);
     }
 }
 
 void BundleRegistry::RemoveInstance(const UuidBytes& factory) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     for (Entry& entry : mEntries) {
         const auto instance = std::find(entry.instances.begin(), entry.instances.end(), factory);
         if (instance != entry.instances.end()) {
@@ -268,7 +268,7 @@ void BundleRegistry::RemoveInstance(const UuidBytes& factory) {
 }
 
 bool BundleRegistry::HasInstances(const BundleModule& module) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     const Entry* const entry = EntryOf(module);
     return entry != nullptr && (!entry->instances.empty() || entry->uses != 0);
 }
@@ -285,7 +285,7 @@ std::size_t BundleRegistry::UnloadUnused() {
 }
 
 std::shared_ptr<BundleModule> BundleRegistry::TakeUnused() {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     const auto unused = std::find_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) {
         return entry.bundle == nullptr && entry.instances.empty() && entry.uses == 0;
     });

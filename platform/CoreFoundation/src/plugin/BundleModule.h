@@ -8,13 +8,13 @@
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/plugin/PlugInDescription.h"
+#include "platform/support/Mutex.h"
 
 #include <CoreFoundation/CFBundle.h>
 #include <CoreFoundation/CFDictionary.h>
 
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,8 +46,8 @@ private:
     const std::string mFolder;
     const CFOwned<CFDictionaryRef> mInfo;
     // Recursive: the module's constructors may ask for their own bundle.
-    mutable std::recursive_mutex mLoadMutex;
-    void* mHandle = nullptr; // under mLoadMutex
+    mutable RecursiveMutex mLoadMutex;
+    void* mHandle QUORVEL_GUARDED_BY(mLoadMutex) = nullptr;
 };
 
 // The bundles and plug-ins that this process knows. One mutex guards all; a new bundle's property
@@ -93,13 +93,13 @@ private:
         std::size_t uses = 0;
     };
 
-    Entry* EntryWithFactory(const UuidBytes& factory);
-    Entry* EntryOf(const BundleModule& module);
+    Entry* EntryWithFactory(const UuidBytes& factory) QUORVEL_REQUIRES(mMutex);
+    Entry* EntryOf(const BundleModule& module) QUORVEL_REQUIRES(mMutex);
     // A module that nobody holds any more, which is taken out; null when there is none.
     std::shared_ptr<BundleModule> TakeUnused();
 
-    std::mutex mMutex;
-    std::vector<Entry> mEntries; // under mMutex
+    Mutex mMutex;
+    std::vector<Entry> mEntries QUORVEL_GUARDED_BY(mMutex);
 };
 
 struct __CFBundle final : CFRuntimeObject {

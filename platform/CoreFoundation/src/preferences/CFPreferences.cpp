@@ -6,6 +6,7 @@
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
 #include "platform/support/FileReading.h"
 #include "platform/support/LockedFile.h"
+#include "platform/support/Mutex.h"
 
 #include <CoreFoundation/CFPreferences.h>
 #include <CoreFoundation/CFPreferencesHost.h>
@@ -13,7 +14,6 @@
 #include <syslog.h>
 
 #include <map>
-#include <mutex>
 #include <new>
 #include <vector>
 
@@ -31,8 +31,9 @@ using Changes = std::map<std::string, CFOwned<CFPropertyListRef>>;
 struct State {
     // Held for whole calls, file access included, so that a change is never between the process and
     // the file when someone looks.
-    std::mutex mutex;
-    std::map<std::string, Changes> changes; // by the domain's path
+    Mutex mutex;
+    // By the domain's path.
+    std::map<std::string, Changes> changes QUORVEL_GUARDED_BY(mutex);
 };
 
 State& SharedState() {
@@ -100,8 +101,9 @@ void ApplyChanges(const Changes& changes, CFMutableDictionaryRef values) {
     }
 }
 
-// The domain's values, changes included; empty when its file cannot be used. Under the mutex.
-CFOwned<CFMutableDictionaryRef> CurrentValues(State& state, const PreferencesDomain& domain) {
+// The domain's values, changes included; empty when its file cannot be used.
+CFOwned<CFMutableDictionaryRef> CurrentValues(State& state, const PreferencesDomain& domain)
+    QUORVEL_REQUIRES(state.mutex) {
     CFOwned<CFMutableDictionaryRef> values = ReadDomain(domain).values;
     const auto changes = state.changes.find(domain.Path());
     if (changes != state.changes.end()) {
@@ -129,7 +131,7 @@ Result WithValues(CFStringRef applicationID, CFStringRef userName, CFStringRef h
             return nullptr;
         }
         State& state = SharedState();
-        const std::lock_guard<std::mutex> guard(state.mutex);
+        const MutexLock lock(state.mutex);
         const CFOwned<CFMutableDictionaryRef> values = CurrentValues(state, *domain);
         return body(values.get());
     });
@@ -237,7 +239,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
             }
         }
         State& state = SharedState();
-        const std::lock_guard<std::mutex> guard(state.mutex);
+        const MutexLock lock(state.mutex);
         state.changes[domain->Path()].insert_or_assign(*name, std::move(copy));
         return true;
     });
@@ -252,7 +254,7 @@ Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName
             return false;
         }
         State& state = SharedState();
-        const std::lock_guard<std::mutex> guard(state.mutex);
+        const MutexLock lock(state.mutex);
         const auto changes = state.changes.find(domain->Path());
         if (changes == state.changes.end()) {
             return true;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 using Clock = std::chrono::steady_clock;
 
@@ -107,8 +108,8 @@ __CFRunLoop::~__CFRunLoop() = default;
 // Whether it was added; not if it is there already, or must not be.
 bool __CFRunLoop::AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode) {
     {
-        const std::lock_guard lock(mMutex);
-        const std::lock_guard sourceLock(source->mMutex);
+        const MutexLock lock(mMutex);
+        const MutexLock sourceLock(source->mMutex);
         if (mDead || !source->mValid) {
             return false;
         }
@@ -138,25 +139,25 @@ bool __CFRunLoop::AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode) {
         try {
             source->mContext.schedule(source->mContext.info, this, mode);
         } catch (...) { // a message port's: the library's own
-            RemoveFromOneMode(source,
-                              [mode](CFRunLoopMode each) { return CFEqual(each, mode) != 0; });
+            RemoveFromOneMode(source, mode);
             throw;
         }
     }
     return true;
 }
 
-// Takes the source out of one of the modes whose names are accepted; false when it is in none.
-template <typename Accepts>
-bool __CFRunLoop::RemoveFromOneMode(CFRunLoopSourceRef source, const Accepts& accepts) {
+// Takes the source out of one of the modes; false when it is in none of them. See IsAmong.
+bool __CFRunLoop::RemoveFromOneMode(CFRunLoopSourceRef source, CFRunLoopMode modes) {
     CFOwned<CFRunLoopMode> mode;
     {
-        const std::lock_guard lock(mMutex);
-        const std::lock_guard sourceLock(source->mMutex);
-        const auto found = std::find_if(mModes.begin(), mModes.end(), [&](const Mode& each) {
-            return accepts(each.name.get()) && std::find(each.sources.begin(), each.sources.end(),
-                                                         source) != each.sources.end();
-        });
+        const MutexLock lock(mMutex);
+        const MutexLock sourceLock(source->mMutex);
+        const auto holdsIt = [&](const Mode& each) QUORVEL_REQUIRES(mMutex) {
+            return IsAmong(each.name.get(), modes) &&
+                   std::find(each.sources.begin(), each.sources.end(), source) !=
+                       each.sources.end();
+        };
+        const auto found = std::find_if(mModes.begin(), mModes.end(), holdsIt);
         if (found == mModes.end()) {
             return false;
         }
@@ -179,7 +180,7 @@ bool __CFRunLoop::RemoveFromOneMode(CFRunLoopSourceRef source, const Accepts& ac
 }
 
 void __CFRunLoop::AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode) {
-    const std::lock_guard scheduleLock(source->mScheduleMutex);
+    const MutexLock scheduleLock(source->mScheduleMutex);
     if (!IsCommonModes(mode)) {
         AddToMode(source, mode);
         WakeUp();
@@ -188,8 +189,8 @@ void __CFRunLoop::AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode) {
     std::vector<CFOwned<CFRunLoopMode>> modes;
     bool added = false;
     {
-        const std::lock_guard lock(mMutex);
-        const std::lock_guard sourceLock(source->mMutex);
+        const MutexLock lock(mMutex);
+        const MutexLock sourceLock(source->mMutex);
         if (mDead || !source->mValid) {
             return;
         }
@@ -213,7 +214,8 @@ void __CFRunLoop::AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode) {
         }
     } catch (...) {
         if (added && RemoveFromCommonSources(source)) {
-            RemoveFromCommonModes(source);
+            while (RemoveFromOneMode(source, mode)) {
+            }
         }
         throw;
     }
@@ -223,8 +225,8 @@ void __CFRunLoop::AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode) {
 // Whether it was one of them.
 bool __CFRunLoop::RemoveFromCommonSources(CFRunLoopSourceRef source) {
     {
-        const std::lock_guard lock(mMutex);
-        const std::lock_guard sourceLock(source->mMutex);
+        const MutexLock lock(mMutex);
+        const MutexLock sourceLock(source->mMutex);
         if (std::erase(mCommonSources, source) == 0) {
             return false;
         }
@@ -237,32 +239,33 @@ bool __CFRunLoop::RemoveFromCommonSources(CFRunLoopSourceRef source) {
     return true;
 }
 
-void __CFRunLoop::RemoveFromCommonModes(CFRunLoopSourceRef source) {
-    while (RemoveFromOneMode(source, [this](CFRunLoopMode mode) { return IsCommonMode(mode); })) {
-    }
-}
-
 void __CFRunLoop::RemoveSource(CFRunLoopSourceRef source, CFRunLoopMode mode) {
     CFRetain(this);
     CFRetain(source);
     {
-        const std::lock_guard scheduleLock(source->mScheduleMutex);
-        if (!IsCommonModes(mode)) {
-            RemoveFromOneMode(source,
-                              [mode](CFRunLoopMode each) { return CFEqual(each, mode) != 0; });
-        } else if (RemoveFromCommonSources(source)) {
-            RemoveFromCommonModes(source);
+        const MutexLock scheduleLock(source->mScheduleMutex);
+        // A source is in each of its modes once.
+        if (!IsCommonModes(mode) || RemoveFromCommonSources(source)) {
+            while (RemoveFromOneMode(source, mode)) {
+            }
         }
     }
     CFRelease(source);
     CFRelease(this);
 }
 
-// Under the mutex, as the next.
 bool __CFRunLoop::IsCommonMode(CFRunLoopMode mode) const {
     return std::any_of(
         mCommonModes.begin(), mCommonModes.end(),
         [mode](const CFOwned<CFRunLoopMode>& each) { return CFEqual(each.get(), mode) != 0; });
+}
+
+// `modes` is a mode, the common modes, or null: any.
+bool __CFRunLoop::IsAmong(CFRunLoopMode mode, CFRunLoopMode modes) const {
+    if (modes == nullptr) {
+        return true;
+    }
+    return IsCommonModes(modes) ? IsCommonMode(mode) : CFEqual(mode, modes) != 0;
 }
 
 // Null when it has no source.
@@ -274,7 +277,7 @@ const __CFRunLoop::Mode* __CFRunLoop::FindMode(CFRunLoopMode mode) const {
 }
 
 bool __CFRunLoop::ContainsSource(CFRunLoopSourceRef source, CFRunLoopMode mode) const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     const SourceList* list = &mCommonSources;
     if (!IsCommonModes(mode)) {
         const Mode* const found = FindMode(mode);
@@ -290,7 +293,7 @@ void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {
     std::vector<CFOwned<CFRunLoopSourceRef>> sources;
     std::vector<bool> wasThere;
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (mDead || IsCommonModes(mode) || IsCommonMode(mode)) {
             return;
         }
@@ -306,12 +309,12 @@ void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {
     try {
         for (; added < sources.size(); ++added) {
             const CFRunLoopSourceRef source = sources[added].get();
-            const std::lock_guard scheduleLock(source->mScheduleMutex);
+            const MutexLock scheduleLock(source->mScheduleMutex);
             wasThere[added] = !AddToMode(source, mode);
         }
     } catch (...) {
         {
-            const std::lock_guard lock(mMutex);
+            const MutexLock lock(mMutex);
             std::erase_if(mCommonModes, [mode](const CFOwned<CFRunLoopMode>& each) {
                 return CFEqual(each.get(), mode) != 0;
             });
@@ -327,18 +330,18 @@ void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {
 }
 
 bool __CFRunLoop::ModeIsEmpty(CFRunLoopMode mode) const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return FindMode(mode) == nullptr;
 }
 
 bool __CFRunLoop::InnermostIsStopped() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return mInnermost->stopped;
 }
 
 void __CFRunLoop::Stop() {
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (mInnermost == nullptr) {
             return;
         }
@@ -356,7 +359,7 @@ void __CFRunLoop::WakeUp() {
 }
 
 CFRunLoopMode __CFRunLoop::CopyCurrentMode() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return mInnermost == nullptr ? nullptr : static_cast<CFRunLoopMode>(CFRetain(mInnermost->mode));
 }
 
@@ -366,7 +369,7 @@ bool __CFRunLoop::PerformSources(CFRunLoopMode mode) {
     // rest.
     CFRunLoopSourceRef only = nullptr;
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         const Mode* const found = FindMode(mode);
         if (found == nullptr) {
             return false;
@@ -423,10 +426,10 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
     CFRetain(this);
     // Kept for the runs in it and for who asks which mode it is.
     const CFOwned<CFRunLoopMode> kept = Retained(mode);
-    Activation activation{mode, mInnermost};
+    Activation activation{mode};
     {
-        const std::lock_guard lock(mMutex);
-        mInnermost = &activation;
+        const MutexLock lock(mMutex);
+        activation.outer = std::exchange(mInnermost, &activation);
     }
     CFRunLoopRunResult result = 0;
     while (result == 0) {
@@ -449,7 +452,7 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
         }
     }
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         if (wasStopped != nullptr) {
             *wasStopped = activation.stopped;
         }
@@ -461,12 +464,12 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
 
 void __CFRunLoop::TearDown() {
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(mMutex);
         mDead = true;
     }
     while (const CFRunLoopSourceRef source = CopyAnySource()) {
         {
-            const std::lock_guard scheduleLock(source->mScheduleMutex);
+            const MutexLock scheduleLock(source->mScheduleMutex);
             RemoveWholly(source);
         }
         CFRelease(source);
@@ -475,12 +478,12 @@ void __CFRunLoop::TearDown() {
 
 void __CFRunLoop::RemoveWholly(CFRunLoopSourceRef source) {
     RemoveFromCommonSources(source);
-    while (RemoveFromOneMode(source, [](CFRunLoopMode) { return true; })) {
+    while (RemoveFromOneMode(source, nullptr)) {
     }
 }
 
 CFRunLoopSourceRef __CFRunLoop::CopyAnySource() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mModes.empty() && mCommonSources.empty()) {
         return nullptr;
     }

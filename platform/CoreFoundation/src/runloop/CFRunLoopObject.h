@@ -7,6 +7,7 @@
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
+#include "platform/support/Mutex.h"
 
 #include <CoreFoundation/CFRunLoop.h>
 
@@ -17,7 +18,6 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 struct __CFRunLoopSource final : CFRuntimeObject {
@@ -45,11 +45,11 @@ struct __CFRunLoopSource final : CFRuntimeObject {
 
     // Held from a change of the source's places to the end of the callback that reports it, so that
     // schedule and cancel arrive in the order of the changes.
-    std::recursive_mutex mScheduleMutex;
+    RecursiveMutex mScheduleMutex;
 
-    mutable std::mutex mMutex;
-    bool mValid = true;         // under mMutex
-    std::vector<Place> mPlaces; // under mMutex
+    mutable Mutex mMutex;
+    bool mValid QUORVEL_GUARDED_BY(mMutex) = true;
+    std::vector<Place> mPlaces QUORVEL_GUARDED_BY(mMutex);
 
 private:
     // A loop that it is in, retained; null when there is none left.
@@ -66,8 +66,8 @@ struct __CFRunLoop final : CFRuntimeObject {
     // nothing else needs memory, so that whatever is there can be run, stopped and taken down.
     void AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
     void RemoveSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
-    // Out of all modes. Under the source's `mScheduleMutex`; the caller holds a reference to both.
-    void RemoveWholly(CFRunLoopSourceRef source);
+    // Out of all modes. The caller holds a reference to both.
+    void RemoveWholly(CFRunLoopSourceRef source) QUORVEL_REQUIRES(source->mScheduleMutex);
     bool ContainsSource(CFRunLoopSourceRef source, CFRunLoopMode mode) const;
     void AddCommonMode(CFRunLoopMode mode);
     // `wasStopped` (may be null) tells whether the run was stopped, even if its result is another.
@@ -99,7 +99,7 @@ private:
     // A run of the loop; lies on the stack of the thread that runs it.
     struct Activation {
         const CFRunLoopMode mode;
-        Activation* const outer;
+        Activation* outer = nullptr;
         bool stopped = false;
     };
 
@@ -114,26 +114,28 @@ private:
     };
     class WakeHandler;
 
-    bool AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode);
-    template <typename Accepts>
-    bool RemoveFromOneMode(CFRunLoopSourceRef source, const Accepts& accepts);
-    bool RemoveFromCommonSources(CFRunLoopSourceRef source);
-    void RemoveFromCommonModes(CFRunLoopSourceRef source);
+    bool AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode)
+        QUORVEL_REQUIRES(source->mScheduleMutex);
+    bool RemoveFromOneMode(CFRunLoopSourceRef source, CFRunLoopMode modes)
+        QUORVEL_REQUIRES(source->mScheduleMutex);
+    bool RemoveFromCommonSources(CFRunLoopSourceRef source)
+        QUORVEL_REQUIRES(source->mScheduleMutex);
     CFRunLoopSourceRef CopyAnySource() const;
-    bool IsCommonMode(CFRunLoopMode mode) const;
-    const Mode* FindMode(CFRunLoopMode mode) const;
+    bool IsCommonMode(CFRunLoopMode mode) const QUORVEL_REQUIRES(mMutex);
+    bool IsAmong(CFRunLoopMode mode, CFRunLoopMode modes) const QUORVEL_REQUIRES(mMutex);
+    const Mode* FindMode(CFRunLoopMode mode) const QUORVEL_REQUIRES(mMutex);
     bool ModeIsEmpty(CFRunLoopMode mode) const;
     bool InnermostIsStopped() const;
     bool PerformSources(CFRunLoopMode mode);
     bool PerformSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
     void PollContext();
 
-    mutable std::mutex mMutex;
-    std::vector<Mode> mModes; // under mMutex, as all down to mDead; those with sources
-    std::vector<CFOwned<CFRunLoopMode>> mCommonModes;
-    SourceList mCommonSources;
-    Activation* mInnermost = nullptr;
-    bool mDead = false;
+    mutable Mutex mMutex;
+    std::vector<Mode> mModes QUORVEL_GUARDED_BY(mMutex); // those with sources
+    std::vector<CFOwned<CFRunLoopMode>> mCommonModes QUORVEL_GUARDED_BY(mMutex);
+    SourceList mCommonSources QUORVEL_GUARDED_BY(mMutex);
+    Activation* mInnermost QUORVEL_GUARDED_BY(mMutex) QUORVEL_POINTEE_GUARDED_BY(mMutex) = nullptr;
+    bool mDead QUORVEL_GUARDED_BY(mMutex) = false;
 
     std::atomic<bool> mWaiting{false};
     const std::shared_ptr<WakeContext> mContext;

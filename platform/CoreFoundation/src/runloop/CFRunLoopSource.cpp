@@ -35,14 +35,14 @@ CFHashCode __CFRunLoopSource::Hash() const {
 }
 
 bool __CFRunLoopSource::IsValid() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return mValid;
 }
 
 void __CFRunLoopSource::Invalidate() {
     CFRetain(this);
     {
-        const std::lock_guard scheduleLock(mScheduleMutex);
+        const MutexLock scheduleLock(mScheduleMutex);
         // One place at a time, since there may be no memory for a list of them. No other thread
         // adds one any more, nor takes one away while the lock above is held.
         while (const CFRunLoopRef loop = InvalidateAndCopyAnyLoop()) {
@@ -54,7 +54,7 @@ void __CFRunLoopSource::Invalidate() {
 }
 
 CFRunLoopRef __CFRunLoopSource::InvalidateAndCopyAnyLoop() {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     mValid = false;
     if (mPlaces.empty()) {
         return nullptr;
@@ -66,7 +66,7 @@ CFRunLoopRef __CFRunLoopSource::InvalidateAndCopyAnyLoop() {
 void __CFRunLoopSource::SignalAndWake() {
     // Waking takes none of the locks, so that it may be done under this one, which keeps the
     // places.
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (!mValid) {
         return;
     }

@@ -2,9 +2,9 @@
 // with the module that they are in.
 #include "platform/CoreFoundation/src/base/StringEncoding.h"
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
+#include "platform/support/Mutex.h"
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,7 +17,11 @@ struct TextHash {
         return std::hash<std::string_view>{}(text);
     }
 };
-using Constants = std::unordered_map<std::string, CFStringRef, TextHash, std::equal_to<>>;
+struct Constants {
+    Mutex mutex;
+    std::unordered_map<std::string, CFStringRef, TextHash, std::equal_to<>>
+        byText QUORVEL_GUARDED_BY(mutex);
+};
 
 } // namespace
 
@@ -27,13 +31,12 @@ CFStringRef __CFStringMakeConstantString(const char* cStr) {
     }
     return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
         // Made on first use, which may be before this file's own statics are, and never destroyed.
-        static std::mutex* const mutex = new std::mutex;
         static auto* const constants = new Constants;
-        const std::lock_guard<std::mutex> guard(*mutex);
+        const MutexLock lock(constants->mutex);
         // Looked for first: a constant that is there needs no memory.
-        auto entry = constants->find(std::string_view(cStr));
-        if (entry == constants->end()) {
-            entry = constants->try_emplace(cStr, nullptr).first;
+        auto entry = constants->byText.find(std::string_view(cStr));
+        if (entry == constants->byText.end()) {
+            entry = constants->byText.try_emplace(cStr, nullptr).first;
         }
         if (entry->second == nullptr) {
             entry->second = new __CFString(UTF16FromCString(cStr), CFRuntimeImmortal{});

@@ -1,5 +1,6 @@
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
+#include "platform/support/Mutex.h"
 
 #include <CoreFoundation/CFUUID.h>
 
@@ -9,13 +10,17 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <string>
 
 namespace {
 
 using Bytes = std::array<UInt8, 16>;
 static_assert(sizeof(CFUUIDBytes) == sizeof(Bytes));
+
+struct Constants {
+    Mutex mutex;
+    std::map<Bytes, CFUUIDRef> byBytes QUORVEL_GUARDED_BY(mutex);
+};
 
 // Where the text has its hyphens, counted in bytes.
 constexpr bool HyphenComesBefore(std::size_t byte) {
@@ -139,10 +144,9 @@ CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef /*alloc*/, UInt8 byte0, 
                          byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15};
     return CFRuntimeGuard<CFUUIDRef>(nullptr, [&]() -> CFUUIDRef {
         // Made on first use, which may be before this file's own statics are, and never destroyed.
-        static std::mutex* const mutex = new std::mutex;
-        static auto* const constants = new std::map<Bytes, CFUUIDRef>;
-        const std::lock_guard<std::mutex> guard(*mutex);
-        const auto [entry, added] = constants->try_emplace(bytes, nullptr);
+        static auto* const constants = new Constants;
+        const MutexLock lock(constants->mutex);
+        const auto [entry, added] = constants->byBytes.try_emplace(bytes, nullptr);
         if (entry->second == nullptr) {
             entry->second = new __CFUUID(bytes, CFRuntimeImmortal{});
         }

@@ -54,17 +54,27 @@ using Mutex = CheckedMutex<std::mutex>;
 // One that the thread that holds it may take again.
 using RecursiveMutex = CheckedMutex<std::recursive_mutex>;
 
-// Holds a mutex from its construction to its destruction.
+// Holds a mutex from its construction to its destruction, or to Unlock.
 template <typename AnyMutex>
 class QUORVEL_SCOPED_LOCK MutexLock {
 public:
-    explicit MutexLock(AnyMutex& mutex) QUORVEL_ACQUIRE(mutex) : mMutex(mutex) { mMutex.Lock(); }
-    ~MutexLock() QUORVEL_RELEASE() { mMutex.Unlock(); }
+    explicit MutexLock(AnyMutex& mutex) QUORVEL_ACQUIRE(mutex) : mMutex(&mutex) { mutex.Lock(); }
+    ~MutexLock() QUORVEL_RELEASE() {
+        if (mMutex != nullptr) {
+            mMutex->Unlock();
+        }
+    }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;
 
+    // Once at most.
+    void Unlock() QUORVEL_RELEASE() {
+        mMutex->Unlock();
+        mMutex = nullptr;
+    }
+
 private:
-    AnyMutex& mMutex;
+    AnyMutex* mMutex;
 };
 
 // A standard condition variable. A wait lets the mutex go meanwhile, and may end for nothing: the

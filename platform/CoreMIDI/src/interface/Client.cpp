@@ -13,7 +13,7 @@ namespace CoreMIDI {
 namespace {
 
 // Ends a port's connections and destroys it.
-void DestroyPort(Change& change, Port& port) noexcept {
+void DestroyPort(Change& change, Port& port) noexcept QUORVEL_REQUIRES(sStateMutex) {
     for (const std::shared_ptr<Connection>& connection : port.mConnections) {
         DropFromSource(*connection);
         change.End(connection);
@@ -22,7 +22,8 @@ void DestroyPort(Change& change, Port& port) noexcept {
 }
 
 // Takes a virtual endpoint out of whatever holds it and destroys it. Nobody is notified.
-void DestroyVirtualEndpoint(Change& change, Endpoint& endpoint) noexcept {
+void DestroyVirtualEndpoint(Change& change, Endpoint& endpoint) noexcept
+    QUORVEL_REQUIRES(sStateMutex) {
     World& world = World::Get();
     std::erase(world.Find<Client>(endpoint.mClient)->mEndpoints, endpoint.mReference);
     std::erase(world.mVirtualEndpoints, &endpoint);
@@ -40,7 +41,8 @@ OSStatus AddVirtualEndpoint(MIDIClientRef client, Kind kind, CFStringRef name,
     }
     auto& endpoint = world.Add<Endpoint>(kind);
     endpoint.mClient = client;
-    const OnFailure remove([&] { DestroyVirtualEndpoint(change, endpoint); });
+    const OnFailure remove(
+        [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyVirtualEndpoint(change, endpoint); });
     endpoint.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
     world.mVirtualEndpoints.push_back(&endpoint);
     owner->mEndpoints.push_back(endpoint.mReference);
@@ -66,7 +68,7 @@ OSStatus AddPort(MIDIClientRef client, CFStringRef portName, Kind kind, MIDIRead
         return kMIDIInvalidClient;
     }
     auto& port = world.Add<Port>(kind);
-    const OnFailure remove([&] { world.Remove(port); });
+    const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { world.Remove(port); });
     port.mClient = client;
     port.mReadProcedure = readProc;
     port.mRefCon = refCon;
@@ -90,7 +92,7 @@ OSStatus MIDIClientCreate(CFStringRef name, MIDINotifyProc notifyProc, void* not
         const Change change;
         World& world = World::Get();
         auto& client = world.Add<Client>(Kind::kClient);
-        const OnFailure remove([&] { world.Remove(client); });
+        const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { world.Remove(client); });
         if (notifyProc != nullptr) {
             client.mNotifications =
                 std::make_shared<NotificationQueue>(client.mReference, notifyProc, notifyRefCon);
@@ -217,17 +219,18 @@ OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* c
         const auto present = std::ranges::find_if(input->mConnections, sameSource);
         if (present != input->mConnections.end()) {
             const std::shared_ptr<Connection> replaced = *present;
-            const auto replace = [&](const auto& before, const auto& now) {
-                std::ranges::replace(endpoint->mConnections, before, now);
-                std::ranges::replace(input->mConnections, before, now);
+            const auto replace = [&](const auto& a, const auto& b) QUORVEL_REQUIRES(sStateMutex) {
+                std::ranges::replace(endpoint->mConnections, a, b);
+                std::ranges::replace(input->mConnections, a, b);
             };
             replace(replaced, connection);
-            const OnFailure undo([&] { replace(connection, replaced); });
+            const OnFailure undo(
+                [&]() QUORVEL_REQUIRES(sStateMutex) { replace(connection, replaced); });
             UpdateRoutes(*endpoint);
             change.End(replaced);
             return noErr;
         }
-        const OnFailure undo([&] {
+        const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) {
             std::erase(input->mConnections, connection);
             std::erase(endpoint->mConnections, connection);
         });

@@ -17,7 +17,8 @@ OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name, CFStringRef man
         Change change;
         World& world = World::Get();
         auto& device = world.Add<Device>(Kind::kDevice);
-        const OnFailure remove([&] { DestroyDevice(change, device); });
+        const OnFailure remove(
+            [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyDevice(change, device); });
         device.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
         device.mProperties[kManufacturerProperty] =
             CFOwned<CFPropertyListRef>::Retained(manufacturer);
@@ -61,7 +62,8 @@ OSStatus MIDIDeviceAddEntity(MIDIDeviceRef device, CFStringRef name, Boolean emb
             return kMIDIObjectNotFound;
         }
         Entity& entity = AddEntity(*found);
-        const OnFailure remove([&] { DestroyEntity(change, entity); });
+        const OnFailure remove(
+            [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyEntity(change, entity); });
         entity.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
         entity.mProperties[kEmbeddedProperty] =
             CFOwned<CFPropertyListRef>(MakeNumber(embedded != 0 ? 1 : 0).Release());
@@ -134,7 +136,7 @@ OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2) {
             return kMIDIUnknownEndpoint;
         }
         const auto before = std::exchange(endpoint->mRefCons, {ref1, ref2});
-        const OnFailure undo([&] { endpoint->mRefCons = before; });
+        const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) { endpoint->mRefCons = before; });
         UpdateRoutes(*endpoint);
         return noErr;
     });
@@ -143,7 +145,7 @@ OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2) {
 OSStatus MIDIEndpointGetRefCons(MIDIEndpointRef endpt, void** ref1, void** ref2) {
     return Answer([&]() -> OSStatus {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         const auto* const endpoint = world.Find<Endpoint>(endpt);
         if (endpoint == nullptr) {
             return kMIDIUnknownEndpoint;

@@ -8,7 +8,7 @@ using namespace CoreMIDI;
 ItemCount MIDIDeviceListGetNumberOfDevices(MIDIDeviceListRef devList) {
     return AnswerOrZero([&]() -> ItemCount {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         const auto* const list = world.Find<DeviceList>(devList);
         return list == nullptr ? 0 : static_cast<ItemCount>(list->mDevices.size());
     });
@@ -17,7 +17,7 @@ ItemCount MIDIDeviceListGetNumberOfDevices(MIDIDeviceListRef devList) {
 MIDIDeviceRef MIDIDeviceListGetDevice(MIDIDeviceListRef devList, ItemCount index0) {
     return AnswerOrZero([&]() -> MIDIDeviceRef {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         const auto* const list = world.Find<DeviceList>(devList);
         return list == nullptr || index0 >= list->mDevices.size() ? 0 : list->mDevices[index0];
     });
@@ -26,7 +26,7 @@ MIDIDeviceRef MIDIDeviceListGetDevice(MIDIDeviceListRef devList, ItemCount index
 OSStatus MIDIDeviceListAddDevice(MIDIDeviceListRef devList, MIDIDeviceRef dev) {
     return Answer([&]() -> OSStatus {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         auto* const list = world.Find<DeviceList>(devList);
         if (list == nullptr || world.Find<Device>(dev) == nullptr) {
             return kMIDIObjectNotFound;
@@ -39,7 +39,7 @@ OSStatus MIDIDeviceListAddDevice(MIDIDeviceListRef devList, MIDIDeviceRef dev) {
 OSStatus MIDIDeviceListDispose(MIDIDeviceListRef devList) {
     return Answer([&]() -> OSStatus {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         auto* const list = world.Find<DeviceList>(devList);
         if (list == nullptr) {
             return kMIDIObjectNotFound;
@@ -52,9 +52,9 @@ OSStatus MIDIDeviceListDispose(MIDIDeviceListRef devList) {
 MIDIDeviceListRef MIDIGetDriverDeviceList(MIDIDriverRef driver) {
     return AnswerOrZero([&]() -> MIDIDeviceListRef {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         auto& list = world.Add<DeviceList>(Kind::kDeviceList);
-        const OnFailure remove([&] { world.Remove(list); });
+        const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { world.Remove(list); });
         for (const Device* device : world.mSetupDevices) {
             if (driver != nullptr && device->mOwner == driver) {
                 list.mDevices.push_back(device->mReference);

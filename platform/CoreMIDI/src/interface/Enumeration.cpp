@@ -7,20 +7,20 @@ namespace CoreMIDI {
 
 namespace {
 
-// Looks at something under the lock; 0 when that fails.
+// Looks at something under the lock of the state; 0 when that fails.
 template <typename Result, typename Look>
 Result LookAt(const Look& look) noexcept {
     return AnswerOrZero([&]() -> Result {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         return look(world);
     });
 }
 
 // Calls `visit` for each listed endpoint of that kind, in order, until it returns true.
 template <typename Visit>
-void VisitListed(const World& world, Kind kind, const Visit& visit) {
-    const auto isListed = [](const Endpoint& endpoint) {
+void VisitListed(const World& world, Kind kind, const Visit& visit) QUORVEL_REQUIRES(sStateMutex) {
+    const auto isListed = [](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
         return endpoint.Integer(kPrivateProperty) == 0 && endpoint.Integer(kOfflineProperty) == 0;
     };
     for (const Device* device : world.mSetupDevices) {
@@ -42,7 +42,7 @@ void VisitListed(const World& world, Kind kind, const Visit& visit) {
 }
 
 ItemCount CountListed(Kind kind) {
-    return LookAt<ItemCount>([kind](const World& world) {
+    return LookAt<ItemCount>([kind](const World& world) QUORVEL_REQUIRES(sStateMutex) {
         ItemCount count = 0;
         VisitListed(world, kind, [&count](const Endpoint&) {
             ++count;
@@ -53,10 +53,10 @@ ItemCount CountListed(Kind kind) {
 }
 
 MIDIEndpointRef ListedAt(Kind kind, ItemCount index) {
-    return LookAt<MIDIEndpointRef>([kind, index](const World& world) {
+    return LookAt<MIDIEndpointRef>([kind, index](const World& world) QUORVEL_REQUIRES(sStateMutex) {
         MIDIEndpointRef found = 0;
         ItemCount count = 0;
-        VisitListed(world, kind, [&](const Endpoint& endpoint) {
+        VisitListed(world, kind, [&](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
             if (count++ != index) {
                 return false;
             }
@@ -70,7 +70,7 @@ MIDIEndpointRef ListedAt(Kind kind, ItemCount index) {
 // The number of an object's parts, and the part at an index, from the vector that `member` names.
 template <typename Type, typename Part>
 ItemCount CountParts(MIDIObjectRef reference, std::vector<Part*> Type::*member) {
-    return LookAt<ItemCount>([&](const World& world) -> ItemCount {
+    return LookAt<ItemCount>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
         const auto* const object = world.Find<Type>(reference);
         return object == nullptr ? 0 : static_cast<ItemCount>((object->*member).size());
     });
@@ -78,12 +78,11 @@ ItemCount CountParts(MIDIObjectRef reference, std::vector<Part*> Type::*member) 
 
 template <typename Type, typename Part>
 MIDIObjectRef PartAt(MIDIObjectRef reference, std::vector<Part*> Type::*member, ItemCount index) {
-    return LookAt<MIDIObjectRef>([&](const World& world) -> MIDIObjectRef {
+    return LookAt<MIDIObjectRef>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
         const auto* const object = world.Find<Type>(reference);
-        if (object == nullptr || index >= (object->*member).size()) {
-            return 0;
-        }
-        return (object->*member)[index]->mReference;
+        return object == nullptr || index >= (object->*member).size()
+                   ? 0
+                   : (object->*member)[index]->mReference;
     });
 }
 
@@ -93,7 +92,7 @@ OSStatus ParentOf(MIDIObjectRef reference, MIDIObjectRef* parent) {
     if (parent == nullptr) {
         return paramErr;
     }
-    *parent = LookAt<MIDIObjectRef>([&](const World& world) -> MIDIObjectRef {
+    *parent = LookAt<MIDIObjectRef>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
         const auto* const object = world.Find<Type>(reference);
         return object == nullptr || object->Parent() == nullptr ? 0 : object->Parent()->mReference;
     });
@@ -107,12 +106,13 @@ OSStatus ParentOf(MIDIObjectRef reference, MIDIObjectRef* parent) {
 using namespace CoreMIDI;
 
 ItemCount MIDIGetNumberOfDevices(void) {
-    return LookAt<ItemCount>(
-        [](const World& world) { return static_cast<ItemCount>(world.mSetupDevices.size()); });
+    return LookAt<ItemCount>([](const World& world) QUORVEL_REQUIRES(sStateMutex) {
+        return static_cast<ItemCount>(world.mSetupDevices.size());
+    });
 }
 
 MIDIDeviceRef MIDIGetDevice(ItemCount deviceIndex0) {
-    return LookAt<MIDIDeviceRef>([deviceIndex0](const World& world) -> MIDIDeviceRef {
+    return LookAt<MIDIDeviceRef>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
         return deviceIndex0 < world.mSetupDevices.size()
                    ? world.mSetupDevices[deviceIndex0]->mReference
                    : 0;

@@ -10,12 +10,12 @@ namespace CoreMIDI {
 
 namespace {
 
-std::string OwnText(const PropertyObject& object, const char* name) {
+std::string OwnText(const PropertyObject& object, const char* name) QUORVEL_REQUIRES(sStateMutex) {
     return TextOf(static_cast<CFStringRef>(object.Find(name))).value_or("");
 }
 
 // See kMIDIPropertyDisplayName.
-std::string DisplayNameOf(const PropertyObject& object) {
+std::string DisplayNameOf(const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex) {
     std::string name = OwnText(object, kNameProperty);
     const auto* const endpoint = dynamic_cast<const Endpoint*>(&object);
     if (endpoint == nullptr || endpoint->DeviceOrNull() == nullptr) {
@@ -31,7 +31,8 @@ std::string DisplayNameOf(const PropertyObject& object) {
     return device + " " + name;
 }
 
-CFOwned<CFPropertyListRef> ValueOf(const PropertyObject& object, const std::string& name) {
+CFOwned<CFPropertyListRef> ValueOf(const PropertyObject& object, const std::string& name)
+    QUORVEL_REQUIRES(sStateMutex) {
     if (name == kUniqueIDProperty) {
         return CFOwned<CFPropertyListRef>(MakeNumber(object.mUniqueID).Release());
     }
@@ -48,7 +49,7 @@ OSStatus Get(MIDIObjectRef reference, CFStringRef propertyID, PropertyType type,
         return paramErr;
     }
     World& world = World::Get();
-    const std::lock_guard lock(world.mMutex);
+    const MutexLock lock(sStateMutex);
     const auto* const object = world.Find<PropertyObject>(reference);
     if (object == nullptr) {
         return kMIDIObjectNotFound;
@@ -80,7 +81,8 @@ OSStatus GetObject(MIDIObjectRef reference, CFStringRef propertyID, PropertyType
     });
 }
 
-OSStatus SetUniqueID(Change& change, PropertyObject& object, SInt32 value) {
+OSStatus SetUniqueID(Change& change, PropertyObject& object, SInt32 value)
+    QUORVEL_REQUIRES(sStateMutex) {
     if (value == kMIDIInvalidUniqueID) {
         return kMIDINotPermitted;
     }
@@ -93,7 +95,8 @@ OSStatus SetUniqueID(Change& change, PropertyObject& object, SInt32 value) {
 }
 
 // What follows from a property's change, which is to be undone if this throws.
-void PropertyChanged(Change& change, const PropertyObject& object, const std::string& name) {
+void PropertyChanged(Change& change, const PropertyObject& object, const std::string& name)
+    QUORVEL_REQUIRES(sStateMutex) {
     if (name == kAdvanceScheduleTimeProperty) {
         UpdateRoutes(object);
     }
@@ -134,7 +137,7 @@ OSStatus Set(MIDIObjectRef reference, CFStringRef propertyID, CFOwned<CFProperty
     }
     const auto [place, isNew] = object->mProperties.try_emplace(*name);
     replaced = std::exchange(place->second, std::move(value));
-    const OnFailure undo([&, place = place, isNew = isNew] {
+    const OnFailure undo([&, place = place, isNew = isNew]() QUORVEL_REQUIRES(sStateMutex) {
         std::swap(place->second, replaced);
         if (isNew) {
             object->mProperties.erase(place);
@@ -241,7 +244,9 @@ OSStatus MIDIObjectRemoveProperty(MIDIObjectRef obj, CFStringRef propertyID) {
         if (removed.empty()) {
             return kMIDIUnknownProperty;
         }
-        const OnFailure undo([&] { object->mProperties.insert(std::move(removed)); });
+        const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) {
+            object->mProperties.insert(std::move(removed));
+        });
         PropertyChanged(change, *object, *name);
         return noErr;
     });
@@ -254,7 +259,7 @@ OSStatus MIDIObjectGetProperties(MIDIObjectRef obj, CFPropertyListRef* outProper
             return paramErr;
         }
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         const auto* const object = world.Find<PropertyObject>(obj);
         if (object == nullptr) {
             return kMIDIObjectNotFound;
@@ -275,7 +280,7 @@ OSStatus MIDIObjectFindByUniqueID(MIDIUniqueID inUniqueID, MIDIObjectRef* outObj
             *outObjectType = kMIDIObjectType_Other;
         }
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         const auto found = world.mUniqueIDs.find(inUniqueID);
         if (found == world.mUniqueIDs.end()) {
             return kMIDIObjectNotFound;

@@ -11,7 +11,8 @@ namespace CoreMIDI {
 
 namespace {
 
-std::shared_ptr<DriverOutput> FindDriver(const World& world, MIDIDriverRef driver) {
+std::shared_ptr<DriverOutput> FindDriver(const World& world, MIDIDriverRef driver)
+    QUORVEL_REQUIRES(sStateMutex) {
     const auto found = std::ranges::find(world.mDrivers, driver,
                                          [](const auto& attached) { return attached->mDriver; });
     return found == world.mDrivers.end() ? nullptr : *found;
@@ -19,7 +20,8 @@ std::shared_ptr<DriverOutput> FindDriver(const World& world, MIDIDriverRef drive
 
 // All devices, in the setup or not, for which `condition` holds.
 template <typename Condition>
-std::vector<Device*> DevicesWhere(const World& world, const Condition& condition) {
+std::vector<Device*> DevicesWhere(const World& world, const Condition& condition)
+    QUORVEL_REQUIRES(sStateMutex) {
     std::vector<Device*> devices;
     for (const auto& [uniqueID, object] : world.mUniqueIDs) {
         auto* const device = dynamic_cast<Device*>(object);
@@ -69,11 +71,12 @@ OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) 
         output->mDriver = driver;
         output->mIdentity = *text;
         world.mDrivers.push_back(output);
-        const OnFailure remove([&] { world.mDrivers.pop_back(); });
-        const std::vector<Device*> devices = DevicesWhere(world, [&](const Device& device) {
-            return device.mOwner == driver ||
-                   TextOf(static_cast<CFStringRef>(device.Find(kDriverOwnerProperty))) == text;
-        });
+        const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { world.mDrivers.pop_back(); });
+        const std::vector<Device*> devices =
+            DevicesWhere(world, [&](const Device& device) QUORVEL_REQUIRES(sStateMutex) {
+                return device.mOwner == driver ||
+                       TextOf(static_cast<CFStringRef>(device.Find(kDriverOwnerProperty))) == text;
+            });
         GiveToDriver(devices, output);
         for (const Device* device : devices) {
             change.NotifyProperty(*device, kOfflineProperty);
@@ -86,7 +89,7 @@ OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) 
 MIDIDeviceListRef MIDIServerHostCopyDeviceList(MIDIDriverRef driver) {
     const bool isAttached = AnswerOrZero([&] {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         return FindDriver(world, driver) != nullptr;
     });
     return isAttached ? MIDIGetDriverDeviceList(driver) : 0;

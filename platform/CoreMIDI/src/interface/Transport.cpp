@@ -142,7 +142,7 @@ OSStatus MIDIFlushOutput(MIDIEndpointRef dest) {
             item.mTarget = std::move(target);
         };
         {
-            const std::lock_guard lock(world.mMutex);
+            const MutexLock lock(sStateMutex);
             if (dest != 0) {
                 OSStatus status = noErr;
                 if (world.FindEndpoint(dest, Kind::kDestination, status) == nullptr) {

@@ -8,7 +8,7 @@ namespace CoreMIDI {
 
 namespace {
 
-const Device* DeviceOf(const PropertyObject& object) {
+const Device* DeviceOf(const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex) {
     const PropertyObject* top = &object;
     while (top->Parent() != nullptr) {
         top = top->Parent();
@@ -24,7 +24,7 @@ Change::~Change() {
         NotificationCentre::Get().Post(mNotices);
         NotificationCentre::Get().Post({&setupChanged, 1});
     }
-    mLock.unlock();
+    sStateMutex.Unlock();
     if (mSetupChanged) {
         World::Get().mSetup.SaveAfterChange();
     }

@@ -41,7 +41,7 @@ Endpoint& AddEndpoint(Entity& entity, Kind kind) {
     MakeRoom(siblings);
     World& world = World::Get();
     auto& endpoint = world.Add<Endpoint>(kind);
-    const OnFailure remove([&] {
+    const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) {
         std::erase(siblings, &endpoint);
         world.Remove(endpoint);
     });
@@ -83,7 +83,7 @@ void GiveToDriver(const std::vector<Device*>& devices,
             CFOwned<CFPropertyListRef>(MakeNumber(1).Release());
         services.push_back(std::move(service));
     }
-    const auto exchange = [&]() noexcept {
+    const auto exchange = [&]() QUORVEL_REQUIRES(sStateMutex) noexcept {
         for (std::size_t i = 0; i < devices.size(); ++i) {
             std::swap(devices[i]->mOwner, services[i].mOwner);
             std::swap(devices[i]->mOutput, services[i].mOutput);
@@ -97,11 +97,12 @@ void GiveToDriver(const std::vector<Device*>& devices,
     std::vector<std::pair<const Endpoint*, DriverItems>> listenedTo;
     for (const Device* device : devices) {
         routes.Make(*device);
-        ForEachEndpoint(*device, [&listenedTo](const Endpoint& endpoint) {
-            if (!endpoint.mConnections.empty()) {
-                listenedTo.emplace_back(&endpoint, DriverItems(1));
-            }
-        });
+        ForEachEndpoint(*device,
+                        [&listenedTo](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
+                            if (!endpoint.mConnections.empty()) {
+                                listenedTo.emplace_back(&endpoint, DriverItems(1));
+                            }
+                        });
     }
     // From here on nothing fails.
     routes.PutIntoPlace();

@@ -46,7 +46,7 @@ bool DriverIO::IsThisThread() const {
 }
 
 bool DriverIO::Start() {
-    std::unique_lock lock(mMutex);
+    const MutexLock lock(msMutex);
     if (mThreadState == ThreadState::kNone) {
         try {
             std::thread([this] { Run(); }).detach();
@@ -55,7 +55,9 @@ bool DriverIO::Start() {
         }
         mThreadState = ThreadState::kStarting;
     }
-    mChanged.wait(lock, [this] { return mThreadState != ThreadState::kStarting; });
+    while (mThreadState == ThreadState::kStarting) {
+        mChanged.Wait(msMutex);
+    }
     return mThreadState == ThreadState::kRunning;
 }
 
@@ -63,7 +65,7 @@ CFRunLoopRef DriverIO::Loop() {
     if (!Start()) {
         return nullptr;
     }
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(msMutex);
     return mLoop;
 }
 
@@ -72,13 +74,13 @@ void DriverIO::Run() noexcept {
     pthread_setname_np(pthread_self(), "MIDI driver I/O");
     bool isRunning = false;
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(msMutex);
         TakeUpLoopLocked();
         isRunning = mLoop != nullptr;
         mThreadState = isRunning ? ThreadState::kRunning : ThreadState::kNone;
         mIsAwake = true;
     }
-    mChanged.notify_all();
+    mChanged.NotifyAll();
     while (isRunning) {
         CFTimeInterval seconds = 0;
         DriverItems item = TakeNext(seconds);
@@ -108,7 +110,7 @@ void DriverIO::TakeUpLoopLocked() noexcept {
 }
 
 DriverItems DriverIO::TakeNext(CFTimeInterval& secondsToNext) noexcept {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(msMutex);
     mIsAwake = true;
     secondsToNext = 0;
     DriverItems item;
@@ -169,7 +171,7 @@ void DriverIO::Finish(DriverItems item) noexcept {
     const std::shared_ptr<const OutputTarget> target = std::move(item.front().mTarget);
     const std::shared_ptr<DriverOutput> driver = std::move(item.front().mDriver);
     {
-        const std::lock_guard lock(mMutex);
+        const MutexLock lock(msMutex);
         mQueuedBytes -= item.front().mList.size();
         if (DriverOutput* const output = target != nullptr ? target->mDriver.get() : driver.get()) {
             --output->mPending;
@@ -178,7 +180,7 @@ void DriverIO::Finish(DriverItems item) noexcept {
             mSpare.splice(mSpare.begin(), item);
         }
     }
-    mChanged.notify_all();
+    mChanged.NotifyAll();
 }
 
 bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* due,
@@ -195,16 +197,20 @@ bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const M
         item.front().mList = list.mList.Release();
         laterBytes += item.front().mList.size();
     }
-    std::unique_lock lock(mMutex);
+    const MutexLock lock(msMutex);
     const DriverOutput* const driver = target->mDriver.get();
-    const auto hasRoom = [&] {
+    const auto hasRoom = [&]() QUORVEL_REQUIRES(msMutex) {
         return due == nullptr || mQueuedBytes == 0 || mQueuedBytes + dueBytes <= kQueueBytes;
     };
-    const auto isRefused = [&] { return driver != nullptr && !driver->mIsAttached; };
+    const auto isRefused = [&]() QUORVEL_REQUIRES(msMutex) {
+        return driver != nullptr && !driver->mIsAttached;
+    };
     if (tIsDriverIOThread && !hasRoom()) {
         return false;
     }
-    mChanged.wait(lock, [&] { return isRefused() || hasRoom(); });
+    while (!isRefused() && !hasRoom()) {
+        mChanged.Wait(msMutex);
+    }
     if (isRefused() || mWaitingBytes + laterBytes > kWaitingBytes) {
         return false;
     }
@@ -251,8 +257,10 @@ void DriverIO::WakeLocked() noexcept {
 }
 
 void DriverIO::Post(DriverItems items) noexcept {
-    const std::lock_guard lock(mMutex);
-    items.remove_if([](const DriverItem& item) { return !item.Driver()->mIsAttached; });
+    const MutexLock lock(msMutex);
+    const auto isRefused = [](const DriverItem& item)
+                               QUORVEL_REQUIRES(msMutex) { return !item.Driver()->mIsAttached; };
+    items.remove_if(isRefused);
     // With an attached driver there is the thread.
     if (!items.empty()) {
         QueueLocked(std::move(items));
@@ -276,19 +284,21 @@ void DriverIO::DropWaitingLocked(const Predicate& isToBeDropped) {
 }
 
 void DriverIO::DropWaiting(MIDIEndpointRef endpoint) noexcept {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(msMutex);
     DropWaitingLocked([endpoint](const OutputTarget& target) {
         return endpoint == 0 || target.mEndpoint == endpoint;
     });
 }
 
 void DriverIO::Detach(const std::shared_ptr<DriverOutput>& driver) noexcept {
-    std::unique_lock lock(mMutex);
+    const MutexLock lock(msMutex);
     driver->mIsAttached = false;
     DropWaitingLocked([&driver](const OutputTarget& target) { return target.mDriver == driver; });
     // For those who wait for room in the queue.
-    mChanged.notify_all();
-    mChanged.wait(lock, [&driver] { return driver->mPending == 0; });
+    mChanged.NotifyAll();
+    while (driver->mPending != 0) {
+        mChanged.Wait(msMutex);
+    }
 }
 
 } // namespace CoreMIDI

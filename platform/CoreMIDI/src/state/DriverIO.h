@@ -2,27 +2,17 @@
 
 #include "platform/CoreMIDI/src/base/DriverItem.h"
 #include "platform/CoreMIDI/src/base/Route.h"
+#include "platform/CoreMIDI/src/base/StateMutex.h"
 #include "platform/support/CFOwned.h"
 #include "platform/support/PacketListBuilder.h"
 
-#include <condition_variable>
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 namespace CoreMIDI {
-
-// A driver that is attached.
-struct DriverOutput {
-    MIDIDriverRef mDriver = nullptr;
-    std::string mIdentity;
-    // Under the lock of DriverIO.
-    bool mIsAttached = true;
-    std::size_t mPending = 0; // calls that are queued or in progress
-};
 
 // A list whose time is still to come.
 struct LaterList {
@@ -53,7 +43,7 @@ public:
     // destination; all or nothing. Blocks while the queue is full, but fails on the thread itself.
     // False: not attached, no room, or no thread. Throws std::bad_alloc, with nothing queued.
     bool Submit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* due,
-                std::size_t dueBytes, std::vector<LaterList> later);
+                std::size_t dueBytes, std::vector<LaterList> later) QUORVEL_EXCLUDES(sStateMutex);
     // Drops what waits for its time, for one endpoint or, for 0, all.
     void DropWaiting(MIDIEndpointRef endpoint) noexcept;
 
@@ -63,40 +53,53 @@ public:
 
     // Refuses all that comes for the driver from now on, drops what waits for its time, and blocks
     // until the driver has taken the rest. Not on the thread itself. Needs no memory.
-    void Detach(const std::shared_ptr<DriverOutput>& driver) noexcept;
+    void Detach(const std::shared_ptr<DriverOutput>& driver) noexcept QUORVEL_EXCLUDES(sStateMutex);
 
 private:
+    friend struct DriverOutput; // for msMutex
+
     static constexpr std::size_t kQueueBytes = 65536;
     static constexpr std::size_t kWaitingBytes = std::size_t{1} << 20;
     static constexpr std::size_t kSpareItems = 64;
 
     void Run() noexcept;
     // Makes the thread's loop, or does not.
-    void TakeUpLoopLocked() noexcept;
+    void TakeUpLoopLocked() noexcept QUORVEL_REQUIRES(msMutex);
     // The next item that is due. None, with the time until one is, when there is none.
     DriverItems TakeNext(CFTimeInterval& secondsToNext) noexcept;
     static void Perform(const DriverItem& item);
     void Finish(DriverItems item) noexcept;
 
-    // The following are called under mMutex.
-    void QueueLocked(DriverItems items) noexcept;
+    void QueueLocked(DriverItems items) noexcept QUORVEL_REQUIRES(msMutex);
     // isToBeDropped: bool (const OutputTarget&).
     template <typename Predicate>
-    void DropWaitingLocked(const Predicate& isToBeDropped);
-    void WakeLocked() noexcept;
+    void DropWaitingLocked(const Predicate& isToBeDropped) QUORVEL_REQUIRES(msMutex);
+    void WakeLocked() noexcept QUORVEL_REQUIRES(msMutex);
 
-    std::mutex mMutex;
-    std::condition_variable mChanged; // room in the queue, a driver's item done, the thread started
-    // Under mMutex.
-    enum class ThreadState { kNone, kStarting, kRunning } mThreadState = ThreadState::kNone;
-    CFRunLoopRef mLoop = nullptr;
-    CFRunLoopSourceRef mWakeSource = nullptr;
-    bool mIsAwake = false; // looks at the queue before it sleeps
-    DriverItems mQueue;
-    std::multimap<MIDITimeStamp, DriverItems> mWaiting; // one of each
-    std::size_t mQueuedBytes = 0;                       // of lists queued or being handed over
-    std::size_t mWaitingBytes = 0;
-    DriverItems mSpare; // to be used again, for their buffers
+    enum class ThreadState { kNone, kStarting, kRunning };
+
+    // Static, as there is one thread, so that DriverOutput can name it.
+    static inline constinit Mutex msMutex;
+    ConditionVariable mChanged; // room in the queue, a driver's item done, the thread started
+    ThreadState mThreadState QUORVEL_GUARDED_BY(msMutex) = ThreadState::kNone;
+    CFRunLoopRef mLoop QUORVEL_GUARDED_BY(msMutex) = nullptr;
+    CFRunLoopSourceRef mWakeSource QUORVEL_GUARDED_BY(msMutex) = nullptr;
+    bool mIsAwake QUORVEL_GUARDED_BY(msMutex) = false; // looks at the queue before it sleeps
+    DriverItems mQueue QUORVEL_GUARDED_BY(msMutex);
+    std::multimap<MIDITimeStamp, DriverItems> mWaiting QUORVEL_GUARDED_BY(msMutex); // one of each
+    // Of lists queued or being handed over.
+    std::size_t mQueuedBytes QUORVEL_GUARDED_BY(msMutex) = 0;
+    std::size_t mWaitingBytes QUORVEL_GUARDED_BY(msMutex) = 0;
+    DriverItems mSpare QUORVEL_GUARDED_BY(msMutex); // to be used again, for their buffers
+};
+
+// A driver that is attached.
+struct DriverOutput {
+    MIDIDriverRef mDriver = nullptr;
+    std::string mIdentity;
+    bool mIsAttached QUORVEL_GUARDED_BY(DriverIO::msMutex) = true;
+    // Calls that are queued or in progress.
+    std::size_t mPending QUORVEL_GUARDED_BY(DriverIO::msMutex) = 0;
 };
 
 } // namespace CoreMIDI

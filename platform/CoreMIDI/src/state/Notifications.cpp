@@ -43,7 +43,7 @@ void Call(MIDINotifyProc procedure, void* refCon, const Notice& notice) {
 } // namespace
 
 void NotificationQueue::Push(const Notice& notice) noexcept {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mIsCutShort) {
         return;
     }
@@ -63,7 +63,7 @@ void NotificationQueue::Deliver() noexcept {
     for (;;) {
         Notice notice;
         {
-            const std::lock_guard lock(mMutex);
+            const MutexLock lock(mMutex);
             if (std::exchange(mIsCutShort, false)) {
                 // The notice as it is: the setup has changed.
             } else if (mNotices.empty()) {
@@ -87,7 +87,7 @@ NotificationCentre& NotificationCentre::Get() {
 }
 
 void NotificationCentre::AddClient(const std::shared_ptr<NotificationQueue>& queue) {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     const auto loop =
         mClients == 0 ? CFOwned<CFRunLoopRef>::Retained(CFRunLoopGetCurrent()) : mLoop;
     if (!loop) {
@@ -119,7 +119,7 @@ CFOwned<CFRunLoopSourceRef> NotificationCentre::MakeSource(CFRunLoopRef loop) {
 }
 
 void NotificationCentre::RemoveClient(const std::shared_ptr<NotificationQueue>& queue) noexcept {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     std::erase(mQueues, queue);
     if (--mClients == 0) {
         if (mSource) {
@@ -131,7 +131,7 @@ void NotificationCentre::RemoveClient(const std::shared_ptr<NotificationQueue>& 
 }
 
 void NotificationCentre::Post(std::span<const Notice> notices) noexcept {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (mQueues.empty()) {
         return;
     }
@@ -151,7 +151,7 @@ void NotificationCentre::Perform(void* centre) noexcept {
     for (std::size_t next = std::numeric_limits<std::size_t>::max();;) {
         std::shared_ptr<NotificationQueue> queue;
         {
-            const std::lock_guard lock(self->mMutex);
+            const MutexLock lock(self->mMutex);
             next = std::min(next, self->mQueues.size());
             if (next == 0) {
                 return;

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "platform/CoreMIDI/src/base/CallGate.h"
+#include "platform/CoreMIDI/src/base/StateMutex.h"
 #include "platform/support/CFOwned.h"
 
 #include <CoreMIDI/MIDINotification.h>
 
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <vector>
@@ -33,9 +33,9 @@ public:
     // one kMIDIMsgSetupChanged.
     void Push(const Notice& notice) noexcept;
     // Calls the procedure for all that waits.
-    void Deliver() noexcept;
+    void Deliver() noexcept QUORVEL_EXCLUDES(sStateMutex);
     // See CallGate::Close.
-    void Close() { mGate.Close(); }
+    void Close() QUORVEL_EXCLUDES(sStateMutex) { mGate.Close(); }
 
 private:
     static constexpr std::size_t kMaximum = 1024;
@@ -43,10 +43,10 @@ private:
     CallGate mGate;
     const MIDINotifyProc mProcedure;
     void* const mRefCon;
-    std::mutex mMutex;
-    // Under mMutex.
-    std::deque<Notice> mNotices;
-    bool mIsCutShort = false; // a kMIDIMsgSetupChanged stands for all
+    Mutex mMutex;
+    std::deque<Notice> mNotices QUORVEL_GUARDED_BY(mMutex);
+    // A kMIDIMsgSetupChanged stands for all.
+    bool mIsCutShort QUORVEL_GUARDED_BY(mMutex) = false;
 };
 
 // The run loop that notifications come on, and the queues that it looks after.
@@ -62,16 +62,16 @@ public:
     void Post(std::span<const Notice> notices) noexcept;
 
 private:
-    // Made and put into the loop, or std::bad_alloc. Under mMutex.
-    CFOwned<CFRunLoopSourceRef> MakeSource(CFRunLoopRef loop);
+    // Made and put into the loop, or std::bad_alloc.
+    CFOwned<CFRunLoopSourceRef> MakeSource(CFRunLoopRef loop) QUORVEL_REQUIRES(mMutex);
     static void Perform(void* centre) noexcept;
 
-    std::mutex mMutex;
-    // Under mMutex.
-    std::size_t mClients = 0;
-    CFOwned<CFRunLoopRef> mLoop;
-    CFOwned<CFRunLoopSourceRef> mSource; // null until there is a queue
-    std::vector<std::shared_ptr<NotificationQueue>> mQueues;
+    Mutex mMutex;
+    std::size_t mClients QUORVEL_GUARDED_BY(mMutex) = 0;
+    CFOwned<CFRunLoopRef> mLoop QUORVEL_GUARDED_BY(mMutex);
+    // Null until there is a queue.
+    CFOwned<CFRunLoopSourceRef> mSource QUORVEL_GUARDED_BY(mMutex);
+    std::vector<std::shared_ptr<NotificationQueue>> mQueues QUORVEL_GUARDED_BY(mMutex);
 };
 
 } // namespace CoreMIDI

@@ -8,15 +8,15 @@
 namespace CoreMIDI {
 
 MIDIObjectRef ObjectRegistry::Add(Kind kind, std::unique_ptr<Object> object) {
-    const MIDIObjectRef reference = mTable.Add(
-        [&object](Entry& entry, MIDIObjectRef given) {
-            object->mReference = given;
-            entry.mObject = std::move(object);
-        },
-        static_cast<MIDIObjectRef>(kind));
+    // Whoever looks for the object takes the lock that the caller holds: it may be put in after
+    // that.
+    const MIDIObjectRef reference = mTable.Add([](Entry& /*entry*/, MIDIObjectRef /*given*/) {},
+                                               static_cast<MIDIObjectRef>(kind));
     if (reference == 0) {
         throw std::bad_alloc();
     }
+    object->mReference = reference;
+    mTable.Find(reference)->mObject = std::move(object);
     return reference;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/CoreMIDI/src/base/Route.h"
+#include "platform/CoreMIDI/src/base/StateMutex.h"
 #include "platform/support/SlotTable.h"
 
 #include <atomic>
@@ -27,17 +28,16 @@ enum class Kind : std::uint32_t {
 //
 // A reference is an identifier of a SlotTable with the object's kind as its tag.
 //
-// IsLive and Reader: any thread, no lock, no allocation. All else: under the lock of World.
+// IsLive and Reader: any thread, no lock, no allocation.
 class ObjectRegistry {
     // What lies in a slot.
     struct Entry {
         std::atomic<std::uint32_t> mReaders{0};
         std::atomic<const Route*> mRoute{nullptr};
-        // The rest is under the lock of World.
-        std::unique_ptr<Object> mObject;
-        std::unique_ptr<Route> mOwnedRoute;
+        std::unique_ptr<Object> mObject QUORVEL_GUARDED_BY(sStateMutex);
+        std::unique_ptr<Route> mOwnedRoute QUORVEL_GUARDED_BY(sStateMutex);
         // The first of the routes that were replaced while somebody read them.
-        std::unique_ptr<Route> mRetired;
+        std::unique_ptr<Route> mRetired QUORVEL_GUARDED_BY(sStateMutex);
     };
     using Table = SlotTable<Entry, MIDIObjectRef, 16, 4>;
 
@@ -48,13 +48,14 @@ public:
 
     // The new object's reference, which is also put into it. Throws std::bad_alloc when memory or
     // slots are used up.
-    MIDIObjectRef Add(Kind kind, std::unique_ptr<Object> object);
+    MIDIObjectRef Add(Kind kind, std::unique_ptr<Object> object) QUORVEL_REQUIRES(sStateMutex);
     // Null when there is no such object.
-    Object* Find(MIDIObjectRef reference) const;
+    Object* Find(MIDIObjectRef reference) const QUORVEL_REQUIRES(sStateMutex);
     // Destroys the object. Routes that are being read stay until they are not.
-    void Remove(MIDIObjectRef reference) noexcept;
+    void Remove(MIDIObjectRef reference) noexcept QUORVEL_REQUIRES(sStateMutex);
     // Replaces the route of an endpoint. Packets that are on their way may still take the old one.
-    void SetRoute(MIDIObjectRef reference, std::unique_ptr<Route> route) noexcept;
+    void SetRoute(MIDIObjectRef reference, std::unique_ptr<Route> route) noexcept
+        QUORVEL_REQUIRES(sStateMutex);
 
     bool IsLive(MIDIObjectRef reference, Kind kind) const {
         return KindOf(reference) == kind && IsLive(reference);
@@ -96,7 +97,8 @@ public:
     };
 
 private:
-    static void Replace(Entry& entry, std::unique_ptr<Route> route) noexcept;
+    static void Replace(Entry& entry, std::unique_ptr<Route> route) noexcept
+        QUORVEL_REQUIRES(sStateMutex);
 
     Table mTable;
 };

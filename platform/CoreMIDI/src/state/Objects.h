@@ -1,8 +1,9 @@
-// The objects that references name. All fields are under the lock of World.
+// The objects that references name.
 #pragma once
 
 #include "platform/CoreMIDI/src/base/PropertyMap.h"
 #include "platform/CoreMIDI/src/base/Route.h"
+#include "platform/CoreMIDI/src/base/StateMutex.h"
 
 #include <memory>
 #include <string_view>
@@ -19,71 +20,78 @@ struct Object {
     Object(const Object&) = delete;
     Object& operator=(const Object&) = delete;
 
-    MIDIObjectRef mReference = 0; // set by ObjectRegistry
+    MIDIObjectRef mReference QUORVEL_GUARDED_BY(sStateMutex) = 0; // set by ObjectRegistry
 };
 
 struct Client : Object {
-    std::shared_ptr<NotificationQueue> mNotifications; // null without a notify procedure
-    std::vector<MIDIPortRef> mPorts;
-    std::vector<MIDIEndpointRef> mEndpoints;
+    // Null without a notify procedure.
+    std::shared_ptr<NotificationQueue> mNotifications QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<MIDIPortRef> mPorts QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<MIDIEndpointRef> mEndpoints QUORVEL_GUARDED_BY(sStateMutex);
 };
 
 struct Port : Object {
-    MIDIClientRef mClient = 0;
-    MIDIReadProc mReadProcedure = nullptr; // of an input port, never null there
-    void* mRefCon = nullptr;
-    std::vector<std::shared_ptr<Connection>> mConnections;
+    MIDIClientRef mClient QUORVEL_GUARDED_BY(sStateMutex) = 0;
+    // Of an input port, never null there.
+    MIDIReadProc mReadProcedure QUORVEL_GUARDED_BY(sStateMutex) = nullptr;
+    void* mRefCon QUORVEL_GUARDED_BY(sStateMutex) = nullptr;
+    std::vector<std::shared_ptr<Connection>> mConnections QUORVEL_GUARDED_BY(sStateMutex);
 };
 
 struct DeviceList : Object {
-    std::vector<MIDIDeviceRef> mDevices;
+    std::vector<MIDIDeviceRef> mDevices QUORVEL_GUARDED_BY(sStateMutex);
 };
 
 // A device, entity or endpoint.
 struct PropertyObject : Object {
     // The object whose properties this one inherits; null for devices and virtual endpoints.
-    virtual PropertyObject* Parent() const = 0;
+    virtual PropertyObject* Parent() const QUORVEL_REQUIRES(sStateMutex) = 0;
     // The value that the object or one that it inherits from has; null when none has it.
-    CFPropertyListRef Find(std::string_view name) const;
+    CFPropertyListRef Find(std::string_view name) const QUORVEL_REQUIRES(sStateMutex);
     // The value of such an integer, 0 when there is none.
-    SInt32 Integer(std::string_view name) const;
+    SInt32 Integer(std::string_view name) const QUORVEL_REQUIRES(sStateMutex);
 
-    MIDIUniqueID mUniqueID = kMIDIInvalidUniqueID;
-    PropertyMap mProperties; // without the unique ID
+    MIDIUniqueID mUniqueID QUORVEL_GUARDED_BY(sStateMutex) = kMIDIInvalidUniqueID;
+    PropertyMap mProperties QUORVEL_GUARDED_BY(sStateMutex); // without the unique ID
 };
 
 struct Endpoint;
 struct Entity;
 
 struct Device : PropertyObject {
-    PropertyObject* Parent() const override { return nullptr; }
+    PropertyObject* Parent() const override QUORVEL_REQUIRES(sStateMutex) { return nullptr; }
 
-    bool mIsInSetup = false;
-    MIDIDriverRef mOwner = nullptr;
-    std::shared_ptr<DriverOutput> mOutput; // null while the owner is not attached
+    bool mIsInSetup QUORVEL_GUARDED_BY(sStateMutex) = false;
+    MIDIDriverRef mOwner QUORVEL_GUARDED_BY(sStateMutex) = nullptr;
+    // Null while the owner is not attached.
+    std::shared_ptr<DriverOutput> mOutput QUORVEL_GUARDED_BY(sStateMutex);
     // Properties that take the place of those of their names when it is detached: made when it is
     // attached, since detaching must not fail for want of memory.
-    PropertyMap mWhenDetached;
-    std::vector<Entity*> mEntities;
+    PropertyMap mWhenDetached QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<Entity*> mEntities QUORVEL_GUARDED_BY(sStateMutex);
 };
 
 struct Entity : PropertyObject {
-    PropertyObject* Parent() const override { return mDevice; }
+    PropertyObject* Parent() const override QUORVEL_REQUIRES(sStateMutex) { return mDevice; }
 
-    Device* mDevice = nullptr;
-    std::vector<Endpoint*> mSources;
-    std::vector<Endpoint*> mDestinations;
+    Device* mDevice QUORVEL_GUARDED_BY(sStateMutex) = nullptr;
+    std::vector<Endpoint*> mSources QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<Endpoint*> mDestinations QUORVEL_GUARDED_BY(sStateMutex);
 };
 
 struct Endpoint : PropertyObject {
-    PropertyObject* Parent() const override { return mEntity; }
-    Device* DeviceOrNull() const { return mEntity == nullptr ? nullptr : mEntity->mDevice; }
+    PropertyObject* Parent() const override QUORVEL_REQUIRES(sStateMutex) { return mEntity; }
+    Device* DeviceOrNull() const QUORVEL_REQUIRES(sStateMutex) {
+        return mEntity == nullptr ? nullptr : mEntity->mDevice;
+    }
 
-    Entity* mEntity = nullptr; // null for a virtual endpoint
-    MIDIClientRef mClient = 0; // of a virtual endpoint
-    std::pair<void*, void*> mRefCons{nullptr, nullptr};
-    std::shared_ptr<Connection> mReceiver;                 // of a virtual destination
-    std::vector<std::shared_ptr<Connection>> mConnections; // of a source, in their order
+    Entity* mEntity QUORVEL_GUARDED_BY(sStateMutex) = nullptr; // null for a virtual endpoint
+    MIDIClientRef mClient QUORVEL_GUARDED_BY(sStateMutex) = 0; // of a virtual endpoint
+    std::pair<void*, void*> mRefCons QUORVEL_GUARDED_BY(sStateMutex){nullptr, nullptr};
+    // Of a virtual destination.
+    std::shared_ptr<Connection> mReceiver QUORVEL_GUARDED_BY(sStateMutex);
+    // Of a source, in their order.
+    std::vector<std::shared_ptr<Connection>> mConnections QUORVEL_GUARDED_BY(sStateMutex);
 };
 
 } // namespace CoreMIDI

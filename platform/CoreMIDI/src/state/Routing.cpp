@@ -10,7 +10,7 @@ namespace CoreMIDI {
 
 namespace {
 
-std::unique_ptr<Route> MakeRoute(const Endpoint& endpoint) {
+std::unique_ptr<Route> MakeRoute(const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
     auto route = std::make_unique<Route>();
     route->mConnections = endpoint.mConnections;
     const Device* const device = endpoint.DeviceOrNull();
@@ -36,7 +36,8 @@ void NewRoutes::Make(const PropertyObject& object) {
     if (const auto* const endpoint = dynamic_cast<const Endpoint*>(&object)) {
         mRoutes.emplace_back(endpoint->mReference, MakeRoute(*endpoint));
     } else {
-        ForEachEndpoint(object, [this](const Endpoint& part) { Make(part); });
+        ForEachEndpoint(object,
+                        [this](const Endpoint& part) QUORVEL_REQUIRES(sStateMutex) { Make(part); });
     }
 }
 

@@ -21,7 +21,8 @@ CFOwned<CFMutableDictionaryRef> MakeDictionary() {
 
 // An array of what `describe` makes of each part.
 template <typename Part, typename Describe>
-CFOwned<CFMutableArrayRef> MakeArray(const std::vector<Part*>& parts, const Describe& describe) {
+CFOwned<CFMutableArrayRef> MakeArray(const std::vector<Part*>& parts, const Describe& describe)
+    QUORVEL_REQUIRES(sStateMutex) {
     CFOwned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     if (!array) {
         throw std::bad_alloc();
@@ -36,7 +37,8 @@ CFOwned<CFMutableArrayRef> MakeArray(const std::vector<Part*>& parts, const Desc
     return array;
 }
 
-CFOwned<CFMutableDictionaryRef> OwnProperties(const PropertyObject& object) {
+CFOwned<CFMutableDictionaryRef> OwnProperties(const PropertyObject& object)
+    QUORVEL_REQUIRES(sStateMutex) {
     CFOwned<CFMutableDictionaryRef> dictionary = DictionaryOf(object.mProperties);
     SetValue(dictionary, kUniqueIDProperty, MakeNumber(object.mUniqueID).Get());
     return dictionary;
@@ -44,11 +46,11 @@ CFOwned<CFMutableDictionaryRef> OwnProperties(const PropertyObject& object) {
 
 // The forms in which a tree of objects is described differ in where an object's properties stand.
 template <typename Begin>
-CFOwned<CFMutableDictionaryRef> DescribeTree(const PropertyObject& object, const Begin& begin) {
+CFOwned<CFMutableDictionaryRef> DescribeTree(const PropertyObject& object, const Begin& begin)
+    QUORVEL_REQUIRES(sStateMutex) {
     CFOwned<CFMutableDictionaryRef> dictionary = begin(object);
-    const auto describe = [&begin](const PropertyObject& part) {
-        return DescribeTree(part, begin);
-    };
+    const auto describe = [&begin](const PropertyObject& part)
+                              QUORVEL_REQUIRES(sStateMutex) { return DescribeTree(part, begin); };
     if (const auto* const device = dynamic_cast<const Device*>(&object)) {
         SetValue(dictionary, "entities", MakeArray(device->mEntities, describe).Get());
     } else if (const auto* const entity = dynamic_cast<const Entity*>(&object)) {
@@ -170,8 +172,8 @@ std::optional<SetupDescription> ReadSetup(CFPropertyListRef propertyList) {
 }
 
 CFOwned<CFPropertyListRef> WriteSetup(const World& world) {
-    const auto describe = [](const Device& device) {
-        return DescribeTree(device, [](const PropertyObject& object) {
+    const auto describe = [](const Device& device) QUORVEL_REQUIRES(sStateMutex) {
+        return DescribeTree(device, [](const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex) {
             CFOwned<CFMutableDictionaryRef> properties = OwnProperties(object);
             for (const auto& [name, value] : object.mProperties) {
                 if (!RuleOf(name).mIsSaved) {

@@ -1,6 +1,6 @@
 // The setup as a property list: a dictionary of "version", 1, and "devices". A device has
 // "properties" (the unique ID among them) and "entities", an entity "properties", "sources" and
-// "destinations", an endpoint "properties". Under the lock of World where objects are read.
+// "destinations", an endpoint "properties".
 #pragma once
 
 #include "platform/CoreMIDI/src/state/World.h"
@@ -29,9 +29,10 @@ using SetupDescription = std::vector<DeviceDescription>;
 std::optional<SetupDescription> ReadSetup(CFPropertyListRef propertyList);
 
 // The devices of the setup, without what is not saved. Throws std::bad_alloc.
-CFOwned<CFPropertyListRef> WriteSetup(const World& world);
+CFOwned<CFPropertyListRef> WriteSetup(const World& world) QUORVEL_REQUIRES(sStateMutex);
 
 // An object's properties in the form of MIDIObjectGetProperties. Throws std::bad_alloc.
-CFOwned<CFPropertyListRef> PropertiesOf(const PropertyObject& object, bool isDeep);
+CFOwned<CFPropertyListRef> PropertiesOf(const PropertyObject& object, bool isDeep)
+    QUORVEL_REQUIRES(sStateMutex);
 
 } // namespace CoreMIDI

@@ -49,14 +49,13 @@ std::optional<SetupDescription> Parse(const std::string& bytes) {
 }
 
 // The devices that a file describes: made, but not in the setup, and with unique IDs of their own,
-// until they take the place of those that are in it. Destroyed unless that happens. Under the lock
-// of World.
+// until they take the place of those that are in it. Destroyed unless that happens.
 class Replacement {
 public:
     // Throws std::bad_alloc, with nothing changed.
     Replacement(Change& change, const SetupDescription& setup) : mChange(change) {
         mDevices.reserve(setup.size());
-        const OnFailure destroy([this] { Destroy(mDevices); });
+        const OnFailure destroy([this]() QUORVEL_REQUIRES(sStateMutex) { Destroy(mDevices); });
         for (const DeviceDescription& description : setup) {
             AddDevice(description);
         }
@@ -65,7 +64,7 @@ public:
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
 
-    void TakePlace() noexcept {
+    void TakePlace() noexcept QUORVEL_REQUIRES(sStateMutex) {
         World& world = World::Get();
         for (const Device* device : world.mSetupDevices) {
             mChange.NotifyRemoved(*device);
@@ -82,7 +81,7 @@ public:
     }
 
 private:
-    void AddDevice(const DeviceDescription& description) {
+    void AddDevice(const DeviceDescription& description) QUORVEL_REQUIRES(sStateMutex) {
         auto& device = World::Get().Add<Device>(Kind::kDevice);
         mDevices.push_back(&device); // there is room
         Describe(device, description);
@@ -102,12 +101,13 @@ private:
         }
     }
 
-    void Describe(PropertyObject& object, const PartDescription& description) {
+    void Describe(PropertyObject& object, const PartDescription& description)
+        QUORVEL_REQUIRES(sStateMutex) {
         object.mProperties = description.mProperties;
         mUniqueIDs.emplace_back(&object, description.mUniqueID);
     }
 
-    void Destroy(std::vector<Device*>& devices) noexcept {
+    void Destroy(std::vector<Device*>& devices) noexcept QUORVEL_REQUIRES(sStateMutex) {
         while (!devices.empty()) {
             Device& device = *devices.back();
             devices.pop_back();
@@ -152,19 +152,21 @@ int Read(const std::string& path, SetupDescription& setup, OSStatus& status) {
 } // namespace
 
 OSStatus SetupStore::Open(std::optional<std::string> path) {
-    std::unique_lock lock(mMutex);
     OSStatus status = noErr;
-    SetupDescription setup;
-    const int error = path ? Read(*path, setup, status) : 0;
-    if (status == kMIDINotPermitted) {
-        path.reset();
+    int error = 0;
+    {
+        MutexLock lock(mMutex);
+        SetupDescription setup;
+        error = path ? Read(*path, setup, status) : 0;
+        if (status == kMIDINotPermitted) {
+            path.reset();
+        }
+        Change change;
+        Replacement(change, setup).TakePlace();
+        mPath = std::move(path);
+        // The change waits for read procedures at its end, and they may change the setup.
+        lock.Unlock();
     }
-    std::optional<Change> change(std::in_place);
-    Replacement(*change, setup).TakePlace();
-    mPath = std::move(path);
-    // Read procedures that are waited for may themselves change the setup.
-    lock.unlock();
-    change.reset();
     if (error != 0) {
         errno = error;
     }
@@ -172,7 +174,7 @@ OSStatus SetupStore::Open(std::optional<std::string> path) {
 }
 
 OSStatus SetupStore::Save() {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (!mPath) {
         return kMIDINoCurrentSetup;
     }
@@ -184,11 +186,11 @@ OSStatus SetupStore::Save() {
 }
 
 void SetupStore::SaveAfterChange() noexcept {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     if (!mPath) {
         return;
     }
-    const auto report = [this](const char* why) {
+    const auto report = [this](const char* why) QUORVEL_REQUIRES(mMutex) {
         syslog(LOG_ERR, "CoreMIDI: the MIDI setup is not saved: %s: %s", mPath->c_str(), why);
     };
     try {
@@ -204,7 +206,7 @@ FileFailure SetupStore::SaveLocked() {
     CFOwned<CFPropertyListRef> propertyList;
     {
         World& world = World::Get();
-        const std::lock_guard lock(world.mMutex);
+        const MutexLock lock(sStateMutex);
         propertyList = WriteSetup(world);
     }
     const CFOwned<CFDataRef> contents = BytesOf(propertyList.Get());

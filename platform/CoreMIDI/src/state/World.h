@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/CoreMIDI/src/base/OnFailure.h"
+#include "platform/CoreMIDI/src/base/StateMutex.h"
 #include "platform/CoreMIDI/src/state/ObjectRegistry.h"
 #include "platform/CoreMIDI/src/state/Objects.h"
 #include "platform/CoreMIDI/src/state/SetupStore.h"
@@ -8,7 +9,6 @@
 #include <exception>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <new>
 #include <random>
 #include <type_traits>
@@ -18,31 +18,31 @@ namespace CoreMIDI {
 
 // All that there is, one for the process. Never destroyed: threads of clients and of the library
 // may still be at work while the process ends.
-//
-// Public fields are under `mMutex`, except for what ObjectRegistry allows without it.
 class World {
 public:
     static World& Get();
 
     // The object of that reference if it is of the type; null otherwise.
     template <typename Type>
-    Type* Find(MIDIObjectRef reference) const {
+    Type* Find(MIDIObjectRef reference) const QUORVEL_REQUIRES(sStateMutex) {
         return dynamic_cast<Type*>(mObjects.Find(reference));
     }
-    Port* FindPort(MIDIPortRef reference, Kind kind) const {
+    Port* FindPort(MIDIPortRef reference, Kind kind) const QUORVEL_REQUIRES(sStateMutex) {
         return ObjectRegistry::KindOf(reference) == kind ? Find<Port>(reference) : nullptr;
     }
     // An endpoint of that kind; the status says what is wrong when it is null.
-    Endpoint* FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& status) const;
+    Endpoint* FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& status) const
+        QUORVEL_REQUIRES(sStateMutex);
 
     // Makes an object and gives it a reference and, if it is one with properties, a unique ID.
     // Throws std::bad_alloc, with nothing changed.
     template <typename Type>
-    Type& Add(Kind kind) {
+    Type& Add(Kind kind) QUORVEL_REQUIRES(sStateMutex) {
         auto object = std::make_unique<Type>();
         Type& added = *object;
         mObjects.Add(kind, std::move(object));
-        const OnFailure remove([&] { mObjects.Remove(added.mReference); });
+        const OnFailure remove(
+            [&]() QUORVEL_REQUIRES(sStateMutex) { mObjects.Remove(added.mReference); });
         if constexpr (std::is_base_of_v<PropertyObject, Type>) {
             const MIDIUniqueID uniqueID = FreeUniqueID();
             mUniqueIDs.emplace(uniqueID, &added);
@@ -51,27 +51,28 @@ public:
         return added;
     }
     // Takes the object out of the registry and of the unique IDs.
-    void Remove(Object& object) noexcept;
+    void Remove(Object& object) noexcept QUORVEL_REQUIRES(sStateMutex);
 
     // False when another object has the ID.
-    bool SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept;
+    bool SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept
+        QUORVEL_REQUIRES(sStateMutex);
     // Another object that has the ID gets a new one.
-    void TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept;
+    void TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept
+        QUORVEL_REQUIRES(sStateMutex);
 
-    std::mutex mMutex;
-    ObjectRegistry mObjects;
-    std::map<MIDIUniqueID, PropertyObject*> mUniqueIDs;
-    std::vector<Device*> mSetupDevices;
-    std::vector<Endpoint*> mVirtualEndpoints;
-    std::vector<std::shared_ptr<DriverOutput>> mDrivers;
-    std::vector<Client*> mClients;
-    SetupStore mSetup;
+    ObjectRegistry mObjects; // says itself what is under the lock
+    std::map<MIDIUniqueID, PropertyObject*> mUniqueIDs QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<Device*> mSetupDevices QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<Endpoint*> mVirtualEndpoints QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<std::shared_ptr<DriverOutput>> mDrivers QUORVEL_GUARDED_BY(sStateMutex);
+    std::vector<Client*> mClients QUORVEL_GUARDED_BY(sStateMutex);
+    SetupStore mSetup; // has a lock of its own
 
 private:
     World();
-    MIDIUniqueID FreeUniqueID();
+    MIDIUniqueID FreeUniqueID() QUORVEL_REQUIRES(sStateMutex);
 
-    std::mt19937 mRandom{std::random_device{}()};
+    std::mt19937 mRandom QUORVEL_GUARDED_BY(sStateMutex){std::random_device{}()};
 };
 
 // What a reference names, as notifications and searches tell it.

@@ -1,5 +1,7 @@
 #include "FakeDriver.h"
 
+#include "tests/support/WaitUntil.h"
+
 #include <algorithm>
 
 namespace MidiTest {
@@ -13,11 +15,8 @@ FakeDriver::FakeDriver() : mTable(&mFunctions) {
 void FakeDriver::Keep(Call call) {
     call.mTime = Now();
     call.mThread = std::this_thread::get_id();
-    {
-        const std::lock_guard lock(mMutex);
-        mCalls.push_back(std::move(call));
-    }
-    mChanged.notify_all();
+    const std::lock_guard lock(mMutex);
+    mCalls.push_back(std::move(call));
 }
 
 OSStatus FakeDriver::Send(MIDIDriverRef self, const MIDIPacketList* list, void* refCon1,
@@ -32,8 +31,7 @@ OSStatus FakeDriver::Send(MIDIDriverRef self, const MIDIPacketList* list, void* 
     {
         std::unique_lock lock(driver.mMutex);
         driver.mIsHeld = driver.mHold;
-        driver.mChanged.notify_all();
-        driver.mChanged.wait(lock, [&driver] { return !driver.mHold; });
+        driver.mLetGo.wait(lock, [&driver] { return !driver.mHold; });
         driver.mIsHeld = false;
     }
     driver.Keep({"Send", refCon1, refCon2, 0, packets, 0, {}});
@@ -63,7 +61,7 @@ void FakeDriver::LetGo() {
         const std::lock_guard lock(mMutex);
         mHold = false;
     }
-    mChanged.notify_all();
+    mLetGo.notify_all();
 }
 
 void FakeDriver::SetResult(OSStatus result) {
@@ -80,18 +78,16 @@ std::vector<FakeDriver::Call> FakeDriver::Calls(const std::string& function) {
 }
 
 void FakeDriver::WaitForCalls(const std::string& function, std::size_t count) {
-    std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [&] {
-        return static_cast<std::size_t>(
-                   std::count_if(mCalls.begin(), mCalls.end(), [&function](const Call& call) {
-                       return call.mFunction == function;
-                   })) >= count;
-    });
+    EXPECT_TRUE(
+        TestSupport::WaitUntil("there are " + std::to_string(count) + " calls of " + function,
+                               [&] { return Calls(function).size() >= count; }));
 }
 
 void FakeDriver::WaitUntilHeld() {
-    std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [this] { return mIsHeld; });
+    EXPECT_TRUE(TestSupport::WaitUntil("a call of Send is held", [this] {
+        const std::lock_guard lock(mMutex);
+        return mIsHeld;
+    }));
 }
 
 } // namespace MidiTest

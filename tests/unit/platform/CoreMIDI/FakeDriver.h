@@ -3,7 +3,11 @@
 
 #include "MidiTestSupport.h"
 
+#include <condition_variable>
+#include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace MidiTest {
 
@@ -25,16 +29,16 @@ public:
 
     MIDIDriverRef Ref() { return &mTable; }
 
-    // `Send` blocks until it is let go.
+    // Makes `Send` block until LetGo is called.
     void HoldSend();
     void LetGo();
-    // What `Send` answers.
+    // Sets the result of `Send`.
     void SetResult(OSStatus result);
 
     std::vector<Call> Calls(const std::string& function);
-    // Blocks until there are so many calls.
+    // Blocks until there are `count` calls of the function.
     void WaitForCalls(const std::string& function, std::size_t count);
-    // Blocks until a call of `Send` has begun that is held.
+    // Blocks until a call of `Send` is held.
     void WaitUntilHeld();
 
 private:
@@ -50,7 +54,7 @@ private:
     MIDIDriverInterface* mTable;
     MIDIDriverInterface mFunctions{};
     std::mutex mMutex;
-    std::condition_variable mChanged;
+    std::condition_variable mLetGo;
     std::vector<Call> mCalls;
     bool mHold = false;
     bool mIsHeld = false;

@@ -2,13 +2,13 @@
 #pragma once
 
 #include "tests/support/PacketLists.h"
+#include "tests/support/WaitUntil.h"
 
 #include <CoreMIDI/MIDIServerHost.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -80,8 +80,6 @@ public:
         }
         ++self.mLists;
         self.mConnection = connection;
-        // Under the lock: the test that waits may be over, and this object gone, right after it.
-        self.mChanged.notify_all();
     }
 
     Packets All() {
@@ -100,15 +98,14 @@ public:
         const std::lock_guard lock(mMutex);
         return mConnection;
     }
-    // Blocks until so many packets have come; the test's own time-out ends it otherwise.
+    // Blocks until so many packets have come.
     void WaitFor(std::size_t packets) {
-        std::unique_lock lock(mMutex);
-        mChanged.wait(lock, [&] { return mPackets.size() >= packets; });
+        EXPECT_TRUE(TestSupport::WaitUntil("there are " + std::to_string(packets) + " packets",
+                                           [&] { return All().size() >= packets; }));
     }
 
 private:
     std::mutex mMutex;
-    std::condition_variable mChanged;
     Packets mPackets;
     std::vector<MIDITimeStamp> mTimes;
     int mLists = 0;

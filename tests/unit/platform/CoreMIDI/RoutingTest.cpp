@@ -1,3 +1,4 @@
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/platform/CoreMIDI/MidiTestSupport.h"
 
 #include <atomic>
@@ -23,12 +24,8 @@ MIDIPortRef MakeActionInput(MIDIClientRef client, Action& action) {
 }
 
 // Waits until a condition holds that other threads bring about.
-void WaitUntil(const std::atomic<bool>& condition) {
-    condition.wait(false);
-}
-void Set(std::atomic<bool>& condition) {
-    condition = true;
-    condition.notify_all();
+void WaitUntilSet(const char* what, const std::atomic<bool>& flag) {
+    EXPECT_TRUE(TestSupport::WaitUntil(what, [&flag] { return flag.load(); }));
 }
 
 } // namespace
@@ -246,7 +243,7 @@ void ExpectWaitsForReadProcedure(MIDIEndpointRef source, std::atomic<bool>& isIn
         const List list({{0, kNote}});
         MIDIReceived(source, list.Get());
     });
-    WaitUntil(isInside);
+    WaitUntilSet("the read procedure is called", isInside);
     std::atomic<bool> hasEnded = false;
     std::thread ender([&] {
         end();
@@ -256,7 +253,7 @@ void ExpectWaitsForReadProcedure(MIDIEndpointRef source, std::atomic<bool>& isIn
     // Cannot be waited for: that something does not happen.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(hasEnded);
-    Set(mayLeave);
+    mayLeave = true;
     ender.join();
     deliverer.join();
 }
@@ -266,8 +263,8 @@ struct SlowReader {
     std::atomic<bool> mMayLeave{false};
     std::atomic<bool> mHasLeft{false};
     Action mAction = [this](const MIDIPacketList*) {
-        Set(mIsInside);
-        WaitUntil(mMayLeave);
+        mIsInside = true;
+        WaitUntilSet("the read procedure may return", mMayLeave);
         mHasLeft = true;
     };
 };
@@ -305,7 +302,7 @@ TEST(RoutingTest, DoesNotHoldChangesUpWhileAReadProcedureRuns) {
         const List list({{0, kNote}});
         MIDIReceived(source, list.Get());
     });
-    WaitUntil(reader.mIsInside);
+    WaitUntilSet("the read procedure is called", reader.mIsInside);
     // Each of these would never return if it waited for the read procedure.
     const MIDIEndpointRef other = MakeSource(client);
     const MIDIPortRef input = MakeInput(client, received);
@@ -315,7 +312,7 @@ TEST(RoutingTest, DoesNotHoldChangesUpWhileAReadProcedureRuns) {
     EXPECT_EQ(MIDIReceived(other, list.Get()), noErr);
     EXPECT_EQ(received.Lists(), 1);
     EXPECT_EQ(MIDIPortDispose(input), noErr);
-    Set(reader.mMayLeave);
+    reader.mMayLeave = true;
     deliverer.join();
 }
 
@@ -330,13 +327,13 @@ TEST(RoutingTest, WaitsForReadProceduresWhenADestinationIsDisposed) {
         const List list({{0, kNote}});
         EXPECT_EQ(MIDISend(output, destination, list.Get()), noErr);
     });
-    WaitUntil(reader.mIsInside);
+    WaitUntilSet("the read procedure is called", reader.mIsInside);
     std::thread disposer([&] {
         EXPECT_EQ(MIDIEndpointDispose(destination), noErr);
         EXPECT_TRUE(reader.mHasLeft);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    Set(reader.mMayLeave);
+    reader.mMayLeave = true;
     disposer.join();
     sender.join();
 }

@@ -1,15 +1,16 @@
 // The monotonic clock. An AbsoluteTime counts host ticks; here a host tick is one nanosecond of
-// CLOCK_MONOTONIC. All functions: any thread, never block, never allocate, cannot fail.
+// CLOCK_MONOTONIC. Any thread may call the functions, which never block, allocate or fail.
 #pragma once
 
 #include <CoreServices/CoreServicesBase.h>
 
-// The present moment.
+// Returns the present moment.
 CORESERVICES_EXPORT AbsoluteTime UpTime(void);
 
-// `absoluteTime` moved later (Add) or earlier (Sub) by the length of `duration`: milliseconds when
-// positive, microseconds when negative; kDurationForever is taken as its number of milliseconds.
-// The result saturates at the ends of the 64-bit range: subtracting more than there is gives 0.
+// Return `absoluteTime` moved later (Add) or earlier (Sub) by the length of `duration`, which
+// counts milliseconds if it is positive and microseconds if it is negative; kDurationForever counts
+// as its number of milliseconds. The result saturates at the ends of the 64-bit range, so
+// subtracting more than there is gives 0.
 CORESERVICES_EXPORT AbsoluteTime AddDurationToAbsolute(Duration duration,
                                                        AbsoluteTime absoluteTime);
 CORESERVICES_EXPORT AbsoluteTime SubDurationFromAbsolute(Duration duration,

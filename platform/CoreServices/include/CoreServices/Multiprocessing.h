@@ -1,10 +1,10 @@
 // Multiprocessing Services: critical regions (recursive, timed mutexes) and counting semaphores.
 //
-// Contract of all functions: any thread may call. An identifier that never existed, was deleted or
-// is null is answered with kMPInvalidIDErr. Nothing but the two Create functions allocates, and
-// nothing but MPEnterCriticalRegion and MPWaitOnSemaphore blocks. Entering a region that is free,
-// leaving one that nobody waits for, taking a unit that is there and giving one that nobody waits
-// for cost no system call.
+// Any thread may call the functions. They return kMPInvalidIDErr for an identifier that is null,
+// never existed or was deleted. Only the two Create functions allocate, and only
+// MPEnterCriticalRegion and MPWaitOnSemaphore block. There is no system call in entering a free
+// region, leaving a region that nobody waits for, taking a unit that is there, or giving a unit
+// that nobody waits for.
 //
 // An object may be deleted only while no other call with its identifier is under way. The original
 // platform ends the waits of such calls with kMPDeletedErr; here nothing returns that status, and a
@@ -59,8 +59,8 @@ CORESERVICES_EXPORT OSStatus MPDeleteSemaphore(MPSemaphoreID semaphore);
 // Results: noErr; kMPTimeoutErr; kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout);
 
-// Gives one unit: to a waiting thread, which may exceed the maximum until that thread has taken it,
-// else into the semaphore. A thread that comes to wait meanwhile may be the one that gets the unit.
-// Results: noErr; kMPInsufficientResourcesErr (the semaphore is full; nothing changes);
-// kMPInvalidIDErr.
+// Gives one unit to a waiting thread or, if none waits, to the semaphore. A unit for a waiting
+// thread may exceed the maximum until that thread has taken it; a thread that comes to wait
+// meanwhile may be the one that gets it. Results: noErr; kMPInsufficientResourcesErr (the semaphore
+// is full; nothing changes); kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPSignalSemaphore(MPSemaphoreID semaphore);

@@ -33,8 +33,8 @@ enum {
     kCFMessagePortSendTimeout = -1,
     kCFMessagePortReceiveTimeout = -2,
     kCFMessagePortIsInvalid = -3, // the port was invalid already; nothing was sent
-    // A request or reply that is too long, or a peer that does not speak this protocol or cannot be
-    // connected to; never because the port ended.
+    // A request or reply that is too long or for which either side has no memory, or a peer that
+    // does not speak this protocol or cannot be connected to; never because the port ended.
     kCFMessagePortTransportError = -4,
     kCFMessagePortBecameInvalidError = -5, // the port became invalid while the call went on
 };
@@ -62,8 +62,8 @@ CF_EXPORT CFTypeID CFMessagePortGetTypeID(void);
 
 // Makes a port that receives requests under `name`. If this process has a valid local port of that
 // name already, returns that one with a further reference; its callout and context stay. Returns
-// null if the name cannot be used, if another process serves it, or if the socket cannot be made. A
-// socket whose process is gone is replaced.
+// null if the name cannot be used, if another process serves it, if the socket cannot be made, or
+// if there is no memory. A socket whose process is gone is replaced.
 //
 // Sets `*shouldFreeInfo`, unless that is null, to true if the port did not take over the context,
 // that is for the result null and for a port that existed already. Blocks for up to two seconds
@@ -75,8 +75,8 @@ CF_EXPORT CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef allocator, CF
                                                     Boolean* shouldFreeInfo);
 
 // Returns a connection to the local port `name` of any process of this user, or null if nobody
-// serves it. The connection becomes invalid for good when that port goes away, even if another of
-// the same name follows; the caller then makes a new connection.
+// serves it or there is no memory. The connection becomes invalid for good when that port goes
+// away, even if another of the same name follows; the caller then makes a new connection.
 CF_EXPORT CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef allocator, CFStringRef name);
 
 CF_EXPORT Boolean CFMessagePortIsRemote(CFMessagePortRef ms);

@@ -40,7 +40,8 @@ CF_EXPORT const CFStringRef kCFPreferencesAnyUser;
 CF_EXPORT const CFStringRef kCFPreferencesCurrentUser;
 
 // Returns the value, whose type the caller has to check. Returns null if there is none, if the file
-// cannot be read, or if an argument is not one of those described. The caller owns the result.
+// cannot be read, if there is no memory, or if an argument is not one of those described. The
+// caller owns the result.
 CF_EXPORT CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID,
                                                    CFStringRef userName, CFStringRef hostName);
 // Returns the values of those keys that exist, or of all keys if `keysToFetch` is null. Returns
@@ -54,6 +55,7 @@ CF_EXPORT CFArrayRef CFPreferencesCopyKeyList(CFStringRef applicationID, CFStrin
 
 // Sets a copy of the value in this process; null removes the value. If the value is not a property
 // list or the arguments name no domain, nothing changes and syslog gets a line.
+// Without memory nothing changes, and syslog gets none.
 CF_EXPORT void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value,
                                      CFStringRef applicationID, CFStringRef userName,
                                      CFStringRef hostName);

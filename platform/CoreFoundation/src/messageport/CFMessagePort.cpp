@@ -7,6 +7,7 @@
 #include <syslog.h>
 
 #include <map>
+#include <new>
 #include <utility>
 
 namespace {
@@ -41,7 +42,8 @@ void ReleaseSourceInfo(const void* info) {
 }
 
 void ScheduleSource(void* info, CFRunLoopRef loop, CFRunLoopMode) {
-    static_cast<SourceInfo*>(info)->port->mListener->Attach(loop->Context());
+    CFRuntimeGuard(
+        [&] { static_cast<SourceInfo*>(info)->port->mListener->Attach(loop->Context()); });
 }
 
 void CancelSource(void* info, CFRunLoopRef loop, CFRunLoopMode) {
@@ -79,13 +81,25 @@ void MessagePortSource::SignalAndWake() {
     }
 }
 
+namespace {
+
+CFOwned<CFStringRef> MakeString(const std::string& text) {
+    CFOwned<CFStringRef> string(CopyUtf8String(text));
+    if (!string) {
+        throw std::bad_alloc();
+    }
+    return string;
+}
+
+} // namespace
+
 __CFMessagePort::__CFMessagePort(const std::string& name, CFMessagePortCallBack callout,
                                  const CFMessagePortContext* context,
                                  std::shared_ptr<MessagePortSource> source,
                                  std::shared_ptr<MessagePortListener> listener)
     : CFRuntimeObject(CFMessagePortGetTypeID()),
       mName(name),
-      mNameString(CopyUtf8String(name)),
+      mNameString(MakeString(name)),
       mCallOut(callout),
       mSource(std::move(source)),
       mListener(std::move(listener)) {
@@ -106,14 +120,11 @@ __CFMessagePort::__CFMessagePort(const std::string& name, CFMessagePortCallBack 
 __CFMessagePort::__CFMessagePort(const std::string& name, std::unique_ptr<MessagePortSender> sender)
     : CFRuntimeObject(CFMessagePortGetTypeID()),
       mName(name),
-      mNameString(CopyUtf8String(name)),
+      mNameString(MakeString(name)),
       mSender(std::move(sender)) {}
 
 __CFMessagePort::~__CFMessagePort() {
     Invalidate(false);
-    if (mNameString != nullptr) {
-        CFRelease(mNameString);
-    }
 }
 
 bool __CFMessagePort::IsValid() const {
@@ -213,20 +224,12 @@ void __CFMessagePort::PerformRequest() {
         info = mInfo;
     }
     CFRetain(this);
-    const CFOwned<CFDataRef> data(
-        CFDataCreate(nullptr, request->data.data(), static_cast<CFIndex>(request->data.size())));
-    const CFOwned<CFDataRef> reply(mCallOut(this, request->header.msgid, data.get(), info.get()));
-    if (request->header.kind == MessagePort::FrameKind::kOneWay) {
-        mListener->Finish(*request);
-    } else if (reply.get() == nullptr) {
-        mListener->Answer(*request, MessagePort::FrameKind::kEmptyReply, {});
-    } else if (CFGetTypeID(reply.get()) != CFDataGetTypeID() ||
-               CFDataGetLength(reply.get()) > kCFMessagePortMaximumLength) {
+    const bool performed = CFRuntimeGuard(false, [&] {
+        Perform(*request, info.get());
+        return true;
+    });
+    if (!performed) {
         mListener->Answer(*request, MessagePort::FrameKind::kRefusal, {});
-    } else {
-        const UInt8* const bytes = CFDataGetBytePtr(reply.get());
-        mListener->Answer(*request, MessagePort::FrameKind::kReply,
-                          {bytes, bytes + CFDataGetLength(reply.get())});
     }
     // One request for each time that the source is performed, so that other sources have their
     // turn.
@@ -236,6 +239,76 @@ void __CFMessagePort::PerformRequest() {
     CFRelease(this);
 }
 
+void __CFMessagePort::Perform(const MessagePortListener::Request& request, void* info) {
+    const CFOwned<CFDataRef> data(
+        CFDataCreate(nullptr, request.data.data(), static_cast<CFIndex>(request.data.size())));
+    if (!data) {
+        throw std::bad_alloc();
+    }
+    const CFOwned<CFDataRef> reply(mCallOut(this, request.header.msgid, data.get(), info));
+    if (request.header.kind == MessagePort::FrameKind::kOneWay) {
+        mListener->Finish(request);
+    } else if (reply.get() == nullptr) {
+        mListener->Answer(request, MessagePort::FrameKind::kEmptyReply, {});
+    } else if (CFGetTypeID(reply.get()) != CFDataGetTypeID() ||
+               CFDataGetLength(reply.get()) > kCFMessagePortMaximumLength) {
+        mListener->Answer(request, MessagePort::FrameKind::kRefusal, {});
+    } else {
+        const UInt8* const bytes = CFDataGetBytePtr(reply.get());
+        mListener->Answer(request, MessagePort::FrameKind::kReply,
+                          {bytes, bytes + CFDataGetLength(reply.get())});
+    }
+}
+
+namespace {
+
+// The local port of that name, made if there is none, and then `isNew`. Null with the reason in the
+// log, or std::bad_alloc.
+CFMessagePortRef FindOrMakeLocal(const std::string& name, CFMessagePortCallBack callout,
+                                 const CFMessagePortContext* context, bool& isNew) {
+    LocalPorts& ports = TheLocalPorts();
+    const std::lock_guard lock(ports.mutex);
+    const auto place = ports.byName.try_emplace(name, nullptr).first;
+    if (place->second != nullptr) {
+        if (place->second->RetainIfAlive()) {
+            return place->second;
+        }
+        // Its last reference has just gone and its destructor waits for the lock held here.
+        place->second->mListener->Close();
+        place->second = nullptr;
+    }
+    const auto make = [&]() -> CFMessagePortRef {
+        const auto source = std::make_shared<MessagePortSource>();
+        std::string error;
+        auto listener = MessagePortListener::Open(
+            name, [source] { source->SignalAndWake(); }, error);
+        if (listener == nullptr) {
+            syslog(LOG_ERR, "CFMessagePort: cannot make the local port \"%s\": %s", name.c_str(),
+                   error.c_str());
+            ports.failedName = name;
+            ports.failure = error;
+            return nullptr;
+        }
+        return new __CFMessagePort(name, callout, context, source, std::move(listener));
+    };
+    try {
+        place->second = make();
+    } catch (...) {
+        ports.byName.erase(place);
+        throw;
+    }
+    CFMessagePortRef port = place->second;
+    if (port == nullptr) {
+        ports.byName.erase(place);
+    } else if (ports.failedName == name) {
+        ports.failedName.clear();
+    }
+    isNew = port != nullptr;
+    return port;
+}
+
+} // namespace
+
 CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
                                           CFMessagePortCallBack callout,
                                           CFMessagePortContext* context, Boolean* shouldFreeInfo) {
@@ -243,59 +316,37 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
         *shouldFreeInfo = true;
     }
     CFRuntimeIsOptionalArgument(name, kCFRuntimeStringType, "name");
-    const auto text = Utf8Of(name);
-    if (!text || callout == nullptr || (context != nullptr && context->version != 0)) {
-        return nullptr;
-    }
-    LocalPorts& ports = TheLocalPorts();
-    const MutexLock lock(ports.mutex);
-    const auto known = ports.byName.find(*text);
-    if (known != ports.byName.end()) {
-        if (known->second->RetainIfAlive()) {
-            return known->second;
+    return CFRuntimeGuard<CFMessagePortRef>(nullptr, [&]() -> CFMessagePortRef {
+        const auto text = Utf8Of(name);
+        if (!text || callout == nullptr || (context != nullptr && context->version != 0)) {
+            return nullptr;
         }
-        // Its last reference has just gone and its destructor waits for the lock held here.
-        known->second->mListener->Close();
-        ports.byName.erase(known);
-    }
-    const auto source = std::make_shared<MessagePortSource>();
-    std::string error;
-    auto listener = MessagePortListener::Open(
-        *text, [source] { source->SignalAndWake(); }, error);
-    if (listener == nullptr) {
-        syslog(LOG_ERR, "CFMessagePort: cannot make the local port \"%s\": %s", text->c_str(),
-               error.c_str());
-        ports.failedName = *text;
-        ports.failure = error;
-        return nullptr;
-    }
-    auto* const port = new __CFMessagePort(*text, callout, context, source, std::move(listener));
-    ports.byName[*text] = port;
-    if (ports.failedName == *text) {
-        ports.failedName.clear();
-    }
-    if (shouldFreeInfo != nullptr) {
-        *shouldFreeInfo = false;
-    }
-    return port;
+        bool isNew = false;
+        CFMessagePortRef port = FindOrMakeLocal(*text, callout, context, isNew);
+        if (isNew && shouldFreeInfo != nullptr) {
+            *shouldFreeInfo = false;
+        }
+        return port;
+    });
 }
 
 CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name) {
-    const auto text = Utf8Of(name);
-    LocalPorts& ports = TheLocalPorts();
-    const MutexLock lock(ports.mutex);
-    return text && !text->empty() && *text == ports.failedName ? CopyUtf8String(ports.failure)
-                                                               : nullptr;
+    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        const auto text = Utf8Of(name);
+        LocalPorts& ports = TheLocalPorts();
+        const MutexLock lock(ports.mutex);
+        return text && !text->empty() && *text == ports.failedName ? CopyUtf8String(ports.failure)
+                                                                   : nullptr;
+    });
 }
 
 CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef name) {
     CFRuntimeIsArgument(name, kCFRuntimeStringType, "name");
-    const auto text = Utf8Of(name);
-    if (!text) {
-        return nullptr;
-    }
-    auto sender = MessagePortSender::Open(*text);
-    return sender == nullptr ? nullptr : new __CFMessagePort(*text, std::move(sender));
+    return CFRuntimeGuard<CFMessagePortRef>(nullptr, [&]() -> CFMessagePortRef {
+        const auto text = Utf8Of(name);
+        auto sender = text ? MessagePortSender::Open(*text) : nullptr;
+        return sender == nullptr ? nullptr : new __CFMessagePort(*text, std::move(sender));
+    });
 }
 
 Boolean CFMessagePortIsRemote(CFMessagePortRef ms) {
@@ -305,7 +356,7 @@ Boolean CFMessagePortIsRemote(CFMessagePortRef ms) {
 
 CFStringRef CFMessagePortGetName(CFMessagePortRef ms) {
     const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
-    return port == nullptr ? nullptr : port->mNameString;
+    return port == nullptr ? nullptr : port->mNameString.get();
 }
 
 CFMessagePortInvalidationCallBack CFMessagePortGetInvalidationCallBack(CFMessagePortRef ms) {
@@ -337,7 +388,8 @@ Boolean CFMessagePortIsValid(CFMessagePortRef ms) {
     if (port == nullptr || !port->IsValid()) {
         return false;
     }
-    if (port->IsRemote() && !port->mSender->IsAlive()) {
+    // Without memory to ask, nothing says that it is gone.
+    if (port->IsRemote() && !CFRuntimeGuard(true, [&] { return port->mSender->IsAlive(); })) {
         CFMessagePortInvalidate(port);
         return false;
     }

@@ -40,8 +40,9 @@ struct __CFMessagePort final : CFRuntimeObject {
     bool Invalidate(bool report);
     void SetInvalidationCallBack(CFMessagePortInvalidationCallBack callBack);
     CFRunLoopSourceRef CopySource(CFIndex order);
-    // Performs the request that waits longest.
+    // Performs the request that waits longest. Without memory it is refused.
     void PerformRequest();
+    void Perform(const MessagePortListener::Request& request, void* info);
     SInt32 Send(const MessagePort::FrameHeader& header, CFDataRef data, CFTimeInterval sendTimeout,
                 CFTimeInterval receiveTimeout, CFStringRef replyMode, CFDataRef* returnData);
     SInt32 BecomeInvalid();
@@ -49,7 +50,7 @@ struct __CFMessagePort final : CFRuntimeObject {
                      CFDataRef* returnData);
 
     const std::string mName;
-    const CFStringRef mNameString;
+    const CFOwned<CFStringRef> mNameString;
     const CFMessagePortCallBack mCallOut = nullptr;
     CFMessagePortContext mContext{};                  // constant once constructed
     const std::shared_ptr<MessagePortSource> mSource; // of a local port, as the listener

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -37,17 +38,14 @@ CFTimeInterval SecondsUntil(Clock::time_point deadline) {
 class ReplyWatch {
 public:
     ReplyWatch(int socket, CFStringRef mode)
-        : mLoop(CFRunLoopGetCurrent()), mMode(mode), mDescriptor(*mLoop->Context(), socket) {
-        CFRunLoopSourceContext context{};
-        mSource = CFRunLoopSourceCreate(nullptr, 0, &context);
-        CFRunLoopAddSource(mLoop, mSource, mode);
-    }
+        : mLoop(CFRunLoopGetCurrent()),
+          mMode(mode),
+          mSource(mLoop, mode),
+          mDescriptor(*mLoop->Context(), socket) {}
     ReplyWatch(const ReplyWatch&) = delete;
     ReplyWatch& operator=(const ReplyWatch&) = delete;
     ~ReplyWatch() {
         mDescriptor.release(); // the connection goes on
-        CFRunLoopSourceInvalidate(mSource);
-        CFRelease(mSource);
         // A stop was meant for the run that the caller is in, not for the one made here.
         if (mStopped) {
             CFRunLoopStop(mLoop);
@@ -57,14 +55,14 @@ public:
     // Runs the loop until something may be there to read, or other work of the mode was done, or
     // the deadline has passed.
     void Wait(Clock::time_point deadline) {
-        if (!std::exchange(mArmed->waiting, true)) {
-            CFRetain(mSource);
-            mDescriptor.async_wait(boost::asio::posix::stream_descriptor::wait_read,
-                                   [armed = mArmed, source = CFOwned<CFRunLoopSourceRef>(mSource)](
-                                       const boost::system::error_code&) {
-                                       armed->waiting = false;
-                                       CFRunLoopSourceSignal(source.get());
-                                   });
+        if (!mArmed->waiting) {
+            mDescriptor.async_wait(
+                boost::asio::posix::stream_descriptor::wait_read,
+                [armed = mArmed, source = mSource.Retained()](const boost::system::error_code&) {
+                    armed->waiting = false;
+                    CFRunLoopSourceSignal(source.get());
+                });
+            mArmed->waiting = true;
         }
         bool stopped = false;
         mLoop->Run(mMode, SecondsUntil(deadline), true, &stopped);
@@ -76,11 +74,39 @@ private:
         bool waiting = false;
     };
 
+    // A source in a mode, as long as it lives; or std::bad_alloc.
+    class AddedSource {
+    public:
+        AddedSource(CFRunLoopRef loop, CFStringRef mode) {
+            CFRunLoopSourceContext context{};
+            mSource.reset(CFRunLoopSourceCreate(nullptr, 0, &context));
+            if (loop == nullptr || !mSource) {
+                throw std::bad_alloc();
+            }
+            CFRunLoopAddSource(loop, mSource.get(), mode);
+            if (!CFRunLoopContainsSource(loop, mSource.get(), mode)) {
+                throw std::bad_alloc();
+            }
+        }
+        ~AddedSource() { CFRunLoopSourceInvalidate(mSource.get()); }
+        AddedSource(const AddedSource&) = delete;
+        AddedSource& operator=(const AddedSource&) = delete;
+
+        CFOwned<CFRunLoopSourceRef> Retained() const {
+            CFRetain(mSource.get());
+            return CFOwned<CFRunLoopSourceRef>(mSource.get());
+        }
+
+    private:
+        CFOwned<CFRunLoopSourceRef> mSource;
+    };
+
     const CFRunLoopRef mLoop;
     const CFStringRef mMode; // the caller's
-    boost::asio::posix::stream_descriptor mDescriptor;
-    CFRunLoopSourceRef mSource = nullptr;
     const std::shared_ptr<Armed> mArmed = std::make_shared<Armed>();
+    const AddedSource mSource;
+    // Last: once it is made it would close the socket if anything else failed.
+    boost::asio::posix::stream_descriptor mDescriptor;
     bool mStopped = false;
 };
 
@@ -169,7 +195,13 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
         if (!receiveDeadline) {
             receiveDeadline = DeadlineAfter(receiveTimeout);
         }
-        const Awaited awaited = AwaitReply(*connection, sequence, *receiveDeadline, replyMode);
+        Awaited awaited = Awaited::kBroken;
+        try {
+            awaited = AwaitReply(*connection, sequence, *receiveDeadline, replyMode);
+        } catch (...) {
+            mSender->Return(connection, false);
+            throw;
+        }
         if (awaited == Awaited::kAnswered) {
             return TakeReply(connection, returnData);
         }
@@ -205,6 +237,9 @@ SInt32 __CFMessagePort::TakeReply(const std::shared_ptr<MessagePortSender::Conne
     }
     if (kind == FrameKind::kReply && returnData != nullptr) {
         *returnData = CFDataCreate(nullptr, reply.data(), static_cast<CFIndex>(reply.size()));
+        if (*returnData == nullptr) {
+            return kCFMessagePortTransportError;
+        }
     }
     return kCFMessagePortSuccess;
 }
@@ -228,7 +263,9 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef
     header.kind = replyMode == nullptr ? FrameKind::kOneWay : FrameKind::kRequest;
     header.msgid = msgid;
     CFRetain(port);
-    const SInt32 result = port->Send(header, data, sendTimeout, rcvTimeout, replyMode, returnData);
+    const SInt32 result = CFRuntimeGuard(SInt32{kCFMessagePortTransportError}, [&] {
+        return port->Send(header, data, sendTimeout, rcvTimeout, replyMode, returnData);
+    });
     CFRelease(port);
     return result;
 }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 using MessagePort::FrameReader;
@@ -52,8 +53,13 @@ std::shared_ptr<MessagePortListener> MessagePortListener::Open(const std::string
     if (!socket) {
         return nullptr;
     }
-    return std::make_shared<MessagePortListener>(*path, std::move(socket), identity,
-                                                 std::move(onRequest));
+    try {
+        return std::make_shared<MessagePortListener>(*path, std::move(socket), identity,
+                                                     std::move(onRequest));
+    } catch (...) {
+        unlink(path->c_str());
+        throw;
+    }
 }
 
 MessagePortListener::MessagePortListener(const std::string& path, FileDescriptor socket,
@@ -142,7 +148,11 @@ void MessagePortListener::WaitToAccept() {
         [self = shared_from_this(), service = mService](const boost::system::error_code& error) {
             const MutexLock lock(self->mMutex);
             if (!error && service == self->mService && !self->mClosed) {
-                self->AcceptSome();
+                try {
+                    self->AcceptSome();
+                } catch (const std::bad_alloc&) {
+                    self->WaitToAccept(); // for those that come when there is memory again
+                }
             }
         });
 }
@@ -201,7 +211,7 @@ void MessagePortListener::AcceptSome() {
         auto connection = std::make_shared<Connection>();
         connection->socket = std::move(accepted);
         mConnections.push_back(connection);
-        Watch(connection);
+        WatchOrDrop(connection);
     }
     WaitToAccept();
 }
@@ -263,16 +273,30 @@ void MessagePortListener::Watch(const std::shared_ptr<Connection>& connection) {
                 if (error || service != self->mService || connection->state != expected) {
                     return;
                 }
-                if (reads) {
-                    arrived = self->ReadFrom(connection);
-                } else {
-                    self->WriteTo(connection);
+                // A connection that there is no memory for must not be left with nobody watching
+                // it: its peer would wait.
+                try {
+                    if (reads) {
+                        arrived = self->ReadFrom(connection);
+                    } else {
+                        self->WriteTo(connection);
+                    }
+                } catch (const std::bad_alloc&) {
+                    self->Drop(connection);
                 }
             }
             if (arrived) {
                 self->mOnRequest();
             }
         });
+}
+
+void MessagePortListener::WatchOrDrop(const std::shared_ptr<Connection>& connection) {
+    try {
+        Watch(connection);
+    } catch (const std::bad_alloc&) {
+        Drop(connection);
+    }
 }
 
 void MessagePortListener::Unwatch(Connection& connection) {
@@ -328,8 +352,8 @@ bool MessagePortListener::ReadFrom(const std::shared_ptr<Connection>& connection
             Drop(connection);
             return false;
         }
-        connection->state = Connection::State::kQueued;
         mQueue.push_back(connection);
+        connection->state = Connection::State::kQueued;
         return true;
     }
     case FrameReader::Result::kClosed:
@@ -436,8 +460,8 @@ void MessagePortListener::Close() {
     unused = StopServing();
     unusedAttachments.swap(mAttachments);
     mSocket.Reset();
-    const auto connections = mConnections;
-    for (const auto& connection : connections) {
+    for (std::size_t i = mConnections.size(); i-- > 0;) {
+        const std::shared_ptr<Connection> connection = mConnections[i];
         if (connection->state != Connection::State::kServing) {
             Drop(connection);
         }

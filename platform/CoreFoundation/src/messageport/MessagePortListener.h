@@ -83,6 +83,7 @@ private:
     void AcceptSome() QUORVEL_REQUIRES(mMutex);
     bool MakeRoom() QUORVEL_REQUIRES(mMutex);
     void Watch(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void WatchOrDrop(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
     void Unwatch(Connection& connection) QUORVEL_REQUIRES(mMutex);
     void SetDeadline(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
     void WatchDeadline(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);

@@ -126,7 +126,7 @@ MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int s
 }
 
 MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader header,
-                                                  const std::vector<std::uint8_t>& payload,
+                                                  std::vector<std::uint8_t> payload,
                                                   Deadline deadline, bool mayReuse,
                                                   std::shared_ptr<Connection>& connection,
                                                   std::uint32_t& sequence) {
@@ -136,7 +136,7 @@ MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader heade
     }
     sequence = connection->nextSequence++;
     header.sequence = sequence;
-    FrameWriter writer(header, payload);
+    FrameWriter writer(header, std::move(payload));
     const Result written = WriteAll(writer, connection->socket.Get(), deadline);
     if (written != Result::kDone) {
         Return(connection, written == Result::kTimedOut && !writer.HasBegun());

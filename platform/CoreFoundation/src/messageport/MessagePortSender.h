@@ -46,7 +46,7 @@ public:
     // Sends a request and lends the connection that it went over, a used one only when asked to;
     // its reply will bear `sequence`. Blocks until everything is handed over or the deadline has
     // passed.
-    Result Send(MessagePort::FrameHeader header, const std::vector<std::uint8_t>& payload,
+    Result Send(MessagePort::FrameHeader header, std::vector<std::uint8_t> payload,
                 Deadline deadline, bool mayReuse, std::shared_ptr<Connection>& connection,
                 std::uint32_t& sequence);
 

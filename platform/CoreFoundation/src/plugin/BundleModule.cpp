@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace {
@@ -34,8 +35,11 @@ CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
     CFOwned<CFPropertyListRef> list(CFPropertyListCreateWithData(
         nullptr, data.get(), kCFPropertyListImmutable, nullptr, &error));
     const CFOwned<CFErrorRef> ownedError(error);
+    if (list.get() == nullptr && error == nullptr) {
+        throw std::bad_alloc(); // not the list's fault
+    }
     if (list.get() == nullptr) {
-        const CFOwned<CFStringRef> text(error == nullptr ? nullptr : CFErrorCopyDescription(error));
+        const CFOwned<CFStringRef> text(CFErrorCopyDescription(error));
         reason = Utf8Of(text.get()).value_or("it cannot be read");
         return nullptr;
     }

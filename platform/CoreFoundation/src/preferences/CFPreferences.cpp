@@ -191,16 +191,19 @@ CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keysToFetch, CFStringRef ap
             if (keysToFetch == nullptr) {
                 return CFDictionaryCreateCopy(nullptr, values);
             }
-            CFMutableDictionaryRef result = CFDictionaryCreateMutable(
-                nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+            std::vector<const void*> keys;
+            std::vector<const void*> found;
             for (CFIndex i = 0; i < CFArrayGetCount(keysToFetch); ++i) {
                 const void* key = CFArrayGetValueAtIndex(keysToFetch, i);
                 const void* value = nullptr;
                 if (CFDictionaryGetValueIfPresent(values, key, &value)) {
-                    CFDictionarySetValue(result, key, value);
+                    keys.push_back(key);
+                    found.push_back(value);
                 }
             }
-            return result;
+            return CFDictionaryCreate(
+                nullptr, keys.data(), found.data(), static_cast<CFIndex>(keys.size()),
+                &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
         });
 }
 
@@ -230,12 +233,15 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
         }
         CFOwned<CFPropertyListRef> copy;
         if (value != nullptr) {
-            copy.reset(CFPropertyListCreateDeepCopy(nullptr, value, kCFPropertyListImmutable));
-            if (!copy) {
+            if (!CFPropertyListIsValid(value, kCFPropertyListXMLFormat_v1_0)) {
                 syslog(LOG_ERR,
                        "CFPreferencesSetValue: the value for \"%s\" is not a property list",
                        name->c_str());
                 return false;
+            }
+            copy.reset(CFPropertyListCreateDeepCopy(nullptr, value, kCFPropertyListImmutable));
+            if (!copy) {
+                return false; // for want of memory
             }
         }
         State& state = SharedState();

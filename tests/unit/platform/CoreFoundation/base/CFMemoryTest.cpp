@@ -1,8 +1,8 @@
 // Every allocation of every function that makes any, failed once. In strict mode, so that what the
 // library cannot make does not reach a function that must not be given null.
-#include "tests/support/AllocationFaults.h"
 #include "tests/support/CFHandle.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/platform/CoreFoundation/base/FailEachAllocation.h"
 
 #include <CoreFoundation/CFPlugInHost.h>
 #include <CoreFoundation/CFRuntimeHost.h>
@@ -18,38 +18,6 @@
 #include <thread>
 
 namespace {
-
-// Makes `call` with its first allocation failing, then with its second, and so on until it needs no
-// more. It returns whether it got what it asked for, and keeps nothing. After a failure there is
-// not an object and not a block more than before.
-void FailEachAllocation(const std::function<bool()>& call) {
-    ASSERT_TRUE(call()) << "with all the memory it wants";
-    for (int n = 1;; n++) {
-        ASSERT_LT(n, 5000);
-        SCOPED_TRACE("allocation " + std::to_string(n) + " fails");
-        const CFIndex objects = CFRuntimeHostLiveObjectCount(0);
-        const long blocks = TestSupport::BlocksHeld();
-        TestSupport::WatchAllAllocations(n);
-        const bool done = call();
-        const bool failed = TestSupport::AllocationFailed();
-        TestSupport::WatchAllAllocations();
-        if (!failed) {
-            EXPECT_TRUE(done);
-            return;
-        }
-        EXPECT_EQ(CFRuntimeHostLiveObjectCount(0), objects);
-        EXPECT_EQ(TestSupport::BlocksHeld(), blocks);
-    }
-}
-
-// Whether there is an object; gives it up.
-bool Made(CFTypeRef object) {
-    if (object == nullptr) {
-        return false;
-    }
-    CFRelease(object);
-    return true;
-}
 
 constexpr const char* kLongText = "a text that is too long to lie within a string object itself";
 
@@ -382,6 +350,14 @@ TEST_F(CFMemoryOfPlugIns, ListsOfFactoriesAreWholeOrNot) {
     FailEachAllocation([&] { return Made(CFPlugInFindFactoriesForPlugInType(mType.Get())); });
     FailEachAllocation([&] {
         return Made(CFPlugInFindFactoriesForPlugInTypeInPlugIn(mType.Get(), plugIn.Get()));
+    });
+}
+
+TEST_F(CFMemoryOfPlugIns, PlugInsAreMadeOrNot) {
+    FailEachAllocation([&] {
+        const bool made = Made(CFPlugInCreate(nullptr, mUrl.Get()));
+        EXPECT_EQ(CFPlugInFindFactoriesForPlugInType(mType.Get()), nullptr);
+        return made;
     });
 }
 

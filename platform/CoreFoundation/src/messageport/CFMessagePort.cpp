@@ -228,7 +228,9 @@ void __CFMessagePort::PerformRequest() {
         Perform(*request, info.get());
         return true;
     });
-    if (!performed) {
+    if (!performed && request->header.kind == MessagePort::FrameKind::kOneWay) {
+        mListener->Finish(*request);
+    } else if (!performed) {
         mListener->Answer(*request, MessagePort::FrameKind::kRefusal, {});
     }
     // One request for each time that the source is performed, so that other sources have their

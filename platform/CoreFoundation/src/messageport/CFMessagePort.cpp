@@ -269,7 +269,7 @@ namespace {
 CFMessagePortRef FindOrMakeLocal(const std::string& name, CFMessagePortCallBack callout,
                                  const CFMessagePortContext* context, bool& isNew) {
     LocalPorts& ports = TheLocalPorts();
-    const std::lock_guard lock(ports.mutex);
+    const MutexLock lock(ports.mutex);
     const auto place = ports.byName.try_emplace(name, nullptr).first;
     if (place->second != nullptr) {
         if (place->second->RetainIfAlive()) {

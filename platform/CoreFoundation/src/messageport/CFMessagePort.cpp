@@ -279,7 +279,7 @@ CFMessagePortRef FindOrMakeLocal(const std::string& name, CFMessagePortCallBack 
         place->second->mListener->Close();
         place->second = nullptr;
     }
-    const auto make = [&]() -> CFMessagePortRef {
+    const auto make = [&]() QUORVEL_REQUIRES(ports.mutex) -> CFMessagePortRef {
         const auto source = std::make_shared<MessagePortSource>();
         std::string error;
         auto listener = MessagePortListener::Open(

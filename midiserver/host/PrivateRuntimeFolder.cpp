@@ -16,6 +16,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <string>
 #include <system_error>
 
@@ -42,9 +43,11 @@ struct DirectoryEntry {
     char name[1];
 };
 
-// Removes a folder that holds no other folders. It runs in a signal handler, where nothing that
-// allocates may be called.
-void RemoveFlatFolder(const char* path) {
+// How often a folder is emptied, a millisecond apart, until it can be removed.
+constexpr int kRemovals = 200;
+
+// Removes the files of a folder that holds no other folders.
+void EmptyFlatFolder(const char* path) {
     const FileDescriptor folder(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) {
         return;
@@ -61,7 +64,20 @@ void RemoveFlatFolder(const char* path) {
             at += entry->length;
         }
     }
-    ::rmdir(path);
+}
+
+// Removes a folder that holds no other folders. It runs in a signal handler, where nothing that
+// allocates may be called. The other threads run on: one that is making its socket may put a file
+// into the folder after it was emptied, so it is emptied again.
+void RemoveFlatFolder(const char* path) {
+    for (int i = 0; i < kRemovals; ++i) {
+        EmptyFlatFolder(path);
+        if (::rmdir(path) == 0 || errno != ENOTEMPTY) {
+            return;
+        }
+        constexpr timespec kMillisecond{0, 1000000};
+        ::nanosleep(&kMillisecond, nullptr);
+    }
 }
 
 void RemoveAndEnd(int number) {

@@ -391,6 +391,8 @@ TEST_F(CollectionTest, ARecordThatWasCutDoesNotHarmOtherContexts) {
 
 // A child process collects; that it is still at it when the alarm comes shows as its end.
 TEST_F(CollectionTest, AnEscapedPerCentSignBeforeAnArgumentHangsThePassEvenIfTheMessageIsHidden) {
+    // The manager's lock is held here, and a lock does not survive a fork: start the program anew.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto collectUntilTheAlarm = [](bool isShown) {
         Manager().SetFilterValue(kInfo, true);
         OwnContext context;

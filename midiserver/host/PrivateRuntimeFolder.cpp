@@ -27,10 +27,12 @@ namespace {
 constexpr const char* kRuntimeFolderVariable = "QUORVEL_RUNTIME_DIR";
 constexpr std::array kFatalSignals = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM};
 
-// The folder that a signal handler removes, and whether it exists. The flag is stored with release
-// and loaded with acquire, because the handler may run on any thread. The text is never freed,
-// because a handler may still read it while the folder is being removed.
+// The folder that a signal handler removes, the one in it that the message ports use and make, and
+// whether the first exists. The flag is stored with release and loaded with acquire, because the
+// handler may run on any thread. The texts are never freed, because a handler may still read them
+// while the folder is being removed.
 std::array<char, PATH_MAX> sPath{};
+std::array<char, PATH_MAX> sInnerPath{};
 std::atomic<bool> sMade = false;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
@@ -43,7 +45,7 @@ struct DirectoryEntry {
     char name[1];
 };
 
-// How often a folder is emptied, a millisecond apart, until it can be removed.
+// How often the folders are removed, a millisecond apart, until they are gone.
 constexpr int kRemovals = 200;
 
 // Removes the files of a folder that holds no other folders.
@@ -66,13 +68,15 @@ void EmptyFlatFolder(const char* path) {
     }
 }
 
-// Removes a folder that holds no other folders. It runs in a signal handler, where nothing that
-// allocates may be called. The other threads run on: one that is making its socket may put a file
-// into the folder after it was emptied, so it is emptied again.
-void RemoveFlatFolder(const char* path) {
+// Removes the folder and the one in it. It runs in a signal handler, where nothing that allocates
+// may be called. The other threads run on: one may be about to put its socket into the inner
+// folder, or to make that folder anew, so both are removed until neither is there. Without the
+// outer one the inner one cannot be made any more.
+void RemoveFolders() {
     for (int i = 0; i < kRemovals; ++i) {
-        EmptyFlatFolder(path);
-        if (::rmdir(path) == 0 || errno != ENOTEMPTY) {
+        EmptyFlatFolder(sInnerPath.data());
+        ::rmdir(sInnerPath.data());
+        if (::rmdir(sPath.data()) == 0 || errno != ENOTEMPTY) {
             return;
         }
         constexpr timespec kMillisecond{0, 1000000};
@@ -83,7 +87,7 @@ void RemoveFlatFolder(const char* path) {
 void RemoveAndEnd(int number) {
     const int error = errno;
     if (sMade.load(std::memory_order_acquire)) {
-        RemoveFlatFolder(sPath.data());
+        RemoveFolders();
     }
     std::signal(number, SIG_DFL);
     std::raise(number); // comes when the handler returns
@@ -135,9 +139,11 @@ PrivateRuntimeFolder::PrivateRuntimeFolder() {
                                     std::generic_category().message(errno)));
     }
     mFolder = name;
-    ::setenv(kRuntimeFolderVariable, name.c_str(), 1);
+    const std::string inner = name + "/ports";
+    ::setenv(kRuntimeFolderVariable, inner.c_str(), 1);
     // A longer name cannot have been made.
     sPath[name.copy(sPath.data(), sPath.size() - 1)] = '\0';
+    sInnerPath[inner.copy(sInnerPath.data(), sInnerPath.size() - 1)] = '\0';
     sMade.store(true, std::memory_order_release);
     for (const int number : kFatalSignals) {
         Handle(number, SIG_DFL, RemoveAndEnd);

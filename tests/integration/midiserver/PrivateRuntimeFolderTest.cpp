@@ -29,8 +29,8 @@ protected:
 
     // Waits until the driver's message port is there.
     void WaitUntilItPlays() const {
-        EXPECT_TRUE(TestSupport::WaitUntil("the folder and its socket are there",
-                                           [this] { return FilesLeft() >= 2; }));
+        EXPECT_TRUE(TestSupport::WaitUntil("the folders and a file of the message port are there",
+                                           [this] { return FilesLeft() >= 3; }));
     }
 
     const Preferences mPreferences{"1-4", "MackieControl"};

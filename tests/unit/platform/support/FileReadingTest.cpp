@@ -23,7 +23,7 @@ protected:
 };
 
 TEST_F(FileReading, ReadsAllBytes) {
-    for (const std::size_t size : {0, 1, 16383, 16384, 16385, 100000}) {
+    for (const std::size_t size : {0U, 1U, 16383U, 16384U, 16385U, 100000U}) {
         std::string bytes(size, 'x');
         if (size > 1) {
             bytes[size / 2] = '\0';

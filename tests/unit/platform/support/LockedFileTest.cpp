@@ -48,7 +48,7 @@ TEST_F(LockedFileTest, MakesAFileWithItsFoldersThatAllMayRead) {
 
 TEST_F(LockedFileTest, KeepsTheModeOfWhatItReplaces) {
     Write(Path(), "old");
-    for (const mode_t mode : {0600, 0640, 0666}) {
+    for (const mode_t mode : {0600U, 0640U, 0666U}) {
         ASSERT_EQ(chmod(Path().c_str(), mode), 0);
         const ino_t before = StatusOf(Path()).st_ino;
         EXPECT_FALSE(LockedFile(Path()).Replace("new"));

@@ -81,7 +81,10 @@ void DriverIO::Run() noexcept {
         mIsAwake = true;
     }
     mChanged.NotifyAll();
-    while (isRunning) {
+    if (!isRunning) {
+        return;
+    }
+    for (;;) {
         CFTimeInterval seconds = 0;
         DriverItems item = TakeNext(seconds);
         if (!item.empty()) {

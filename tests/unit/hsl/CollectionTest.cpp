@@ -391,8 +391,22 @@ TEST_F(CollectionTest, ARecordThatWasCutDoesNotHarmOtherContexts) {
 
 // A child process collects; that it is still at it when the alarm comes shows as its end.
 TEST_F(CollectionTest, AnEscapedPerCentSignBeforeAnArgumentHangsThePassEvenIfTheMessageIsHidden) {
-    // The manager's lock is held here, and a lock does not survive a fork: start the program anew.
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // A lock that is held does not survive a fork: this thread lets go of the manager's, and the
+    // collection thread sleeps. Shared: it may still do so as the test ends.
+    struct Gate {
+        std::atomic<bool> mIsAsleep = false;
+        std::atomic<bool> mIsOpen = false;
+    };
+    const auto gate = std::make_shared<Gate>();
+    mClock.OnSleep([gate](microseconds) {
+        gate->mIsAsleep = true;
+        while (!gate->mIsOpen) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    Release();
+    ASSERT_TRUE(TestSupport::WaitUntil("the collection thread sleeps",
+                                       [&gate] { return gate->mIsAsleep.load(); }));
     const auto collectUntilTheAlarm = [](bool isShown) {
         Manager().SetFilterValue(kInfo, true);
         OwnContext context;
@@ -404,6 +418,7 @@ TEST_F(CollectionTest, AnEscapedPerCentSignBeforeAnArgumentHangsThePassEvenIfThe
     };
     EXPECT_EXIT(collectUntilTheAlarm(true), testing::KilledBySignal(SIGALRM), "");
     EXPECT_EXIT(collectUntilTheAlarm(false), testing::KilledBySignal(SIGALRM), "");
+    gate->mIsOpen = true;
 }
 
 TEST_F(CollectionTest, TheCollectionThreadDeliversByItself) {

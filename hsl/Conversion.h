@@ -37,7 +37,6 @@ inline constexpr std::size_t kLongestPiece = 65535;
 // not cut it. A conversion that does not fit (one for numbers with a text or the reverse, one with
 // "*" or "$") prints the value by its kind's default conversion. "%n" prints nothing and writes
 // nothing.
-//
 class CConversion {
 public:
     // Takes apart `text`, which begins with '%' and ends with a conversion character.

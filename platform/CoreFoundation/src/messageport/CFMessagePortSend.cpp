@@ -1,5 +1,6 @@
 // Requests of a remote port: handed over with the thread blocked, answered with its run loop
 // running.
+#include "platform/CoreFoundation/src/base/Deadline.h"
 #include "platform/CoreFoundation/src/messageport/CFMessagePortObject.h"
 #include "platform/CoreFoundation/src/runloop/CFRunLoopObject.h"
 
@@ -17,17 +18,8 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr CFTimeInterval kLongestWait = 10.0 * 365 * 24 * 3600;
 // How often a request is handed over before the other side, which does not take it, is given up.
 constexpr int kAttempts = 4;
-
-Clock::time_point DeadlineAfter(CFTimeInterval seconds) {
-    if (!(seconds > 0)) { // a NaN is no time
-        return Clock::now();
-    }
-    return Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                              std::chrono::duration<double>(std::min(seconds, kLongestWait)));
-}
 
 CFTimeInterval SecondsUntil(Clock::time_point deadline) {
     return std::chrono::duration<double>(deadline - Clock::now()).count();

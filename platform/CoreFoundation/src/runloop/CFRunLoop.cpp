@@ -1,3 +1,4 @@
+#include "platform/CoreFoundation/src/base/Deadline.h"
 #include "platform/CoreFoundation/src/runloop/CFRunLoopObject.h"
 
 #include <boost/asio/post.hpp>
@@ -14,18 +15,9 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr CFTimeInterval kLongestRun = 10.0 * 365 * 24 * 3600;
 // What one pass takes from the watched descriptors, so that peers that keep them ready cannot keep
 // the loop from its sources, its time and a stop.
 constexpr int kHandlersPerPass = 64;
-
-Clock::time_point DeadlineAfter(CFTimeInterval seconds) {
-    if (!(seconds > 0)) { // a NaN is no time
-        return Clock::now();
-    }
-    return Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                              std::chrono::duration<double>(std::min(seconds, kLongestRun)));
-}
 
 bool IsCommonModes(CFRunLoopMode mode) {
     return CFEqual(mode, kCFRunLoopCommonModes) != 0;
@@ -533,7 +525,7 @@ CFRunLoopMode CFRunLoopCopyCurrentMode(CFRunLoopRef rl) {
 void CFRunLoopRun() {
     CFRunLoopRunResult result = 0;
     do {
-        result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLongestRun, false);
+        result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLongestWait, false);
     } while (result == kCFRunLoopRunTimedOut);
 }
 

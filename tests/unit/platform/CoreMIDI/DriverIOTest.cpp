@@ -112,7 +112,7 @@ TEST_F(DriverIOTest, BlocksSendersWhileTheQueueIsFull) {
 }
 
 TEST_F(DriverIOTest, HoldsPacketsOfTheFutureAndLetsOthersPass) {
-    const MIDITimeStamp due = Now() + 50 * kMillisecond;
+    const MIDITimeStamp due = Now() + kAhead;
     ASSERT_EQ(Send(0, {{due, {0xC0, 0x02}}, {0, {0xC0, 0x01}}}), noErr);
     mDriver.WaitForCalls("Send", 2);
     const auto calls = mDriver.Calls("Send");
@@ -237,9 +237,7 @@ TEST_F(DriverIOTest, RefusesToDetachOnTheDriverIOThread) {
     };
     ASSERT_EQ(MIDIDestinationCreate(MakeClient(), CFSTR("d"), detach, &detaching, &destination),
               noErr);
-    // Far enough off to be still ahead when it is sent, however slow the machine: a due packet is
-    // delivered by the sender itself.
-    const List list({{Now() + 500 * kMillisecond, kNote}});
+    const List list({{Now() + kAhead, kNote}});
     ASSERT_EQ(MIDISend(mOutput, destination, list.Get()), noErr);
     detaching.mStatus.wait(1);
     EXPECT_EQ(detaching.mStatus, kMIDIWrongThread);

@@ -68,6 +68,10 @@ inline MIDITimeStamp Now() {
 constexpr MIDITimeStamp kMillisecond = 1'000'000;
 constexpr MIDITimeStamp kHour = 3'600'000 * kMillisecond;
 
+// How far ahead of now a packet is stamped that shall be held: far enough that it is sent before it
+// is due however slow the machine, since one that is due already is delivered by its sender.
+constexpr MIDITimeStamp kAhead = 2000 * kMillisecond;
+
 // Keeps what read procedures get. As refCon of `Read`.
 class Received {
 public:

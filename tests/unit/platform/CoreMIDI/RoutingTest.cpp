@@ -113,10 +113,11 @@ TEST(RoutingTest, HoldsPacketsOfTheFutureUntilTheyAreDue) {
     Received received;
     const MIDIClientRef client = MakeClient();
     const MIDIEndpointRef destination = MakeDestination(client, received);
-    const MIDITimeStamp due = Now() + 60 * kMillisecond;
+    const MIDIPortRef output = MakeOutput(client);
+    const MIDITimeStamp due = Now() + kAhead;
     const List list(
         {{due, {0xC0, 0x03}}, {0, {0xC0, 0x01}}, {due - 20 * kMillisecond, {0xC0, 0x02}}});
-    EXPECT_EQ(MIDISend(MakeOutput(client), destination, list.Get()), noErr);
+    EXPECT_EQ(MIDISend(output, destination, list.Get()), noErr);
     EXPECT_EQ(received.All(), (Packets{{0, {0xC0, 0x01}}})) << "what is due goes at once";
     received.WaitFor(3);
     EXPECT_EQ(
@@ -131,8 +132,7 @@ TEST(RoutingTest, KeepsTheOrderOfPacketsOfOneTime) {
     const MIDIClientRef client = MakeClient();
     const MIDIEndpointRef destination = MakeDestination(client, received);
     const MIDIPortRef output = MakeOutput(client);
-    // Late enough that all are sent before it, also on a busy machine.
-    const MIDITimeStamp due = Now() + 1000 * kMillisecond;
+    const MIDITimeStamp due = Now() + kAhead;
     Packets expected;
     for (Byte i = 0; i < 20; ++i) {
         expected.push_back({due, {0xC0, i}});
@@ -162,7 +162,7 @@ TEST(RoutingTest, FlushDropsWhatWaitsForItsTime) {
     const MIDIPortRef output = MakeOutput(client);
     const MIDIEndpointRef flushed = MakeDestination(client, first);
     const MIDIEndpointRef other = MakeDestination(client, second);
-    const MIDITimeStamp due = Now() + 100 * kMillisecond;
+    const MIDITimeStamp due = Now() + kAhead;
     const List list({{due, kNote}});
     ASSERT_EQ(MIDISend(output, flushed, list.Get()), noErr);
     ASSERT_EQ(MIDISend(output, other, list.Get()), noErr);

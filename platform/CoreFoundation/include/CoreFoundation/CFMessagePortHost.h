@@ -13,3 +13,9 @@ enum { kCFMessagePortMaximumLength = 1024 * 1024 };
 // null if the last failure was about another name, or if a port of this name has been made since.
 // The caller owns the result. Any thread may call.
 CF_EXPORT CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name);
+
+// Returns the folder in which this process's local ports would be made now, in UTF-8 and without a
+// slash at its end. A missing folder is made, as for a port. Returns null if the folder cannot be
+// used; `failure` (unless it is null) is then one line that says what is wrong and what to do, or
+// null if there is no memory. The caller owns the result and the failure. Any thread may call.
+CF_EXPORT CFStringRef CFMessagePortHostCopyFolder(CFStringRef* failure);

@@ -1,4 +1,5 @@
 #include "platform/CoreFoundation/src/messageport/CFMessagePortObject.h"
+#include "platform/CoreFoundation/src/messageport/MessagePortAddress.h"
 #include "platform/CoreFoundation/src/runloop/CFRunLoopObject.h"
 #include "platform/CoreFoundation/src/values/Utf8String.h"
 
@@ -339,6 +340,20 @@ CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name) {
         const MutexLock lock(ports.mutex);
         return text && !text->empty() && *text == ports.failedName ? CopyUtf8String(ports.failure)
                                                                    : nullptr;
+    });
+}
+
+CFStringRef CFMessagePortHostCopyFolder(CFStringRef* failure) {
+    if (failure != nullptr) {
+        *failure = nullptr;
+    }
+    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
+        std::string error;
+        const auto folder = MessagePort::Folder(error);
+        if (!folder && failure != nullptr) {
+            *failure = CopyUtf8String(error);
+        }
+        return folder ? CopyUtf8String(*folder) : nullptr;
     });
 }
 

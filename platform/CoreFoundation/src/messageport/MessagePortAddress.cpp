@@ -72,38 +72,6 @@ std::optional<std::string> DirectoryName(std::string& error) {
     return "/tmp/quorvel-" + std::to_string(geteuid());
 }
 
-std::optional<std::string> UsableDirectory(std::string& error) {
-    auto path = DirectoryName(error);
-    if (!path) {
-        return std::nullopt;
-    }
-    while (path->size() > 1 && path->back() == '/') {
-        path->pop_back();
-    }
-    if (mkdir(path->c_str(), 0700) != 0 && errno != EEXIST) {
-        error = FolderFault(*path, std::string("cannot be made: ") + std::strerror(errno));
-        return std::nullopt;
-    }
-    // Not through a link: in a folder that others may write to, it could lead anywhere.
-    const FileDescriptor directory(
-        open(path->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    if (!directory || fstat(directory.Get(), &status) != 0) {
-        error = FolderFault(*path, std::strerror(errno));
-        return std::nullopt;
-    }
-    if (status.st_uid != geteuid()) {
-        error = FolderFault(*path, "expected a folder of user " + std::to_string(geteuid()) +
-                                       ", found one of user " + std::to_string(status.st_uid));
-        return std::nullopt;
-    }
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        error = *path + ": other users may write to this folder; give it mode 0700";
-        return std::nullopt;
-    }
-    return path;
-}
-
 std::string Encoded(const std::string& name) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string result;
@@ -213,12 +181,44 @@ bool RemoveDeadSocket(const std::string& path, std::string& error) {
 
 } // namespace
 
+std::optional<std::string> Folder(std::string& error) {
+    auto path = DirectoryName(error);
+    if (!path) {
+        return std::nullopt;
+    }
+    while (path->size() > 1 && path->back() == '/') {
+        path->pop_back();
+    }
+    if (mkdir(path->c_str(), 0700) != 0 && errno != EEXIST) {
+        error = FolderFault(*path, std::string("cannot be made: ") + std::strerror(errno));
+        return std::nullopt;
+    }
+    // Not through a link: in a folder that others may write to, it could lead anywhere.
+    const FileDescriptor directory(
+        open(path->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!directory || fstat(directory.Get(), &status) != 0) {
+        error = FolderFault(*path, std::strerror(errno));
+        return std::nullopt;
+    }
+    if (status.st_uid != geteuid()) {
+        error = FolderFault(*path, "expected a folder of user " + std::to_string(geteuid()) +
+                                       ", found one of user " + std::to_string(status.st_uid));
+        return std::nullopt;
+    }
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        error = *path + ": other users may write to this folder; give it mode 0700";
+        return std::nullopt;
+    }
+    return path;
+}
+
 std::optional<std::string> SocketPath(const std::string& name, std::string& error) {
     if (name.empty() || name.size() > kMaximumName || name.find('\0') != std::string::npos) {
         error = "a port's name has 1 to " + std::to_string(kMaximumName) + " bytes and no NUL";
         return std::nullopt;
     }
-    const auto directory = UsableDirectory(error);
+    const auto directory = Folder(error);
     if (!directory) {
         return std::nullopt;
     }

@@ -26,6 +26,10 @@ struct SocketIdentity {
     bool operator==(const SocketIdentity&) const = default;
 };
 
+// The user's runtime directory, which is made when it is missing. One that others may write to is
+// refused.
+std::optional<std::string> Folder(std::string& error);
+
 // The path of a port's socket in the user's runtime directory, which is made when it is missing.
 std::optional<std::string> SocketPath(const std::string& name, std::string& error);
 

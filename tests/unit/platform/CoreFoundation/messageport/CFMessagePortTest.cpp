@@ -577,6 +577,22 @@ TEST_F(CFMessagePortTest, RefusesADirectoryThatOthersMayChange) {
     EXPECT_TRUE(MakeRemote(CFSTR("safe")));
 }
 
+TEST_F(CFMessagePortTest, TellsTheHostWhereItsPortsLieOrWhyTheyCannot) {
+    setenv("QUORVEL_RUNTIME_DIR", (mDirectory.Path() + "/made//").c_str(), 1);
+    CFStringRef failure = CFSTR("old");
+    const CFHandle<CFStringRef> folder(CFMessagePortHostCopyFolder(&failure));
+    EXPECT_EQ(TestSupport::TextOf(folder.Get()), mDirectory.Path() + "/made");
+    EXPECT_TRUE(std::filesystem::is_directory(mDirectory.Path() + "/made"));
+    EXPECT_EQ(failure, nullptr);
+
+    setenv("QUORVEL_RUNTIME_DIR", "relative", 1);
+    EXPECT_EQ(CFMessagePortHostCopyFolder(nullptr), nullptr);
+    EXPECT_EQ(CFMessagePortHostCopyFolder(&failure), nullptr);
+    const CFHandle<CFStringRef> reason(failure);
+    EXPECT_EQ(TestSupport::TextOf(reason.Get()),
+              "QUORVEL_RUNTIME_DIR: expected an absolute path, found \"relative\"");
+}
+
 TEST_F(CFMessagePortTest, RefusesADirectoryThatIsALinkAFileOrRelative) {
     const std::string link = mDirectory.Path() + "/link";
     std::filesystem::create_directory(mDirectory.Path() + "/real");

@@ -46,8 +46,9 @@ CORESERVICES_EXPORT OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRe
 CORESERVICES_EXPORT OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion);
 
 // Makes a semaphore with `initialValue` units that never holds more than `maximumValue`, and
-// stores its identifier, never null. Results: noErr; paramErr (null pointer, or an initial value
-// above the maximum); kMPInsufficientResourcesErr (out of memory).
+// stores its identifier, never null. Counts above LONG_MAX are taken as LONG_MAX. Results: noErr;
+// paramErr (null pointer, or an initial value above the maximum); kMPInsufficientResourcesErr (out
+// of memory).
 CORESERVICES_EXPORT OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue,
                                                MPSemaphoreCount initialValue,
                                                MPSemaphoreID* semaphore);
@@ -60,7 +61,7 @@ CORESERVICES_EXPORT OSStatus MPDeleteSemaphore(MPSemaphoreID semaphore);
 CORESERVICES_EXPORT OSStatus MPWaitOnSemaphore(MPSemaphoreID semaphore, Duration timeout);
 
 // Gives one unit to a waiting thread or, if none waits, to the semaphore. A unit for a waiting
-// thread may exceed the maximum until that thread has taken it; a thread that comes to wait
-// meanwhile may be the one that gets it. Results: noErr; kMPInsufficientResourcesErr (the semaphore
+// thread does not count towards the maximum; a thread that comes to wait before the other has woken
+// may be the one that gets it. Results: noErr; kMPInsufficientResourcesErr (the semaphore
 // is full; nothing changes); kMPInvalidIDErr.
 CORESERVICES_EXPORT OSStatus MPSignalSemaphore(MPSemaphoreID semaphore);

@@ -1,3 +1,5 @@
+#include "tests/support/TestSeed.h"
+
 #include <CoreServices/CoreServices.h>
 
 #include <gmock/gmock.h>
@@ -8,6 +10,7 @@
 #include <cstdint>
 #include <future>
 #include <limits>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -55,8 +58,17 @@ TEST_F(SemaphoreTest, RefusesASignalWhenFull) {
 }
 
 TEST_F(SemaphoreTest, CountsUpToTheLargestMaximum) {
-    constexpr MPSemaphoreCount kMost = std::numeric_limits<MPSemaphoreCount>::max();
+    constexpr MPSemaphoreCount kMost = std::numeric_limits<long>::max();
     Make(kMost, kMost - 1);
+    EXPECT_EQ(MPSignalSemaphore(mSemaphore), noErr);
+    EXPECT_EQ(MPSignalSemaphore(mSemaphore), kMPInsufficientResourcesErr);
+}
+
+TEST_F(SemaphoreTest, TakesGreaterCountsForTheLargest) {
+    constexpr MPSemaphoreCount kBeyond = std::numeric_limits<MPSemaphoreCount>::max();
+    Make(kBeyond, kBeyond - 1);
+    EXPECT_EQ(MPSignalSemaphore(mSemaphore), kMPInsufficientResourcesErr);
+    EXPECT_EQ(MPWaitOnSemaphore(mSemaphore, kDurationImmediate), noErr);
     EXPECT_EQ(MPSignalSemaphore(mSemaphore), noErr);
     EXPECT_EQ(MPSignalSemaphore(mSemaphore), kMPInsufficientResourcesErr);
 }
@@ -137,6 +149,105 @@ TEST_F(SemaphoreTest, LosesAndInventsNoUnitUnderFullUse) {
     }
     EXPECT_EQ(taken, kProducers * kRounds);
     EXPECT_EQ(MPWaitOnSemaphore(mSemaphore, kDurationImmediate), kMPTimeoutErr);
+}
+
+// Waits that give up race with the signals that would have ended them. Whatever the outcome, the
+// books are right afterwards: the units left are those given and not taken, and there is room for
+// as many as the maximum leaves.
+TEST_F(SemaphoreTest, KeepsItsUnitsAndItsMaximumWhenWaitsGiveUpAtRandomMoments) {
+    const std::uint64_t seed = TestSeed();
+    SCOPED_TRACE(DescribeSeed(seed));
+    std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
+    constexpr int kThreads = 4;
+    for (int round = 0; round < 50; ++round) {
+        const auto maximum = static_cast<MPSemaphoreCount>(random() % 3);
+        Make(maximum, maximum / 2);
+        std::atomic<long> units{static_cast<long>(maximum / 2)};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([this, &units, own = std::mt19937(random())]() mutable {
+                for (int i = 0; i < 100; ++i) {
+                    if (own() % 2 == 0) {
+                        units += MPSignalSemaphore(mSemaphore) == noErr ? 1 : 0;
+                    } else {
+                        const auto timeout = -static_cast<Duration>(own() % 40); // microseconds
+                        units -= MPWaitOnSemaphore(mSemaphore, timeout) == noErr ? 1 : 0;
+                    }
+                }
+            });
+        }
+        for (auto& thread : threads) {
+            thread.join();
+        }
+        for (auto left = static_cast<long>(maximum); left > units; --left) {
+            ASSERT_EQ(MPSignalSemaphore(mSemaphore), noErr);
+        }
+        ASSERT_EQ(MPSignalSemaphore(mSemaphore), kMPInsufficientResourcesErr);
+        for (MPSemaphoreCount left = maximum; left > 0; --left) {
+            ASSERT_EQ(MPWaitOnSemaphore(mSemaphore, kDurationImmediate), noErr);
+        }
+        ASSERT_EQ(MPWaitOnSemaphore(mSemaphore, kDurationImmediate), kMPTimeoutErr);
+        ASSERT_EQ(MPDeleteSemaphore(mSemaphore), noErr);
+    }
+}
+
+// Each signal aims at the moment at which the wait gives up. With a maximum of 0 it is accepted if
+// and only if there is a thread that waits, which then has to take it.
+TEST_F(SemaphoreTest, GivesNoUnitToAWaitThatGivesUp) {
+    Make(0, 0);
+    constexpr int kRounds = 1000;
+    std::atomic<int> begun{0};
+    std::atomic<int> ended{0};
+    std::atomic<OSStatus> waited{noErr};
+    std::thread waiter([&] {
+        for (int round = 1; round <= kRounds; ++round) {
+            while (begun != round) {
+                std::this_thread::yield();
+            }
+            waited = MPWaitOnSemaphore(mSemaphore, -40);
+            ended = round;
+        }
+    });
+    const microseconds earliest(20);
+    const microseconds latest(150);
+    std::chrono::nanoseconds delay = latest;
+    for (int round = 1; round <= kRounds; ++round) {
+        const Clock::time_point start = Clock::now();
+        begun = round;
+        while (Clock::now() < start + delay) {
+        }
+        const OSStatus signalled = MPSignalSemaphore(mSemaphore);
+        while (ended != round) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(signalled == noErr, waited == noErr) << "after " << delay.count() << " ns";
+        const std::chrono::nanoseconds step(100 + round % 300);
+        delay += signalled == noErr ? step : -step;
+        if (delay < earliest) {
+            delay = latest;
+        }
+    }
+    waiter.join();
+}
+
+// Two threads hand one unit to and fro and wait without limit: a wake-up that is lost stops both.
+TEST_F(SemaphoreTest, LosesNoWakeUpBetweenTwoThreadsThatTakeTurns) {
+    Make(1, 0);
+    MPSemaphoreID back = nullptr;
+    ASSERT_EQ(MPCreateSemaphore(1, 0, &back), noErr);
+    constexpr int kRounds = 5000;
+    std::thread other([this, back] {
+        for (int i = 0; i < kRounds; ++i) {
+            EXPECT_EQ(MPWaitOnSemaphore(mSemaphore, kDurationForever), noErr);
+            EXPECT_EQ(MPSignalSemaphore(back), noErr);
+        }
+    });
+    for (int i = 0; i < kRounds; ++i) {
+        EXPECT_EQ(MPSignalSemaphore(mSemaphore), noErr);
+        EXPECT_EQ(MPWaitOnSemaphore(back, kDurationForever), noErr);
+    }
+    other.join();
+    EXPECT_EQ(MPDeleteSemaphore(back), noErr);
 }
 
 TEST_F(SemaphoreTest, AnswersIdentifiersThatNeverExisted) {

@@ -1,11 +1,11 @@
 #include "midiserver/replay/ReplaySession.h"
 
-#include "midiserver/backends/embedded/Backend.h"
 #include "midiserver/host/Interrupt.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
-#include "midiserver/replay/ControlSurfaceApplication.h"
 #include "midiserver/replay/PacketList.h"
+#include "midiserver/routing/DriverPorts.h"
+#include "midiserver/routing/PrivateSources.h"
 
 #include <fmt/format.h>
 
@@ -57,35 +57,35 @@ ReplaySession::ReplaySession(const RecordedSession& recording, const ReplayOptio
 }
 
 ReplayReport ReplaySession::Run() {
-    ControlSurfaceApplication application([this](unsigned port, const MIDIPacketList& packets) {
+    PrivateSources application([this](unsigned port, const MIDIPacketList& packets) {
         const Clock::time_point now = Clock::now();
         const MutexLock lock(mMutex);
         mStatistics.Forwarded(port, now, PacketsOf(packets));
         mLastArrival = now;
         mArrived.NotifyAll();
     });
-    Backend backend([this](std::size_t port, const MIDIPacketList& packets) {
+    DriverPorts driver([this](std::size_t port, const MIDIPacketList& packets) {
         const Clock::time_point now = Clock::now();
         const MutexLock lock(mMutex);
         mStatistics.Replied(static_cast<unsigned>(port), now, PacketsOf(packets));
         mArrived.NotifyAll();
     });
     application.Connect(static_cast<unsigned>(mHost.Ports().size()));
-    backend.PublishPorts(mHost.Ports());
+    driver.Connect(mHost.Ports());
     const Clock::time_point start = Clock::now();
     {
         const MutexLock lock(mMutex);
         mStart = mLastArrival = start;
     }
-    SendAll(backend, start);
+    SendAll(driver, start);
     LogSent();
     WaitForTheRest();
-    backend.WithdrawPorts();
+    driver.Disconnect();
     application.Disconnect();
     return Report();
 }
 
-void ReplaySession::SendAll(Backend& backend, Clock::time_point start) {
+void ReplaySession::SendAll(DriverPorts& driver, Clock::time_point start) {
     RecordedSession::Iterator message = mRecording.begin();
     const std::uint64_t first = message->microseconds;
     std::size_t offset = 0;
@@ -97,7 +97,7 @@ void ReplaySession::SendAll(Backend& backend, Clock::time_point start) {
                 break;
             }
         }
-        if (Interrupt::Count() > 0 || !SendNextList(backend, message, offset)) {
+        if (Interrupt::Count() > 0 || !SendNextList(driver, message, offset)) {
             break;
         }
     }
@@ -129,7 +129,7 @@ bool ReplaySession::WaitUntilDue(Clock::time_point due) {
 
 // Sends one packet list with the messages that are due at the time of `message`, from `offset` of
 // it on, as far as they fit, and moves both on. Returns false if the session has to end.
-bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& message,
+bool ReplaySession::SendNextList(DriverPorts& driver, RecordedSession::Iterator& message,
                                  std::size_t& offset) {
     const std::uint64_t time = message->microseconds;
     mList.Clear();
@@ -160,7 +160,7 @@ bool ReplaySession::SendNextList(Backend& backend, RecordedSession::Iterator& me
         mStatistics.ListSent(Clock::now(), mListPackets);
         mReport.sent += completed;
     }
-    if (backend.DeliverToDriver(mOptions.port, *mList.List()) != noErr) {
+    if (driver.Send(mOptions.port, *mList.List()) != noErr) {
         const MutexLock lock(mMutex);
         mStatistics.LastListRefused();
     }

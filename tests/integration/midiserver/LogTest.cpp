@@ -133,7 +133,8 @@ TEST_F(LogTest, WritesForTheJournalAsAServiceAndWhenAsked) {
         EXPECT_EQ(result.status, 0);
         ASSERT_FALSE(result.err.empty());
         for (const std::string& line : Lines(result.err)) {
-            EXPECT_THAT(line, testing::ContainsRegex("^<6>(Host|PlugIn|Replay|Preferences): "));
+            EXPECT_THAT(line,
+                        testing::ContainsRegex("^<6>(Host|PlugIn|Replay|Preferences|Routing): "));
         }
     }
     EXPECT_THAT(

@@ -1,4 +1,4 @@
-#include "midiserver/backends/embedded/Backend.h"
+#include "midiserver/routing/DriverPorts.h"
 
 #include "midiserver/host/CFText.h"
 
@@ -8,31 +8,31 @@
 
 namespace MidiServer {
 
-struct Backend::Connection {
+struct DriverPorts::Connection {
     std::size_t port;
     MIDIEndpointRef source;
     MIDIEndpointRef destination;
 };
 
-Backend::Backend(FromDriver fromDriver) : mFromDriver(std::move(fromDriver)) {
-    const CFOwned<CFStringRef> name = MakeCFString("midiserver embedded backend");
+DriverPorts::DriverPorts(FromDriver fromDriver) : mFromDriver(std::move(fromDriver)) {
+    const CFOwned<CFStringRef> name = MakeCFString("midiserver driver ports");
     OSStatus status = MIDIClientCreate(name.Get(), nullptr, nullptr, &mClient);
     if (status == noErr) {
         status = MIDIOutputPortCreate(mClient, name.Get(), &mOutput);
     }
     if (status != noErr) {
         MIDIClientDispose(mClient);
-        throw HostError(fmt::format("the DAW's MIDI client cannot be made (status {})", status));
+        throw HostError(fmt::format("the host's MIDI client cannot be made (status {})", status));
     }
 }
 
-Backend::~Backend() {
-    WithdrawPorts();
+DriverPorts::~DriverPorts() {
+    Disconnect();
     MIDIPortDispose(mOutput);
     MIDIClientDispose(mClient);
 }
 
-void Backend::PublishPorts(const std::vector<DriverPort>& ports) {
+void DriverPorts::Connect(const std::vector<DriverPort>& ports) {
     const CFOwned<CFStringRef> name = MakeCFString("from the driver");
     OSStatus status = MIDIInputPortCreate(mClient, name.Get(), ReadProcedure, this, &mInput);
     for (const DriverPort& port : ports) {
@@ -43,13 +43,13 @@ void Backend::PublishPorts(const std::vector<DriverPort>& ports) {
         }
     }
     if (status != noErr) {
-        WithdrawPorts();
+        Disconnect();
         throw HostError(
             fmt::format("the driver's sources cannot be listened to (status {})", status));
     }
 }
 
-void Backend::WithdrawPorts() {
+void DriverPorts::Disconnect() {
     if (mInput != 0) {
         MIDIPortDispose(mInput);
         mInput = 0;
@@ -57,16 +57,17 @@ void Backend::WithdrawPorts() {
     mConnections.clear();
 }
 
-OSStatus Backend::DeliverToDriver(std::size_t port, MIDIPacketList& packets) {
+OSStatus DriverPorts::Send(std::size_t port, MIDIPacketList& packets) {
     if (port >= mConnections.size()) {
         return kMIDIInvalidPort;
     }
     return MIDISend(mOutput, mConnections[port]->destination, &packets);
 }
 
-void Backend::ReadProcedure(const MIDIPacketList* packets, void* backend, void* connection) {
-    static_cast<Backend*>(backend)->mFromDriver(static_cast<Connection*>(connection)->port,
-                                                *packets);
+void DriverPorts::ReadProcedure(const MIDIPacketList* packets, void* driverPorts,
+                                void* connection) {
+    static_cast<DriverPorts*>(driverPorts)
+        ->mFromDriver(static_cast<Connection*>(connection)->port, *packets);
 }
 
 } // namespace MidiServer

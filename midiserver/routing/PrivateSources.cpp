@@ -1,4 +1,4 @@
-#include "midiserver/replay/ControlSurfaceApplication.h"
+#include "midiserver/routing/PrivateSources.h"
 
 #include "midiserver/host/CFText.h"
 #include "midiserver/host/Host.h"
@@ -55,7 +55,7 @@ IdBlock AskForIds(CFMessagePortRef messagePort, unsigned port) {
                                     kMessagePortName, length, sizeof ids));
     }
     std::memcpy(ids.data(), CFDataGetBytePtr(reply.Get()), sizeof ids);
-    Log(kReplayLog[HSL::kInfo],
+    Log(kRoutingLog[HSL::kInfo],
         "the driver's message port gave the IDs %d, %d, %d, %d from port %u on", ids[0], ids[1],
         ids[2], ids[3], port);
     return ids;
@@ -63,18 +63,17 @@ IdBlock AskForIds(CFMessagePortRef messagePort, unsigned port) {
 
 } // namespace
 
-struct ControlSurfaceApplication::Connection {
+struct PrivateSources::Connection {
     unsigned port;
 };
 
-ControlSurfaceApplication::ControlSurfaceApplication(Received received)
-    : mReceived(std::move(received)) {}
+PrivateSources::PrivateSources(Received received) : mReceived(std::move(received)) {}
 
-ControlSurfaceApplication::~ControlSurfaceApplication() {
+PrivateSources::~PrivateSources() {
     Disconnect();
 }
 
-void ControlSurfaceApplication::Connect(unsigned portCount) {
+void PrivateSources::Connect(unsigned portCount) {
     const CFOwned<CFStringRef> portName = MakeCFString(kMessagePortName);
     const CFOwned<CFMessagePortRef> messagePort(
         CFMessagePortCreateRemote(kCFAllocatorDefault, portName.Get()));
@@ -82,14 +81,14 @@ void ControlSurfaceApplication::Connect(unsigned portCount) {
         throw HostError(
             fmt::format("the driver's message port \"{}\" is not there", kMessagePortName));
     }
-    const CFOwned<CFStringRef> name = MakeCFString("midiserver control surface");
+    const CFOwned<CFStringRef> name = MakeCFString("midiserver private sources");
     OSStatus status = MIDIClientCreate(name.Get(), nullptr, nullptr, &mClient);
     if (status == noErr) {
         status = MIDIInputPortCreate(mClient, name.Get(), ReadProcedure, this, &mInput);
     }
     if (status != noErr) {
-        throw HostError(
-            fmt::format("the application's MIDI client cannot be made (status {})", status));
+        throw HostError(fmt::format(
+            "the MIDI client of the private sources cannot be made (status {})", status));
     }
     IdBlock ids{};
     for (unsigned port = 0; port < portCount; ++port) {
@@ -113,11 +112,12 @@ void ControlSurfaceApplication::Connect(unsigned portCount) {
                             "be connected (status {})",
                             port + 1, id, status));
         }
-        Log(kReplayLog[HSL::kChatty], "listening to private source %d of port %u", id, port + 1);
+        mUniqueIds.push_back(id);
+        Log(kRoutingLog[HSL::kChatty], "listening to private source %d of port %u", id, port + 1);
     }
 }
 
-void ControlSurfaceApplication::Disconnect() {
+void PrivateSources::Disconnect() {
     if (mInput != 0) {
         MIDIPortDispose(mInput);
         mInput = 0;
@@ -127,12 +127,12 @@ void ControlSurfaceApplication::Disconnect() {
         mClient = 0;
     }
     mConnections.clear();
+    mUniqueIds.clear();
 }
 
-void ControlSurfaceApplication::ReadProcedure(const MIDIPacketList* packets, void* application,
-                                              void* connection) {
-    static_cast<ControlSurfaceApplication*>(application)
-        ->mReceived(static_cast<Connection*>(connection)->port, *packets);
+void PrivateSources::ReadProcedure(const MIDIPacketList* packets, void* sources, void* connection) {
+    static_cast<PrivateSources*>(sources)->mReceived(static_cast<Connection*>(connection)->port,
+                                                     *packets);
 }
 
 } // namespace MidiServer

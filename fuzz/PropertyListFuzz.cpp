@@ -1,7 +1,7 @@
 // Reads arbitrary bytes as a property list. A list that is accepted is written in both formats and
 // must read back.
 #include "fuzz/Require.h"
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -10,14 +10,14 @@
 
 namespace {
 
-using Data = CFHandle<CFDataRef>;
-using Value = CFHandle<CFPropertyListRef>;
+using Data = CFOwned<CFDataRef>;
+using Value = CFOwned<CFPropertyListRef>;
 
 Value Read(CFDataRef data) {
     CFErrorRef error = nullptr;
     Value value(
         CFPropertyListCreateWithData(nullptr, data, kCFPropertyListImmutable, nullptr, &error));
-    const CFHandle<CFErrorRef> owner(error);
+    const CFOwned<CFErrorRef> owner(error);
     Require(static_cast<bool>(value) != (error != nullptr), "either a value or an error");
     return value;
 }
@@ -25,7 +25,7 @@ Value Read(CFDataRef data) {
 Data Write(CFPropertyListRef value, CFPropertyListFormat format) {
     CFErrorRef error = nullptr;
     Data data(CFPropertyListCreateData(nullptr, value, format, 0, &error));
-    const CFHandle<CFErrorRef> owner(error);
+    const CFOwned<CFErrorRef> owner(error);
     Require(static_cast<bool>(data) != (error != nullptr), "either bytes or an error");
     return data;
 }

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "midiserver/host/CFOwned.h"
+#include "platform/support/CFOwned.h"
+
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <string>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "midiserver/host/CFOwned.h"
+#include "platform/support/CFOwned.h"
 #include "runtime/workqueue/NyWorkQueue.h"
 
 #include <CoreFoundation/CFRunLoop.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "midiserver/host/CFOwned.h"
+#include "platform/support/CFOwned.h"
 
 #include <CoreFoundation/CFPlugIn.h>
 #include <CoreMIDI/MIDIDriver.h>

@@ -1,26 +1,26 @@
 #pragma once
 
-#include <CoreFoundation/CoreFoundation.h>
+#include <CoreFoundation/CFBase.h>
 
-#include <optional>
-#include <string>
 #include <utility>
 
-namespace CoreMIDI {
-
 // A CFOwned owns a reference to a CoreFoundation object, which may be null, and releases it in its
-// destructor.
+// destructor:
 //
-//     const CFOwned<CFStringRef> name = MakeString("Port 1");
+//     const CFOwned<CFStringRef> name(CFStringCreateWithCString(nullptr, "Port 1", encoding));
 //     MIDIObjectSetStringProperty(device, kMIDIPropertyName, name.Get());
+//
+// A copy has a reference of its own to the same object. None of the operations allocates or fails.
+// As with a plain pointer, threads that share a CFOwned need a lock as soon as one of them changes
+// it.
 template <typename Reference>
 class CFOwned {
 public:
     CFOwned() = default;
-    // Takes over a reference that a Create or Copy function gave.
-    explicit CFOwned(Reference created) : mReference(created) {}
-    CFOwned(const CFOwned& other) : CFOwned(Retained(other.mReference)) {}
-    CFOwned(CFOwned&& other) noexcept : mReference(std::exchange(other.mReference, nullptr)) {}
+    // Takes over the reference that a Create or Copy function gave.
+    explicit CFOwned(Reference created) noexcept : mReference(created) {}
+    CFOwned(const CFOwned& other) noexcept : CFOwned(Retained(other.mReference)) {}
+    CFOwned(CFOwned&& other) noexcept : mReference(other.Release()) {}
     CFOwned& operator=(CFOwned other) noexcept {
         std::swap(mReference, other.mReference);
         return *this;
@@ -32,40 +32,20 @@ public:
     }
 
     // Adds a reference to an object that somebody else owns.
-    static CFOwned Retained(Reference reference) {
-        return CFOwned(reference == nullptr ? nullptr : static_cast<Reference>(Retain(reference)));
+    static CFOwned Retained(Reference reference) noexcept {
+        if (reference != nullptr) {
+            CFRetain(reference);
+        }
+        return CFOwned(reference);
     }
 
-    Reference Get() const { return mReference; }
+    Reference Get() const noexcept { return mReference; }
+    Reference operator->() const noexcept { return mReference; }
+    explicit operator bool() const noexcept { return mReference != nullptr; }
     // Hands the reference over to the caller.
-    Reference Release() { return std::exchange(mReference, nullptr); }
-    explicit operator bool() const { return mReference != nullptr; }
+    Reference Release() noexcept { return std::exchange(mReference, nullptr); }
+    void Reset(Reference created = nullptr) noexcept { *this = CFOwned(created); }
 
 private:
-    static Reference Retain(Reference reference) {
-        CFRetain(reference);
-        return reference;
-    }
-
     Reference mReference = nullptr;
 };
-
-// Whether it is a string, and one that a property list can hold.
-bool IsName(CFTypeRef value);
-
-inline bool IsString(CFTypeRef value) {
-    return value != nullptr && CFGetTypeID(value) == CFStringGetTypeID();
-}
-
-// Returns the text of a string in UTF-8, or nothing if the object is not a string. Throws
-// std::bad_alloc.
-std::optional<std::string> TextOf(CFStringRef string);
-// Null without memory.
-CFOwned<CFStringRef> CreateString(const std::string& text) noexcept;
-// The same and a number, but throw std::bad_alloc.
-CFOwned<CFStringRef> MakeString(const std::string& text);
-CFOwned<CFNumberRef> MakeNumber(SInt32 number);
-// Returns the value of a number, or nothing if the object is not an integer within the range.
-std::optional<SInt32> NumberOf(CFTypeRef value);
-
-} // namespace CoreMIDI

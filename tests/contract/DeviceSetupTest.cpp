@@ -20,7 +20,7 @@ using TestSupport::PlatformCalls;
 std::string NameOf(MIDIObjectRef object, CFStringRef property = kMIDIPropertyName) {
     CFStringRef name = nullptr;
     EXPECT_EQ(MIDIObjectGetStringProperty(object, property, &name), noErr);
-    return TestSupport::TextOf(CFHandle(name).Get());
+    return TestSupport::TextOf(CFOwned(name).Get());
 }
 
 SInt32 IntegerOf(MIDIObjectRef object, CFStringRef property) {
@@ -96,14 +96,14 @@ protected:
 
     bool MessagePortAnswers() {
         const auto name = TestSupport::MakeString("Quorvel Virtual Source IDs Port");
-        const auto remote = CFHandle(CFMessagePortCreateRemote(nullptr, name.Get()));
+        const auto remote = CFOwned(CFMessagePortCreateRemote(nullptr, name.Get()));
         if (!remote) {
             return false;
         }
         CFDataRef reply = nullptr;
         const SInt32 result = CFMessagePortSendRequest(remote.Get(), 1, nullptr, 60, 60,
                                                        kCFRunLoopDefaultMode, &reply);
-        const auto held = CFHandle(reply);
+        const auto held = CFOwned(reply);
         return result == kCFMessagePortSuccess && reply != nullptr && CFDataGetLength(reply) == 16;
     }
 };

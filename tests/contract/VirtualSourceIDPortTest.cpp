@@ -23,7 +23,7 @@ protected:
         mPreferences.SetApplications({{block, "None"}});
         OpenAndStart();
         const auto name = TestSupport::MakeString("Quorvel Virtual Source IDs Port");
-        mRemote = CFHandle(CFMessagePortCreateRemote(nullptr, name.Get()));
+        mRemote = CFOwned(CFMessagePortCreateRemote(nullptr, name.Get()));
         ASSERT_TRUE(mRemote);
     }
 
@@ -34,7 +34,7 @@ protected:
         EXPECT_EQ(CFMessagePortSendRequest(mRemote.Get(), msgid, data, 60, 60,
                                            kCFRunLoopDefaultMode, &reply),
                   kCFMessagePortSuccess);
-        const auto held = CFHandle(reply);
+        const auto held = CFOwned(reply);
         EXPECT_NE(reply, nullptr);
         if (reply != nullptr) {
             EXPECT_EQ(CFDataGetLength(reply), 16);
@@ -54,7 +54,7 @@ protected:
         return id;
     }
 
-    CFHandle<CFMessagePortRef> mRemote;
+    CFOwned<CFMessagePortRef> mRemote;
 };
 
 TEST_F(VirtualSourceIDPort, GivesTheFourIDsOfABlockInPortOrder) {
@@ -76,7 +76,7 @@ TEST_F(VirtualSourceIDPort, IgnoresTheRequestsData) {
     const IDs ids = Ask(1);
     for (const std::size_t size : {0U, 1U, 16U, 5000U}) {
         const Bytes bytes(size, 0xA5);
-        const auto data = CFHandle(CFDataCreate(nullptr, bytes.data(), static_cast<CFIndex>(size)));
+        const auto data = CFOwned(CFDataCreate(nullptr, bytes.data(), static_cast<CFIndex>(size)));
         EXPECT_EQ(Ask(1, data.Get()), ids);
     }
 }

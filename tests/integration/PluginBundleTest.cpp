@@ -111,15 +111,15 @@ TEST_F(PluginBundle, ExportsTheFactoryAlone) {
 
 TEST_F(PluginBundle, NamesTheFactoryThatTheCodeRegisters) {
     const std::string path = QUORVEL_PLUGIN_BUNDLE;
-    const auto url = CFHandle(CFURLCreateFromFileSystemRepresentation(
+    const auto url = CFOwned(CFURLCreateFromFileSystemRepresentation(
         nullptr, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
         true));
-    const auto plugIn = CFHandle(CFPlugInCreate(nullptr, url.Get()));
+    const auto plugIn = CFOwned(CFPlugInCreate(nullptr, url.Get()));
     ASSERT_TRUE(plugIn);
     const auto factories =
-        CFHandle(CFPlugInFindFactoriesForPlugInTypeInPlugIn(kMIDIDriverTypeID, plugIn.Get()));
+        CFOwned(CFPlugInFindFactoriesForPlugInTypeInPlugIn(kMIDIDriverTypeID, plugIn.Get()));
     ASSERT_EQ(CFArrayGetCount(factories.Get()), 1);
-    const auto expected = CFHandle(CFUUIDCreateFromString(nullptr, CFSTR(QUORVEL_FACTORY_UUID)));
+    const auto expected = CFOwned(CFUUIDCreateFromString(nullptr, CFSTR(QUORVEL_FACTORY_UUID)));
     EXPECT_TRUE(CFEqual(CFArrayGetValueAtIndex(factories.Get(), 0), expected.Get()));
 }
 
@@ -131,13 +131,13 @@ TEST_F(PluginBundle, CarriesADawsMessagesToTheApplicationAndAnswersItsPings) {
 
     // The application asks for the IDs of its block and finds the sources by them.
     const auto remote =
-        CFHandle(CFMessagePortCreateRemote(nullptr, CFSTR("Quorvel Virtual Source IDs Port")));
+        CFOwned(CFMessagePortCreateRemote(nullptr, CFSTR("Quorvel Virtual Source IDs Port")));
     ASSERT_TRUE(remote);
     CFDataRef reply = nullptr;
     ASSERT_EQ(
         CFMessagePortSendRequest(remote.Get(), 5, nullptr, 60, 60, kCFRunLoopDefaultMode, &reply),
         kCFMessagePortSuccess);
-    const auto data = CFHandle(reply);
+    const auto data = CFOwned(reply);
     ASSERT_EQ(CFDataGetLength(data.Get()), 16);
     std::array<SInt32, 4> ids;
     std::memcpy(ids.data(), CFDataGetBytePtr(data.Get()), sizeof ids);
@@ -199,7 +199,7 @@ TEST_F(PluginBundle, AnswersTheMessagePortToAnotherProcess) {
             MIDIObjectGetStringProperty(object, kMIDIPropertyName, &name) != noErr) {
             return std::string();
         }
-        return TestSupport::TextOf(CFHandle(name).Get());
+        return TestSupport::TextOf(CFOwned(name).Get());
     };
     for (unsigned int i = 0; i < 4; i++) {
         EXPECT_EQ(nameOf(blocks[0][i]), "Quorvel Virtual Source " + std::to_string(i + 5));

@@ -34,15 +34,15 @@ public:
     // Null handles where a step failed; Driver() tells whether all went well.
     PluginHost() {
         const std::string path = QUORVEL_PLUGIN_BUNDLE;
-        const auto url = CFHandle(CFURLCreateFromFileSystemRepresentation(
+        const auto url = CFOwned(CFURLCreateFromFileSystemRepresentation(
             nullptr, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
             true));
-        mPlugIn = CFHandle(CFPlugInCreate(nullptr, url.Get()));
+        mPlugIn = CFOwned(CFPlugInCreate(nullptr, url.Get()));
         if (!mPlugIn) {
             return;
         }
         const auto factories =
-            CFHandle(CFPlugInFindFactoriesForPlugInTypeInPlugIn(kMIDIDriverTypeID, mPlugIn.Get()));
+            CFOwned(CFPlugInFindFactoriesForPlugInTypeInPlugIn(kMIDIDriverTypeID, mPlugIn.Get()));
         if (!factories || CFArrayGetCount(factories.Get()) != 1) {
             return;
         }
@@ -87,7 +87,7 @@ public:
     }
 
 private:
-    CFHandle<CFPlugInRef> mPlugIn;
+    CFOwned<CFPlugInRef> mPlugIn;
     MIDIDriverRef mDriver = nullptr;
 };
 

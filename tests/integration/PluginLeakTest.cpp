@@ -14,7 +14,7 @@ template <typename Make>
 long BlocksOf(Make make) {
     CFRelease(make()); // what its kind needs once, it has now
     const long before = TestSupport::LiveBlocks().others;
-    const CFHandle object(make());
+    const CFOwned object(make());
     return TestSupport::LiveBlocks().others - before;
 }
 

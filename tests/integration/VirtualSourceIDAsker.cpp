@@ -12,7 +12,7 @@
 
 int main(int argc, char** argv) {
     const auto remote =
-        CFHandle(CFMessagePortCreateRemote(nullptr, CFSTR("Quorvel Virtual Source IDs Port")));
+        CFOwned(CFMessagePortCreateRemote(nullptr, CFSTR("Quorvel Virtual Source IDs Port")));
     if (!remote) {
         std::fprintf(stderr, "VirtualSourceIDAsker: nobody serves the port\n");
         return 1;
@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
         const SInt32 result = CFMessagePortSendRequest(
             remote.Get(), static_cast<SInt32>(std::strtol(argv[i], nullptr, 10)), nullptr, 60, 60,
             kCFRunLoopDefaultMode, &reply);
-        const auto held = CFHandle(reply);
+        const auto held = CFOwned(reply);
         std::array<SInt32, 4> ids;
         if (result != kCFMessagePortSuccess || reply == nullptr ||
             CFDataGetLength(reply) != static_cast<CFIndex>(sizeof ids)) {

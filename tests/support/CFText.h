@@ -1,7 +1,7 @@
 // Converts strings between the test and CoreFoundation.
 #pragma once
 
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 
 #include <CoreFoundation/CFString.h>
 
@@ -9,8 +9,8 @@
 
 namespace TestSupport {
 
-inline CFHandle<CFStringRef> MakeString(const std::string& text) {
-    return CFHandle(CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8));
+inline CFOwned<CFStringRef> MakeString(const std::string& text) {
+    return CFOwned(CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8));
 }
 
 // Returns the text in UTF-8, or "" if the string is null, has no UTF-8 form or is too long.

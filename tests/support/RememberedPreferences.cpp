@@ -1,7 +1,7 @@
 #include "tests/support/RememberedPreferences.h"
 
 #include "MidiDriver/MacSonaretDefs.h"
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 
 #include <dlfcn.h>
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-std::optional<CFHandle<CFPropertyListRef>> sRemembered;
+std::optional<CFOwned<CFPropertyListRef>> sRemembered;
 bool sFailing = false;
 
 template <typename Function>
@@ -22,7 +22,7 @@ Function* RealFunction(Function* /*same type*/, const char* name) {
 namespace TestSupport {
 
 void RememberPreference(CFPropertyListRef value) {
-    sRemembered.emplace(value == nullptr ? nullptr : CFRetain(value));
+    sRemembered = CFOwned<CFPropertyListRef>::Retained(value);
 }
 
 void FailPreferencesSynchronization(bool failing) {

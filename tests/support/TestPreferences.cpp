@@ -17,9 +17,9 @@ TestPreferences::~TestPreferences() {
 }
 
 void TestPreferences::SetApplications(const std::vector<Application>& applications) {
-    const auto array = CFHandle(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+    const auto array = CFOwned(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     for (const Application& application : applications) {
-        const auto entry = CFHandle(CFDictionaryCreateMutable(
+        const auto entry = CFOwned(CFDictionaryCreateMutable(
             nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
         if (!application.ports.empty()) {
             CFDictionarySetValue(entry.Get(), MacSonaretDefs::kMIDIPortKey,

@@ -71,29 +71,29 @@ protected:
     TestPreferences mPreferences;
 };
 
-CFHandle<CFMutableArrayRef> ArrayOf(std::initializer_list<CFTypeRef> values) {
-    auto array = CFHandle(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+CFOwned<CFMutableArrayRef> ArrayOf(std::initializer_list<CFTypeRef> values) {
+    auto array = CFOwned(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
     for (CFTypeRef value : values) {
         CFArrayAppendValue(array.Get(), value);
     }
     return array;
 }
 
-CFHandle<CFMutableDictionaryRef>
+CFOwned<CFMutableDictionaryRef>
 DictionaryOf(std::initializer_list<std::pair<CFStringRef, CFTypeRef>> pairs) {
-    auto dictionary = CFHandle(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                         &kCFTypeDictionaryValueCallBacks));
+    auto dictionary = CFOwned(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                                        &kCFTypeDictionaryValueCallBacks));
     for (const auto& [key, value] : pairs) {
         CFDictionarySetValue(dictionary.Get(), key, value);
     }
     return dictionary;
 }
 
-CFHandle<CFNumberRef> Number(SInt32 value) {
-    return CFHandle(CFNumberCreate(nullptr, kCFNumberSInt32Type, &value));
+CFOwned<CFNumberRef> Number(SInt32 value) {
+    return CFOwned(CFNumberCreate(nullptr, kCFNumberSInt32Type, &value));
 }
 
-CFHandle<CFMutableDictionaryRef> ApplicationOf(const std::string& ports, CFTypeRef protocol) {
+CFOwned<CFMutableDictionaryRef> ApplicationOf(const std::string& ports, CFTypeRef protocol) {
     return DictionaryOf({{MacSonaretDefs::kMIDIPortKey, MakeString(ports).Get()},
                          {MacSonaretDefs::kProtocolKey, protocol}});
 }
@@ -194,7 +194,7 @@ TEST_F(MidiConfigFile, IgnoresAPreferenceThatIsNoArray) {
     ExpectNothingIn(Number(4).Get());
     ExpectNothingIn(kCFBooleanTrue);
     const UInt8 bytes[] = {1, 2, 3};
-    ExpectNothingIn(CFHandle(CFDataCreate(nullptr, bytes, sizeof bytes)).Get());
+    ExpectNothingIn(CFOwned(CFDataCreate(nullptr, bytes, sizeof bytes)).Get());
     const auto ports = MakeString("1-4");
     const auto protocol = MakeString("HUI");
     ExpectNothingIn(DictionaryOf({{MacSonaretDefs::kMIDIPortKey, ports.Get()},

@@ -10,11 +10,12 @@
 // `CFRuntimeTypeOf` are for.
 #pragma once
 
+#include "platform/support/CFOwned.h"
+
 #include <CoreFoundation/CFBase.h>
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -231,13 +232,6 @@ Object* CFRuntimeCreate(CFAllocatorRef allocator, Arguments&&... arguments) noex
     return CFRuntimeGuard<Object*>(
         nullptr, [&] { return new Object(std::forward<Arguments>(arguments)...); });
 }
-
-// Owns one reference: `CFOwned<CFStringRef> name(CFStringCreate...)`.
-struct CFRuntimeReleaser {
-    void operator()(CFTypeRef reference) const { CFRelease(reference); }
-};
-template <typename Reference>
-using CFOwned = std::unique_ptr<std::remove_pointer_t<Reference>, CFRuntimeReleaser>;
 
 // An object that is there before any code runs and that no static destructor ends, since threads
 // may still use it when the process exits.

@@ -16,9 +16,9 @@ void ReportError(CFErrorRef* error, CFIndex code, const std::string& text) {
         return;
     }
     const void* key = kCFErrorLocalizedDescriptionKey;
-    const void* value = description.get();
+    const void* value = description.Get();
     const CFOwned<CFDictionaryRef> info(CFDictionaryCreate(nullptr, &key, &value, 1,
                                                            &kCFTypeDictionaryKeyCallBacks,
                                                            &kCFTypeDictionaryValueCallBacks));
-    *error = CFErrorCreate(nullptr, kCFErrorDomainCocoa, code, info.get());
+    *error = CFErrorCreate(nullptr, kCFErrorDomainCocoa, code, info.Get());
 }

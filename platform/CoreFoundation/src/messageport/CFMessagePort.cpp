@@ -248,18 +248,18 @@ void __CFMessagePort::Perform(const MessagePortListener::Request& request, void*
     if (!data) {
         throw std::bad_alloc();
     }
-    const CFOwned<CFDataRef> reply(mCallOut(this, request.header.msgid, data.get(), info));
+    const CFOwned<CFDataRef> reply(mCallOut(this, request.header.msgid, data.Get(), info));
     if (request.header.kind == MessagePort::FrameKind::kOneWay) {
         mListener->Finish(request);
-    } else if (reply.get() == nullptr) {
+    } else if (!reply) {
         mListener->Answer(request, MessagePort::FrameKind::kEmptyReply, {});
-    } else if (CFGetTypeID(reply.get()) != CFDataGetTypeID() ||
-               CFDataGetLength(reply.get()) > kCFMessagePortMaximumLength) {
+    } else if (CFGetTypeID(reply.Get()) != CFDataGetTypeID() ||
+               CFDataGetLength(reply.Get()) > kCFMessagePortMaximumLength) {
         mListener->Answer(request, MessagePort::FrameKind::kRefusal, {});
     } else {
-        const UInt8* const bytes = CFDataGetBytePtr(reply.get());
+        const UInt8* const bytes = CFDataGetBytePtr(reply.Get());
         mListener->Answer(request, MessagePort::FrameKind::kReply,
-                          {bytes, bytes + CFDataGetLength(reply.get())});
+                          {bytes, bytes + CFDataGetLength(reply.Get())});
     }
 }
 
@@ -373,7 +373,7 @@ Boolean CFMessagePortIsRemote(CFMessagePortRef ms) {
 
 CFStringRef CFMessagePortGetName(CFMessagePortRef ms) {
     const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
-    return port == nullptr ? nullptr : port->mNameString.get();
+    return port == nullptr ? nullptr : port->mNameString.Get();
 }
 
 CFMessagePortInvalidationCallBack CFMessagePortGetInvalidationCallBack(CFMessagePortRef ms) {

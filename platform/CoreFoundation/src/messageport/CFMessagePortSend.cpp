@@ -50,9 +50,9 @@ public:
         if (!mArmed->waiting) {
             mDescriptor.async_wait(
                 boost::asio::posix::stream_descriptor::wait_read,
-                [armed = mArmed, source = mSource.Retained()](const boost::system::error_code&) {
+                [armed = mArmed, source = mSource.Source()](const boost::system::error_code&) {
                     armed->waiting = false;
-                    CFRunLoopSourceSignal(source.get());
+                    CFRunLoopSourceSignal(source.Get());
                 });
             mArmed->waiting = true;
         }
@@ -71,23 +71,20 @@ private:
     public:
         AddedSource(CFRunLoopRef loop, CFStringRef mode) {
             CFRunLoopSourceContext context{};
-            mSource.reset(CFRunLoopSourceCreate(nullptr, 0, &context));
+            mSource.Reset(CFRunLoopSourceCreate(nullptr, 0, &context));
             if (loop == nullptr || !mSource) {
                 throw std::bad_alloc();
             }
-            CFRunLoopAddSource(loop, mSource.get(), mode);
-            if (!CFRunLoopContainsSource(loop, mSource.get(), mode)) {
+            CFRunLoopAddSource(loop, mSource.Get(), mode);
+            if (!CFRunLoopContainsSource(loop, mSource.Get(), mode)) {
                 throw std::bad_alloc();
             }
         }
-        ~AddedSource() { CFRunLoopSourceInvalidate(mSource.get()); }
+        ~AddedSource() { CFRunLoopSourceInvalidate(mSource.Get()); }
         AddedSource(const AddedSource&) = delete;
         AddedSource& operator=(const AddedSource&) = delete;
 
-        CFOwned<CFRunLoopSourceRef> Retained() const {
-            CFRetain(mSource.get());
-            return CFOwned<CFRunLoopSourceRef>(mSource.get());
-        }
+        const CFOwned<CFRunLoopSourceRef>& Source() const { return mSource; }
 
     private:
         CFOwned<CFRunLoopSourceRef> mSource;

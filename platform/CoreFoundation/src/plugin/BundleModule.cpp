@@ -33,21 +33,21 @@ CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
     }
     CFErrorRef error = nullptr;
     CFOwned<CFPropertyListRef> list(CFPropertyListCreateWithData(
-        nullptr, data.get(), kCFPropertyListImmutable, nullptr, &error));
+        nullptr, data.Get(), kCFPropertyListImmutable, nullptr, &error));
     const CFOwned<CFErrorRef> ownedError(error);
-    if (list.get() == nullptr && error == nullptr) {
+    if (!list && error == nullptr) {
         throw std::bad_alloc(); // not the list's fault
     }
-    if (list.get() == nullptr) {
+    if (!list) {
         const CFOwned<CFStringRef> text(CFErrorCopyDescription(error));
-        reason = Utf8Of(text.get()).value_or("it cannot be read");
+        reason = Utf8Of(text.Get()).value_or("it cannot be read");
         return nullptr;
     }
-    if (CFRuntimeTypeOf(list.get()) != kCFRuntimeDictionaryType) {
+    if (CFRuntimeTypeOf(list.Get()) != kCFRuntimeDictionaryType) {
         reason = "its top is no dictionary";
         return nullptr;
     }
-    return static_cast<CFDictionaryRef>(list.release());
+    return static_cast<CFDictionaryRef>(list.Release());
 }
 
 } // namespace

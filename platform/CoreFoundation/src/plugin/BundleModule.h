@@ -32,7 +32,7 @@ public:
 
     const std::string& Folder() const { return mFolder; }
     std::string ListPath() const;
-    CFDictionaryRef Info() const { return mInfo.get(); }
+    CFDictionaryRef Info() const { return mInfo.Get(); }
 
     // Null, with the thread's plug-in error set, when the property list does not name it.
     std::optional<std::string> ExecutablePath() const;

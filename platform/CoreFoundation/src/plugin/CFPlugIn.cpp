@@ -39,7 +39,7 @@ CFArrayRef CopyUuidArray(const std::vector<UuidBytes>& uuids) {
         if (!uuid) {
             return nullptr;
         }
-        values.push_back(uuid.get());
+        values.push_back(uuid.Get());
         owned.push_back(std::move(uuid));
     }
     return CFArrayCreate(nullptr, values.data(), static_cast<CFIndex>(values.size()),
@@ -105,7 +105,7 @@ CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInURL) {
             return nullptr;
         }
         BundleRegistry::Instance().Register(module, *factories);
-        return plugIn.release();
+        return plugIn.Release();
     });
 }
 

@@ -45,7 +45,7 @@ CFTypeRef ValueOf(CFDictionaryRef info, const char* key) {
     if (!name) {
         throw std::bad_alloc();
     }
-    return CFDictionaryGetValue(info, name.get());
+    return CFDictionaryGetValue(info, name.Get());
 }
 
 // The entries of the dictionary under a key, by their keys' texts.

@@ -61,18 +61,18 @@ DomainFile ReadDomain(const PreferencesDomain& domain) {
         }
     } else {
         PropertyListFailure failure;
-        read.reset(ParsePropertyList(bytes, false, file.format, failure));
+        read.Reset(ParsePropertyList(bytes, false, file.format, failure));
         if (!read) {
             file.cause = "not a property list: " + failure.text;
-        } else if (CFGetTypeID(read.get()) != kCFRuntimeDictionaryType) {
+        } else if (CFGetTypeID(read.Get()) != kCFRuntimeDictionaryType) {
             file.cause = "a property list that is no dictionary";
         } else {
             file.contents = FileContents::kDictionary;
         }
     }
-    file.values.reset(
+    file.values.Reset(
         file.contents == FileContents::kDictionary
-            ? CFDictionaryCreateMutableCopy(nullptr, 0, static_cast<CFDictionaryRef>(read.get()))
+            ? CFDictionaryCreateMutableCopy(nullptr, 0, static_cast<CFDictionaryRef>(read.Get()))
             : CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
                                         &kCFTypeDictionaryValueCallBacks));
     if (!file.values) {
@@ -90,13 +90,13 @@ void ApplyChanges(const Changes& changes, CFMutableDictionaryRef values) {
             throw std::bad_alloc();
         }
         if (value) {
-            CFDictionarySetValue(values, name.get(), value.get());
+            CFDictionarySetValue(values, name.Get(), value.Get());
             // It says nothing where there is no memory, and what is not in the file must be kept.
-            if (CFDictionaryGetValue(values, name.get()) != value.get()) {
+            if (CFDictionaryGetValue(values, name.Get()) != value.Get()) {
                 throw std::bad_alloc();
             }
         } else {
-            CFDictionaryRemoveValue(values, name.get());
+            CFDictionaryRemoveValue(values, name.Get());
         }
     }
 }
@@ -107,7 +107,7 @@ CFOwned<CFMutableDictionaryRef> CurrentValues(State& state, const PreferencesDom
     CFOwned<CFMutableDictionaryRef> values = ReadDomain(domain).values;
     const auto changes = state.changes.find(domain.Path());
     if (changes != state.changes.end()) {
-        ApplyChanges(changes->second, values.get());
+        ApplyChanges(changes->second, values.Get());
     }
     return values;
 }
@@ -133,7 +133,7 @@ Result WithValues(CFStringRef applicationID, CFStringRef userName, CFStringRef h
         State& state = SharedState();
         const MutexLock lock(state.mutex);
         const CFOwned<CFMutableDictionaryRef> values = CurrentValues(state, *domain);
-        return body(values.get());
+        return body(values.Get());
     });
 }
 
@@ -153,12 +153,12 @@ bool ChangeFile(const PreferencesDomain& domain, const Change& change,
         failure = {kCFPreferencesHostUnusableFileError, file.cause};
         return false;
     }
-    if (!change(file.values.get())) {
+    if (!change(file.values.Get())) {
         return true;
     }
     std::string bytes;
     PropertyListFailure unwritable;
-    if (!WritePropertyList(file.values.get(), file.format, bytes, unwritable)) {
+    if (!WritePropertyList(file.values.Get(), file.format, bytes, unwritable)) {
         failure.text = "cannot be written: " + unwritable.text;
         return false;
     }
@@ -239,7 +239,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
                        name->c_str());
                 return false;
             }
-            copy.reset(CFPropertyListCreateDeepCopy(nullptr, value, kCFPropertyListImmutable));
+            copy.Reset(CFPropertyListCreateDeepCopy(nullptr, value, kCFPropertyListImmutable));
             if (!copy) {
                 return false; // for want of memory
             }
@@ -312,7 +312,7 @@ CFDictionaryRef CFPreferencesHostCopyFile(CFStringRef applicationID, CFStringRef
                         file.cause);
             return nullptr;
         }
-        return file.values.release();
+        return file.values.Release();
     });
 }
 

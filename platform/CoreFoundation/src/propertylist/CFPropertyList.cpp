@@ -114,6 +114,6 @@ CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator,
                 copy = CopyDeep(propertyList, builder);
             });
         }
-        return copy.release();
+        return copy.Release();
     });
 }

@@ -21,7 +21,7 @@ std::vector<const void*> References(const PropertyListValues& values) {
     std::vector<const void*> references;
     references.reserve(values.size());
     for (const PropertyListValue& value : values) {
-        references.push_back(value.get());
+        references.push_back(value.Get());
     }
     return references;
 }
@@ -80,8 +80,8 @@ PropertyListValue PropertyListBuilder::Array(const PropertyListValues& members) 
         throw std::bad_alloc();
     }
     return Made(mMutableContainers
-                    ? static_cast<CFTypeRef>(CFArrayCreateMutableCopy(nullptr, 0, array.get()))
-                    : CFRetain(array.get()));
+                    ? static_cast<CFTypeRef>(CFArrayCreateMutableCopy(nullptr, 0, array.Get()))
+                    : CFRetain(array.Get()));
 }
 
 PropertyListValue PropertyListBuilder::Dictionary(const PropertyListValues& keys,
@@ -96,6 +96,6 @@ PropertyListValue PropertyListBuilder::Dictionary(const PropertyListValues& keys
         throw std::bad_alloc();
     }
     return Made(mMutableContainers ? static_cast<CFTypeRef>(CFDictionaryCreateMutableCopy(
-                                         nullptr, 0, dictionary.get()))
-                                   : CFRetain(dictionary.get()));
+                                         nullptr, 0, dictionary.Get()))
+                                   : CFRetain(dictionary.Get()));
 }

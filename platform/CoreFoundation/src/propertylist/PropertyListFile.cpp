@@ -17,13 +17,13 @@ CFPropertyListRef ParsePropertyList(std::string_view bytes, bool mutableContaine
     try {
         if (bytes.substr(0, 6) == "bplist") {
             format = kCFPropertyListBinaryFormat_v1_0;
-            return ReadBinaryPropertyList(bytes, builder).release();
+            return ReadBinaryPropertyList(bytes, builder).Release();
         }
         if (bytes.substr(0, kMark.size()) == kMark) {
             bytes.remove_prefix(kMark.size());
         }
         format = kCFPropertyListXMLFormat_v1_0;
-        return ReadXMLPropertyList(bytes, builder).release();
+        return ReadXMLPropertyList(bytes, builder).Release();
     } catch (const PropertyListFault& fault) {
         failure = {kCFPropertyListReadCorruptError, fault.text};
         return nullptr;

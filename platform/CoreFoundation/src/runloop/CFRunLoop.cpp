@@ -23,10 +23,6 @@ bool IsCommonModes(CFRunLoopMode mode) {
     return CFEqual(mode, kCFRunLoopCommonModes) != 0;
 }
 
-CFOwned<CFRunLoopMode> Retained(CFRunLoopMode mode) {
-    return CFOwned<CFRunLoopMode>(static_cast<CFRunLoopMode>(CFRetain(mode)));
-}
-
 extern "C" void EndRunLoopOfThread(void* value) {
     auto* const loop = static_cast<CFRunLoopRef>(value);
     // The process may go on after its main thread has ended, and others may ask for its loop.
@@ -92,7 +88,7 @@ __CFRunLoop::__CFRunLoop()
     : CFRuntimeObject(CFRunLoopGetTypeID()),
       mContext(std::make_shared<WakeContext>()),
       mWorkGuard(mContext->context.get_executor()) {
-    mCommonModes.push_back(Retained(kCFRunLoopDefaultMode));
+    mCommonModes.push_back(CFOwned<CFRunLoopMode>::Retained(kCFRunLoopDefaultMode));
 }
 
 __CFRunLoop::~__CFRunLoop() = default;
@@ -106,7 +102,7 @@ bool __CFRunLoop::AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode) {
             return false;
         }
         const auto known = std::find_if(mModes.begin(), mModes.end(), [mode](const Mode& each) {
-            return CFEqual(each.name.get(), mode) != 0;
+            return CFEqual(each.name.Get(), mode) != 0;
         });
         if (known != mModes.end() && std::find(known->sources.begin(), known->sources.end(),
                                                source) != known->sources.end()) {
@@ -115,7 +111,7 @@ bool __CFRunLoop::AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode) {
         // The places first: nothing may fail once the first of them is taken.
         source->mPlaces.reserve(source->mPlaces.size() + 1);
         if (known == mModes.end()) {
-            Mode fresh{Retained(mode), {source}};
+            Mode fresh{CFOwned<CFRunLoopMode>::Retained(mode), {source}};
             mModes.push_back(std::move(fresh));
         } else {
             const auto after = std::upper_bound(
@@ -124,7 +120,7 @@ bool __CFRunLoop::AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode) {
             known->sources.insert(after, source);
         }
         CFRetain(source);
-        source->mPlaces.push_back({this, Retained(mode)});
+        source->mPlaces.push_back({this, CFOwned<CFRunLoopMode>::Retained(mode)});
         CFRetain(this);
     }
     if (source->mContext.schedule != nullptr) {
@@ -145,7 +141,7 @@ bool __CFRunLoop::RemoveFromOneMode(CFRunLoopSourceRef source, CFRunLoopMode mod
         const MutexLock lock(mMutex);
         const MutexLock sourceLock(source->mMutex);
         const auto holdsIt = [&](const Mode& each) QUORVEL_REQUIRES(mMutex) {
-            return IsAmong(each.name.get(), modes) &&
+            return IsAmong(each.name.Get(), modes) &&
                    std::find(each.sources.begin(), each.sources.end(), source) !=
                        each.sources.end();
         };
@@ -153,17 +149,17 @@ bool __CFRunLoop::RemoveFromOneMode(CFRunLoopSourceRef source, CFRunLoopMode mod
         if (found == mModes.end()) {
             return false;
         }
-        mode = Retained(found->name.get());
+        mode = found->name;
         std::erase(found->sources, source);
         if (found->sources.empty()) {
             mModes.erase(found);
         }
         std::erase_if(source->mPlaces, [&](const __CFRunLoopSource::Place& place) {
-            return place.loop == this && CFEqual(place.mode.get(), mode.get()) != 0;
+            return place.loop == this && CFEqual(place.mode.Get(), mode.Get()) != 0;
         });
     }
     if (source->mContext.cancel != nullptr) {
-        source->mContext.cancel(source->mContext.info, this, mode.get());
+        source->mContext.cancel(source->mContext.info, this, mode.Get());
     }
     CFRelease(source);
     WakeUp(); // it may have been the last source of the mode that is running
@@ -186,23 +182,20 @@ void __CFRunLoop::AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode) {
         if (mDead || !source->mValid) {
             return;
         }
-        modes.reserve(mCommonModes.size());
-        for (const auto& each : mCommonModes) {
-            modes.push_back(Retained(each.get()));
-        }
+        modes = mCommonModes;
         if (std::find(mCommonSources.begin(), mCommonSources.end(), source) ==
             mCommonSources.end()) {
             source->mPlaces.reserve(source->mPlaces.size() + 1);
             mCommonSources.push_back(source);
             CFRetain(source);
-            source->mPlaces.push_back({this, Retained(mode)});
+            source->mPlaces.push_back({this, CFOwned<CFRunLoopMode>::Retained(mode)});
             CFRetain(this);
             added = true;
         }
     }
     try {
         for (const auto& each : modes) {
-            AddToMode(source, each.get());
+            AddToMode(source, each.Get());
         }
     } catch (...) {
         if (added && RemoveFromCommonSources(source)) {
@@ -223,7 +216,7 @@ bool __CFRunLoop::RemoveFromCommonSources(CFRunLoopSourceRef source) {
             return false;
         }
         std::erase_if(source->mPlaces, [&](const __CFRunLoopSource::Place& place) {
-            return place.loop == this && IsCommonModes(place.mode.get());
+            return place.loop == this && IsCommonModes(place.mode.Get());
         });
     }
     CFRelease(source);
@@ -249,7 +242,7 @@ void __CFRunLoop::RemoveSource(CFRunLoopSourceRef source, CFRunLoopMode mode) {
 bool __CFRunLoop::IsCommonMode(CFRunLoopMode mode) const {
     return std::any_of(
         mCommonModes.begin(), mCommonModes.end(),
-        [mode](const CFOwned<CFRunLoopMode>& each) { return CFEqual(each.get(), mode) != 0; });
+        [mode](const CFOwned<CFRunLoopMode>& each) { return CFEqual(each.Get(), mode) != 0; });
 }
 
 // `modes` is a mode, the common modes, or null: any.
@@ -263,7 +256,7 @@ bool __CFRunLoop::IsAmong(CFRunLoopMode mode, CFRunLoopMode modes) const {
 // Null when it has no source.
 const __CFRunLoop::Mode* __CFRunLoop::FindMode(CFRunLoopMode mode) const {
     const auto found = std::find_if(mModes.begin(), mModes.end(), [mode](const Mode& each) {
-        return CFEqual(each.name.get(), mode) != 0;
+        return CFEqual(each.name.Get(), mode) != 0;
     });
     return found == mModes.end() ? nullptr : &*found;
 }
@@ -291,16 +284,15 @@ void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {
         }
         sources.reserve(mCommonSources.size());
         for (const CFRunLoopSourceRef source : mCommonSources) {
-            CFRetain(source);
-            sources.emplace_back(source);
+            sources.push_back(CFOwned<CFRunLoopSourceRef>::Retained(source));
         }
         wasThere.resize(sources.size());
-        mCommonModes.push_back(Retained(mode));
+        mCommonModes.push_back(CFOwned<CFRunLoopMode>::Retained(mode));
     }
     std::size_t added = 0;
     try {
         for (; added < sources.size(); ++added) {
-            const CFRunLoopSourceRef source = sources[added].get();
+            const CFRunLoopSourceRef source = sources[added].Get();
             const MutexLock scheduleLock(source->mScheduleMutex);
             wasThere[added] = !AddToMode(source, mode);
         }
@@ -308,12 +300,12 @@ void __CFRunLoop::AddCommonMode(CFRunLoopMode mode) {
         {
             const MutexLock lock(mMutex);
             std::erase_if(mCommonModes, [mode](const CFOwned<CFRunLoopMode>& each) {
-                return CFEqual(each.get(), mode) != 0;
+                return CFEqual(each.Get(), mode) != 0;
             });
         }
         for (std::size_t i = 0; i < added; ++i) {
             if (!wasThere[i]) {
-                RemoveSource(sources[i].get(), mode);
+                RemoveSource(sources[i].Get(), mode);
             }
         }
         throw;
@@ -417,7 +409,7 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
     const Clock::time_point deadline = DeadlineAfter(seconds);
     CFRetain(this);
     // Kept for the runs in it and for who asks which mode it is.
-    const CFOwned<CFRunLoopMode> kept = Retained(mode);
+    const CFOwned<CFRunLoopMode> kept = CFOwned<CFRunLoopMode>::Retained(mode);
     Activation activation{mode};
     {
         const MutexLock lock(mMutex);

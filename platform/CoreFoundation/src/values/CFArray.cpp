@@ -70,7 +70,7 @@ __CFArray* MakeArray(CFAllocatorRef allocator, bool isMutable, const void* const
         for (std::size_t i = 0; i < count; ++i) {
             array->Insert(i, values[i]);
         }
-        return array.release();
+        return array.Release();
     });
 }
 

@@ -130,7 +130,7 @@ __CFDictionary* CopyDictionary(CFAllocatorRef allocator, bool isMutable, CFDicti
         for (const auto& [key, value] : original->mMap) {
             copy->Put(key, value, __CFDictionary::Mode::kAdd);
         }
-        return copy.release();
+        return copy.Release();
     });
 }
 
@@ -188,7 +188,7 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, 
         for (CFIndex i = 0; dictionary && i < numValues; ++i) {
             dictionary->Put(keys[i], values[i], __CFDictionary::Mode::kAdd);
         }
-        return dictionary.release();
+        return dictionary.Release();
     });
 }
 

@@ -13,18 +13,16 @@ struct __CFError final : CFRuntimeObject {
         : CFRuntimeObject(kCFRuntimeErrorType),
           mDomain(static_cast<CFStringRef>(CFRetain(domain))),
           mCode(code),
-          mUserInfo(userInfo == nullptr ? nullptr
-                                        : static_cast<CFDictionaryRef>(CFRetain(userInfo))) {}
+          mUserInfo(CFOwned<CFDictionaryRef>::Retained(userInfo)) {}
 
     bool Equals(const CFRuntimeObject& other) const override {
         const auto& error = static_cast<const __CFError&>(other);
-        return mCode == error.mCode && CFEqual(mDomain.get(), error.mDomain.get()) != 0 &&
-               (mUserInfo == nullptr || error.mUserInfo == nullptr
-                    ? mUserInfo == error.mUserInfo
-                    : CFEqual(mUserInfo.get(), error.mUserInfo.get()) != 0);
+        return mCode == error.mCode && CFEqual(mDomain.Get(), error.mDomain.Get()) != 0 &&
+               (mUserInfo && error.mUserInfo ? CFEqual(mUserInfo.Get(), error.mUserInfo.Get()) != 0
+                                             : !mUserInfo && !error.mUserInfo);
     }
     CFHashCode Hash() const override {
-        return CFHash(mDomain.get()) ^ static_cast<CFHashCode>(mCode);
+        return CFHash(mDomain.Get()) ^ static_cast<CFHashCode>(mCode);
     }
     std::u16string Description(unsigned /*depth*/) const override;
 
@@ -34,16 +32,15 @@ struct __CFError final : CFRuntimeObject {
 };
 
 std::u16string __CFError::Description(unsigned /*depth*/) const {
-    const auto* text = mUserInfo == nullptr
-                           ? nullptr
-                           : CFRuntimeCast<__CFString>(CFDictionaryGetValue(
-                                 mUserInfo.get(), kCFErrorLocalizedDescriptionKey));
+    const auto* text = mUserInfo ? CFRuntimeCast<__CFString>(CFDictionaryGetValue(
+                                       mUserInfo.Get(), kCFErrorLocalizedDescriptionKey))
+                                 : nullptr;
     if (text != nullptr) {
         return text->Text();
     }
     const CFOwned<CFStringRef> made(CFStringCreateWithFormat(
-        nullptr, nullptr, CFSTR("error %ld of %@"), static_cast<long>(mCode), mDomain.get()));
-    const auto* string = CFRuntimeCast<__CFString>(made.get());
+        nullptr, nullptr, CFSTR("error %ld of %@"), static_cast<long>(mCode), mDomain.Get()));
+    const auto* string = CFRuntimeCast<__CFString>(made.Get());
     return string == nullptr ? u"error" : string->Text();
 }
 
@@ -57,7 +54,7 @@ CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex c
 
 CFStringRef CFErrorGetDomain(CFErrorRef err) {
     const auto* error = CFRuntimeArgument<__CFError>(err, "err");
-    return error == nullptr ? nullptr : error->mDomain.get();
+    return error == nullptr ? nullptr : error->mDomain.Get();
 }
 
 CFIndex CFErrorGetCode(CFErrorRef err) {

@@ -298,7 +298,7 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFString
             if (!part) {
                 return nullptr;
             }
-            values.push_back(part.get());
+            values.push_back(part.Get());
             parts.push_back(std::move(part));
             if (end == std::u16string::npos) {
                 break;

@@ -161,7 +161,7 @@ CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle) {
 
 CFStringRef CFURLGetString(CFURLRef anURL) {
     const auto* object = CFRuntimeArgument<__CFURL>(anURL, "anURL");
-    return object == nullptr ? nullptr : object->mString.get();
+    return object == nullptr ? nullptr : object->mString.Get();
 }
 
 Boolean CFURLHasDirectoryPath(CFURLRef anURL) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/support/CFOwned.h"
+#include "platform/CoreMIDI/src/base/PropertyValues.h"
 
 #include <functional>
 #include <map>

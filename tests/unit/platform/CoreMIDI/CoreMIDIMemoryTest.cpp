@@ -1,8 +1,8 @@
 // Every allocation of every exported function fails once. A function that adds or changes something
 // answers memFullErr and has changed nothing, or has done all; one that takes something away has
 // done so; one that looks needs no memory, or gives memFullErr.
+#include "platform/support/CFOwned.h"
 #include "tests/support/AllocationFaults.h"
-#include "tests/support/CFHandle.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/unit/platform/CoreMIDI/FakeDriver.h"
 #include "tests/unit/platform/CoreMIDI/Told.h"
@@ -71,8 +71,8 @@ std::string PropertiesOf(MIDIObjectRef object) {
     if (MIDIObjectGetProperties(object, &properties, true) != noErr) {
         return "none";
     }
-    const CFHandle<CFPropertyListRef> owned(properties);
-    const CFHandle<CFDataRef> data(
+    const CFOwned<CFPropertyListRef> owned(properties);
+    const CFOwned<CFDataRef> data(
         CFPropertyListCreateData(nullptr, properties, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     std::string text(reinterpret_cast<const char*>(CFDataGetBytePtr(data.Get())),
                      static_cast<std::size_t>(CFDataGetLength(data.Get())));

@@ -43,7 +43,7 @@ TEST(CFBase, HashesTextAndBytesDifferentlyInEachProcess) {
     }
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // which starts the program anew
     const UInt8 bytes[] = {1, 2, 3, 4};
-    const CFHandle<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
+    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
     for (const CFTypeRef object : {CFTypeRef{CFSTR("text")}, CFTypeRef{data.Get()}}) {
         const std::string own = "hash " + std::to_string(CFHash(object)) + ".";
         EXPECT_EXIT(
@@ -135,7 +135,7 @@ TEST(CFBase, ComparesAndDescribesContainersWithoutEnd) {
 }
 
 TEST(CFBase, AnswersValuesOfTheWrongType) {
-    const auto uuid = CFHandle<CFUUIDRef>(CFUUIDCreate(nullptr));
+    const auto uuid = CFOwned<CFUUIDRef>(CFUUIDCreate(nullptr));
     for (const CFTypeRef wrong : {CFTypeRef{}, CFTypeRef{kCFBooleanTrue}, CFTypeRef{uuid.Get()}}) {
         const auto* string = static_cast<CFStringRef>(wrong);
         char buffer[8] = "unset";

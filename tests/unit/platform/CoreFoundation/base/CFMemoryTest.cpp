@@ -1,6 +1,6 @@
 // Every allocation of every function that makes any, failed once. In strict mode, so that what the
 // library cannot make does not reach a function that must not be given null.
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/unit/platform/CoreFoundation/base/FailEachAllocation.h"
 
@@ -44,20 +44,20 @@ TEST(CFMemory, StringsAreMadeOrNot) {
             CFStringCreateArrayBySeparatingStrings(nullptr, CFSTR("1-2-3-4-5"), CFSTR("-")));
     });
     const void* parts[] = {LongString(), LongString()};
-    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, parts, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, parts, 2, &kCFTypeArrayCallBacks));
     FailEachAllocation(
         [&] { return Made(CFStringCreateByCombiningStrings(nullptr, array.Get(), CFSTR(", "))); });
 }
 
 TEST(CFMemory, FormatsAreWholeOrNot) {
     const void* parts[] = {LongString(), CFSTR("x")};
-    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, parts, 2, &kCFTypeArrayCallBacks));
-    const CFHandle<CFStringRef> expected(CFStringCreateWithCString(
+    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, parts, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFStringRef> expected(CFStringCreateWithCString(
         nullptr,
         (std::string("7 0x10 1.50 text c (") + kLongText + ", x) %                    .").c_str(),
         kCFStringEncodingASCII));
     FailEachAllocation([&] {
-        const CFHandle<CFStringRef> text(CFStringCreateWithFormat(
+        const CFOwned<CFStringRef> text(CFStringCreateWithFormat(
             nullptr, nullptr, CFSTR("%d %p %.2f %s %c %@ %%%20s."), 7,
             reinterpret_cast<void*>(0x10), 1.5, "text", 'c', array.Get(), ""));
         EXPECT_TRUE(!text || CFEqual(text.Get(), expected.Get()));
@@ -86,7 +86,7 @@ TEST(CFMemory, ConstantsAreMadeOrNot) {
 TEST(CFMemory, ValuesAreMadeOrNot) {
     const UInt8 bytes[] = {1, 2, 3};
     FailEachAllocation([&] { return Made(CFDataCreate(nullptr, bytes, sizeof bytes)); });
-    const CFHandle<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
+    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
     FailEachAllocation([&] { return Made(CFDataCreateCopy(nullptr, data.Get())); });
     FailEachAllocation([] { return Made(CFDateCreate(nullptr, 1)); });
     FailEachAllocation([] {
@@ -97,12 +97,12 @@ TEST(CFMemory, ValuesAreMadeOrNot) {
     FailEachAllocation([] {
         return Made(CFUUIDCreateFromString(nullptr, CFSTR("43C98C3C-306C-11D5-AF73-003065A8301E")));
     });
-    const CFHandle<CFUUIDRef> uuid(CFUUIDCreate(nullptr));
+    const CFOwned<CFUUIDRef> uuid(CFUUIDCreate(nullptr));
     FailEachAllocation([&] { return Made(CFUUIDCreateString(nullptr, uuid.Get())); });
     FailEachAllocation([&] { return Made(CFCopyDescription(uuid.Get())); });
     FailEachAllocation(
         [] { return Made(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 2, nullptr)); });
-    const CFHandle<CFErrorRef> error(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 2, nullptr));
+    const CFOwned<CFErrorRef> error(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 2, nullptr));
     FailEachAllocation([&] { return Made(CFErrorCopyDescription(error.Get())); });
 }
 
@@ -118,7 +118,7 @@ TEST(CFMemory, URLsAreMadeOrNot) {
         return Made(
             CFURLCreateWithFileSystemPath(nullptr, LongString(), kCFURLPOSIXPathStyle, true));
     });
-    const CFHandle<CFURLRef> url(make("/a folder/another/and one more.plugin"));
+    const CFOwned<CFURLRef> url(make("/a folder/another/and one more.plugin"));
     FailEachAllocation(
         [&] { return Made(CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle)); });
     FailEachAllocation([&] {
@@ -138,10 +138,10 @@ TEST(CFMemory, ContainersHoldAllOrNothing) {
         return Made(CFDictionaryCreate(nullptr, values, values, 3, &kCFTypeDictionaryKeyCallBacks,
                                        &kCFTypeDictionaryValueCallBacks));
     });
-    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, values, 3, &kCFTypeArrayCallBacks));
-    const CFHandle<CFDictionaryRef> dictionary(
-        CFDictionaryCreate(nullptr, values, values, 3, &kCFTypeDictionaryKeyCallBacks,
-                           &kCFTypeDictionaryValueCallBacks));
+    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, values, 3, &kCFTypeArrayCallBacks));
+    const CFOwned<CFDictionaryRef> dictionary(CFDictionaryCreate(nullptr, values, values, 3,
+                                                                 &kCFTypeDictionaryKeyCallBacks,
+                                                                 &kCFTypeDictionaryValueCallBacks));
     FailEachAllocation([&] { return Made(CFArrayCreateCopy(nullptr, array.Get())); });
     FailEachAllocation([&] { return Made(CFArrayCreateMutableCopy(nullptr, 0, array.Get())); });
     FailEachAllocation([&] { return Made(CFDictionaryCreateCopy(nullptr, dictionary.Get())); });
@@ -153,7 +153,7 @@ TEST(CFMemory, ContainersHoldAllOrNothing) {
 
 TEST(CFMemory, ChangesAreMadeWholeOrNotAtAll) {
     FailEachAllocation([] {
-        const CFHandle<CFMutableArrayRef> array(
+        const CFOwned<CFMutableArrayRef> array(
             CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
         if (!array) {
             return false;
@@ -171,7 +171,7 @@ TEST(CFMemory, ChangesAreMadeWholeOrNotAtAll) {
         return after == 6;
     });
     FailEachAllocation([] {
-        const CFHandle<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(
+        const CFOwned<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(
             nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
         if (!dictionary) {
             return false;
@@ -184,7 +184,7 @@ TEST(CFMemory, ChangesAreMadeWholeOrNotAtAll) {
         return CFDictionaryGetCount(dictionary.Get()) == 3;
     });
     FailEachAllocation([] {
-        const CFHandle<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+        const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
         const UInt8 bytes[] = {1, 2, 3};
         if (!data) {
             return false;
@@ -232,12 +232,12 @@ CFRunLoopSourceRef MakeSource(Counts& counts) {
 TEST(CFMemory, SourceIsInALoopOrNot) {
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
     Counts other;
-    const CFHandle<CFRunLoopSourceRef> there(MakeSource(other));
+    const CFOwned<CFRunLoopSourceRef> there(MakeSource(other));
     CFRunLoopAddSource(loop, there.Get(), kCFRunLoopDefaultMode);
     for (CFStringRef mode : {kCFRunLoopDefaultMode, kCFRunLoopCommonModes, LongString()}) {
         FailEachAllocation([&] {
             Counts counts;
-            const CFHandle<CFRunLoopSourceRef> source(MakeSource(counts));
+            const CFOwned<CFRunLoopSourceRef> source(MakeSource(counts));
             if (!source) {
                 return false;
             }
@@ -260,8 +260,8 @@ TEST(CFMemory, SourceIsInALoopOrNot) {
 TEST(CFMemory, SourcesArePerformedAndTheLoopIsStoppedWithoutMemory) {
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
     Counts counts;
-    const CFHandle<CFRunLoopSourceRef> first(MakeSource(counts));
-    const CFHandle<CFRunLoopSourceRef> second(MakeSource(counts));
+    const CFOwned<CFRunLoopSourceRef> first(MakeSource(counts));
+    const CFOwned<CFRunLoopSourceRef> second(MakeSource(counts));
     CFRunLoopAddSource(loop, first.Get(), kCFRunLoopDefaultMode);
     CFRunLoopAddSource(loop, second.Get(), kCFRunLoopDefaultMode);
     FailEachAllocation([&] {
@@ -280,7 +280,7 @@ TEST(CFMemory, SourcesArePerformedAndTheLoopIsStoppedWithoutMemory) {
 
 TEST(CFMemory, ThreadsLoopIsTakenDownWithoutMemory) {
     Counts counts;
-    const CFHandle<CFRunLoopSourceRef> source(MakeSource(counts));
+    const CFOwned<CFRunLoopSourceRef> source(MakeSource(counts));
     std::thread([&] {
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source.Get(), kCFRunLoopDefaultMode);
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source.Get(), kCFRunLoopCommonModes);
@@ -295,7 +295,7 @@ TEST(CFMemory, ModeIsCommonForAllSourcesOrForNone) {
     static int made = 0;
     Counts counts;
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
-    const CFHandle<CFRunLoopSourceRef> source(MakeSource(counts));
+    const CFOwned<CFRunLoopSourceRef> source(MakeSource(counts));
     CFRunLoopAddSource(loop, source.Get(), kCFRunLoopCommonModes);
     const CFIndex objects = CFRuntimeHostLiveObjectCount(0);
     for (int n = 1, failed = 1; failed != 0; n++) {
@@ -329,23 +329,23 @@ protected:
 <key>66666666-7777-8888-9999-AAAAAAAAAAAA</key><array>
 <string>11111111-2222-3333-4444-555555555555</string></array></dict>
 </dict></plist>)";
-        mUrl = CFHandle<CFURLRef>(CFURLCreateFromFileSystemRepresentation(
+        mUrl = CFOwned<CFURLRef>(CFURLCreateFromFileSystemRepresentation(
             nullptr, reinterpret_cast<const UInt8*>(mFolder.Path().data()),
             static_cast<CFIndex>(mFolder.Path().size()), true));
-        mFactory = CFHandle<CFUUIDRef>(
+        mFactory = CFOwned<CFUUIDRef>(
             CFUUIDCreateFromString(nullptr, CFSTR("11111111-2222-3333-4444-555555555555")));
-        mType = CFHandle<CFUUIDRef>(
+        mType = CFOwned<CFUUIDRef>(
             CFUUIDCreateFromString(nullptr, CFSTR("66666666-7777-8888-9999-AAAAAAAAAAAA")));
     }
 
     const TemporaryDirectory mFolder;
-    CFHandle<CFURLRef> mUrl;
-    CFHandle<CFUUIDRef> mFactory;
-    CFHandle<CFUUIDRef> mType;
+    CFOwned<CFURLRef> mUrl;
+    CFOwned<CFUUIDRef> mFactory;
+    CFOwned<CFUUIDRef> mType;
 };
 
 TEST_F(CFMemoryOfPlugIns, ListsOfFactoriesAreWholeOrNot) {
-    const CFHandle<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
+    const CFOwned<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
     ASSERT_TRUE(plugIn);
     FailEachAllocation([&] { return Made(CFPlugInFindFactoriesForPlugInType(mType.Get())); });
     FailEachAllocation([&] {
@@ -362,7 +362,7 @@ TEST_F(CFMemoryOfPlugIns, PlugInsAreMadeOrNot) {
 }
 
 TEST_F(CFMemoryOfPlugIns, BundlesAnswerOrNot) {
-    const CFHandle<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
+    const CFOwned<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
     ASSERT_TRUE(plugIn);
     FailEachAllocation([&] { return Made(CFBundleCreate(nullptr, mUrl.Get())); });
     FailEachAllocation([&] { return Made(CFBundleCopyExecutableURL(plugIn.Get())); });
@@ -372,7 +372,7 @@ TEST_F(CFMemoryOfPlugIns, BundlesAnswerOrNot) {
 }
 
 TEST_F(CFMemoryOfPlugIns, InstancesAreMadeOrNotAndTheModuleCanBeUnloaded) {
-    CFHandle<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
+    CFOwned<CFPlugInRef> plugIn(CFPlugInCreate(nullptr, mUrl.Get()));
     ASSERT_TRUE(plugIn);
     FailEachAllocation([&] {
         CFPlugInAddInstanceForFactory(mFactory.Get());

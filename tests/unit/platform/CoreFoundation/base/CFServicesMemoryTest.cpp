@@ -1,5 +1,5 @@
 // Property lists, preferences and message ports: every allocation of every function failed once.
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/unit/platform/CoreFoundation/base/FailEachAllocation.h"
 
@@ -47,11 +47,11 @@ class CFMemoryOfPropertyLists : public testing::TestWithParam<CFPropertyListForm
 
 TEST_P(CFMemoryOfPropertyLists, AreReadAndWrittenWholeOrNot) {
     CFErrorRef error = nullptr;
-    const CFHandle<CFDataRef> data(
+    const CFOwned<CFDataRef> data(
         CFPropertyListCreateData(nullptr, Everything(), GetParam(), 0, &error));
     ASSERT_TRUE(data);
     FailEachAllocation([&] {
-        const CFHandle<CFDataRef> written(
+        const CFOwned<CFDataRef> written(
             CFPropertyListCreateData(nullptr, Everything(), GetParam(), 0, &error));
         EXPECT_EQ(error, nullptr) << "which says that it cannot be written at all";
         EXPECT_TRUE(!written || CFEqual(written.Get(), data.Get()));
@@ -114,10 +114,10 @@ protected:
 TEST_F(CFMemoryOfPreferences, AreReadWholeOrNot) {
     FailEachAllocation([] { return IsEverything(Copy(CFSTR("everything"))); });
     const void* keys[] = {CFSTR("everything"), CFSTR("nothing")};
-    const CFHandle<CFArrayRef> both(CFArrayCreate(nullptr, keys, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> both(CFArrayCreate(nullptr, keys, 2, &kCFTypeArrayCallBacks));
     for (CFArrayRef wanted : {both.Get(), CFArrayRef{}}) {
         FailEachAllocation([&] {
-            const CFHandle<CFDictionaryRef> values(
+            const CFOwned<CFDictionaryRef> values(
                 CFPreferencesCopyMultiple(wanted, CFSTR("com.quorvel.Test"), kCFPreferencesAnyUser,
                                           kCFPreferencesCurrentHost));
             EXPECT_TRUE(!values || CFDictionaryGetCount(values.Get()) == 1);
@@ -130,7 +130,7 @@ TEST_F(CFMemoryOfPreferences, AreReadWholeOrNot) {
     });
     FailEachAllocation([] {
         CFErrorRef error = nullptr;
-        const CFHandle<CFDictionaryRef> file(CopyFile(&error));
+        const CFOwned<CFDictionaryRef> file(CopyFile(&error));
         EXPECT_EQ(error, nullptr) << "which says that the file cannot be used";
         return static_cast<bool>(file);
     });
@@ -141,12 +141,12 @@ TEST_F(CFMemoryOfPreferences, AreSetAndWrittenOrAsTheyWere) {
         ASSERT_LT(n, kMostAllocations);
         SCOPED_TRACE("allocation " + std::to_string(n));
         const CFStringRef value = n % 2 == 0 ? CFSTR("even") : CFSTR("odd");
-        const CFHandle<CFTypeRef> before(Copy(CFSTR("key")));
+        const CFOwned<CFTypeRef> before(Copy(CFSTR("key")));
         TestSupport::WatchAllAllocations(n);
         Set(CFSTR("key"), value);
         const bool setFailed = TestSupport::AllocationFailed();
         TestSupport::WatchAllAllocations();
-        const CFHandle<CFTypeRef> now(Copy(CFSTR("key")));
+        const CFOwned<CFTypeRef> now(Copy(CFSTR("key")));
         const CFTypeRef expected = setFailed ? before.Get() : value;
         ASSERT_EQ(static_cast<bool>(now), expected != nullptr);
         EXPECT_TRUE(!now || CFEqual(now.Get(), expected));
@@ -158,7 +158,7 @@ TEST_F(CFMemoryOfPreferences, AreSetAndWrittenOrAsTheyWere) {
         TestSupport::WatchAllAllocations();
         EXPECT_EQ(written, !failed);
         EXPECT_TRUE(written || Synchronize()) << "what could not be written is lost";
-        const CFHandle<CFDictionaryRef> file(CopyFile(nullptr));
+        const CFOwned<CFDictionaryRef> file(CopyFile(nullptr));
         ASSERT_TRUE(file);
         EXPECT_TRUE(CFEqual(CFDictionaryGetValue(file.Get(), CFSTR("key")), value));
         EXPECT_TRUE(CFEqual(CFDictionaryGetValue(file.Get(), CFSTR("everything")), Everything()));
@@ -181,7 +181,7 @@ TEST_F(CFMemoryOfPreferences, FileIsChangedOrAsItWas) {
         EXPECT_EQ(error, nullptr);
         return changed;
     });
-    const CFHandle<CFDictionaryRef> file(CopyFile(nullptr));
+    const CFOwned<CFDictionaryRef> file(CopyFile(nullptr));
     ASSERT_TRUE(file);
     EXPECT_TRUE(CFEqual(CFDictionaryGetValue(file.Get(), CFSTR("everything")), Everything()));
 }
@@ -198,12 +198,12 @@ CFDataRef Echo(CFMessagePortRef, SInt32, CFDataRef data, void*) {
     return static_cast<CFDataRef>(CFRetain(data)); // without memory
 }
 
-CFHandle<CFMessagePortRef> MakeLocal() {
-    return CFHandle<CFMessagePortRef>(
+CFOwned<CFMessagePortRef> MakeLocal() {
+    return CFOwned<CFMessagePortRef>(
         CFMessagePortCreateLocal(nullptr, CFSTR("Memory"), Echo, nullptr, nullptr));
 }
-CFHandle<CFMessagePortRef> MakeRemote() {
-    return CFHandle<CFMessagePortRef>(CFMessagePortCreateRemote(nullptr, CFSTR("Memory")));
+CFOwned<CFMessagePortRef> MakeRemote() {
+    return CFOwned<CFMessagePortRef>(CFMessagePortCreateRemote(nullptr, CFSTR("Memory")));
 }
 
 // Whether the request came back; it is answered whole or not.
@@ -238,12 +238,12 @@ TEST_F(CFMemoryOfMessagePorts, AreMadeOrNot) {
         EXPECT_EQ(freeInfo != 0, port == nullptr);
         return Made(port);
     });
-    const CFHandle<CFMessagePortRef> local = MakeLocal();
+    const CFOwned<CFMessagePortRef> local = MakeLocal();
     ASSERT_TRUE(local);
     FailEachAllocation([] { return Made(CFMessagePortCreateRemote(nullptr, CFSTR("Memory"))); });
     FailEachAllocation(
         [&] { return Made(CFMessagePortCreateRunLoopSource(nullptr, local.Get(), 0)); });
-    const CFHandle<CFMessagePortRef> remote = MakeRemote();
+    const CFOwned<CFMessagePortRef> remote = MakeRemote();
     ASSERT_TRUE(remote);
     FailEachAllocation([&] { return CFMessagePortIsValid(remote.Get()) != 0; });
 }
@@ -251,8 +251,8 @@ TEST_F(CFMemoryOfMessagePorts, AreMadeOrNot) {
 TEST_F(CFMemoryOfMessagePorts, RequestsAreAnsweredOrRefused) {
     std::promise<CFRunLoopRef> ready;
     std::thread server([&] {
-        const CFHandle<CFMessagePortRef> local = MakeLocal();
-        const CFHandle<CFRunLoopSourceRef> source(
+        const CFOwned<CFMessagePortRef> local = MakeLocal();
+        const CFOwned<CFRunLoopSourceRef> source(
             CFMessagePortCreateRunLoopSource(nullptr, local.Get(), 0));
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source.Get(), kCFRunLoopDefaultMode);
         ready.set_value(CFRunLoopGetCurrent());
@@ -260,7 +260,7 @@ TEST_F(CFMemoryOfMessagePorts, RequestsAreAnsweredOrRefused) {
         CFMessagePortInvalidate(local.Get());
     });
     CFRunLoopRef loop = ready.get_future().get();
-    const CFHandle<CFMessagePortRef> remote = MakeRemote();
+    const CFOwned<CFMessagePortRef> remote = MakeRemote();
     ASSERT_TRUE(remote);
     for (CFStringRef mode : {kCFRunLoopDefaultMode, CFStringRef{}}) {
         for (int n = 1, failed = 1; failed != 0; ++n) {
@@ -280,13 +280,13 @@ TEST_F(CFMemoryOfMessagePorts, RequestsAreAnsweredOrRefused) {
 }
 
 TEST_F(CFMemoryOfMessagePorts, ServeOnAfterWhatThereWasNoMemoryFor) {
-    const CFHandle<CFMessagePortRef> local = MakeLocal();
-    const CFHandle<CFRunLoopSourceRef> source(
+    const CFOwned<CFMessagePortRef> local = MakeLocal();
+    const CFOwned<CFRunLoopSourceRef> source(
         CFMessagePortCreateRunLoopSource(nullptr, local.Get(), 0));
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source.Get(), kCFRunLoopDefaultMode);
     const auto serveOne = [] {
         auto status = std::async(std::launch::async, [] {
-            const CFHandle<CFMessagePortRef> remote = MakeRemote();
+            const CFOwned<CFMessagePortRef> remote = MakeRemote();
             return remote ? Ask(remote.Get(), kCFRunLoopDefaultMode) : kCFMessagePortIsInvalid;
         });
         while (status.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
@@ -298,7 +298,7 @@ TEST_F(CFMemoryOfMessagePorts, ServeOnAfterWhatThereWasNoMemoryFor) {
         ASSERT_LT(n, kMostAllocations);
         SCOPED_TRACE("allocation " + std::to_string(n));
         auto asked = std::async(std::launch::async, [] {
-            const CFHandle<CFMessagePortRef> remote = MakeRemote();
+            const CFOwned<CFMessagePortRef> remote = MakeRemote();
             return remote ? Ask(remote.Get(), kCFRunLoopDefaultMode) : kCFMessagePortIsInvalid;
         });
         TestSupport::WatchAllAllocations(n);

@@ -1,6 +1,6 @@
 // What strict mode refuses, and what it lets through. Every test runs with it on; that all calls
 // are answered when it is off is what the other programs test.
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -191,17 +191,17 @@ INSTANTIATE_TEST_SUITE_P(Mistakes, CFStrictMode, testing::ValuesIn(kMistakes),
 
 TEST(CFStrictModeWithoutMistakes, LetsNullThroughWhereItHasAMeaning) {
     EXPECT_EQ(CFCopyDescription(nullptr), nullptr);
-    const CFHandle<CFStringRef> text(
+    const CFOwned<CFStringRef> text(
         CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%@"), nullptr));
     EXPECT_TRUE(CFEqual(text.Get(), CFSTR("(null)")));
-    const CFHandle<CFErrorRef> error(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 1, nullptr));
-    const CFHandle<CFErrorRef> same(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 1, nullptr));
+    const CFOwned<CFErrorRef> error(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 1, nullptr));
+    const CFOwned<CFErrorRef> same(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 1, nullptr));
     EXPECT_TRUE(CFEqual(error.Get(), same.Get()));
-    const CFHandle<CFStringRef> description(CFErrorCopyDescription(error.Get()));
+    const CFOwned<CFStringRef> description(CFErrorCopyDescription(error.Get()));
     EXPECT_TRUE(CFEqual(description.Get(), CFSTR("error 1 of NSPOSIXErrorDomain")));
     EXPECT_EQ(CFRunLoopRunInMode(nullptr, 0, false), kCFRunLoopRunFinished);
     EXPECT_EQ(CFMessagePortCreateLocal(nullptr, nullptr, nullptr, nullptr, nullptr), nullptr);
-    const CFHandle<CFMutableArrayRef> plain(CFArrayCreateMutable(nullptr, 0, nullptr));
+    const CFOwned<CFMutableArrayRef> plain(CFArrayCreateMutable(nullptr, 0, nullptr));
     CFArrayAppendValue(plain.Get(), nullptr);
     EXPECT_EQ(CFArrayGetCount(plain.Get()), 1);
 }
@@ -226,7 +226,7 @@ TEST(CFStrictModeWithoutMistakes, LetsMissingAndRemovedPreferencesThrough) {
 
 TEST(CFStrictModeWithoutMistakes, LetsBytesThroughThatAreNoPropertyList) {
     const UInt8 bytes[] = {'n', 'o', 'n', 'e'};
-    const CFHandle<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
+    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, bytes, sizeof bytes));
     CFErrorRef error = nullptr;
     EXPECT_EQ(CFPropertyListCreateWithData(nullptr, data.Get(), 0, nullptr, &error), nullptr);
     ASSERT_NE(error, nullptr);

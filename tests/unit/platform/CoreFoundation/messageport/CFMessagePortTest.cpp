@@ -1,4 +1,4 @@
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 #include "tests/support/CFText.h"
 #include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -34,9 +34,9 @@
 
 namespace {
 
-using Port = CFHandle<CFMessagePortRef>;
-using Source = CFHandle<CFRunLoopSourceRef>;
-using Data = CFHandle<CFDataRef>;
+using Port = CFOwned<CFMessagePortRef>;
+using Source = CFOwned<CFRunLoopSourceRef>;
+using Data = CFOwned<CFDataRef>;
 using Bytes = std::vector<std::uint8_t>;
 using CallOut = std::function<Data(CFMessagePortRef, SInt32, const Bytes&)>;
 
@@ -170,7 +170,7 @@ private:
 
 // Why this process does not serve a port; empty when nothing is known.
 std::string FailureOf(CFStringRef name) {
-    const CFHandle<CFStringRef> failure(CFMessagePortHostCopyLocalFailure(name));
+    const CFOwned<CFStringRef> failure(CFMessagePortHostCopyLocalFailure(name));
     return failure ? TestSupport::TextOf(failure.Get()) : "";
 }
 
@@ -632,7 +632,7 @@ TEST_F(CFMessagePortTest, RefusesADirectoryOfAnotherUser) {
 
 TEST_F(CFMessagePortTest, StoresALongNameByItsHashAndRefusesOneThatIsTooLong) {
     const auto name = [](std::size_t length) {
-        return CFHandle<CFStringRef>(CFStringCreateWithCString(
+        return CFOwned<CFStringRef>(CFStringCreateWithCString(
             nullptr, std::string(length, ' ').c_str(), kCFStringEncodingUTF8));
     };
     const auto longest = name(128);
@@ -1349,9 +1349,9 @@ TEST_F(CFMessagePortTest, HandsAStopThatComesWhileItWaitsToTheEnclosingRun) {
         const CFRunLoopRef loop = CFRunLoopGetCurrent();
         std::atomic<bool> stopped{false};
         std::thread stopper([&] {
-            CFHandle<CFStringRef> mode;
+            CFOwned<CFStringRef> mode;
             const auto isWaiting = [&] {
-                mode = CFHandle<CFStringRef>(CFRunLoopCopyCurrentMode(loop));
+                mode = CFOwned<CFStringRef>(CFRunLoopCopyCurrentMode(loop));
                 return CFEqual(mode.Get(), CFSTR("private")) != 0;
             };
             EXPECT_TRUE(TestSupport::WaitUntil("the loop waits for the reply", isWaiting));

@@ -1,4 +1,4 @@
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <CoreFoundation/CFArray.h>
@@ -28,16 +28,16 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-using PlugIn = CFHandle<CFPlugInRef>;
-using Uuid = CFHandle<CFUUIDRef>;
+using PlugIn = CFOwned<CFPlugInRef>;
+using Uuid = CFOwned<CFUUIDRef>;
 
 constexpr const char* kFactory = "6F6B0A54-7E3D-4C59-9D0C-0B5A7C1E2D01";
 constexpr const char* kNullFactory = "6F6B0A54-7E3D-4C59-9D0C-0B5A7C1E2D02";
 constexpr const char* kAbsentFactory = "6F6B0A54-7E3D-4C59-9D0C-0B5A7C1E2D03";
 constexpr const char* kType = "0B2C6E0A-52C1-4B7F-8F55-6E1D3B9A7C10";
 
-CFHandle<CFStringRef> Text(const std::string& text) {
-    return CFHandle<CFStringRef>(
+CFOwned<CFStringRef> Text(const std::string& text) {
+    return CFOwned<CFStringRef>(
         CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8));
 }
 
@@ -46,7 +46,7 @@ Uuid MakeUuid(const std::string& text) {
 }
 
 std::string LastError() {
-    const CFHandle<CFStringRef> text(CFPlugInHostCopyLastError());
+    const CFOwned<CFStringRef> text(CFPlugInHostCopyLastError());
     char buffer[2048] = "";
     if (text) {
         CFStringGetCString(text.Get(), buffer, sizeof buffer, kCFStringEncodingUTF8);
@@ -97,7 +97,7 @@ protected:
     }
 
     PlugIn Create() const {
-        const CFHandle<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
+        const CFOwned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
             nullptr, reinterpret_cast<const UInt8*>(mBundle.data()),
             static_cast<CFIndex>(mBundle.size()), true));
         return PlugIn(CFPlugInCreate(nullptr, url.Get()));
@@ -227,7 +227,7 @@ TEST_F(CFPlugInTest, FindsTheFactoriesOfAType) {
     const PlugIn plugIn = Create();
     const Uuid type = MakeUuid(kType);
     const auto expectAll = [&](CFArrayRef found) {
-        const CFHandle<CFArrayRef> factories(found);
+        const CFOwned<CFArrayRef> factories(found);
         ASSERT_EQ(CFArrayGetCount(factories.Get()), 3);
         for (const char* each : {kFactory, kNullFactory, kAbsentFactory}) {
             EXPECT_TRUE(
@@ -258,7 +258,7 @@ TEST_F(CFPlugInTest, GivesTheBundlesPropertyList) {
                         CFSTR("Module")));
     EXPECT_EQ(CFBundleGetValueForInfoDictionaryKey(bundle, CFSTR("Missing")), nullptr);
     EXPECT_NE(CFBundleGetInfoDictionary(bundle), nullptr);
-    const CFHandle<CFURLRef> url(CFBundleCopyExecutableURL(bundle));
+    const CFOwned<CFURLRef> url(CFBundleCopyExecutableURL(bundle));
     char path[4096];
     ASSERT_TRUE(CFURLGetFileSystemRepresentation(url.Get(), true, reinterpret_cast<UInt8*>(path),
                                                  sizeof path));

@@ -40,10 +40,10 @@ protected:
                               kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
     }
 
-    static CFHandle<CFTypeRef> Get(const std::string& key) {
-        return CFHandle<CFTypeRef>(CFPreferencesCopyValue(Text(key).Get(), Text(kIdentifier).Get(),
-                                                          kCFPreferencesAnyUser,
-                                                          kCFPreferencesCurrentHost));
+    static CFOwned<CFTypeRef> Get(const std::string& key) {
+        return CFOwned<CFTypeRef>(CFPreferencesCopyValue(Text(key).Get(), Text(kIdentifier).Get(),
+                                                         kCFPreferencesAnyUser,
+                                                         kCFPreferencesCurrentHost));
     }
 
     static bool Synchronize() {
@@ -59,7 +59,7 @@ TEST_F(CFPreferences, HasNoValuesWithoutAFile) {
     EXPECT_EQ(CFPreferencesCopyKeyList(Text(kIdentifier).Get(), kCFPreferencesAnyUser,
                                        kCFPreferencesCurrentHost),
               nullptr);
-    const CFHandle<CFDictionaryRef> all(CFPreferencesCopyMultiple(
+    const CFOwned<CFDictionaryRef> all(CFPreferencesCopyMultiple(
         nullptr, Text(kIdentifier).Get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
     EXPECT_EQ(CFDictionaryGetCount(all.Get()), 0);
     EXPECT_TRUE(Synchronize());
@@ -173,7 +173,7 @@ TEST_F(CFPreferences, CopiesWhatIsSet) {
 
 TEST_F(CFPreferences, IgnoresWhatCannotBeSetAndSaysSo) {
     TestSupport::ClearSyslogLines();
-    Set("a", CFHandle<CFUUIDRef>(CFUUIDCreate(nullptr)).Get());
+    Set("a", CFOwned<CFUUIDRef>(CFUUIDCreate(nullptr)).Get());
     EXPECT_FALSE(Get("a"));
     for (const char* identifier : {"", "../x", "a/b", ".hidden"}) {
         CFPreferencesSetValue(CFSTR("a"), CFSTR("x"), Text(identifier).Get(), kCFPreferencesAnyUser,
@@ -210,7 +210,7 @@ TEST_F(CFPreferences, KeepsDomainsApart) {
         for (const auto* host : hosts) {
             for (const auto* application :
                  {CFSTR("com.quorvel.Test"), kCFPreferencesAnyApplication}) {
-                const CFHandle<CFTypeRef> value(
+                const CFOwned<CFTypeRef> value(
                     CFPreferencesCopyValue(CFSTR("a"), application, user, host));
                 EXPECT_TRUE(CFEqual(value.Get(), Integer(number).Get()));
                 ++number;
@@ -222,13 +222,13 @@ TEST_F(CFPreferences, KeepsDomainsApart) {
 TEST_F(CFPreferences, ListsKeysAndValues) {
     Set("a", CFSTR("1"));
     Set("b", CFSTR("2"));
-    const CFHandle<CFArrayRef> keys(CFPreferencesCopyKeyList(
+    const CFOwned<CFArrayRef> keys(CFPreferencesCopyKeyList(
         Text(kIdentifier).Get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
     EXPECT_EQ(CFArrayGetCount(keys.Get()), 2);
     const auto wanted = Array();
     CFArrayAppendValue(wanted.Get(), CFSTR("b"));
     CFArrayAppendValue(wanted.Get(), CFSTR("c"));
-    const CFHandle<CFDictionaryRef> values(CFPreferencesCopyMultiple(
+    const CFOwned<CFDictionaryRef> values(CFPreferencesCopyMultiple(
         wanted.Get(), Text(kIdentifier).Get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
     EXPECT_EQ(CFDictionaryGetCount(values.Get()), 1);
     EXPECT_EQ(Read(CFDictionaryGetValue(values.Get(), CFSTR("b"))), "2");
@@ -267,7 +267,7 @@ TEST_F(CFPreferences, LosesNothingOfTwoProcessesThatWrite) {
     CFIndex seen = 0;
     while (running > 0) {
         // A torn file would not parse, and would count as empty.
-        const CFHandle<CFDictionaryRef> all(CFPreferencesCopyMultiple(
+        const CFOwned<CFDictionaryRef> all(CFPreferencesCopyMultiple(
             nullptr, Text(kIdentifier).Get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
         EXPECT_GE(CFDictionaryGetCount(all.Get()), seen);
         seen = CFDictionaryGetCount(all.Get());

@@ -14,7 +14,7 @@
 
 namespace {
 
-using Value = CFHandle<CFTypeRef>;
+using Value = CFOwned<CFTypeRef>;
 
 constexpr CFPropertyListFormat kFormats[] = {kCFPropertyListXMLFormat_v1_0,
                                              kCFPropertyListBinaryFormat_v1_0};
@@ -25,7 +25,7 @@ Value Parse(const std::string& bytes, std::string* reason = nullptr) {
                                              nullptr, &error));
     // Exactly one of the two comes out.
     EXPECT_NE(static_cast<bool>(value), error != nullptr);
-    const CFHandle<CFErrorRef> owner(error);
+    const CFOwned<CFErrorRef> owner(error);
     if (reason != nullptr && error != nullptr) {
         *reason = ReadOwned(CFErrorCopyDescription(error));
     }
@@ -34,9 +34,9 @@ Value Parse(const std::string& bytes, std::string* reason = nullptr) {
 
 std::string Write(CFTypeRef value, CFPropertyListFormat format) {
     CFErrorRef error = nullptr;
-    const CFHandle<CFDataRef> data(CFPropertyListCreateData(nullptr, value, format, 0, &error));
+    const CFOwned<CFDataRef> data(CFPropertyListCreateData(nullptr, value, format, 0, &error));
     EXPECT_NE(static_cast<bool>(data), error != nullptr);
-    const CFHandle<CFErrorRef> owner(error);
+    const CFOwned<CFErrorRef> owner(error);
     return {reinterpret_cast<const char*>(CFDataGetBytePtr(data.Get())),
             static_cast<std::size_t>(CFDataGetLength(data.Get()))};
 }
@@ -225,7 +225,7 @@ TEST(CFPropertyList, KeepsTheEdgesOfNumbersAndDates) {
         CFArrayAppendValue(array.Get(), Real(value).Get());
     }
     for (const double at : {-63113904000.0, 252423993599.0, -1.0, 0.0}) {
-        CFArrayAppendValue(array.Get(), CFHandle<CFDateRef>(CFDateCreate(nullptr, at)).Get());
+        CFArrayAppendValue(array.Get(), CFOwned<CFDateRef>(CFDateCreate(nullptr, at)).Get());
     }
     for (const CFPropertyListFormat format : kFormats) {
         const Value back = Parse(Write(array.Get(), format));
@@ -245,12 +245,12 @@ TEST(CFPropertyList, RefusesToWriteWhatIsNoPropertyList) {
         EXPECT_EQ(CFPropertyListCreateDeepCopy(nullptr, holder.Get(), 0), nullptr);
     };
     refuses(nullptr);
-    refuses(CFHandle<CFUUIDRef>(CFUUIDCreate(nullptr)).Get());
+    refuses(CFOwned<CFUUIDRef>(CFUUIDCreate(nullptr)).Get());
     refuses(Text(std::string("a\0b", 3)).Get());
     const UniChar half = 0xDC00;
-    refuses(CFHandle<CFStringRef>(CFStringCreateWithCharacters(nullptr, &half, 1)).Get());
+    refuses(CFOwned<CFStringRef>(CFStringCreateWithCharacters(nullptr, &half, 1)).Get());
     for (const double at : {1e12, -63113904001.0, 252423993600.0, std::nan("")}) {
-        refuses(CFHandle<CFDateRef>(CFDateCreate(nullptr, at)).Get());
+        refuses(CFOwned<CFDateRef>(CFDateCreate(nullptr, at)).Get());
     }
     const auto wrongKey = Dictionary();
     CFDictionarySetValue(wrongKey.Get(), Integer(1).Get(), CFSTR("x"));

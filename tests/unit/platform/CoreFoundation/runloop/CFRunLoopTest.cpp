@@ -1,4 +1,4 @@
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 #include "tests/support/WaitUntil.h"
 
 #include <CoreFoundation/CFRunLoop.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-using Source = CFHandle<CFRunLoopSourceRef>;
+using Source = CFOwned<CFRunLoopSourceRef>;
 
 // What the source's callbacks were told, and what its perform callback shall do.
 struct Probe {
@@ -222,7 +222,7 @@ TEST(CFRunLoop, StopEndsTheInnermostRunOnly) {
     outer.onPerform = [&] {
         CFRunLoopSourceSignal(innerSource.Get());
         innerResult = CFRunLoopRunInMode(CFSTR("inner"), kLong, false);
-        const CFHandle<CFStringRef> mode(CFRunLoopCopyCurrentMode(CFRunLoopGetCurrent()));
+        const CFOwned<CFStringRef> mode(CFRunLoopCopyCurrentMode(CFRunLoopGetCurrent()));
         EXPECT_TRUE(CFEqual(mode.Get(), kCFRunLoopDefaultMode));
     };
     AddToCurrent(innerSource, CFSTR("inner"));

@@ -27,12 +27,12 @@ using Texts = std::vector<std::string>;
 TEST(CFArray, KeepsItsValuesAlive) {
     const CFIndex before = CFRuntimeHostLiveObjectCount(0);
     {
-        CFHandle<CFArrayRef> array;
+        CFOwned<CFArrayRef> array;
         {
             const auto first = Text("first");
             const auto second = Text("second");
             const void* values[] = {first.Get(), second.Get()};
-            array = CFHandle<CFArrayRef>(CFArrayCreate(nullptr, values, 2, &kCFTypeArrayCallBacks));
+            array = CFOwned<CFArrayRef>(CFArrayCreate(nullptr, values, 2, &kCFTypeArrayCallBacks));
         }
         EXPECT_EQ(Contents(array.Get()), (Texts{"first", "second"}));
         EXPECT_EQ(CFArrayGetValueAtIndex(array.Get(), 2), nullptr);
@@ -74,13 +74,13 @@ TEST(CFArray, Changes) {
 
 TEST(CFArray, DoesNotChangeWhenImmutable) {
     const void* values[] = {CFSTR("a")};
-    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, values, 1, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, values, 1, &kCFTypeArrayCallBacks));
     auto* cast = const_cast<CFMutableArrayRef>(array.Get());
     CFArrayAppendValue(cast, CFSTR("b"));
     CFArraySetValueAtIndex(cast, 0, CFSTR("b"));
     CFArrayRemoveAllValues(cast);
     EXPECT_EQ(Contents(array.Get()), Texts{"a"});
-    const CFHandle<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, array.Get()));
+    const CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, array.Get()));
     EXPECT_TRUE(CFEqual(copy.Get(), array.Get()));
     CFArrayAppendValue(copy.Get(), CFSTR("b"));
     EXPECT_FALSE(CFEqual(copy.Get(), array.Get()));
@@ -89,7 +89,7 @@ TEST(CFArray, DoesNotChangeWhenImmutable) {
 TEST(CFArray, KeepsPlainPointersWithoutCallBacks) {
     const int numbers[] = {1, 2};
     const void* values[] = {&numbers[0], &numbers[1], nullptr};
-    const CFHandle<CFArrayRef> array(CFArrayCreate(nullptr, values, 3, nullptr));
+    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, values, 3, nullptr));
     EXPECT_EQ(CFArrayGetValueAtIndex(array.Get(), 1), &numbers[1]);
     EXPECT_TRUE(CFArrayContainsValue(array.Get(), CFRangeMake(0, 3), &numbers[0]));
     const void* got[3] = {};
@@ -118,7 +118,7 @@ TEST(CFArray, CallsItsOwnersCallBacks) {
     const int number = 5;
     const int same = 5;
     {
-        const CFHandle<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &callBacks));
+        const CFOwned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &callBacks));
         CFArrayAppendValue(array.Get(), &number);
         CFArraySetValueAtIndex(array.Get(), 0, &number);
         EXPECT_TRUE(CFArrayContainsValue(array.Get(), CFRangeMake(0, 1), &same));
@@ -160,9 +160,9 @@ TEST(CFDictionary, TellsANullValueFromNone) {
 TEST(CFDictionary, DoesNotChangeWhenImmutable) {
     const void* keys[] = {CFSTR("a"), CFSTR("a")};
     const void* values[] = {CFSTR("first"), CFSTR("second")};
-    const CFHandle<CFDictionaryRef> dictionary(
-        CFDictionaryCreate(nullptr, keys, values, 2, &kCFTypeDictionaryKeyCallBacks,
-                           &kCFTypeDictionaryValueCallBacks));
+    const CFOwned<CFDictionaryRef> dictionary(CFDictionaryCreate(nullptr, keys, values, 2,
+                                                                 &kCFTypeDictionaryKeyCallBacks,
+                                                                 &kCFTypeDictionaryValueCallBacks));
     EXPECT_EQ(Read(CFDictionaryGetValue(dictionary.Get(), CFSTR("a"))), "first");
     auto* cast = const_cast<CFMutableDictionaryRef>(dictionary.Get());
     CFDictionarySetValue(cast, CFSTR("b"), CFSTR("b"));
@@ -215,7 +215,7 @@ TEST(CFDictionary, BehavesAsAMapUnderRandomChanges) {
         for (std::size_t i = 0; i < keys.size(); ++i) {
             ASSERT_EQ(Read(values[i]), model.at(Read(keys[i])));
         }
-        const CFHandle<CFDictionaryRef> copy(CFDictionaryCreateCopy(nullptr, dictionary.Get()));
+        const CFOwned<CFDictionaryRef> copy(CFDictionaryCreateCopy(nullptr, dictionary.Get()));
         EXPECT_TRUE(CFEqual(copy.Get(), dictionary.Get()));
         EXPECT_EQ(CFHash(copy.Get()), CFHash(dictionary.Get()));
     }

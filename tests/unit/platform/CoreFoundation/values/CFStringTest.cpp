@@ -13,8 +13,8 @@ namespace {
 
 const CFStringRef kBeforeMain = CFSTR("made before main");
 
-CFHandle<CFStringRef> Encoded(const std::string& bytes, CFStringEncoding encoding) {
-    return CFHandle<CFStringRef>(
+CFOwned<CFStringRef> Encoded(const std::string& bytes, CFStringEncoding encoding) {
+    return CFOwned<CFStringRef>(
         CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
                                 static_cast<CFIndex>(bytes.size()), encoding, false));
 }
@@ -97,7 +97,7 @@ TEST(CFString, FailsWhenACStringDoesNotFitOrCannotBeRepresented) {
 
 TEST(CFString, CannotWriteHalfACharacter) {
     const UniChar half[] = {u'a', 0xD83D};
-    const CFHandle<CFStringRef> string(CFStringCreateWithCharacters(nullptr, half, 2));
+    const CFOwned<CFStringRef> string(CFStringCreateWithCharacters(nullptr, half, 2));
     EXPECT_EQ(AsCString(string.Get(), kCFStringEncodingUTF8), "<failed>");
     UniChar back[2] = {};
     CFStringGetCharacters(string.Get(), CFRangeMake(0, 2), back);
@@ -193,7 +193,7 @@ TEST(CFString, ReadsIntegersUpToTheFirstOtherCharacter) {
 
 TEST(CFString, SeparatesAndCombines) {
     const auto parts = [](CFStringRef text, CFStringRef separator) {
-        const CFHandle<CFArrayRef> array(
+        const CFOwned<CFArrayRef> array(
             CFStringCreateArrayBySeparatingStrings(nullptr, text, separator));
         std::vector<std::string> result;
         for (CFIndex i = 0; i < CFArrayGetCount(array.Get()); ++i) {
@@ -208,7 +208,7 @@ TEST(CFString, SeparatesAndCombines) {
     EXPECT_EQ(parts(CFSTR(""), CFSTR("-")), (Parts{""}));
     EXPECT_EQ(parts(CFSTR("abc"), CFSTR("")), (Parts{"abc"}));
     EXPECT_EQ(parts(CFSTR("a::b"), CFSTR("::")), (Parts{"a", "b"}));
-    const CFHandle<CFArrayRef> array(
+    const CFOwned<CFArrayRef> array(
         CFStringCreateArrayBySeparatingStrings(nullptr, CFSTR("a-b-c"), CFSTR("-")));
     EXPECT_EQ(ReadOwned(CFStringCreateByCombiningStrings(nullptr, array.Get(), CFSTR(", "))),
               "a, b, c");
@@ -227,7 +227,7 @@ TEST(CFString, TakesPartsOfItself) {
 
 TEST(CFString, CopiesByRetaining) {
     const auto string = Text("text");
-    const CFHandle<CFStringRef> copy(CFStringCreateCopy(nullptr, string.Get()));
+    const CFOwned<CFStringRef> copy(CFStringCreateCopy(nullptr, string.Get()));
     EXPECT_EQ(copy.Get(), string.Get());
     EXPECT_EQ(CFGetRetainCount(string.Get()), 2);
 }
@@ -248,7 +248,7 @@ TEST(CFString, KeepsRandomTextThroughUTF8) {
             }
         }
         const std::vector<UniChar> units(text.begin(), text.end());
-        const CFHandle<CFStringRef> string(CFStringCreateWithCharacters(
+        const CFOwned<CFStringRef> string(CFStringCreateWithCharacters(
             nullptr, units.data(), static_cast<CFIndex>(units.size())));
         const auto back = Text(Read(string.Get()));
         ASSERT_TRUE(CFEqual(string.Get(), back.Get()));

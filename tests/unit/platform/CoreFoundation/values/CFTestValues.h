@@ -1,7 +1,7 @@
 // Short ways to make and look at values in the tests of this folder.
 #pragma once
 
-#include "tests/support/CFHandle.h"
+#include "platform/support/CFOwned.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -9,31 +9,31 @@
 #include <string>
 #include <vector>
 
-inline CFHandle<CFStringRef> Text(const std::string& utf8) {
-    return CFHandle<CFStringRef>(
+inline CFOwned<CFStringRef> Text(const std::string& utf8) {
+    return CFOwned<CFStringRef>(
         CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(utf8.data()),
                                 static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false));
 }
 
-inline CFHandle<CFNumberRef> Integer(SInt64 value) {
-    return CFHandle<CFNumberRef>(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
+inline CFOwned<CFNumberRef> Integer(SInt64 value) {
+    return CFOwned<CFNumberRef>(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }
 
-inline CFHandle<CFNumberRef> Real(double value) {
-    return CFHandle<CFNumberRef>(CFNumberCreate(nullptr, kCFNumberFloat64Type, &value));
+inline CFOwned<CFNumberRef> Real(double value) {
+    return CFOwned<CFNumberRef>(CFNumberCreate(nullptr, kCFNumberFloat64Type, &value));
 }
 
-inline CFHandle<CFDataRef> Bytes(const std::string& bytes) {
-    return CFHandle<CFDataRef>(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
-                                            static_cast<CFIndex>(bytes.size())));
+inline CFOwned<CFDataRef> Bytes(const std::string& bytes) {
+    return CFOwned<CFDataRef>(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
+                                           static_cast<CFIndex>(bytes.size())));
 }
 
-inline CFHandle<CFMutableArrayRef> Array() {
-    return CFHandle<CFMutableArrayRef>(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+inline CFOwned<CFMutableArrayRef> Array() {
+    return CFOwned<CFMutableArrayRef>(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
 }
 
-inline CFHandle<CFMutableDictionaryRef> Dictionary() {
-    return CFHandle<CFMutableDictionaryRef>(CFDictionaryCreateMutable(
+inline CFOwned<CFMutableDictionaryRef> Dictionary() {
+    return CFOwned<CFMutableDictionaryRef>(CFDictionaryCreateMutable(
         nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 }
 
@@ -49,6 +49,6 @@ inline std::string Read(CFTypeRef reference) {
 
 template <typename Ref>
 std::string ReadOwned(Ref reference) {
-    const CFHandle<Ref> owner(reference);
+    const CFOwned<Ref> owner(reference);
     return Read(reference);
 }

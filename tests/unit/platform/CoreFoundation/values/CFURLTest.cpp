@@ -6,8 +6,8 @@
 
 namespace {
 
-CFHandle<CFURLRef> FileURL(const std::string& path, bool isDirectory = false) {
-    return CFHandle<CFURLRef>(CFURLCreateFromFileSystemRepresentation(
+CFOwned<CFURLRef> FileURL(const std::string& path, bool isDirectory = false) {
+    return CFOwned<CFURLRef>(CFURLCreateFromFileSystemRepresentation(
         nullptr, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
         isDirectory));
 }
@@ -48,7 +48,7 @@ TEST(CFURL, FailsWhenThePathDoesNotFit) {
 
 TEST(CFURL, AddsAndRemovesParts) {
     const auto folder = FileURL("/lib/QuorvelMIDI.plugin", true);
-    const CFHandle<CFURLRef> info(CFURLCreateCopyAppendingPathComponent(
+    const CFOwned<CFURLRef> info(CFURLCreateCopyAppendingPathComponent(
         nullptr, folder.Get(), CFSTR("Contents/Info.plist"), false));
     EXPECT_EQ(Path(info.Get()), "/lib/QuorvelMIDI.plugin/Contents/Info.plist");
     EXPECT_FALSE(CFURLHasDirectoryPath(info.Get()));
@@ -57,12 +57,11 @@ TEST(CFURL, AddsAndRemovesParts) {
     EXPECT_EQ(ReadOwned(CFURLCopyPathExtension(folder.Get())), "plugin");
     EXPECT_EQ(CFURLCopyPathExtension(FileURL("/a/.hidden").Get()), nullptr);
     EXPECT_EQ(CFURLCopyPathExtension(FileURL("/a.b/c").Get()), nullptr);
-    const CFHandle<CFURLRef> parent(
-        CFURLCreateCopyDeletingLastPathComponent(nullptr, folder.Get()));
+    const CFOwned<CFURLRef> parent(CFURLCreateCopyDeletingLastPathComponent(nullptr, folder.Get()));
     EXPECT_EQ(Path(parent.Get()), "/lib");
-    const CFHandle<CFURLRef> root(CFURLCreateCopyDeletingLastPathComponent(nullptr, parent.Get()));
+    const CFOwned<CFURLRef> root(CFURLCreateCopyDeletingLastPathComponent(nullptr, parent.Get()));
     EXPECT_EQ(Path(root.Get()), "/");
-    const CFHandle<CFURLRef> still(CFURLCreateCopyDeletingLastPathComponent(nullptr, root.Get()));
+    const CFOwned<CFURLRef> still(CFURLCreateCopyDeletingLastPathComponent(nullptr, root.Get()));
     EXPECT_EQ(Path(still.Get()), "/");
 }
 

@@ -15,8 +15,8 @@ CFUUIDRef Constant() {
 }
 
 TEST(CFUUID, IsTheSameFromTextBytesAndConstant) {
-    const CFHandle<CFUUIDRef> fromText(CFUUIDCreateFromString(nullptr, Text(kText).Get()));
-    const CFHandle<CFUUIDRef> fromBytes(
+    const CFOwned<CFUUIDRef> fromText(CFUUIDCreateFromString(nullptr, Text(kText).Get()));
+    const CFOwned<CFUUIDRef> fromBytes(
         CFUUIDCreateFromUUIDBytes(nullptr, CFUUIDGetUUIDBytes(Constant())));
     EXPECT_TRUE(CFEqual(fromText.Get(), fromBytes.Get()));
     EXPECT_TRUE(CFEqual(fromText.Get(), Constant()));
@@ -27,7 +27,7 @@ TEST(CFUUID, IsTheSameFromTextBytesAndConstant) {
 }
 
 TEST(CFUUID, ReadsLowerCase) {
-    const CFHandle<CFUUIDRef> uuid(
+    const CFOwned<CFUUIDRef> uuid(
         CFUUIDCreateFromString(nullptr, CFSTR("ecde9574-0fe4-11d4-bb1a-0050e4cea526")));
     EXPECT_TRUE(CFEqual(uuid.Get(), Constant()));
 }
@@ -44,13 +44,13 @@ TEST(CFUUID, RefusesOtherText) {
 TEST(CFUUID, KeepsOneConstantPerValue) {
     EXPECT_EQ(Constant(), Constant());
     CFRelease(Constant());
-    EXPECT_EQ(Read(CFHandle<CFStringRef>(CFUUIDCreateString(nullptr, Constant())).Get()), kText);
+    EXPECT_EQ(Read(CFOwned<CFStringRef>(CFUUIDCreateString(nullptr, Constant())).Get()), kText);
 }
 
 TEST(CFUUID, MakesRandomOnes) {
     std::set<std::string> seen;
     for (int i = 0; i < 1000; ++i) {
-        const CFHandle<CFUUIDRef> uuid(CFUUIDCreate(nullptr));
+        const CFOwned<CFUUIDRef> uuid(CFUUIDCreate(nullptr));
         const CFUUIDBytes bytes = CFUUIDGetUUIDBytes(uuid.Get());
         EXPECT_EQ(bytes.byte6 >> 4, 4);
         EXPECT_EQ(bytes.byte8 >> 6, 2);

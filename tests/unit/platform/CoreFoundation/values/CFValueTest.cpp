@@ -37,7 +37,7 @@ TEST(CFData, ReadsOnlyWithinItsBytes) {
 }
 
 TEST(CFData, ChangesWhenMutable) {
-    const CFHandle<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     CFDataAppendBytes(data.Get(), reinterpret_cast<const UInt8*>("abcd"), 4);
     CFDataReplaceBytes(data.Get(), CFRangeMake(1, 2), reinterpret_cast<const UInt8*>("123"), 3);
     EXPECT_EQ(Contents(data.Get()), "a123d");
@@ -52,7 +52,7 @@ TEST(CFData, ChangesWhenMutable) {
     EXPECT_EQ(Contents(data.Get()), std::string("a1\0", 3));
     CFDataGetMutableBytePtr(data.Get())[2] = 'z';
     EXPECT_EQ(Contents(data.Get()), "a1z");
-    const CFHandle<CFDataRef> copy(CFDataCreateCopy(nullptr, data.Get()));
+    const CFOwned<CFDataRef> copy(CFDataCreateCopy(nullptr, data.Get()));
     auto* cast = const_cast<CFMutableDataRef>(copy.Get());
     EXPECT_EQ(CFDataGetMutableBytePtr(cast), nullptr);
     CFDataSetLength(cast, 0);
@@ -94,13 +94,13 @@ TEST(CFNumber, IsMadeFromEveryType) {
     const float real = 1.5F;
     const short little = -2;
     for (const CFNumberType type : {kCFNumberLongType, kCFNumberCFIndexType}) {
-        EXPECT_TRUE(CFEqual(CFHandle<CFNumberRef>(CFNumberCreate(nullptr, type, &number)).Get(),
+        EXPECT_TRUE(CFEqual(CFOwned<CFNumberRef>(CFNumberCreate(nullptr, type, &number)).Get(),
                             Integer(-3).Get()));
     }
-    const CFHandle<CFNumberRef> fromFloat(CFNumberCreate(nullptr, kCFNumberFloat32Type, &real));
+    const CFOwned<CFNumberRef> fromFloat(CFNumberCreate(nullptr, kCFNumberFloat32Type, &real));
     EXPECT_TRUE(CFEqual(fromFloat.Get(), Real(1.5).Get()));
     EXPECT_TRUE(CFNumberIsFloatType(fromFloat.Get()));
-    const CFHandle<CFNumberRef> fromShort(CFNumberCreate(nullptr, kCFNumberShortType, &little));
+    const CFOwned<CFNumberRef> fromShort(CFNumberCreate(nullptr, kCFNumberShortType, &little));
     EXPECT_TRUE(CFEqual(fromShort.Get(), Integer(-2).Get()));
     EXPECT_EQ(CFNumberGetType(fromShort.Get()), kCFNumberSInt64Type);
     EXPECT_EQ(CFNumberGetByteSize(fromShort.Get()), 8);
@@ -113,7 +113,7 @@ TEST(CFNumber, ComparesByValue) {
     EXPECT_EQ(CFHash(Integer(2).Get()), CFHash(Real(2).Get()));
     EXPECT_EQ(CFHash(Real(0.0).Get()), CFHash(Real(-0.0).Get()));
     EXPECT_FALSE(CFEqual(Integer(1).Get(), kCFBooleanTrue));
-    const auto compare = [](const CFHandle<CFNumberRef>& a, const CFHandle<CFNumberRef>& b) {
+    const auto compare = [](const CFOwned<CFNumberRef>& a, const CFOwned<CFNumberRef>& b) {
         return CFNumberCompare(a.Get(), b.Get(), nullptr);
     };
     EXPECT_EQ(compare(Integer(-1), Integer(1)), kCFCompareLessThan);
@@ -136,13 +136,13 @@ TEST(CFBoolean, HasTwoValues) {
 }
 
 TEST(CFDate, CountsFromTheYear2001) {
-    const CFHandle<CFDateRef> date(CFDateCreate(nullptr, 86400.5));
+    const CFOwned<CFDateRef> date(CFDateCreate(nullptr, 86400.5));
     EXPECT_EQ(CFDateGetAbsoluteTime(date.Get()), 86400.5);
     EXPECT_EQ(ReadOwned(CFCopyDescription(date.Get())), "2001-01-02 00:00:00 +0000");
-    const CFHandle<CFDateRef> same(CFDateCreate(nullptr, 86400.5));
+    const CFOwned<CFDateRef> same(CFDateCreate(nullptr, 86400.5));
     EXPECT_TRUE(CFEqual(date.Get(), same.Get()));
     EXPECT_EQ(CFHash(date.Get()), CFHash(same.Get()));
-    const CFHandle<CFDateRef> never(CFDateCreate(nullptr, 1e300));
+    const CFOwned<CFDateRef> never(CFDateCreate(nullptr, 1e300));
     EXPECT_NE(ReadOwned(CFCopyDescription(never.Get())), "");
     EXPECT_GT(CFAbsoluteTimeGetCurrent(), 0); // no machine that runs this is that old
 }
@@ -150,11 +150,11 @@ TEST(CFDate, CountsFromTheYear2001) {
 TEST(CFError, TellsWhatWentWrong) {
     const auto info = Dictionary();
     CFDictionarySetValue(info.Get(), kCFErrorLocalizedDescriptionKey, CFSTR("the reason"));
-    const CFHandle<CFErrorRef> error(CFErrorCreate(nullptr, kCFErrorDomainCocoa, 3840, info.Get()));
+    const CFOwned<CFErrorRef> error(CFErrorCreate(nullptr, kCFErrorDomainCocoa, 3840, info.Get()));
     EXPECT_EQ(CFErrorGetCode(error.Get()), 3840);
     EXPECT_TRUE(CFEqual(CFErrorGetDomain(error.Get()), kCFErrorDomainCocoa));
     EXPECT_EQ(ReadOwned(CFErrorCopyDescription(error.Get())), "the reason");
-    const CFHandle<CFErrorRef> bare(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 2, nullptr));
+    const CFOwned<CFErrorRef> bare(CFErrorCreate(nullptr, kCFErrorDomainPOSIX, 2, nullptr));
     EXPECT_EQ(ReadOwned(CFErrorCopyDescription(bare.Get())), "error 2 of NSPOSIXErrorDomain");
     EXPECT_EQ(CFErrorCreate(nullptr, CFSTR("d"), 0,
                             static_cast<CFDictionaryRef>(CFTypeRef{kCFBooleanTrue})),

@@ -1,4 +1,4 @@
-#include "platform/support/CFOwned.h"
+#include "platform/CoreMIDI/src/base/PropertyValues.h"
 
 #include <limits>
 #include <new>

@@ -86,7 +86,7 @@ int NyWorkQueue::AdoptCommand(boost::shared_ptr<CCommand>& cmd, int& handle, boo
     AbortIfEmpty(cmd);
     ++cmd->mQueuedCount;
     mAccepting = last ? 0 : 1;
-    handle = getNextCommandSerialNumber();
+    handle = TakeSerialNumber();
     if (!cmd->mQueuedFunc.empty()) {
         cmd->mQueuedFunc(handle);
     }
@@ -346,6 +346,10 @@ pthread_t NyWorkQueue::GetWorkThreadID() {
 
 int NyWorkQueue::getNextCommandSerialNumber() {
     const NyLockGuard guard(mLock, true);
+    return TakeSerialNumber();
+}
+
+int NyWorkQueue::TakeSerialNumber() {
     const std::int32_t number = mNextSerialNumber;
     // The counter wraps round, which signed arithmetic must not do.
     mNextSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(number) + 1U);

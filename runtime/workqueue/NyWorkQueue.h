@@ -171,6 +171,8 @@ public:
     static CCommand* GetCurrentCommand() { return mstlsCurCommand.Get(); }
 
 private:
+    // Needs the lock. Takes the next handle.
+    int TakeSerialNumber();
     // Needs the lock. Finds a command by its handle, first among the pending ones; `pending` says
     // whether it was there. Null when neither a pending nor the running command has the handle.
     boost::shared_ptr<CCommand> FindCommand(int handle, bool& pending) const;

@@ -3,7 +3,7 @@
 //
 //     Mutex mMutex;
 //     int mCount QUORVEL_GUARDED_BY(mMutex) = 0;
-//     void CountLocked() QUORVEL_REQUIRES(mMutex); // the caller holds it
+//     void Count() QUORVEL_REQUIRES(mMutex); // the caller holds it
 //
 //     const MutexLock lock(mMutex); // until the end of the block
 //

@@ -3,7 +3,7 @@
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/base/StringEncoding.h"
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
-#include "platform/CoreFoundation/src/values/PlainNumbers.h"
+#include "platform/CoreFoundation/src/values/ScopedCLocale.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -300,7 +300,7 @@ bool AppendConversion(const Conversion& conversion, Arguments& arguments, std::u
 } // namespace
 
 bool FormatString(std::u16string_view format, va_list arguments, std::u16string& text) {
-    const PlainNumbers plain;
+    const ScopedCLocale cLocale;
     Arguments list(arguments);
     Reader reader(format);
     while (!reader.AtEnd()) {

@@ -41,7 +41,7 @@ struct Connection {
     // To tell the source's driver with, should this be its last connection: one item, made with the
     // connection, since ending it must not fail for want of memory.
     DriverItems mRoomToDisable;
-    std::shared_ptr<Connection> mNextEnded; // Change's
+    std::shared_ptr<Connection> mNextEnded; // Transaction's
 };
 
 // What becomes of packets for a destination: exactly one of `mReceiver` and `mDriver` is set.

@@ -1,7 +1,7 @@
 // Clients and their virtual endpoints.
 #include "platform/CoreMIDI/src/base/OnFailure.h"
-#include "platform/CoreMIDI/src/state/Change.h"
 #include "platform/CoreMIDI/src/state/Routing.h"
+#include "platform/CoreMIDI/src/state/Transaction.h"
 
 #include <CoreMIDI/MIDIServices.h>
 
@@ -13,45 +13,45 @@ namespace CoreMIDI {
 namespace {
 
 // Ends a port's connections and destroys it.
-void DestroyPort(Change& change, Port& port) noexcept QUORVEL_REQUIRES(sStateMutex) {
+void DestroyPort(Transaction& transaction, Port& port) noexcept QUORVEL_REQUIRES(sStateMutex) {
     for (const std::shared_ptr<Connection>& connection : port.mConnections) {
         DropFromSource(*connection);
-        change.End(connection);
+        transaction.End(connection);
     }
-    World::Get().Remove(port);
+    ServerState::Get().Remove(port);
 }
 
 // Takes a virtual endpoint out of whatever holds it and destroys it. Nobody is notified.
-void DestroyVirtualEndpoint(Change& change, Endpoint& endpoint) noexcept
+void DestroyVirtualEndpoint(Transaction& transaction, Endpoint& endpoint) noexcept
     QUORVEL_REQUIRES(sStateMutex) {
-    World& world = World::Get();
-    std::erase(world.Find<Client>(endpoint.mClient)->mEndpoints, endpoint.mReference);
-    std::erase(world.mVirtualEndpoints, &endpoint);
-    DestroyEndpoint(change, endpoint);
+    ServerState& state = ServerState::Get();
+    std::erase(state.Find<Client>(endpoint.mClient)->mEndpoints, endpoint.mReference);
+    std::erase(state.mVirtualEndpoints, &endpoint);
+    DestroyEndpoint(transaction, endpoint);
 }
 
 // With a read procedure for a destination.
 OSStatus AddVirtualEndpoint(MIDIClientRef client, Kind kind, CFStringRef name,
                             MIDIReadProc readProc, void* refCon, MIDIEndpointRef* out) {
-    Change change;
-    World& world = World::Get();
-    auto* const owner = world.Find<Client>(client);
+    Transaction transaction;
+    ServerState& state = ServerState::Get();
+    auto* const owner = state.Find<Client>(client);
     if (owner == nullptr) {
         return kMIDIInvalidClient;
     }
-    auto& endpoint = world.Add<Endpoint>(kind);
+    auto& endpoint = state.Add<Endpoint>(kind);
     endpoint.mClient = client;
     const OnFailure remove(
-        [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyVirtualEndpoint(change, endpoint); });
+        [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyVirtualEndpoint(transaction, endpoint); });
     endpoint.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
-    world.mVirtualEndpoints.push_back(&endpoint);
+    state.mVirtualEndpoints.push_back(&endpoint);
     owner->mEndpoints.push_back(endpoint.mReference);
     if (readProc != nullptr) {
         endpoint.mReceiver = std::make_shared<Connection>(endpoint.mReference, endpoint.mReference,
                                                           readProc, refCon, nullptr);
     }
     UpdateRoutes(endpoint);
-    change.NotifyAdded(endpoint);
+    transaction.NotifyAdded(endpoint);
     *out = endpoint.mReference;
     return noErr;
 }
@@ -61,14 +61,14 @@ OSStatus AddPort(MIDIClientRef client, CFStringRef portName, Kind kind, MIDIRead
     if (!IsName(portName) || outPort == nullptr) {
         return paramErr;
     }
-    const Change change;
-    World& world = World::Get();
-    auto* const owner = world.Find<Client>(client);
+    const Transaction transaction;
+    ServerState& state = ServerState::Get();
+    auto* const owner = state.Find<Client>(client);
     if (owner == nullptr) {
         return kMIDIInvalidClient;
     }
-    auto& port = world.Add<Port>(kind);
-    const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { world.Remove(port); });
+    auto& port = state.Add<Port>(kind);
+    const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { state.Remove(port); });
     port.mClient = client;
     port.mReadProcedure = readProc;
     port.mRefCon = refCon;
@@ -89,10 +89,10 @@ OSStatus MIDIClientCreate(CFStringRef name, MIDINotifyProc notifyProc, void* not
         if (!IsName(name) || outClient == nullptr) {
             return paramErr;
         }
-        const Change change;
-        World& world = World::Get();
-        auto& client = world.Add<Client>(Kind::kClient);
-        const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { world.Remove(client); });
+        const Transaction transaction;
+        ServerState& state = ServerState::Get();
+        auto& client = state.Add<Client>(Kind::kClient);
+        const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { state.Remove(client); });
         if (notifyProc != nullptr) {
             client.mNotifications =
                 std::make_shared<NotificationQueue>(client.mReference, notifyProc, notifyRefCon);
@@ -105,25 +105,25 @@ OSStatus MIDIClientCreate(CFStringRef name, MIDINotifyProc notifyProc, void* not
 
 OSStatus MIDIClientDispose(MIDIClientRef client) {
     return Answer([&]() -> OSStatus {
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         std::shared_ptr<NotificationQueue> notifications;
         {
-            Change change;
-            auto* const found = world.Find<Client>(client);
+            Transaction transaction;
+            auto* const found = state.Find<Client>(client);
             if (found == nullptr) {
                 return kMIDIInvalidClient;
             }
             for (const MIDIPortRef port : found->mPorts) {
-                DestroyPort(change, *world.Find<Port>(port));
+                DestroyPort(transaction, *state.Find<Port>(port));
             }
             while (!found->mEndpoints.empty()) {
-                auto* const endpoint = world.Find<Endpoint>(found->mEndpoints.front());
-                change.NotifyRemoved(*endpoint);
-                DestroyVirtualEndpoint(change, *endpoint);
+                auto* const endpoint = state.Find<Endpoint>(found->mEndpoints.front());
+                transaction.NotifyRemoved(*endpoint);
+                DestroyVirtualEndpoint(transaction, *endpoint);
             }
             notifications = found->mNotifications;
             NotificationCentre::Get().RemoveClient(notifications);
-            world.Remove(*found);
+            state.Remove(*found);
         }
         if (notifications != nullptr) {
             notifications->Close();
@@ -153,17 +153,17 @@ OSStatus MIDIDestinationCreate(MIDIClientRef client, CFStringRef name, MIDIReadP
 
 OSStatus MIDIEndpointDispose(MIDIEndpointRef endpt) {
     return Answer([&]() -> OSStatus {
-        World& world = World::Get();
-        Change change;
-        auto* const endpoint = world.Find<Endpoint>(endpt);
+        ServerState& state = ServerState::Get();
+        Transaction transaction;
+        auto* const endpoint = state.Find<Endpoint>(endpt);
         if (endpoint == nullptr) {
             return kMIDIUnknownEndpoint;
         }
         if (endpoint->mEntity != nullptr) {
             return kMIDINotPermitted;
         }
-        change.NotifyRemoved(*endpoint);
-        DestroyVirtualEndpoint(change, *endpoint);
+        transaction.NotifyRemoved(*endpoint);
+        DestroyVirtualEndpoint(transaction, *endpoint);
         return noErr;
     });
 }
@@ -185,28 +185,28 @@ OSStatus MIDIOutputPortCreate(MIDIClientRef client, CFStringRef portName, MIDIPo
 
 OSStatus MIDIPortDispose(MIDIPortRef port) {
     return Answer([&]() -> OSStatus {
-        World& world = World::Get();
-        Change change;
-        auto* const found = world.Find<Port>(port);
+        ServerState& state = ServerState::Get();
+        Transaction transaction;
+        auto* const found = state.Find<Port>(port);
         if (found == nullptr) {
             return kMIDIInvalidPort;
         }
-        std::erase(world.Find<Client>(found->mClient)->mPorts, port);
-        DestroyPort(change, *found);
+        std::erase(state.Find<Client>(found->mClient)->mPorts, port);
+        DestroyPort(transaction, *found);
         return noErr;
     });
 }
 
 OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* connRefCon) {
     return Answer([&]() -> OSStatus {
-        World& world = World::Get();
-        Change change;
-        auto* const input = world.FindPort(port, Kind::kInputPort);
+        ServerState& state = ServerState::Get();
+        Transaction transaction;
+        auto* const input = state.FindPort(port, Kind::kInputPort);
         if (input == nullptr) {
             return kMIDIInvalidPort;
         }
         OSStatus status = noErr;
-        auto* const endpoint = world.FindEndpoint(source, Kind::kSource, status);
+        auto* const endpoint = state.FindEndpoint(source, Kind::kSource, status);
         if (endpoint == nullptr) {
             return status;
         }
@@ -227,7 +227,7 @@ OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* c
             const OnFailure undo(
                 [&]() QUORVEL_REQUIRES(sStateMutex) { replace(connection, replaced); });
             UpdateRoutes(*endpoint);
-            change.End(replaced);
+            transaction.End(replaced);
             return noErr;
         }
         const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) {
@@ -247,14 +247,14 @@ OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* c
 
 OSStatus MIDIPortDisconnectSource(MIDIPortRef port, MIDIEndpointRef source) {
     return Answer([&]() -> OSStatus {
-        World& world = World::Get();
-        Change change;
-        auto* const input = world.FindPort(port, Kind::kInputPort);
+        ServerState& state = ServerState::Get();
+        Transaction transaction;
+        auto* const input = state.FindPort(port, Kind::kInputPort);
         if (input == nullptr) {
             return kMIDIInvalidPort;
         }
         OSStatus status = noErr;
-        if (world.FindEndpoint(source, Kind::kSource, status) == nullptr) {
+        if (state.FindEndpoint(source, Kind::kSource, status) == nullptr) {
             return status;
         }
         for (const std::shared_ptr<Connection>& connection : input->mConnections) {
@@ -262,7 +262,7 @@ OSStatus MIDIPortDisconnectSource(MIDIPortRef port, MIDIEndpointRef source) {
                 const auto dropped = connection;
                 DropFromPort(*dropped);
                 DropFromSource(*dropped);
-                change.End(dropped);
+                transaction.End(dropped);
                 return noErr;
             }
         }

@@ -14,17 +14,17 @@ OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name, CFStringRef man
         if (!IsName(name) || !IsName(manufacturer) || !IsName(model) || outDevice == nullptr) {
             return paramErr;
         }
-        Change change;
-        World& world = World::Get();
-        auto& device = world.Add<Device>(Kind::kDevice);
+        Transaction transaction;
+        ServerState& state = ServerState::Get();
+        auto& device = state.Add<Device>(Kind::kDevice);
         const OnFailure remove(
-            [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyDevice(change, device); });
+            [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyDevice(transaction, device); });
         device.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
         device.mProperties[kManufacturerProperty] =
             CFOwned<CFPropertyListRef>::Retained(manufacturer);
         device.mProperties[kModelProperty] = CFOwned<CFPropertyListRef>::Retained(model);
         device.mOwner = owner;
-        for (const std::shared_ptr<DriverOutput>& driver : world.mDrivers) {
+        for (const std::shared_ptr<DriverOutput>& driver : state.mDrivers) {
             if (driver->mDriver == owner) {
                 GiveToDriver({&device}, driver);
             }
@@ -36,15 +36,15 @@ OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name, CFStringRef man
 
 OSStatus MIDIDeviceDispose(MIDIDeviceRef device) {
     return Answer([&]() -> OSStatus {
-        Change change;
-        auto* const found = World::Get().Find<Device>(device);
+        Transaction transaction;
+        auto* const found = ServerState::Get().Find<Device>(device);
         if (found == nullptr) {
             return kMIDIObjectNotFound;
         }
         if (found->mIsInSetup) {
             return kMIDINotPermitted;
         }
-        DestroyDevice(change, *found);
+        DestroyDevice(transaction, *found);
         return noErr;
     });
 }
@@ -56,14 +56,14 @@ OSStatus MIDIDeviceAddEntity(MIDIDeviceRef device, CFStringRef name, Boolean emb
         if (!IsName(name)) {
             return paramErr;
         }
-        Change change;
-        auto* const found = World::Get().Find<Device>(device);
+        Transaction transaction;
+        auto* const found = ServerState::Get().Find<Device>(device);
         if (found == nullptr) {
             return kMIDIObjectNotFound;
         }
         Entity& entity = AddEntity(*found);
         const OnFailure remove(
-            [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyEntity(change, entity); });
+            [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyEntity(transaction, entity); });
         entity.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
         entity.mProperties[kEmbeddedProperty] =
             CFOwned<CFPropertyListRef>(MakeNumber(embedded != 0 ? 1 : 0).Release());
@@ -73,8 +73,8 @@ OSStatus MIDIDeviceAddEntity(MIDIDeviceRef device, CFStringRef name, Boolean emb
         for (ItemCount i = 0; i < numDestinationEndpoints; ++i) {
             AddEndpoint(entity, Kind::kDestination);
         }
-        change.NotifyAdded(entity);
-        change.SetupChanged(entity);
+        transaction.NotifyAdded(entity);
+        transaction.SetupChanged(entity);
         if (newEntity != nullptr) {
             *newEntity = entity.mReference;
         }
@@ -84,31 +84,31 @@ OSStatus MIDIDeviceAddEntity(MIDIDeviceRef device, CFStringRef name, Boolean emb
 
 OSStatus MIDIDeviceRemoveEntity(MIDIDeviceRef device, MIDIEntityRef entity) {
     return Answer([&]() -> OSStatus {
-        Change change;
-        auto* const found = World::Get().Find<Entity>(entity);
+        Transaction transaction;
+        auto* const found = ServerState::Get().Find<Entity>(entity);
         if (found == nullptr || found->mDevice->mReference != device) {
             return kMIDIObjectNotFound;
         }
-        change.NotifyRemoved(*found);
-        change.SetupChanged(*found);
-        DestroyEntity(change, *found);
+        transaction.NotifyRemoved(*found);
+        transaction.SetupChanged(*found);
+        DestroyEntity(transaction, *found);
         return noErr;
     });
 }
 
 OSStatus MIDISetupAddDevice(MIDIDeviceRef device) {
     return Answer([&]() -> OSStatus {
-        Change change;
-        World& world = World::Get();
-        auto* const found = world.Find<Device>(device);
+        Transaction transaction;
+        ServerState& state = ServerState::Get();
+        auto* const found = state.Find<Device>(device);
         if (found == nullptr) {
             return kMIDIObjectNotFound;
         }
         if (!found->mIsInSetup) {
-            world.mSetupDevices.push_back(found);
+            state.mSetupDevices.push_back(found);
             found->mIsInSetup = true;
-            change.NotifyAdded(*found);
-            change.SetupChanged(*found);
+            transaction.NotifyAdded(*found);
+            transaction.SetupChanged(*found);
         }
         return noErr;
     });
@@ -116,22 +116,22 @@ OSStatus MIDISetupAddDevice(MIDIDeviceRef device) {
 
 OSStatus MIDISetupRemoveDevice(MIDIDeviceRef device) {
     return Answer([&]() -> OSStatus {
-        Change change;
-        auto* const found = World::Get().Find<Device>(device);
+        Transaction transaction;
+        auto* const found = ServerState::Get().Find<Device>(device);
         if (found == nullptr || !found->mIsInSetup) {
             return kMIDIObjectNotFound;
         }
-        change.NotifyRemoved(*found);
-        change.SetupChanged(*found);
-        DestroyDevice(change, *found);
+        transaction.NotifyRemoved(*found);
+        transaction.SetupChanged(*found);
+        DestroyDevice(transaction, *found);
         return noErr;
     });
 }
 
 OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2) {
     return Answer([&]() -> OSStatus {
-        const Change change;
-        auto* const endpoint = World::Get().Find<Endpoint>(endpt);
+        const Transaction transaction;
+        auto* const endpoint = ServerState::Get().Find<Endpoint>(endpt);
         if (endpoint == nullptr) {
             return kMIDIUnknownEndpoint;
         }
@@ -144,9 +144,9 @@ OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2) {
 
 OSStatus MIDIEndpointGetRefCons(MIDIEndpointRef endpt, void** ref1, void** ref2) {
     return Answer([&]() -> OSStatus {
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         const MutexLock lock(sStateMutex);
-        const auto* const endpoint = world.Find<Endpoint>(endpt);
+        const auto* const endpoint = state.Find<Endpoint>(endpt);
         if (endpoint == nullptr) {
             return kMIDIUnknownEndpoint;
         }

@@ -1,5 +1,5 @@
 // What there is, by index and by relation.
-#include "platform/CoreMIDI/src/state/World.h"
+#include "platform/CoreMIDI/src/state/ServerState.h"
 
 #include <CoreMIDI/MIDIServices.h>
 
@@ -11,19 +11,20 @@ namespace {
 template <typename Result, typename Look>
 Result LookAt(const Look& look) noexcept {
     return AnswerOrZero([&]() -> Result {
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         const MutexLock lock(sStateMutex);
-        return look(world);
+        return look(state);
     });
 }
 
 // Calls `visit` for each listed endpoint of that kind, in order, until it returns true.
 template <typename Visit>
-void VisitListed(const World& world, Kind kind, const Visit& visit) QUORVEL_REQUIRES(sStateMutex) {
+void VisitListed(const ServerState& state, Kind kind, const Visit& visit)
+    QUORVEL_REQUIRES(sStateMutex) {
     const auto isListed = [](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
         return endpoint.Integer(kPrivateProperty) == 0 && endpoint.Integer(kOfflineProperty) == 0;
     };
-    for (const Device* device : world.mSetupDevices) {
+    for (const Device* device : state.mSetupDevices) {
         for (const Entity* entity : device->mEntities) {
             for (const Endpoint* endpoint :
                  kind == Kind::kSource ? entity->mSources : entity->mDestinations) {
@@ -33,7 +34,7 @@ void VisitListed(const World& world, Kind kind, const Visit& visit) QUORVEL_REQU
             }
         }
     }
-    for (const Endpoint* endpoint : world.mVirtualEndpoints) {
+    for (const Endpoint* endpoint : state.mVirtualEndpoints) {
         if (ObjectRegistry::KindOf(endpoint->mReference) == kind && isListed(*endpoint) &&
             visit(*endpoint)) {
             return;
@@ -42,9 +43,9 @@ void VisitListed(const World& world, Kind kind, const Visit& visit) QUORVEL_REQU
 }
 
 ItemCount CountListed(Kind kind) {
-    return LookAt<ItemCount>([kind](const World& world) QUORVEL_REQUIRES(sStateMutex) {
+    return LookAt<ItemCount>([kind](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
         ItemCount count = 0;
-        VisitListed(world, kind, [&count](const Endpoint&) {
+        VisitListed(state, kind, [&count](const Endpoint&) {
             ++count;
             return false;
         });
@@ -53,33 +54,34 @@ ItemCount CountListed(Kind kind) {
 }
 
 MIDIEndpointRef ListedAt(Kind kind, ItemCount index) {
-    return LookAt<MIDIEndpointRef>([kind, index](const World& world) QUORVEL_REQUIRES(sStateMutex) {
-        MIDIEndpointRef found = 0;
-        ItemCount count = 0;
-        VisitListed(world, kind, [&](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
-            if (count++ != index) {
-                return false;
-            }
-            found = endpoint.mReference;
-            return true;
+    return LookAt<MIDIEndpointRef>(
+        [kind, index](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
+            MIDIEndpointRef found = 0;
+            ItemCount count = 0;
+            VisitListed(state, kind, [&](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
+                if (count++ != index) {
+                    return false;
+                }
+                found = endpoint.mReference;
+                return true;
+            });
+            return found;
         });
-        return found;
-    });
 }
 
 // The number of an object's parts, and the part at an index, from the vector that `member` names.
 template <typename Type, typename Part>
 ItemCount CountParts(MIDIObjectRef reference, std::vector<Part*> Type::*member) {
-    return LookAt<ItemCount>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
-        const auto* const object = world.Find<Type>(reference);
+    return LookAt<ItemCount>([&](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
+        const auto* const object = state.Find<Type>(reference);
         return object == nullptr ? 0 : static_cast<ItemCount>((object->*member).size());
     });
 }
 
 template <typename Type, typename Part>
 MIDIObjectRef PartAt(MIDIObjectRef reference, std::vector<Part*> Type::*member, ItemCount index) {
-    return LookAt<MIDIObjectRef>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
-        const auto* const object = world.Find<Type>(reference);
+    return LookAt<MIDIObjectRef>([&](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
+        const auto* const object = state.Find<Type>(reference);
         return object == nullptr || index >= (object->*member).size()
                    ? 0
                    : (object->*member)[index]->mReference;
@@ -92,8 +94,8 @@ OSStatus ParentOf(MIDIObjectRef reference, MIDIObjectRef* parent) {
     if (parent == nullptr) {
         return paramErr;
     }
-    *parent = LookAt<MIDIObjectRef>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
-        const auto* const object = world.Find<Type>(reference);
+    *parent = LookAt<MIDIObjectRef>([&](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
+        const auto* const object = state.Find<Type>(reference);
         return object == nullptr || object->Parent() == nullptr ? 0 : object->Parent()->mReference;
     });
     return *parent == 0 ? OSStatus{kMIDIObjectNotFound} : OSStatus{noErr};
@@ -106,15 +108,15 @@ OSStatus ParentOf(MIDIObjectRef reference, MIDIObjectRef* parent) {
 using namespace CoreMIDI;
 
 ItemCount MIDIGetNumberOfDevices(void) {
-    return LookAt<ItemCount>([](const World& world) QUORVEL_REQUIRES(sStateMutex) {
-        return static_cast<ItemCount>(world.mSetupDevices.size());
+    return LookAt<ItemCount>([](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
+        return static_cast<ItemCount>(state.mSetupDevices.size());
     });
 }
 
 MIDIDeviceRef MIDIGetDevice(ItemCount deviceIndex0) {
-    return LookAt<MIDIDeviceRef>([&](const World& world) QUORVEL_REQUIRES(sStateMutex) {
-        return deviceIndex0 < world.mSetupDevices.size()
-                   ? world.mSetupDevices[deviceIndex0]->mReference
+    return LookAt<MIDIDeviceRef>([&](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
+        return deviceIndex0 < state.mSetupDevices.size()
+                   ? state.mSetupDevices[deviceIndex0]->mReference
                    : 0;
     });
 }

@@ -48,9 +48,9 @@ OSStatus Get(MIDIObjectRef reference, CFStringRef propertyID, PropertyType type,
     if (!name) {
         return paramErr;
     }
-    World& world = World::Get();
+    ServerState& state = ServerState::Get();
     const MutexLock lock(sStateMutex);
-    const auto* const object = world.Find<PropertyObject>(reference);
+    const auto* const object = state.Find<PropertyObject>(reference);
     if (object == nullptr) {
         return kMIDIObjectNotFound;
     }
@@ -81,28 +81,28 @@ OSStatus GetObject(MIDIObjectRef reference, CFStringRef propertyID, PropertyType
     });
 }
 
-OSStatus SetUniqueID(Change& change, PropertyObject& object, SInt32 value)
+OSStatus SetUniqueID(Transaction& transaction, PropertyObject& object, SInt32 value)
     QUORVEL_REQUIRES(sStateMutex) {
     if (value == kMIDIInvalidUniqueID) {
         return kMIDINotPermitted;
     }
-    if (!World::Get().SetUniqueID(object, value)) {
+    if (!ServerState::Get().SetUniqueID(object, value)) {
         return kMIDIIDNotUnique;
     }
-    change.NotifyProperty(object, kUniqueIDProperty);
-    change.SetupChanged(object);
+    transaction.NotifyProperty(object, kUniqueIDProperty);
+    transaction.SetupChanged(object);
     return noErr;
 }
 
 // What follows from a property's change, which is to be undone if this throws.
-void PropertyChanged(Change& change, const PropertyObject& object, const std::string& name)
-    QUORVEL_REQUIRES(sStateMutex) {
+void PropertyChanged(Transaction& transaction, const PropertyObject& object,
+                     const std::string& name) QUORVEL_REQUIRES(sStateMutex) {
     if (name == kAdvanceScheduleTimeProperty) {
         UpdateRoutes(object);
     }
-    change.NotifyProperty(object, name);
+    transaction.NotifyProperty(object, name);
     if (RuleOf(name).mIsSaved) {
-        change.SetupChanged(object);
+        transaction.SetupChanged(object);
     }
 }
 
@@ -117,8 +117,8 @@ OSStatus Set(MIDIObjectRef reference, CFStringRef propertyID, CFOwned<CFProperty
     const std::optional<PropertyType> type = TypeOf(value.Get());
     // Declared before the lock: what is replaced is released after it.
     CFOwned<CFPropertyListRef> replaced;
-    Change change;
-    auto* const object = World::Get().Find<PropertyObject>(reference);
+    Transaction transaction;
+    auto* const object = ServerState::Get().Find<PropertyObject>(reference);
     if (object == nullptr) {
         return kMIDIObjectNotFound;
     }
@@ -130,7 +130,7 @@ OSStatus Set(MIDIObjectRef reference, CFStringRef propertyID, CFOwned<CFProperty
         return kMIDINotPermitted;
     }
     if (*name == kUniqueIDProperty) {
-        return SetUniqueID(change, *object, *NumberOf(value.Get()));
+        return SetUniqueID(transaction, *object, *NumberOf(value.Get()));
     }
     if (*name == kDisplayNameProperty) {
         name = kNameProperty;
@@ -143,7 +143,7 @@ OSStatus Set(MIDIObjectRef reference, CFStringRef propertyID, CFOwned<CFProperty
             object->mProperties.erase(place);
         }
     });
-    PropertyChanged(change, *object, *name);
+    PropertyChanged(transaction, *object, *name);
     return noErr;
 }
 
@@ -231,8 +231,8 @@ OSStatus MIDIObjectRemoveProperty(MIDIObjectRef obj, CFStringRef propertyID) {
         if (!name) {
             return paramErr;
         }
-        Change change;
-        auto* const object = World::Get().Find<PropertyObject>(obj);
+        Transaction transaction;
+        auto* const object = ServerState::Get().Find<PropertyObject>(obj);
         if (object == nullptr) {
             return kMIDIObjectNotFound;
         }
@@ -247,7 +247,7 @@ OSStatus MIDIObjectRemoveProperty(MIDIObjectRef obj, CFStringRef propertyID) {
         const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) {
             object->mProperties.insert(std::move(removed));
         });
-        PropertyChanged(change, *object, *name);
+        PropertyChanged(transaction, *object, *name);
         return noErr;
     });
 }
@@ -258,9 +258,9 @@ OSStatus MIDIObjectGetProperties(MIDIObjectRef obj, CFPropertyListRef* outProper
         if (outProperties == nullptr) {
             return paramErr;
         }
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         const MutexLock lock(sStateMutex);
-        const auto* const object = world.Find<PropertyObject>(obj);
+        const auto* const object = state.Find<PropertyObject>(obj);
         if (object == nullptr) {
             return kMIDIObjectNotFound;
         }
@@ -279,10 +279,10 @@ OSStatus MIDIObjectFindByUniqueID(MIDIUniqueID inUniqueID, MIDIObjectRef* outObj
         if (outObjectType != nullptr) {
             *outObjectType = kMIDIObjectType_Other;
         }
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         const MutexLock lock(sStateMutex);
-        const auto found = world.mUniqueIDs.find(inUniqueID);
-        if (found == world.mUniqueIDs.end()) {
+        const auto found = state.mUniqueIDs.find(inUniqueID);
+        if (found == state.mUniqueIDs.end()) {
             return kMIDIObjectNotFound;
         }
         *outObject = found->second->mReference;

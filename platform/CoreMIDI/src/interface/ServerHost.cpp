@@ -11,19 +11,19 @@ namespace CoreMIDI {
 
 namespace {
 
-std::shared_ptr<DriverOutput> FindDriver(const World& world, MIDIDriverRef driver)
+std::shared_ptr<DriverOutput> FindDriver(const ServerState& state, MIDIDriverRef driver)
     QUORVEL_REQUIRES(sStateMutex) {
-    const auto found = std::ranges::find(world.mDrivers, driver,
+    const auto found = std::ranges::find(state.mDrivers, driver,
                                          [](const auto& attached) { return attached->mDriver; });
-    return found == world.mDrivers.end() ? nullptr : *found;
+    return found == state.mDrivers.end() ? nullptr : *found;
 }
 
 // All devices, in the setup or not, for which `condition` holds.
 template <typename Condition>
-std::vector<Device*> DevicesWhere(const World& world, const Condition& condition)
+std::vector<Device*> DevicesWhere(const ServerState& state, const Condition& condition)
     QUORVEL_REQUIRES(sStateMutex) {
     std::vector<Device*> devices;
-    for (const auto& [uniqueID, object] : world.mUniqueIDs) {
+    for (const auto& [uniqueID, object] : state.mUniqueIDs) {
         auto* const device = dynamic_cast<Device*>(object);
         if (device != nullptr && condition(*device)) {
             devices.push_back(device);
@@ -43,12 +43,12 @@ OSStatus MIDIServerHostOpenSetup(CFStringRef path) {
         if (path != nullptr && !IsString(path)) {
             return paramErr;
         }
-        return World::Get().mSetup.Open(TextOf(path));
+        return ServerState::Get().mSetup.Open(TextOf(path));
     });
 }
 
 OSStatus MIDIServerHostSaveSetup(void) {
-    return Answer([] { return World::Get().mSetup.Save(); });
+    return Answer([] { return ServerState::Get().mSetup.Save(); });
 }
 
 OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) {
@@ -60,9 +60,9 @@ OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) 
         if (!DriverIO::Get().Start()) {
             return kMIDIServerStartErr;
         }
-        World& world = World::Get();
-        Change change;
-        for (const std::shared_ptr<DriverOutput>& attached : world.mDrivers) {
+        ServerState& state = ServerState::Get();
+        Transaction transaction;
+        for (const std::shared_ptr<DriverOutput>& attached : state.mDrivers) {
             if (attached->mDriver == driver || attached->mIdentity == *text) {
                 return kMIDINotPermitted;
             }
@@ -70,17 +70,17 @@ OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) 
         auto output = std::make_shared<DriverOutput>();
         output->mDriver = driver;
         output->mIdentity = *text;
-        world.mDrivers.push_back(output);
-        const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { world.mDrivers.pop_back(); });
+        state.mDrivers.push_back(output);
+        const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { state.mDrivers.pop_back(); });
         const std::vector<Device*> devices =
-            DevicesWhere(world, [&](const Device& device) QUORVEL_REQUIRES(sStateMutex) {
+            DevicesWhere(state, [&](const Device& device) QUORVEL_REQUIRES(sStateMutex) {
                 return device.mOwner == driver ||
                        TextOf(static_cast<CFStringRef>(device.Find(kDriverOwnerProperty))) == text;
             });
         GiveToDriver(devices, output);
         for (const Device* device : devices) {
-            change.NotifyProperty(*device, kOfflineProperty);
-            change.SetupChanged(*device);
+            transaction.NotifyProperty(*device, kOfflineProperty);
+            transaction.SetupChanged(*device);
         }
         return noErr;
     });
@@ -88,9 +88,9 @@ OSStatus MIDIServerHostAttachDriver(MIDIDriverRef driver, CFStringRef identity) 
 
 MIDIDeviceListRef MIDIServerHostCopyDeviceList(MIDIDriverRef driver) {
     const bool isAttached = AnswerOrZero([&] {
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         const MutexLock lock(sStateMutex);
-        return FindDriver(world, driver) != nullptr;
+        return FindDriver(state, driver) != nullptr;
     });
     return isAttached ? MIDIGetDriverDeviceList(driver) : 0;
 }
@@ -102,18 +102,18 @@ OSStatus MIDIServerHostDetachDriver(MIDIDriverRef driver) {
         }
         std::shared_ptr<DriverOutput> output;
         {
-            World& world = World::Get();
-            Change change;
-            output = FindDriver(world, driver);
+            ServerState& state = ServerState::Get();
+            Transaction transaction;
+            output = FindDriver(state, driver);
             if (output == nullptr) {
                 return kMIDIObjectNotFound;
             }
-            std::erase(world.mDrivers, output);
-            for (const auto& [uniqueID, object] : world.mUniqueIDs) {
+            std::erase(state.mDrivers, output);
+            for (const auto& [uniqueID, object] : state.mUniqueIDs) {
                 auto* const device = dynamic_cast<Device*>(object);
                 if (device != nullptr && device->mOutput == output) {
                     TakeFromDriver(*device);
-                    change.NotifyProperty(*device, kOfflineProperty);
+                    transaction.NotifyProperty(*device, kOfflineProperty);
                 }
             }
         }

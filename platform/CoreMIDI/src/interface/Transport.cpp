@@ -2,7 +2,7 @@
 #include "platform/CoreMIDI/src/base/HostTime.h"
 #include "platform/CoreMIDI/src/interface/PacketList.h"
 #include "platform/CoreMIDI/src/state/DriverIO.h"
-#include "platform/CoreMIDI/src/state/World.h"
+#include "platform/CoreMIDI/src/state/ServerState.h"
 #include "platform/support/PacketListBuilder.h"
 
 #include <CoreMIDI/MIDIServices.h>
@@ -14,8 +14,8 @@ namespace CoreMIDI {
 namespace {
 
 // Why a reference is not that of an endpoint of the right kind.
-OSStatus EndpointError(const World& world, MIDIEndpointRef endpoint, Kind otherKind) {
-    return world.mObjects.IsLive(endpoint, otherKind) ? kMIDIWrongEndpointType
+OSStatus EndpointError(const ServerState& state, MIDIEndpointRef endpoint, Kind otherKind) {
+    return state.mObjects.IsLive(endpoint, otherKind) ? kMIDIWrongEndpointType
                                                       : kMIDIUnknownEndpoint;
 }
 
@@ -79,19 +79,19 @@ using namespace CoreMIDI;
 
 OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef dest, const MIDIPacketList* pktlist) {
     return Answer([&]() -> OSStatus {
-        const World& world = World::Get();
+        const ServerState& state = ServerState::Get();
         if (pktlist == nullptr) {
             return paramErr;
         }
-        if (!world.mObjects.IsLive(port, Kind::kOutputPort)) {
+        if (!state.mObjects.IsLive(port, Kind::kOutputPort)) {
             return kMIDIInvalidPort;
         }
         if (ObjectRegistry::KindOf(dest) != Kind::kDestination) {
-            return EndpointError(world, dest, Kind::kSource);
+            return EndpointError(state, dest, Kind::kSource);
         }
         std::shared_ptr<const OutputTarget> target;
         {
-            const ObjectRegistry::Reader route(world.mObjects, dest);
+            const ObjectRegistry::Reader route(state.mObjects, dest);
             if (route.Get() == nullptr) {
                 return kMIDIUnknownEndpoint;
             }
@@ -112,14 +112,14 @@ OSStatus MIDISend(MIDIPortRef port, MIDIEndpointRef dest, const MIDIPacketList* 
 
 OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* pktlist) {
     return Answer([&]() -> OSStatus {
-        const World& world = World::Get();
+        const ServerState& state = ServerState::Get();
         if (pktlist == nullptr) {
             return paramErr;
         }
         if (ObjectRegistry::KindOf(src) != Kind::kSource) {
-            return EndpointError(world, src, Kind::kDestination);
+            return EndpointError(state, src, Kind::kDestination);
         }
-        const ObjectRegistry::Reader route(world.mObjects, src);
+        const ObjectRegistry::Reader route(state.mObjects, src);
         if (route.Get() == nullptr) {
             return kMIDIUnknownEndpoint;
         }
@@ -134,7 +134,7 @@ OSStatus MIDIReceived(MIDIEndpointRef src, const MIDIPacketList* pktlist) {
 
 OSStatus MIDIFlushOutput(MIDIEndpointRef dest) {
     return Answer([&]() -> OSStatus {
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         DriverItems flushes;
         const auto flush = [&flushes](std::shared_ptr<const OutputTarget> target) {
             DriverItem& item = flushes.emplace_back();
@@ -145,16 +145,16 @@ OSStatus MIDIFlushOutput(MIDIEndpointRef dest) {
             const MutexLock lock(sStateMutex);
             if (dest != 0) {
                 OSStatus status = noErr;
-                if (world.FindEndpoint(dest, Kind::kDestination, status) == nullptr) {
+                if (state.FindEndpoint(dest, Kind::kDestination, status) == nullptr) {
                     return status;
                 }
-                const ObjectRegistry::Reader route(world.mObjects, dest);
+                const ObjectRegistry::Reader route(state.mObjects, dest);
                 const auto& target = route.Get()->mTarget;
                 if (target != nullptr && target->mDriver != nullptr) {
                     flush(target);
                 }
             } else {
-                for (const std::shared_ptr<DriverOutput>& driver : world.mDrivers) {
+                for (const std::shared_ptr<DriverOutput>& driver : state.mDrivers) {
                     auto everything = std::make_shared<OutputTarget>();
                     everything->mDriver = driver;
                     flush(std::move(everything));

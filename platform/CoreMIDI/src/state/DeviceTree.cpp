@@ -30,7 +30,7 @@ void MakeRoom(std::vector<Part*>& parts) {
 
 Entity& AddEntity(Device& device) {
     MakeRoom(device.mEntities);
-    auto& entity = World::Get().Add<Entity>(Kind::kEntity);
+    auto& entity = ServerState::Get().Add<Entity>(Kind::kEntity);
     entity.mDevice = &device;
     device.mEntities.push_back(&entity);
     return entity;
@@ -39,11 +39,11 @@ Entity& AddEntity(Device& device) {
 Endpoint& AddEndpoint(Entity& entity, Kind kind) {
     auto& siblings = kind == Kind::kSource ? entity.mSources : entity.mDestinations;
     MakeRoom(siblings);
-    World& world = World::Get();
-    auto& endpoint = world.Add<Endpoint>(kind);
+    ServerState& state = ServerState::Get();
+    auto& endpoint = state.Add<Endpoint>(kind);
     const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) {
         std::erase(siblings, &endpoint);
-        world.Remove(endpoint);
+        state.Remove(endpoint);
     });
     endpoint.mEntity = &entity;
     siblings.push_back(&endpoint);
@@ -51,24 +51,24 @@ Endpoint& AddEndpoint(Entity& entity, Kind kind) {
     return endpoint;
 }
 
-void DestroyEntity(Change& change, Entity& entity) noexcept {
+void DestroyEntity(Transaction& transaction, Entity& entity) noexcept {
     for (Endpoint* source : entity.mSources) {
-        DestroyEndpoint(change, *source);
+        DestroyEndpoint(transaction, *source);
     }
     for (Endpoint* destination : entity.mDestinations) {
-        DestroyEndpoint(change, *destination);
+        DestroyEndpoint(transaction, *destination);
     }
     std::erase(entity.mDevice->mEntities, &entity);
-    World::Get().Remove(entity);
+    ServerState::Get().Remove(entity);
 }
 
-void DestroyDevice(Change& change, Device& device) noexcept {
+void DestroyDevice(Transaction& transaction, Device& device) noexcept {
     while (!device.mEntities.empty()) {
-        DestroyEntity(change, *device.mEntities.back());
+        DestroyEntity(transaction, *device.mEntities.back());
     }
-    World& world = World::Get();
-    std::erase(world.mSetupDevices, &device);
-    world.Remove(device);
+    ServerState& state = ServerState::Get();
+    std::erase(state.mSetupDevices, &device);
+    state.Remove(device);
 }
 
 void GiveToDriver(const std::vector<Device*>& devices,

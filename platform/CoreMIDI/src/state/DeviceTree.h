@@ -1,7 +1,7 @@
 // Devices with their entities and endpoints. What throws std::bad_alloc leaves the tree as it was.
 #pragma once
 
-#include "platform/CoreMIDI/src/state/Change.h"
+#include "platform/CoreMIDI/src/state/Transaction.h"
 
 namespace CoreMIDI {
 
@@ -10,8 +10,8 @@ Entity& AddEntity(Device& device) QUORVEL_REQUIRES(sStateMutex);
 Endpoint& AddEndpoint(Entity& entity, Kind kind) QUORVEL_REQUIRES(sStateMutex);
 
 // Take the object out of whatever holds it, with all that it holds.
-void DestroyDevice(Change& change, Device& device) noexcept QUORVEL_REQUIRES(sStateMutex);
-void DestroyEntity(Change& change, Entity& entity) noexcept QUORVEL_REQUIRES(sStateMutex);
+void DestroyDevice(Transaction& transaction, Device& device) noexcept QUORVEL_REQUIRES(sStateMutex);
+void DestroyEntity(Transaction& transaction, Entity& entity) noexcept QUORVEL_REQUIRES(sStateMutex);
 
 // Makes an attached driver serve the devices, all or none, and tells it of the sources that have
 // listeners.

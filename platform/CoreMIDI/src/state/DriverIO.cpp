@@ -75,7 +75,7 @@ void DriverIO::Run() noexcept {
     bool isRunning = false;
     {
         const MutexLock lock(msMutex);
-        TakeUpLoopLocked();
+        TakeUpLoop();
         isRunning = mLoop != nullptr;
         mThreadState = isRunning ? ThreadState::kRunning : ThreadState::kNone;
         mIsAwake = true;
@@ -96,7 +96,7 @@ void DriverIO::Run() noexcept {
     }
 }
 
-void DriverIO::TakeUpLoopLocked() noexcept {
+void DriverIO::TakeUpLoop() noexcept {
     CFRunLoopSourceContext context{};
     // The source only ends the loop's sleep.
     context.perform = [](void*) {};
@@ -228,18 +228,18 @@ bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const M
         item.front().mTask = DriverItem::Task::kPackets;
         item.front().mList.assign(bytes, bytes + dueBytes);
         item.front().mTarget = target;
-        QueueLocked(std::move(item));
+        Queue(std::move(item));
     }
     mWaitingBytes += laterBytes;
     if (driver != nullptr) {
         target->mDriver->mPending += waiting.size();
     }
     mWaiting.merge(waiting);
-    WakeLocked();
+    Wake();
     return true;
 }
 
-void DriverIO::QueueLocked(DriverItems items) noexcept {
+void DriverIO::Queue(DriverItems items) noexcept {
     for (DriverItem& item : items) {
         // Taken under the lock, so that the times in the queue are in its order.
         item.mDue = HostTimeNow();
@@ -251,7 +251,7 @@ void DriverIO::QueueLocked(DriverItems items) noexcept {
     mQueue.splice(mQueue.end(), items);
 }
 
-void DriverIO::WakeLocked() noexcept {
+void DriverIO::Wake() noexcept {
     if (!mIsAwake) {
         mIsAwake = true;
         CFRunLoopSourceSignal(mWakeSource);
@@ -266,13 +266,13 @@ void DriverIO::Post(DriverItems items) noexcept {
     items.remove_if(isRefused);
     // With an attached driver there is the thread.
     if (!items.empty()) {
-        QueueLocked(std::move(items));
-        WakeLocked();
+        Queue(std::move(items));
+        Wake();
     }
 }
 
 template <typename Predicate>
-void DriverIO::DropWaitingLocked(const Predicate& isToBeDropped) {
+void DriverIO::DropWaitingIf(const Predicate& isToBeDropped) {
     for (auto waiting = mWaiting.begin(); waiting != mWaiting.end();) {
         if (!isToBeDropped(*waiting->second.front().mTarget)) {
             ++waiting;
@@ -288,7 +288,7 @@ void DriverIO::DropWaitingLocked(const Predicate& isToBeDropped) {
 
 void DriverIO::DropWaiting(MIDIEndpointRef endpoint) noexcept {
     const MutexLock lock(msMutex);
-    DropWaitingLocked([endpoint](const OutputTarget& target) {
+    DropWaitingIf([endpoint](const OutputTarget& target) {
         return endpoint == 0 || target.mEndpoint == endpoint;
     });
 }
@@ -296,7 +296,7 @@ void DriverIO::DropWaiting(MIDIEndpointRef endpoint) noexcept {
 void DriverIO::Detach(const std::shared_ptr<DriverOutput>& driver) noexcept {
     const MutexLock lock(msMutex);
     driver->mIsAttached = false;
-    DropWaitingLocked([&driver](const OutputTarget& target) { return target.mDriver == driver; });
+    DropWaitingIf([&driver](const OutputTarget& target) { return target.mDriver == driver; });
     // For those who wait for room in the queue.
     mChanged.NotifyAll();
     while (driver->mPending != 0) {

@@ -64,17 +64,17 @@ private:
 
     void Run() noexcept;
     // Makes the thread's loop, or does not.
-    void TakeUpLoopLocked() noexcept QUORVEL_REQUIRES(msMutex);
+    void TakeUpLoop() noexcept QUORVEL_REQUIRES(msMutex);
     // The next item that is due. None, with the time until one is, when there is none.
     DriverItems TakeNext(CFTimeInterval& secondsToNext) noexcept;
     static void Perform(const DriverItem& item);
     void Finish(DriverItems item) noexcept;
 
-    void QueueLocked(DriverItems items) noexcept QUORVEL_REQUIRES(msMutex);
+    void Queue(DriverItems items) noexcept QUORVEL_REQUIRES(msMutex);
     // isToBeDropped: bool (const OutputTarget&).
     template <typename Predicate>
-    void DropWaitingLocked(const Predicate& isToBeDropped) QUORVEL_REQUIRES(msMutex);
-    void WakeLocked() noexcept QUORVEL_REQUIRES(msMutex);
+    void DropWaitingIf(const Predicate& isToBeDropped) QUORVEL_REQUIRES(msMutex);
+    void Wake() noexcept QUORVEL_REQUIRES(msMutex);
 
     enum class ThreadState { kNone, kStarting, kRunning };
 

@@ -1,6 +1,6 @@
 #include "platform/CoreMIDI/src/state/Notifications.h"
 
-#include "platform/CoreMIDI/src/state/World.h"
+#include "platform/CoreMIDI/src/state/ServerState.h"
 
 #include <algorithm>
 #include <limits>

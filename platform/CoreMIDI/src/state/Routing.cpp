@@ -43,7 +43,7 @@ void NewRoutes::Make(const PropertyObject& object) {
 
 void NewRoutes::PutIntoPlace() noexcept {
     for (auto& [endpoint, route] : mRoutes) {
-        World::Get().mObjects.SetRoute(endpoint, std::move(route));
+        ServerState::Get().mObjects.SetRoute(endpoint, std::move(route));
     }
 }
 
@@ -84,7 +84,7 @@ void Erase(std::vector<std::shared_ptr<Connection>>& connections, const Connecti
 } // namespace
 
 void DropFromSource(Connection& connection) noexcept {
-    auto* const source = World::Get().Find<Endpoint>(connection.mEndpoint);
+    auto* const source = ServerState::Get().Find<Endpoint>(connection.mEndpoint);
     if (source == nullptr) {
         return;
     }
@@ -96,21 +96,21 @@ void DropFromSource(Connection& connection) noexcept {
 }
 
 void DropFromPort(const Connection& connection) noexcept {
-    if (auto* const port = World::Get().Find<Port>(connection.mOwner)) {
+    if (auto* const port = ServerState::Get().Find<Port>(connection.mOwner)) {
         Erase(port->mConnections, connection);
     }
 }
 
-void DestroyEndpoint(Change& change, Endpoint& endpoint) noexcept {
+void DestroyEndpoint(Transaction& transaction, Endpoint& endpoint) noexcept {
     for (const std::shared_ptr<Connection>& connection : endpoint.mConnections) {
         DropFromPort(*connection);
-        change.End(connection);
+        transaction.End(connection);
     }
     if (endpoint.mReceiver != nullptr) {
-        change.End(endpoint.mReceiver);
+        transaction.End(endpoint.mReceiver);
     }
     DriverIO::Get().DropWaiting(endpoint.mReference);
-    World::Get().Remove(endpoint);
+    ServerState::Get().Remove(endpoint);
 }
 
 } // namespace CoreMIDI

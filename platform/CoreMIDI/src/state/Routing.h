@@ -1,7 +1,7 @@
 // The connections between endpoints, ports and drivers.
 #pragma once
 
-#include "platform/CoreMIDI/src/state/Change.h"
+#include "platform/CoreMIDI/src/state/Transaction.h"
 
 namespace CoreMIDI {
 
@@ -52,6 +52,7 @@ void DropFromSource(Connection& connection) noexcept QUORVEL_REQUIRES(sStateMute
 void DropFromPort(const Connection& connection) noexcept QUORVEL_REQUIRES(sStateMutex);
 
 // Ends an endpoint's connections and its read procedure, and destroys it.
-void DestroyEndpoint(Change& change, Endpoint& endpoint) noexcept QUORVEL_REQUIRES(sStateMutex);
+void DestroyEndpoint(Transaction& transaction, Endpoint& endpoint) noexcept
+    QUORVEL_REQUIRES(sStateMutex);
 
 } // namespace CoreMIDI

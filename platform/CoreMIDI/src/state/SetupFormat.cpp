@@ -171,7 +171,7 @@ std::optional<SetupDescription> ReadSetup(CFPropertyListRef propertyList) {
     }
 }
 
-CFOwned<CFPropertyListRef> WriteSetup(const World& world) {
+CFOwned<CFPropertyListRef> WriteSetup(const ServerState& state) {
     const auto describe = [](const Device& device) QUORVEL_REQUIRES(sStateMutex) {
         return DescribeTree(device, [](const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex) {
             CFOwned<CFMutableDictionaryRef> properties = OwnProperties(object);
@@ -187,7 +187,7 @@ CFOwned<CFPropertyListRef> WriteSetup(const World& world) {
     };
     CFOwned<CFMutableDictionaryRef> setup = MakeDictionary();
     SetValue(setup, "version", MakeNumber(kVersion).Get());
-    SetValue(setup, "devices", MakeArray(world.mSetupDevices, describe).Get());
+    SetValue(setup, "devices", MakeArray(state.mSetupDevices, describe).Get());
     return CFOwned<CFPropertyListRef>(setup.Release());
 }
 

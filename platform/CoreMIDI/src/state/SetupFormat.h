@@ -3,7 +3,7 @@
 // "destinations", an endpoint "properties".
 #pragma once
 
-#include "platform/CoreMIDI/src/state/World.h"
+#include "platform/CoreMIDI/src/state/ServerState.h"
 
 #include <optional>
 #include <vector>
@@ -29,7 +29,7 @@ using SetupDescription = std::vector<DeviceDescription>;
 std::optional<SetupDescription> ReadSetup(CFPropertyListRef propertyList);
 
 // The devices of the setup, without what is not saved. Throws std::bad_alloc.
-CFOwned<CFPropertyListRef> WriteSetup(const World& world) QUORVEL_REQUIRES(sStateMutex);
+CFOwned<CFPropertyListRef> WriteSetup(const ServerState& state) QUORVEL_REQUIRES(sStateMutex);
 
 // An object's properties in the form of MIDIObjectGetProperties. Throws std::bad_alloc.
 CFOwned<CFPropertyListRef> PropertiesOf(const PropertyObject& object, bool isDeep)

@@ -53,7 +53,8 @@ std::optional<SetupDescription> Parse(const std::string& bytes) {
 class Replacement {
 public:
     // Throws std::bad_alloc, with nothing changed.
-    Replacement(Change& change, const SetupDescription& setup) : mChange(change) {
+    Replacement(Transaction& transaction, const SetupDescription& setup)
+        : mTransaction(transaction) {
         mDevices.reserve(setup.size());
         const OnFailure destroy([this]() QUORVEL_REQUIRES(sStateMutex) { Destroy(mDevices); });
         for (const DeviceDescription& description : setup) {
@@ -65,24 +66,24 @@ public:
     Replacement& operator=(const Replacement&) = delete;
 
     void TakePlace() noexcept QUORVEL_REQUIRES(sStateMutex) {
-        World& world = World::Get();
-        for (const Device* device : world.mSetupDevices) {
-            mChange.NotifyRemoved(*device);
+        ServerState& state = ServerState::Get();
+        for (const Device* device : state.mSetupDevices) {
+            mTransaction.NotifyRemoved(*device);
         }
-        Destroy(world.mSetupDevices);
-        world.mSetupDevices.swap(mDevices);
+        Destroy(state.mSetupDevices);
+        state.mSetupDevices.swap(mDevices);
         for (const auto& [object, uniqueID] : mUniqueIDs) {
-            world.TakeUniqueID(*object, uniqueID);
+            state.TakeUniqueID(*object, uniqueID);
         }
-        for (Device* device : world.mSetupDevices) {
+        for (Device* device : state.mSetupDevices) {
             device->mIsInSetup = true;
-            mChange.NotifyAdded(*device);
+            mTransaction.NotifyAdded(*device);
         }
     }
 
 private:
     void AddDevice(const DeviceDescription& description) QUORVEL_REQUIRES(sStateMutex) {
-        auto& device = World::Get().Add<Device>(Kind::kDevice);
+        auto& device = ServerState::Get().Add<Device>(Kind::kDevice);
         mDevices.push_back(&device); // there is room
         Describe(device, description);
         if (device.mProperties.contains(kDriverOwnerProperty)) {
@@ -111,11 +112,11 @@ private:
         while (!devices.empty()) {
             Device& device = *devices.back();
             devices.pop_back();
-            DestroyDevice(mChange, device);
+            DestroyDevice(mTransaction, device);
         }
     }
 
-    Change& mChange;
+    Transaction& mTransaction;
     std::vector<Device*> mDevices;
     std::vector<std::pair<PropertyObject*, MIDIUniqueID>> mUniqueIDs; // of all objects, by the file
 };
@@ -161,8 +162,8 @@ OSStatus SetupStore::Open(std::optional<std::string> path) {
         if (status == kMIDINotPermitted) {
             path.reset();
         }
-        Change change;
-        Replacement(change, setup).TakePlace();
+        Transaction transaction;
+        Replacement(transaction, setup).TakePlace();
         mPath = std::move(path);
         // The change waits for read procedures at its end, and they may change the setup.
         lock.Unlock();
@@ -178,7 +179,7 @@ OSStatus SetupStore::Save() {
     if (!mPath) {
         return kMIDINoCurrentSetup;
     }
-    if (const FileFailure failure = SaveLocked()) {
+    if (const FileFailure failure = WriteFile()) {
         errno = failure.error;
         return kMIDINotPermitted;
     }
@@ -194,7 +195,7 @@ void SetupStore::SaveAfterChange() noexcept {
         syslog(LOG_ERR, "CoreMIDI: the MIDI setup is not saved: %s: %s", mPath->c_str(), why);
     };
     try {
-        if (const FileFailure failure = SaveLocked()) {
+        if (const FileFailure failure = WriteFile()) {
             report(failure.text.c_str());
         }
     } catch (const std::exception&) {
@@ -202,12 +203,12 @@ void SetupStore::SaveAfterChange() noexcept {
     }
 }
 
-FileFailure SetupStore::SaveLocked() {
+FileFailure SetupStore::WriteFile() {
     CFOwned<CFPropertyListRef> propertyList;
     {
-        World& world = World::Get();
+        ServerState& state = ServerState::Get();
         const MutexLock lock(sStateMutex);
-        propertyList = WriteSetup(world);
+        propertyList = WriteSetup(state);
     }
     const CFOwned<CFDataRef> contents = BytesOf(propertyList.Get());
     if (!contents) {

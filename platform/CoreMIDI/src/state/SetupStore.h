@@ -22,7 +22,7 @@ public:
     void SaveAfterChange() noexcept QUORVEL_EXCLUDES(sStateMutex);
 
 private:
-    FileFailure SaveLocked() QUORVEL_REQUIRES(mMutex);
+    FileFailure WriteFile() QUORVEL_REQUIRES(mMutex);
 
     // Held while the setup is read and written, so that files replace each other in the order of
     // the changes. Taken before the lock of the state.

@@ -580,7 +580,7 @@ TEST_F(CFMessagePortTest, RefusesADirectoryThatOthersMayChange) {
 TEST_F(CFMessagePortTest, TellsTheHostWhereItsPortsLieOrWhyTheyCannot) {
     setenv("QUORVEL_RUNTIME_DIR", (mDirectory.Path() + "/made//").c_str(), 1);
     CFStringRef failure = CFSTR("old");
-    const CFHandle<CFStringRef> folder(CFMessagePortHostCopyFolder(&failure));
+    const CFOwned<CFStringRef> folder(CFMessagePortHostCopyFolder(&failure));
     EXPECT_EQ(TestSupport::TextOf(folder.Get()), mDirectory.Path() + "/made");
     EXPECT_TRUE(std::filesystem::is_directory(mDirectory.Path() + "/made"));
     EXPECT_EQ(failure, nullptr);
@@ -588,7 +588,7 @@ TEST_F(CFMessagePortTest, TellsTheHostWhereItsPortsLieOrWhyTheyCannot) {
     setenv("QUORVEL_RUNTIME_DIR", "relative", 1);
     EXPECT_EQ(CFMessagePortHostCopyFolder(nullptr), nullptr);
     EXPECT_EQ(CFMessagePortHostCopyFolder(&failure), nullptr);
-    const CFHandle<CFStringRef> reason(failure);
+    const CFOwned<CFStringRef> reason(failure);
     EXPECT_EQ(TestSupport::TextOf(reason.Get()),
               "QUORVEL_RUNTIME_DIR: expected an absolute path, found \"relative\"");
 }

@@ -18,9 +18,9 @@ namespace CoreMIDI {
 
 // All that there is, one for the process. Never destroyed: threads of clients and of the library
 // may still be at work while the process ends.
-class World {
+class ServerState {
 public:
-    static World& Get();
+    static ServerState& Get();
 
     // The object of that reference if it is of the type; null otherwise.
     template <typename Type>
@@ -69,7 +69,7 @@ public:
     SetupStore mSetup; // has a lock of its own
 
 private:
-    World();
+    ServerState();
     MIDIUniqueID FreeUniqueID() QUORVEL_REQUIRES(sStateMutex);
 
     std::mt19937 mRandom QUORVEL_GUARDED_BY(sStateMutex){std::random_device{}()};

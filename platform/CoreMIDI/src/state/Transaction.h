@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/CoreMIDI/src/state/Notifications.h"
-#include "platform/CoreMIDI/src/state/World.h"
+#include "platform/CoreMIDI/src/state/ServerState.h"
 
 #include <memory>
 #include <string_view>
@@ -14,12 +14,12 @@ namespace CoreMIDI {
 // change has ended. Nothing of that happens for what was not asked for; so it is asked for when the
 // change can fail no more. None of it needs memory: without, clients are told that the setup has
 // changed, not how, and a setup that is not written is written with the next change.
-class QUORVEL_SCOPED_LOCK Change {
+class QUORVEL_SCOPED_LOCK Transaction {
 public:
-    Change() QUORVEL_ACQUIRE(sStateMutex) { sStateMutex.Lock(); }
-    ~Change() QUORVEL_RELEASE();
-    Change(const Change&) = delete;
-    Change& operator=(const Change&) = delete;
+    Transaction() QUORVEL_ACQUIRE(sStateMutex) { sStateMutex.Lock(); }
+    ~Transaction() QUORVEL_RELEASE();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
 
     // Virtual endpoints, devices of the setup and what belongs to these are notified of, all else
     // is passed over. `parent` is that of the object or 0.

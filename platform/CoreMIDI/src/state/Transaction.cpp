@@ -1,4 +1,4 @@
-#include "platform/CoreMIDI/src/state/Change.h"
+#include "platform/CoreMIDI/src/state/Transaction.h"
 
 #include <new>
 #include <string>
@@ -18,7 +18,7 @@ const Device* DeviceOf(const PropertyObject& object) QUORVEL_REQUIRES(sStateMute
 
 } // namespace
 
-Change::~Change() {
+Transaction::~Transaction() {
     if (mIsNotified) {
         const Notice setupChanged;
         NotificationCentre::Get().Post(mNotices);
@@ -26,7 +26,7 @@ Change::~Change() {
     }
     sStateMutex.Unlock();
     if (mSetupChanged) {
-        World::Get().mSetup.SaveAfterChange();
+        ServerState::Get().mSetup.SaveAfterChange();
     }
     while (mEnded != nullptr) {
         const std::shared_ptr<Connection> ended = std::move(mEnded);
@@ -35,13 +35,13 @@ Change::~Change() {
     }
 }
 
-void Change::SetupChanged(const PropertyObject& object) noexcept {
+void Transaction::SetupChanged(const PropertyObject& object) noexcept {
     const Device* const device = DeviceOf(object);
     mSetupChanged = mSetupChanged || (device != nullptr && device->mIsInSetup);
 }
 
-void Change::Notify(MIDINotificationMessageID message, const PropertyObject& object,
-                    std::string_view property) noexcept {
+void Transaction::Notify(MIDINotificationMessageID message, const PropertyObject& object,
+                         std::string_view property) noexcept {
     const Device* const device = DeviceOf(object);
     if (device != nullptr && !device->mIsInSetup) {
         return;

@@ -1,4 +1,4 @@
-#include "platform/CoreMIDI/src/state/World.h"
+#include "platform/CoreMIDI/src/state/ServerState.h"
 
 #include "platform/CoreMIDI/src/state/DriverIO.h"
 #include "platform/CoreMIDI/src/state/Notifications.h"
@@ -6,14 +6,14 @@
 namespace CoreMIDI {
 
 // What changes need is made here, so that they do not fail half-way for want of it.
-World::World() {
+ServerState::ServerState() {
     DriverIO::Get();
     NotificationCentre::Get();
 }
 
-World& World::Get() {
-    static auto* const world = new World;
-    return *world;
+ServerState& ServerState::Get() {
+    static auto* const state = new ServerState;
+    return *state;
 }
 
 CFPropertyListRef PropertyObject::Find(std::string_view name) const {
@@ -30,7 +30,7 @@ SInt32 PropertyObject::Integer(std::string_view name) const {
     return NumberOf(Find(name)).value_or(0);
 }
 
-Endpoint* World::FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& status) const {
+Endpoint* ServerState::FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& status) const {
     auto* const endpoint = Find<Endpoint>(reference);
     if (endpoint == nullptr) {
         status = kMIDIUnknownEndpoint;
@@ -44,7 +44,7 @@ Endpoint* World::FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& st
     return endpoint;
 }
 
-MIDIUniqueID World::FreeUniqueID() {
+MIDIUniqueID ServerState::FreeUniqueID() {
     std::uniform_int_distribution<MIDIUniqueID> anyID(std::numeric_limits<MIDIUniqueID>::min(),
                                                       std::numeric_limits<MIDIUniqueID>::max());
     MIDIUniqueID uniqueID = kMIDIInvalidUniqueID;
@@ -54,7 +54,7 @@ MIDIUniqueID World::FreeUniqueID() {
     return uniqueID;
 }
 
-bool World::SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept {
+bool ServerState::SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept {
     const auto owner = mUniqueIDs.find(uniqueID);
     if (owner != mUniqueIDs.end()) {
         return owner->second == &object;
@@ -67,14 +67,14 @@ bool World::SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept 
     return true;
 }
 
-void World::TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept {
+void ServerState::TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept {
     if (!SetUniqueID(object, uniqueID)) {
         SetUniqueID(*mUniqueIDs.at(uniqueID), FreeUniqueID());
         SetUniqueID(object, uniqueID);
     }
 }
 
-void World::Remove(Object& object) noexcept {
+void ServerState::Remove(Object& object) noexcept {
     if (const auto* const propertyObject = dynamic_cast<PropertyObject*>(&object)) {
         mUniqueIDs.erase(propertyObject->mUniqueID);
     }

@@ -14,7 +14,8 @@
 //
 // Collection is compared with the formatting of the same line by spdlog, which has the same columns
 // (a thread's number stands for the sequence, nanoseconds alone for the time since the last one)
-// and the same conversions. The clock is not read for it, nor is it for collection.
+// and the same conversions. The clock is not read for it, nor is it for collection. Both are
+// measured in processor time; the aim is 1.5 times spdlog's rate.
 #include "bench/BoostLog.h"
 #include "hsl/FormatHolder.h"
 #include "hsl/LogContext.h"
@@ -40,6 +41,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -282,8 +284,16 @@ double Real(int i) {
     return i * 0.37;
 }
 
-double Rate(Clock::duration duration) {
-    return kRecords * 1000.0 / Nanoseconds(duration);
+// The processor time of the calling thread, which does all of the work here: what else runs on the
+// machine takes turns with it, and is not counted.
+Clock::duration ProcessorTime() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+double RateSince(Clock::duration start) {
+    return kRecords * 1000.0 / Nanoseconds(ProcessorTime() - start);
 }
 
 double CollectedRate(bool structured) {
@@ -305,9 +315,9 @@ double CollectedRate(bool structured) {
         contexts[static_cast<std::size_t>(i % kContexts)]->Log(kEnabled, sFormat, i, kWide,
                                                                Real(i));
     }
-    const Clock::time_point start = Clock::now();
+    const Clock::duration start = ProcessorTime();
     manager->Collect();
-    return Rate(Clock::now() - start);
+    return RateSince(start);
 }
 
 void FormatMessage(spdlog::memory_buf_t& message, int i) {
@@ -317,13 +327,13 @@ void FormatMessage(spdlog::memory_buf_t& message, int i) {
 
 double FormattedMessageRate() {
     spdlog::memory_buf_t message;
-    const Clock::time_point start = Clock::now();
+    const Clock::duration start = ProcessorTime();
     for (int i = 0; i < kRecords; ++i) {
         FormatMessage(message, i);
         message.push_back('\0');
         DropLine(message.data());
     }
-    return Rate(Clock::now() - start);
+    return RateSince(start);
 }
 
 double FormattedLineRate(std::string& line) {
@@ -331,7 +341,7 @@ double FormattedLineRate(std::string& line) {
     spdlog::log_clock::time_point time = spdlog::log_clock::now();
     spdlog::memory_buf_t message;
     spdlog::memory_buf_t formatted;
-    const Clock::time_point start = Clock::now();
+    const Clock::duration start = ProcessorTime();
     for (int i = 0; i < kRecords; ++i) {
         FormatMessage(message, i);
         const spdlog::details::log_msg record(
@@ -343,7 +353,7 @@ double FormattedLineRate(std::string& line) {
         DropLine(formatted.data());
         time += std::chrono::nanoseconds(100);
     }
-    const double rate = Rate(Clock::now() - start);
+    const double rate = RateSince(start);
     line = formatted.data();
     return rate;
 }
@@ -355,7 +365,7 @@ void Collection() {
     double message = 0;
     double line = 0;
     std::string spdlogLine;
-    // They take turns, so that all have the same share of a busy machine.
+    // They take turns, so that a busy machine disturbs the caches of all alike.
     for (int round = 0; round < kRounds; ++round) {
         plain = std::max(plain, CollectedRate(false));
         line = std::max(line, FormattedLineRate(spdlogLine));
@@ -370,7 +380,7 @@ void Collection() {
         CLogManager::Instance()->Collect();
         CLogManager::Instance()->SetOutputCallback(DropLine);
     }
-    std::printf("\ncollection, million records a second\n");
+    std::printf("\ncollection, million records a second of processor time\n");
     std::printf("%-34s    %8.2f   %.2f times spdlog\n", "HSL, plain callback", plain, plain / line);
     std::printf("%-34s    %8.2f\n", "spdlog, formatting of the line", line);
     std::printf("%-34s    %8.2f   %.2f times fmt\n", "HSL, structured callback", structured,

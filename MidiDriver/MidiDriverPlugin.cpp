@@ -114,16 +114,21 @@ void DeallocMIDIPluginInstance(MIDIPlugin* plugin) {
 
 HRESULT MIDIPluginQueryInterface(void* self, CFUUIDBytes iid, void** ppv) {
     CFUUIDRef interfaceID = CFUUIDCreateFromUUIDBytes(nullptr, iid);
+    // Either is null when memory has run out, which the platform's functions do not take.
+    CFUUIDRef driverInterfaceID = kMIDIDriverInterface2ID;
     // The driver answers the second version only. It leaves out the first version and IUnknown on
     // purpose, because CoreMIDI has no use for them.
-    const bool known = CFEqual(interfaceID, kMIDIDriverInterface2ID);
+    const bool known = interfaceID != nullptr && driverInterfaceID != nullptr &&
+                       CFEqual(interfaceID, driverInterfaceID);
     if (known) {
         PluginOf(self)->interface->AddRef(self);
         *ppv = self;
     } else {
         *ppv = nullptr;
     }
-    CFRelease(interfaceID);
+    if (interfaceID != nullptr) {
+        CFRelease(interfaceID);
+    }
     return known ? S_OK : E_NOINTERFACE;
 }
 
@@ -221,7 +226,9 @@ MIDIPlugin* AllocMIDIPluginInstance(CFUUIDRef factoryID) {
 void* MIDIPluginFactory(CFAllocatorRef /*allocator*/, CFUUIDRef typeID) {
     try {
         NyInit();
-        if (!CFEqual(typeID, kMIDIDriverTypeID)) {
+        CFUUIDRef driverTypeID = kMIDIDriverTypeID;
+        ThrowIfNull(driverTypeID);
+        if (!CFEqual(typeID, driverTypeID)) {
             return nullptr;
         }
         // The reference that this Create returns is never released. The instance takes one of its

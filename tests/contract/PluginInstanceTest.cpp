@@ -117,6 +117,29 @@ TEST_F(PluginInstance, QueryInterfaceRefusesEverythingElseIUnknownAndTheFirstVer
     EXPECT_EQ(TableRelease(mDriver), 1U);
 }
 
+TEST_F(PluginInstance, QueryInterfaceRefusesEverythingWhenItsUUIDsCannotBeMade) {
+    Open();
+    const CFUUIDBytes iid = CFUUIDGetUUIDBytes(kMIDIDriverInterface2ID);
+    for (const char* function : {"CFUUIDCreateFromUUIDBytes", "CFUUIDGetConstantUUIDWithBytes"}) {
+        FailPlatformCall(function);
+        void* found = mDriver;
+        EXPECT_EQ(TableQueryInterface(mDriver, iid, &found), E_NOINTERFACE) << function;
+        EXPECT_EQ(found, nullptr) << function;
+    }
+    EXPECT_EQ(TableAddRef(mDriver), 2U);
+    EXPECT_EQ(TableRelease(mDriver), 1U);
+}
+
+TEST_F(PluginInstance, FactoryMakesNothingWhenItsUUIDsCannotBeMade) {
+    const MIDIPlugin* const before = sPluginRef.load();
+    CFUUIDRef type = kMIDIDriverTypeID;
+    for (const char* function : {"CFUUIDCreateFromString", "CFUUIDGetConstantUUIDWithBytes"}) {
+        FailPlatformCall(function);
+        EXPECT_EQ(MIDIPluginFactory(nullptr, type), nullptr) << function;
+    }
+    EXPECT_EQ(sPluginRef.load(), before);
+}
+
 TEST_F(PluginInstance, ThirdReleaseAfterTwoAddRefsDestroysTheInstance) {
     Open();
     ASSERT_EQ(Start(), noErr);

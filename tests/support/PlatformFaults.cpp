@@ -195,6 +195,31 @@ CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFDictionaryRef forma
     return text;
 }
 
+CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef alloc, CFStringRef uuidStr) {
+    const auto fault = Fault("CFUUIDCreateFromString", __builtin_return_address(0));
+    return fault ? nullptr
+                 : RealFunction(CFUUIDCreateFromString, "CFUUIDCreateFromString")(alloc, uuidStr);
+}
+
+CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef alloc, CFUUIDBytes bytes) {
+    const auto fault = Fault("CFUUIDCreateFromUUIDBytes", __builtin_return_address(0));
+    return fault
+               ? nullptr
+               : RealFunction(CFUUIDCreateFromUUIDBytes, "CFUUIDCreateFromUUIDBytes")(alloc, bytes);
+}
+
+CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef alloc, UInt8 byte0, UInt8 byte1,
+                                         UInt8 byte2, UInt8 byte3, UInt8 byte4, UInt8 byte5,
+                                         UInt8 byte6, UInt8 byte7, UInt8 byte8, UInt8 byte9,
+                                         UInt8 byte10, UInt8 byte11, UInt8 byte12, UInt8 byte13,
+                                         UInt8 byte14, UInt8 byte15) {
+    const auto fault = Fault("CFUUIDGetConstantUUIDWithBytes", __builtin_return_address(0));
+    return fault ? nullptr
+                 : RealFunction(CFUUIDGetConstantUUIDWithBytes, "CFUUIDGetConstantUUIDWithBytes")(
+                       alloc, byte0, byte1, byte2, byte3, byte4, byte5, byte6, byte7, byte8, byte9,
+                       byte10, byte11, byte12, byte13, byte14, byte15);
+}
+
 CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef allocator, CFStringRef name,
                                           CFMessagePortCallBack callout,
                                           CFMessagePortContext* context, Boolean* shouldFreeInfo) {

@@ -2,6 +2,7 @@
 #include "midiserver/commands/Replay.h"
 #include "midiserver/errors/ErrorOutput.h"
 #include "midiserver/errors/InputError.h"
+#include "midiserver/errors/NoThreadText.h"
 #include "runtime/thread/NyInit.h"
 
 #include <CLI/CLI.hpp>
@@ -93,15 +94,11 @@ std::string ExplainParseError(const CLI::ParseError& error, CLI::App& program) {
                        command->get_name(), commands);
 }
 
-// The library says no more of a thread that does not start than "Resource temporarily unavailable".
 std::string Explain(const std::exception& error) {
     const auto* const system = dynamic_cast<const std::system_error*>(&error);
-    if (system == nullptr || system->code() != std::errc::resource_unavailable_try_again) {
-        return error.what();
-    }
-    return fmt::format("no thread can be started: {}; the limits on tasks (ulimit -u, TasksMax) "
-                       "and on address space (ulimit -v) apply",
-                       error.what());
+    const bool noThread =
+        system != nullptr && system->code() == std::errc::resource_unavailable_try_again;
+    return noThread ? MidiServer::NoThreadText(error.what()) : error.what();
 }
 
 int Run(int argumentCount, char** arguments) {

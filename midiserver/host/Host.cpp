@@ -1,6 +1,7 @@
 #include "midiserver/host/Host.h"
 
 #include "midiserver/errors/InputError.h"
+#include "midiserver/errors/NoThreadText.h"
 #include "midiserver/host/CFText.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
@@ -50,10 +51,10 @@ Host::Host(const std::filesystem::path& bundle,
     OpenSetup(setupFile);
     const CFOwned<CFStringRef> identity = MakeCFString(mLoader.Identity());
     const OSStatus status = MIDIServerHostAttachDriver(mLoader.Driver(), identity.Get());
-    RequireNoErr(status, status == kMIDIServerStartErr
-                             ? "no thread can be started for the driver; the limits on tasks "
-                               "(ulimit -u, TasksMax) and on address space (ulimit -v) apply"
-                             : "the driver cannot be attached");
+    if (status == kMIDIServerStartErr) {
+        throw HostError(NoThreadText("the one that calls the driver"));
+    }
+    RequireNoErr(status, "the driver cannot be attached");
     mAttached = true;
     Log(kHostLog[HSL::kChatty], "attached driver %s", mLoader.Identity());
 }

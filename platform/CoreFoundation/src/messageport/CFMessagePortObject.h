@@ -46,7 +46,7 @@ struct __CFMessagePort final : CFRuntimeObject {
     SInt32 Send(const MessagePort::FrameHeader& header, CFDataRef data, CFTimeInterval sendTimeout,
                 CFTimeInterval receiveTimeout, CFStringRef replyMode, CFDataRef* returnData);
     SInt32 BecomeInvalid();
-    SInt32 TakeReply(const std::shared_ptr<MessagePortSender::Connection>& connection,
+    SInt32 TakeReply(std::shared_ptr<MessagePortSender::Connection> connection,
                      CFDataRef* returnData);
 
     const std::string mName;

@@ -178,37 +178,28 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
             return BecomeInvalid();
         }
         if (replyMode == nullptr) {
-            mSender->Return(connection, true);
+            mSender->Return(std::move(connection));
             return kCFMessagePortSuccess;
         }
         if (!receiveDeadline) {
             receiveDeadline = DeadlineAfter(receiveTimeout);
         }
-        Awaited awaited = Awaited::kBroken;
-        try {
-            awaited = AwaitReply(*connection, sequence, *receiveDeadline, replyMode);
-        } catch (...) {
-            mSender->Return(connection, false);
-            throw;
-        }
-        if (awaited == Awaited::kAnswered) {
-            return TakeReply(connection, returnData);
-        }
-        mSender->Return(connection, awaited == Awaited::kTimedOut);
-        switch (awaited) {
+        switch (AwaitReply(*connection, sequence, *receiveDeadline, replyMode)) {
         case Awaited::kAnswered:
+            return TakeReply(std::move(connection), returnData);
         case Awaited::kNotTaken:
             break;
         case Awaited::kTimedOut:
+            mSender->Return(std::move(connection));
             return mSender->IsClosed() ? kCFMessagePortBecameInvalidError
                                        : kCFMessagePortReceiveTimeout;
         case Awaited::kEnded:
             return BecomeInvalid();
         case Awaited::kBroken:
-            return mSender->CanBeReached() ? kCFMessagePortTransportError : BecomeInvalid();
+            return mSender->GoesOn() ? kCFMessagePortTransportError : BecomeInvalid();
         }
     }
-    return mSender->CanBeReached() ? kCFMessagePortTransportError : BecomeInvalid();
+    return mSender->GoesOn() ? kCFMessagePortTransportError : BecomeInvalid();
 }
 
 SInt32 __CFMessagePort::BecomeInvalid() {
@@ -216,11 +207,11 @@ SInt32 __CFMessagePort::BecomeInvalid() {
     return kCFMessagePortBecameInvalidError;
 }
 
-SInt32 __CFMessagePort::TakeReply(const std::shared_ptr<MessagePortSender::Connection>& connection,
+SInt32 __CFMessagePort::TakeReply(std::shared_ptr<MessagePortSender::Connection> connection,
                                   CFDataRef* returnData) {
     const FrameKind kind = connection->reader.Header().kind;
     const std::vector<std::uint8_t> reply = connection->reader.TakePayload();
-    mSender->Return(connection, true);
+    mSender->Return(std::move(connection));
     if (kind == FrameKind::kRefusal) {
         return kCFMessagePortTransportError;
     }

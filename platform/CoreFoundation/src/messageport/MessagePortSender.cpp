@@ -15,11 +15,19 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr auto kRetryInterval = std::chrono::milliseconds(2);
+// The longest that a process takes, once killed, to close its sockets one after the other.
+constexpr auto kEnding = std::chrono::seconds(1);
 
-// Whether the other side has not closed it. The reply to a request that was given up may wait.
-bool IsOpen(int socket) {
+int MillisecondsUntil(Clock::time_point deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
+}
+
+// Whether the other side does not close it until then. The reply to a request that was given up may
+// wait.
+bool IsOpen(int socket, Clock::time_point deadline = Clock::now()) {
     pollfd state{socket, POLLRDHUP, 0};
-    return poll(&state, 1, 0) == 0;
+    return poll(&state, 1, MillisecondsUntil(deadline)) == 0;
 }
 
 } // namespace
@@ -40,7 +48,7 @@ std::unique_ptr<MessagePortSender> MessagePortSender::Open(const std::string& na
     if (result != Result::kDone && result != Result::kTimedOut) {
         return nullptr;
     }
-    sender->Return(connection, true);
+    sender->Return(std::move(connection));
     return sender;
 }
 
@@ -58,7 +66,7 @@ MessagePortSender::Result MessagePortSender::ConnectAnew(Deadline deadline,
         switch (MessagePort::Connect(mPath, made->socket)) {
         case ConnectResult::kConnected:
             // Another port may have taken the name over in between.
-            if (MessagePort::IdentityOf(mPath) != mIdentity) {
+            if (MessagePort::IdentityOf(mPath) != mIdentity || !Register(made)) {
                 return Result::kGone;
             }
             connection = std::move(made);
@@ -78,6 +86,17 @@ MessagePortSender::Result MessagePortSender::ConnectAnew(Deadline deadline,
     }
 }
 
+// Whether it may be used: not once `Close` was called.
+bool MessagePortSender::Register(const std::shared_ptr<Connection>& connection) {
+    const MutexLock lock(mMutex);
+    if (mClosed) {
+        return false;
+    }
+    std::erase_if(mConnections, [](const auto& known) { return known.expired(); });
+    mConnections.push_back(connection);
+    return true;
+}
+
 MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayReuse,
                                                     std::shared_ptr<Connection>& connection) {
     connection = nullptr;
@@ -90,18 +109,9 @@ MessagePortSender::Result MessagePortSender::Borrow(Deadline deadline, bool mayR
             connection = std::exchange(mIdle, nullptr);
         }
     }
-    if (connection == nullptr || !IsOpen(connection->socket.Get())) {
-        const Result result = ConnectAnew(deadline, connection);
-        if (result != Result::kDone) {
-            return result;
-        }
-    }
-    const MutexLock lock(mMutex);
-    if (mClosed) {
-        return Result::kGone;
-    }
-    mLent.push_back(connection);
-    return Result::kDone;
+    return connection != nullptr && IsOpen(connection->socket.Get())
+               ? Result::kDone
+               : ConnectAnew(deadline, connection);
 }
 
 MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int socket,
@@ -115,13 +125,12 @@ MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int s
         case FrameWriter::Result::kIncomplete:
             break;
         }
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        if (left <= 0) {
+        const int left = MillisecondsUntil(deadline);
+        if (left == 0) {
             return Result::kTimedOut;
         }
         pollfd wait{socket, POLLOUT, 0};
-        poll(&wait, 1, static_cast<int>(std::min<std::int64_t>(left, INT_MAX)));
+        poll(&wait, 1, left);
     }
 }
 
@@ -138,17 +147,16 @@ MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader heade
     header.sequence = sequence;
     FrameWriter writer(header, std::move(payload));
     const Result written = WriteAll(writer, connection->socket.Get(), deadline);
-    if (written != Result::kDone) {
-        Return(connection, written == Result::kTimedOut && !writer.HasBegun());
+    if (written == Result::kTimedOut && !writer.HasBegun()) {
+        Return(std::move(connection));
     }
     return written;
 }
 
-void MessagePortSender::Return(const std::shared_ptr<Connection>& connection, bool reusable) {
+void MessagePortSender::Return(std::shared_ptr<Connection> connection) {
     const MutexLock lock(mMutex);
-    std::erase(mLent, connection);
-    if (reusable && !mClosed && mIdle == nullptr) {
-        mIdle = connection;
+    if (!mClosed && mIdle == nullptr) {
+        mIdle = std::move(connection);
     }
 }
 
@@ -166,14 +174,34 @@ bool MessagePortSender::IsAlive() {
     return CanBeReached();
 }
 
+// Told by a new connection: while the listener ends, a used one may still be open.
 bool MessagePortSender::CanBeReached() {
     std::shared_ptr<Connection> connection;
     const Result result = ConnectAnew(Clock::now(), connection);
     if (result == Result::kDone) {
-        Return(connection, true);
+        Return(std::move(connection));
     }
     // When no connection could be made for want of descriptors, nothing says that it is gone.
     return result != Result::kGone;
+}
+
+bool MessagePortSender::GoesOn() {
+    const Deadline deadline = Clock::now() + kEnding;
+    while (true) {
+        std::shared_ptr<Connection> connection;
+        const Result result = ConnectAnew(deadline, connection);
+        if (result != Result::kDone) {
+            return result != Result::kGone;
+        }
+        if (IsOpen(connection->socket.Get(), deadline)) {
+            Return(std::move(connection));
+            return true;
+        }
+        // A living listener closes it to make room for others.
+        if (Clock::now() >= deadline) {
+            return true;
+        }
+    }
 }
 
 void MessagePortSender::Close() {
@@ -181,8 +209,10 @@ void MessagePortSender::Close() {
     mClosed = true;
     mIdle.reset();
     // Not closed: the thread that borrowed it may be waiting on the descriptor.
-    for (const auto& connection : mLent) {
-        shutdown(connection->socket.Get(), SHUT_RDWR);
+    for (const auto& each : mConnections) {
+        if (const auto connection = each.lock()) {
+            shutdown(connection->socket.Get(), SHUT_RDWR);
+        }
     }
 }
 

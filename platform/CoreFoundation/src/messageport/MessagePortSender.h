@@ -45,18 +45,20 @@ public:
 
     // Sends a request and lends the connection that it went over, a used one only when asked to;
     // its reply will bear `sequence`. Blocks until everything is handed over or the deadline has
-    // passed.
+    // passed. A connection that is let go of is closed; std::bad_alloc closes it too.
     Result Send(MessagePort::FrameHeader header, std::vector<std::uint8_t> payload,
                 Deadline deadline, bool mayReuse, std::shared_ptr<Connection>& connection,
                 std::uint32_t& sequence);
 
-    // Gives a connection back; one that is not reusable is closed.
-    void Return(const std::shared_ptr<Connection>& connection, bool reusable);
+    // Gives a connection back, to be used again.
+    void Return(std::shared_ptr<Connection> connection);
 
     // Whether the listener lives, as far as can be told without waiting.
     bool IsAlive();
-    // The same, told by a new connection: while the listener ends, a used one may still be open.
-    bool CanBeReached();
+    // The same after a connection broke off, when the listener's process may be just about to end:
+    // a killed one loses its sockets one by one, the listening one not first. Blocks up to a
+    // second.
+    bool GoesOn();
 
     // Ends every request that is under way. No other is sent.
     void Close();
@@ -64,7 +66,9 @@ public:
 
 private:
     Result Borrow(Deadline deadline, bool mayReuse, std::shared_ptr<Connection>& connection);
+    bool CanBeReached();
     Result ConnectAnew(Deadline deadline, std::shared_ptr<Connection>& connection);
+    bool Register(const std::shared_ptr<Connection>& connection);
     static Result WriteAll(MessagePort::FrameWriter& writer, int socket, Deadline deadline);
 
     const std::string mPath;
@@ -72,6 +76,7 @@ private:
     mutable Mutex mMutex;
     bool mClosed QUORVEL_GUARDED_BY(mMutex) = false;
     std::shared_ptr<Connection> mIdle QUORVEL_GUARDED_BY(mMutex); // at most one is kept
-    // So that `Close` can end them.
-    std::vector<std::shared_ptr<Connection>> mLent QUORVEL_GUARDED_BY(mMutex);
+    // All that there are, so that `Close` can end them. They live as long as somebody uses them,
+    // however that ends.
+    std::vector<std::weak_ptr<Connection>> mConnections QUORVEL_GUARDED_BY(mMutex);
 };

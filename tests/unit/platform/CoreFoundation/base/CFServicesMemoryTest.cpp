@@ -1,13 +1,17 @@
 // Property lists, preferences and message ports: every allocation of every function failed once.
 #include "platform/support/CFOwned.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/unit/platform/CoreFoundation/base/FailEachAllocation.h"
 
 #include <CoreFoundation/CFMessagePortHost.h>
 #include <CoreFoundation/CFPreferencesHost.h>
 
+#include <cstddef>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
+#include <iterator>
 #include <thread>
 
 namespace {
@@ -218,6 +222,10 @@ SInt32 Ask(CFMessagePortRef remote, CFStringRef mode) {
     return status;
 }
 
+std::ptrdiff_t OpenDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
 class CFMemoryOfMessagePorts : public testing::Test {
 protected:
     CFMemoryOfMessagePorts() {
@@ -262,6 +270,8 @@ TEST_F(CFMemoryOfMessagePorts, RequestsAreAnsweredOrRefused) {
     CFRunLoopRef loop = ready.get_future().get();
     const CFOwned<CFMessagePortRef> remote = MakeRemote();
     ASSERT_TRUE(remote);
+    ASSERT_EQ(Ask(remote.Get(), kCFRunLoopDefaultMode), kCFMessagePortSuccess);
+    const auto descriptors = OpenDescriptors();
     for (CFStringRef mode : {kCFRunLoopDefaultMode, CFStringRef{}}) {
         for (int n = 1, failed = 1; failed != 0; ++n) {
             SCOPED_TRACE("allocation " + std::to_string(n));
@@ -272,6 +282,10 @@ TEST_F(CFMemoryOfMessagePorts, RequestsAreAnsweredOrRefused) {
             EXPECT_TRUE(status == kCFMessagePortSuccess ||
                         (failed != 0 && status == kCFMessagePortTransportError))
                 << status;
+            // A request that failed has left no connection behind, and no source in the loop.
+            EXPECT_TRUE(TestSupport::WaitUntil("the other side has closed its end too",
+                                               [&] { return OpenDescriptors() <= descriptors; }));
+            EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true), kCFRunLoopRunFinished);
             ASSERT_EQ(Ask(remote.Get(), kCFRunLoopDefaultMode), kCFMessagePortSuccess);
         }
     }

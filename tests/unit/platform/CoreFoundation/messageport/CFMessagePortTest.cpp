@@ -1269,6 +1269,41 @@ TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledWhileRequests
     }
 }
 
+TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledInTheMiddleOfAReply) {
+    constexpr std::size_t kRounds = 20;
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    std::vector<std::array<int, 2>> starts(kRounds);
+    std::vector<std::unique_ptr<Child>> children;
+    for (std::array<int, 2>& start : starts) {
+        ASSERT_EQ(pipe(start.data()), 0);
+        children.push_back(std::make_unique<Child>([this, &ready, &start] {
+            char byte = 0;
+            if (read(start[0], &byte, 1) != 1) {
+                return 1;
+            }
+            const PlayedPort played(SocketPath("half"));
+            if (write(ready[1], "r", 1) != 1) {
+                return 1;
+            }
+            const int raw = played.Accept();
+            ReadRaw(raw, kHeaderSize);
+            SendRaw(raw, {'Q', 'M'});
+            return raise(SIGKILL);
+        }));
+    }
+    for (std::size_t round = 0; round < kRounds; ++round) {
+        ASSERT_EQ(write(starts[round][1], "s", 1), 1);
+        AwaitByte(ready[0]);
+        const Port remote = MakeRemote(CFSTR("half"));
+        ASSERT_TRUE(remote);
+        EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortBecameInvalidError);
+        EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
+        children[round]->Wait();
+        unlink(SocketPath("half").c_str()); // which the next process makes anew
+    }
+}
+
 TEST_F(CFMessagePortTest, ReportsItsEndOnceToTheInvalidationCallback) {
     static std::atomic<int> reported{0};
     const auto callBack = [](CFMessagePortRef port, void* info) {

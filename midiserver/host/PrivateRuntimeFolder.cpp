@@ -1,5 +1,6 @@
 #include "midiserver/host/PrivateRuntimeFolder.h"
 
+#include "midiserver/host/Environment.h"
 #include "midiserver/host/Host.h"
 #include "platform/support/FileDescriptor.h"
 
@@ -17,6 +18,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -138,9 +140,15 @@ PrivateRuntimeFolder::PrivateRuntimeFolder() {
         throw HostError(fmt::format("{}: no folder can be made: {}", name,
                                     std::generic_category().message(errno)));
     }
-    mFolder = name;
-    const std::string inner = name + "/ports";
-    ::setenv(kRuntimeFolderVariable, inner.c_str(), 1);
+    std::string inner;
+    try {
+        inner = name + "/ports";
+        mFolder = name;
+        SetEnvironment(kRuntimeFolderVariable, inner);
+    } catch (const std::bad_alloc&) {
+        ::rmdir(name.c_str());
+        throw;
+    }
     // A longer name cannot have been made.
     sPath[name.copy(sPath.data(), sPath.size() - 1)] = '\0';
     sInnerPath[inner.copy(sInnerPath.data(), sInnerPath.size() - 1)] = '\0';

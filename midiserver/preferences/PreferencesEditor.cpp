@@ -2,6 +2,7 @@
 
 #include "midiserver/errors/InputError.h"
 #include "midiserver/host/CFText.h"
+#include "midiserver/host/Environment.h"
 
 #include <CoreFoundation/CFPreferencesHost.h>
 
@@ -9,7 +10,6 @@
 
 #include <array>
 #include <climits>
-#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <new>
@@ -131,7 +131,7 @@ bool IsNamed(CFDictionaryRef dictionary, const std::string& name) {
 } // namespace
 
 void UsePreferencesFolder(const std::filesystem::path& folder) {
-    ::setenv("QUORVEL_PREFERENCES_DIR", std::filesystem::absolute(folder).c_str(), 1);
+    SetEnvironment("QUORVEL_PREFERENCES_DIR", std::filesystem::absolute(folder).string());
 }
 
 std::filesystem::path PreferencesEditor::File() {

@@ -45,7 +45,9 @@ int ToPlatformPriority(std::int32_t level) {
 int CreateRealTimeThread(pthread_t& thread, std::int32_t level, void* (*body)(void*),
                          void* argument) {
     pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
+    if (const int error = pthread_attr_init(&attributes); error != 0) {
+        return error;
+    }
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);
     pthread_attr_setschedpolicy(&attributes, SCHED_FIFO);
     sched_param parameters{};

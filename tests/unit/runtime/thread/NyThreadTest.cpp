@@ -32,6 +32,7 @@ std::function<CreateFunction> sCreate;
 std::function<int(pthread_t)> sJoin;
 std::function<int(useconds_t)> sSleep;
 std::pair<int, int> sPriorityRange{-1, -1};
+bool sHasMemoryForAttributes = true;
 
 } // namespace
 
@@ -42,6 +43,11 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
                           void* argument) {
     return sCreate ? sCreate(thread, attributes, body, argument)
                    : __real_pthread_create(thread, attributes, body, argument);
+}
+int __real_pthread_attr_init(pthread_attr_t* attributes);
+int __wrap_pthread_attr_init(pthread_attr_t* attributes);
+int __wrap_pthread_attr_init(pthread_attr_t* attributes) {
+    return sHasMemoryForAttributes ? __real_pthread_attr_init(attributes) : ENOMEM;
 }
 int __real_pthread_join(pthread_t thread, void** result);
 int __wrap_pthread_join(pthread_t thread, void** result);
@@ -116,6 +122,7 @@ protected:
         sJoin = nullptr;
         sSleep = nullptr;
         sPriorityRange = {-1, -1};
+        sHasMemoryForAttributes = true;
     }
 
     // The platform with the privilege (every creation succeeds; the thread itself is created
@@ -218,6 +225,24 @@ TEST_F(NyThreadTest, RunsWithInheritedSchedulingWhenRealTimeIsRefusedAndSaysSoOn
               (std::vector<TestSupport::SyslogLine>{
                   {LOG_WARNING, "Real-time scheduling refused (Operation not permitted): threads "
                                 "run with the scheduling they inherit"}}));
+}
+
+TEST_F(NyThreadTest, StartsWithInheritedSchedulingWithoutMemoryForAttributes) {
+    sHasMemoryForAttributes = false;
+    int creations = 0;
+    sCreate = [&creations](pthread_t* thread, const pthread_attr_t* attributes,
+                           void* (*body)(void*), void* argument) {
+        ++creations;
+        EXPECT_EQ(attributes, nullptr);
+        return __real_pthread_create(thread, attributes, body, argument);
+    };
+    bool ran = false;
+    FunctionThread thread([&ran] { ran = true; });
+    thread.Start();
+    EXPECT_EQ(thread.WaitForExit(), 0);
+    EXPECT_TRUE(ran);
+    EXPECT_EQ(creations, 1);
+    EXPECT_EQ(TestSupport::SyslogLines().size(), 1U);
 }
 
 TEST_F(NyThreadTest, RunsInRealTimeOrSaysThatItCannot) {

@@ -26,6 +26,10 @@ function(quorvel_test name)
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE
         ${ARG_LIBRARIES} Quorvel::flags GTest::gmock_main Threads::Threads)
+    target_precompile_headers(${name} REUSE_FROM TestHeaders)
+    set(c_sources ${ARG_SOURCES})
+    list(FILTER c_sources INCLUDE REGEX "\\.c$")
+    set_source_files_properties(${c_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
     # Tests reach into each other's namespace through interposed platform functions, which must be
     # visible to the libraries and to the loaded plug-in.
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON

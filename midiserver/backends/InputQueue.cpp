@@ -39,6 +39,15 @@ bool InputQueue::LockMemory() noexcept {
     return locked;
 }
 
+std::optional<std::size_t> InputQueue::Room(std::size_t port) const noexcept {
+    if (port >= mPorts) {
+        return std::nullopt;
+    }
+    // The reader only ever makes more room, so what fits now still fits in Write.
+    const std::size_t room = kRingBytes - cb_get_num_elem_used(mRings[port].ring.GetRing());
+    return room < kHeaderBytes ? std::nullopt : std::optional(room - kHeaderBytes);
+}
+
 bool InputQueue::Write(std::size_t port, std::uint64_t time,
                        std::span<const std::uint8_t> bytes) noexcept {
     if (port >= mPorts) {
@@ -46,9 +55,8 @@ bool InputQueue::Write(std::size_t port, std::uint64_t time,
     }
     PortRing& to = mRings[port];
     mChanged = true;
-    // The reader only ever makes more room, so what fits now still fits below.
-    const std::size_t room = kRingBytes - cb_get_num_elem_used(to.ring.GetRing());
-    if (room < kHeaderBytes || bytes.size() > room - kHeaderBytes) {
+    const std::optional<std::size_t> room = Room(port);
+    if (!room || bytes.size() > *room) {
         to.lossPending = true;
         to.noRoom.fetch_add(1, std::memory_order_relaxed);
         return false;

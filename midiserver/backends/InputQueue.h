@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -56,8 +57,10 @@ public:
     // destroyed.
     bool LockMemory() noexcept;
 
-    // The writer's. All three leave a port that is not there alone.
+    // The writer's. All of them leave a port that is not there alone.
 
+    // The bytes of the largest event that Write takes now; nothing if not even an empty one fits.
+    std::optional<std::size_t> Room(std::size_t port) const noexcept;
     // Adds what the backend received in one event on a port. Real-time safe: it neither allocates,
     // locks, logs nor makes a system call. If the ring has no room, the event is dropped whole and
     // counted, and the next event that fits tells the reader that it follows a loss. Returns

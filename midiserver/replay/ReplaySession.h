@@ -42,7 +42,7 @@ struct ReplayOptions {
 class ReplaySession {
 public:
     // The bytes of packet lists that may be under way at the same time.
-    static constexpr std::uint64_t kFlowControlBytes = 524288 / 4;
+    static constexpr std::uint64_t kFlowControlBytes = kMostBytesInDriver;
 
     // `recording` and `host` must outlive the session; the host must have started.
     ReplaySession(const RecordedSession& recording, const ReplayOptions& options, const Host& host);

@@ -2,6 +2,7 @@
 
 #include "midiserver/preferences/PingProtocol.h"
 #include "midiserver/replay/LatencyDistribution.h"
+#include "midiserver/routing/DriverLimits.h"
 
 #include <chrono>
 #include <cstddef>
@@ -64,7 +65,7 @@ public:
     using Packets = std::vector<std::span<const std::uint8_t>>;
 
     // The bytes of MIDI data that the driver lets through on one port in one second.
-    static constexpr std::uint64_t kPermittedBytesPerSecond = 14336;
+    static constexpr std::uint64_t kPermittedBytesPerSecond = kDriverBytesPerSecond;
 
     // `port` is 0-based and below portCount.
     ReplayStatistics(unsigned port, unsigned portCount, Protocol protocol);

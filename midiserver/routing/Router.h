@@ -31,7 +31,7 @@ struct RoutedBackend {
 
 struct RouterOptions {
     // The ports, by index, on which values that a later one supersedes are dropped while they wait.
-    std::bitset<kMaximumPorts> coalescing;
+    std::bitset<kMaximumPorts> coalescing{};
     // The driver counts as stalled if it forwards nothing for so long although it was sent
     // messages. It is far beyond what pacing and a busy machine cause.
     std::chrono::nanoseconds stallTime = std::chrono::seconds(10);

@@ -1,0 +1,28 @@
+#include "midiserver/routing/InputThread.h"
+
+#include "hsl/LogContext.h"
+#include "hsl/LogManager.h"
+
+#include <utility>
+
+namespace MidiServer {
+
+InputThread::InputThread(WakeUpSignal& signal, Pass pass)
+    : mSignal(signal), mPass(std::move(pass)), mThread([this] { Run(); }) {}
+
+InputThread::~InputThread() {
+    mEnding.store(true, std::memory_order_relaxed);
+    mSignal.Raise();
+    mThread.join();
+}
+
+void InputThread::Run() {
+    if (HSL::CLogManager::IsInitialized()) {
+        HSL::CLogManager::GetTLSContext()->SetName("Input");
+    }
+    while (!mEnding.load(std::memory_order_relaxed)) {
+        mSignal.WaitUntil(mPass());
+    }
+}
+
+} // namespace MidiServer

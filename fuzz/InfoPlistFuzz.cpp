@@ -45,12 +45,6 @@ private:
     CFURLRef mUrl = nullptr;
 };
 
-void Give(CFTypeRef object) {
-    if (object != nullptr) {
-        CFRelease(object);
-    }
-}
-
 void RequireLastError() {
     const CFStringRef error = CFPlugInHostCopyLastError();
     Require(error != nullptr && CFStringGetLength(error) > 0, "a refusal has a cause");
@@ -71,8 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const CFStringRef identifier = CFBundleGetIdentifier(plain);
         Require(identifier == nullptr || CFGetTypeID(identifier) == CFStringGetTypeID(),
                 "an identifier is a string");
-        Give(CFBundleCopyExecutableURL(plain));
-        Give(CFCopyDescription(CFBundleGetInfoDictionary(plain)));
+        CFRelease(CFCopyDescription(CFBundleGetInfoDictionary(plain)));
         Require(!CFBundleIsExecutableLoaded(plain), "nothing is loaded by reading");
         CFRelease(plain);
     }
@@ -82,8 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (plugIn == nullptr) {
         RequireLastError();
     } else {
-        const CFDictionaryRef types = static_cast<CFDictionaryRef>(
-            CFBundleGetValueForInfoDictionaryKey(CFPlugInGetBundle(plugIn), kCFPlugInTypesKey));
+        const CFDictionaryRef types = static_cast<CFDictionaryRef>(CFDictionaryGetValue(
+            CFBundleGetInfoDictionary(CFPlugInGetBundle(plugIn)), kCFPlugInTypesKey));
         Require(types != nullptr && CFDictionaryGetCount(types) > 0, "a plug-in makes a type");
         CFRelease(plugIn);
     }

@@ -24,15 +24,12 @@ typedef struct CFArrayCallBacks {
 // and CFEqual. Null values are kept as null.
 CF_EXPORT const CFArrayCallBacks kCFTypeArrayCallBacks;
 
-typedef void (*CFArrayApplierFunction)(const void* value, void* context);
-
 CF_EXPORT CFTypeID CFArrayGetTypeID(void);
 
 // Makes an array of the given values. Null `callBacks` count as callbacks whose members are all
 // null. Returns null if `numValues` is negative, or if `values` is null and `numValues` is not 0.
 CF_EXPORT CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex numValues,
                                    const CFArrayCallBacks* callBacks);
-CF_EXPORT CFArrayRef CFArrayCreateCopy(CFAllocatorRef allocator, CFArrayRef theArray);
 // `capacity` is a hint; the array grows as needed. Returns null if it is negative.
 CF_EXPORT CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                                  const CFArrayCallBacks* callBacks);
@@ -42,23 +39,10 @@ CF_EXPORT CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, C
 CF_EXPORT CFIndex CFArrayGetCount(CFArrayRef theArray);
 // Returns null if the index is outside of the array.
 CF_EXPORT const void* CFArrayGetValueAtIndex(CFArrayRef theArray, CFIndex idx);
-CF_EXPORT void CFArrayGetValues(CFArrayRef theArray, CFRange range, const void** values);
-CF_EXPORT CFIndex CFArrayGetCountOfValue(CFArrayRef theArray, CFRange range, const void* value);
-CF_EXPORT Boolean CFArrayContainsValue(CFArrayRef theArray, CFRange range, const void* value);
-// Returns kCFNotFound if no value in the range is equal.
-CF_EXPORT CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef theArray, CFRange range,
-                                              const void* value);
-CF_EXPORT void CFArrayApplyFunction(CFArrayRef theArray, CFRange range,
-                                    CFArrayApplierFunction applier, void* context);
 
 // The functions below change an array. They do nothing if the array is immutable, if the index is
-// outside of the array (for an insertion: beyond its end), or if there is no memory.
+// outside of the array, or if there is no memory.
 CF_EXPORT void CFArrayAppendValue(CFMutableArrayRef theArray, const void* value);
-CF_EXPORT void CFArrayAppendArray(CFMutableArrayRef theArray, CFArrayRef otherArray,
-                                  CFRange otherRange);
-CF_EXPORT void CFArrayInsertValueAtIndex(CFMutableArrayRef theArray, CFIndex idx,
-                                         const void* value);
 // If the index is one beyond the last, the value is appended.
 CF_EXPORT void CFArraySetValueAtIndex(CFMutableArrayRef theArray, CFIndex idx, const void* value);
 CF_EXPORT void CFArrayRemoveValueAtIndex(CFMutableArrayRef theArray, CFIndex idx);
-CF_EXPORT void CFArrayRemoveAllValues(CFMutableArrayRef theArray);

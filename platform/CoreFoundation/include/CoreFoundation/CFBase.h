@@ -80,7 +80,6 @@ CF_EXPORT const CFAllocatorRef kCFAllocatorSystemDefault;
 CF_EXPORT const CFAllocatorRef kCFAllocatorMalloc;
 CF_EXPORT const CFAllocatorRef kCFAllocatorNull;
 
-CF_EXPORT CFTypeID CFAllocatorGetTypeID(void);
 // Never returns null. The caller owns no reference.
 CF_EXPORT CFAllocatorRef CFAllocatorGetDefault(void);
 
@@ -97,9 +96,6 @@ CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef cf);
 
 // Returns the type of an object, or 0 for null.
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
-// Returns the name of a type, for instance "CFString", or null if no type has the number. The
-// caller owns the result.
-CF_EXPORT CFStringRef CFCopyTypeIDDescription(CFTypeID type_id);
 
 // Whether both objects have the same type and equal values. A reference equals itself, and null
 // equals null. Below 512 levels of nesting, containers are compared as references.

@@ -27,21 +27,9 @@ CF_EXPORT CFTypeID CFBundleGetTypeID(void);
 // missing or cannot be read.
 CF_EXPORT CFBundleRef CFBundleCreate(CFAllocatorRef allocator, CFURLRef bundleURL);
 
-// Return the property list, one of its values (null if there is none), and the identifier (null
-// unless it is a string). The bundle owns the results.
+// Return the property list and the identifier (null unless it is a string). The bundle owns the
+// results.
 CF_EXPORT CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle);
-CF_EXPORT CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key);
 CF_EXPORT CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);
 
-// Returns null if the property list names no executable. The caller owns the result.
-CF_EXPORT CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle);
-
 CF_EXPORT Boolean CFBundleIsExecutableLoaded(CFBundleRef bundle);
-
-// Unloads the module. The caller makes sure that none of the module's code runs or is called any
-// more. A module with registered instances stays loaded.
-CF_EXPORT void CFBundleUnloadExecutable(CFBundleRef bundle);
-
-// Loads the module if need be and returns the address of one of its exported functions, or null if
-// there is none of that name.
-CF_EXPORT void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName);

@@ -70,12 +70,7 @@ CF_EXPORT void CFDictionaryApplyFunction(CFDictionaryRef theDict,
                                          CFDictionaryApplierFunction applier, void* context);
 
 // The functions below change a dictionary. They do nothing if it is immutable or if there is no
-// memory. Add does nothing if the key is there already, Replace if it is not; Set adds or replaces.
-CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef theDict, const void* key,
-                                    const void* value);
+// memory. Set adds the key, or replaces its value if the key is there already.
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void* key,
                                     const void* value);
-CF_EXPORT void CFDictionaryReplaceValue(CFMutableDictionaryRef theDict, const void* key,
-                                        const void* value);
 CF_EXPORT void CFDictionaryRemoveValue(CFMutableDictionaryRef theDict, const void* key);
-CF_EXPORT void CFDictionaryRemoveAllValues(CFMutableDictionaryRef theDict);

@@ -11,8 +11,6 @@ CF_EXPORT const CFStringRef kCFErrorLocalizedDescriptionKey;
 // `userInfo` may be null. Returns null if the domain is not a string.
 CF_EXPORT CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
                                    CFDictionaryRef userInfo);
-// The error owns the result.
-CF_EXPORT CFStringRef CFErrorGetDomain(CFErrorRef err);
 CF_EXPORT CFIndex CFErrorGetCode(CFErrorRef err);
 // Returns one line for people, without a line break: the `kCFErrorLocalizedDescriptionKey` of the
 // user info or, if it has none, a line made from domain and code. Never returns null for an error.

@@ -56,7 +56,6 @@ typedef struct CFMessagePortContext {
 // kCFMessagePortTransportError.
 typedef CFDataRef (*CFMessagePortCallBack)(CFMessagePortRef local, SInt32 msgid, CFDataRef data,
                                            void* info);
-typedef void (*CFMessagePortInvalidationCallBack)(CFMessagePortRef ms, void* info);
 
 CF_EXPORT CFTypeID CFMessagePortGetTypeID(void);
 
@@ -79,25 +78,11 @@ CF_EXPORT CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef allocator, CF
 // away, even if another of the same name follows; the caller then makes a new connection.
 CF_EXPORT CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef allocator, CFStringRef name);
 
-CF_EXPORT Boolean CFMessagePortIsRemote(CFMessagePortRef ms);
-
-// The port's name; the port owns it.
-CF_EXPORT CFStringRef CFMessagePortGetName(CFMessagePortRef ms);
-
-// The invalidation callback is called once when the port becomes invalid, on the thread that
-// notices: for a remote port, the thread that next calls `CFMessagePortIsValid` or
-// `CFMessagePortSendRequest`. If the port is invalid already, Set calls it at once. Null removes
-// it.
-CF_EXPORT CFMessagePortInvalidationCallBack
-CFMessagePortGetInvalidationCallBack(CFMessagePortRef ms);
-CF_EXPORT void CFMessagePortSetInvalidationCallBack(CFMessagePortRef ms,
-                                                    CFMessagePortInvalidationCallBack callout);
-
 // Ends the port for good: removes its socket (unless another port has taken over the name), closes
 // its connections and invalidates its run-loop source. No callout is started after it returns. It
 // does not wait for a callout that runs, whose reply is still sent if that does not block. A send
 // that waits on another thread returns kCFMessagePortBecameInvalidError. Releasing the last
-// reference to a valid port ends the port too, but without the invalidation callback.
+// reference to a valid port ends the port too.
 CF_EXPORT void CFMessagePortInvalidate(CFMessagePortRef ms);
 CF_EXPORT Boolean CFMessagePortIsValid(CFMessagePortRef ms);
 

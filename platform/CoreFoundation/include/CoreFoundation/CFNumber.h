@@ -42,11 +42,7 @@ CF_EXPORT CFTypeID CFNumberGetTypeID(void);
 CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType theType,
                                      const void* valuePtr);
 
-// Returns the type that a number is kept as: kCFNumberSInt64Type or kCFNumberFloat64Type, or 0 if
-// the object is not a number.
-CF_EXPORT CFNumberType CFNumberGetType(CFNumberRef number);
-// Returns the size, in bytes, of the C type that `CFNumberGetType` names.
-CF_EXPORT CFIndex CFNumberGetByteSize(CFNumberRef number);
+// Whether the number is kept as a double.
 CF_EXPORT Boolean CFNumberIsFloatType(CFNumberRef number);
 
 // Writes the value as the C type that `theType` names and returns whether the value stayed the
@@ -54,8 +50,3 @@ CF_EXPORT Boolean CFNumberIsFloatType(CFNumberRef number);
 // not-a-number; a floating type gets a rounded value. Returns false and writes nothing if the
 // object is not a number or the type is not listed.
 CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);
-
-// Compares two numbers by value. Not-a-number comes before all other numbers, and an object that is
-// not a CFNumber comes before that.
-CF_EXPORT CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber,
-                                             void* context);

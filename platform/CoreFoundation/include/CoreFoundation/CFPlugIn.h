@@ -35,9 +35,8 @@ CF_EXPORT CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInUR
 // The plug-in as a bundle; no reference is added.
 CF_EXPORT CFBundleRef CFPlugInGetBundle(CFPlugInRef plugIn);
 
-// Return the UUIDs (CFUUIDRef) of the factories that make a type, of all plug-ins or of one, in no
-// particular order, or null if there are none. The caller owns the array.
-CF_EXPORT CFArrayRef CFPlugInFindFactoriesForPlugInType(CFUUIDRef typeUUID);
+// Returns the UUIDs (CFUUIDRef) of a plug-in's factories that make a type, in no particular order,
+// or null if there are none. The caller owns the array.
 CF_EXPORT CFArrayRef CFPlugInFindFactoriesForPlugInTypeInPlugIn(CFUUIDRef typeUUID,
                                                                 CFPlugInRef plugIn);
 

@@ -28,7 +28,6 @@
 // system and other writers take.
 #pragma once
 
-#include <CoreFoundation/CFArray.h>
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFDictionary.h>
 #include <CoreFoundation/CFPropertyList.h>
@@ -44,14 +43,6 @@ CF_EXPORT const CFStringRef kCFPreferencesCurrentUser;
 // caller owns the result.
 CF_EXPORT CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID,
                                                    CFStringRef userName, CFStringRef hostName);
-// Returns the values of those keys that exist, or of all keys if `keysToFetch` is null. Returns
-// null only if an argument is wrong or there is no memory. The caller owns the result.
-CF_EXPORT CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keysToFetch,
-                                                    CFStringRef applicationID, CFStringRef userName,
-                                                    CFStringRef hostName);
-// Returns the keys, or null if there are none. The caller owns the result.
-CF_EXPORT CFArrayRef CFPreferencesCopyKeyList(CFStringRef applicationID, CFStringRef userName,
-                                              CFStringRef hostName);
 
 // Sets a copy of the value in this process; null removes the value. If the value is not a property
 // list or the arguments name no domain, nothing changes and syslog gets a line.

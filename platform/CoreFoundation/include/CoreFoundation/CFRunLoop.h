@@ -31,9 +31,8 @@ enum {
 
 // The mode that sources are normally added to and that `CFRunLoopRun` runs in.
 CF_EXPORT const CFRunLoopMode kCFRunLoopDefaultMode;
-// A name for a set of modes, which is not a mode itself. A source that is added to it is added to
-// each mode of the set, and to each mode that joins the set later. The set holds the default mode
-// and the modes given to `CFRunLoopAddCommonMode`.
+// A name for a set of modes, which is not a mode itself. The set holds only the default mode here,
+// so that adding a source to the set, or removing it from there, does so for the default mode.
 CF_EXPORT const CFRunLoopMode kCFRunLoopCommonModes;
 
 CF_EXPORT CFTypeID CFRunLoopGetTypeID(void);
@@ -69,8 +68,6 @@ CF_EXPORT Boolean CFRunLoopIsWaiting(CFRunLoopRef rl);
 // the loop may be asleep. A loop that is awake makes one more pass before it sleeps next.
 CF_EXPORT void CFRunLoopWakeUp(CFRunLoopRef rl);
 
-CF_EXPORT void CFRunLoopAddCommonMode(CFRunLoopRef rl, CFRunLoopMode mode);
-
 // A loop keeps a reference to each source that is added. A source that is added twice to the same
 // mode is in it once. Adding does nothing if the source is invalid, if the loop's thread has ended,
 // or if there is no memory; removing does nothing if the source is not there. A source may be in
@@ -85,7 +82,8 @@ CF_EXPORT void CFRunLoopRemoveSource(CFRunLoopRef rl, CFRunLoopSourceRef source,
 // made, and its result replaces `info`; `release` is called once when the source is freed.
 // `schedule` and `cancel` are called once for each loop and mode that the source is added to and
 // removed from, never both at the same time. `perform` is called on the loop's thread after the
-// source was signalled. `equal` and `hash` compare the infos of sources.
+// source was signalled. `copyDescription`, `equal` and `hash` are not used: a source equals only
+// itself.
 typedef struct CFRunLoopSourceContext {
     CFIndex version; // 0
     void* info;
@@ -106,11 +104,6 @@ CF_EXPORT CFTypeID CFRunLoopSourceGetTypeID(void);
 // context is null or its version is not 0: sources made of a kernel port do not exist here.
 CF_EXPORT CFRunLoopSourceRef CFRunLoopSourceCreate(CFAllocatorRef allocator, CFIndex order,
                                                    CFRunLoopSourceContext* context);
-CF_EXPORT CFIndex CFRunLoopSourceGetOrder(CFRunLoopSourceRef source);
-
-// Copies the source's context into one whose version the caller has set to 0.
-CF_EXPORT void CFRunLoopSourceGetContext(CFRunLoopSourceRef source,
-                                         CFRunLoopSourceContext* context);
 
 // Takes the source out of every loop for good. `perform` is not started any more after this
 // returns; the call does not wait for a `perform` that runs on another thread.

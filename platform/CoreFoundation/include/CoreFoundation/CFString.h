@@ -16,9 +16,6 @@ enum {
 #define kCFStringEncodingInvalidId (0xffffffffU)
 
 typedef CFOptionFlags CFStringCompareFlags;
-enum {
-    kCFCompareCaseInsensitive = 1,
-};
 
 // Returns the constant string of a literal in ASCII or UTF-8. Equal texts give the same object. It
 // is never destroyed and does not refer to the module that the literal is in, so that the module
@@ -38,13 +35,9 @@ CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char
 CF_EXPORT CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8* bytes,
                                               CFIndex numBytes, CFStringEncoding encoding,
                                               Boolean isExternalRepresentation);
-CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef alloc, const UniChar* chars,
-                                                   CFIndex numChars);
 // Returns a copy, which may be the string itself with a further reference, or null if the object is
 // not a string.
 CF_EXPORT CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString);
-CF_EXPORT CFStringRef CFStringCreateWithSubstring(CFAllocatorRef alloc, CFStringRef str,
-                                                  CFRange range);
 
 // Formats as printf does, in every locale with a decimal point. Besides, "%@" takes an object and
 // gives its description, or "(null)" for null; "%s" takes UTF-8, or MacRoman if the bytes are not
@@ -60,16 +53,12 @@ CF_EXPORT CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
 CF_EXPORT CFIndex CFStringGetLength(CFStringRef theString);
 // Returns 0 if the index is outside of the string.
 CF_EXPORT UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx);
-CF_EXPORT void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer);
 
 // Writes the text and a NUL. Returns false if the object is not a string, or if the text does not
 // fit into `bufferSize` bytes or cannot be represented; the buffer, if it has room, then holds an
 // empty string. Never allocates.
 CF_EXPORT Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize,
                                      CFStringEncoding encoding);
-// Returns the string's own bytes, which live as long as the string, or null unless the text is all
-// ASCII without a NUL.
-CF_EXPORT const char* CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding);
 
 // Writes as many whole characters of `range` as fit into `maxBufLen` bytes, without a NUL, and
 // returns the number of UTF-16 units converted. If `buffer` is null, it only counts, without a
@@ -79,17 +68,10 @@ CF_EXPORT CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStrin
                                    UInt8 lossByte, Boolean isExternalRepresentation, UInt8* buffer,
                                    CFIndex maxBufLen, CFIndex* usedBufLen);
 
-// Returns the largest number of bytes that `length` units take, without a NUL, or kCFNotFound if a
-// CFIndex cannot hold the number or the encoding is not known.
-CF_EXPORT CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
-
-// Compares two strings by UTF-16 unit. kCFCompareCaseInsensitive folds Latin, Greek and Cyrillic
-// letters first; other options are not used. An object that is not a string comes before every
-// string, and two such objects are equal only if they are the same.
+// Compares two strings by UTF-16 unit; `compareOptions` is not used. An object that is not a string
+// comes before every string, and two such objects are equal only if they are the same.
 CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString2,
                                              CFStringCompareFlags compareOptions);
-CF_EXPORT Boolean CFStringHasPrefix(CFStringRef theString, CFStringRef prefix);
-CF_EXPORT Boolean CFStringHasSuffix(CFStringRef theString, CFStringRef suffix);
 
 // Returns the decimal number at the front of the string. White space is skipped, a sign may follow,
 // and the first character that is not a digit ends the number. Returns 0 if there are no digits,
@@ -102,6 +84,3 @@ CF_EXPORT SInt32 CFStringGetIntValue(CFStringRef str);
 CF_EXPORT CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc,
                                                             CFStringRef theString,
                                                             CFStringRef separatorString);
-// Returns null if an element is not a string.
-CF_EXPORT CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef alloc, CFArrayRef theArray,
-                                                       CFStringRef separatorString);

@@ -27,10 +27,6 @@ typedef struct CFUUIDBytes {
 
 CF_EXPORT CFTypeID CFUUIDGetTypeID(void);
 
-// Makes a new random UUID (version 4). Returns null if the system gives no random bytes. Early in
-// the system's start it may block until there are any.
-CF_EXPORT CFUUIDRef CFUUIDCreate(CFAllocatorRef alloc);
-
 CF_EXPORT CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef alloc, CFUUIDBytes bytes);
 
 // Makes a UUID from text of the form "68753A44-4D6F-1226-9C60-0050E4C00067", in upper or lower

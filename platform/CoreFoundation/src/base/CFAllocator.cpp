@@ -18,10 +18,6 @@ constinit const CFAllocatorRef kCFAllocatorSystemDefault = &sSystemAllocator.mOb
 constinit const CFAllocatorRef kCFAllocatorMalloc = &sMallocAllocator.mObject;
 constinit const CFAllocatorRef kCFAllocatorNull = &sNullAllocator.mObject;
 
-CFTypeID CFAllocatorGetTypeID(void) {
-    return kCFRuntimeAllocatorType;
-}
-
 CFAllocatorRef CFAllocatorGetDefault(void) {
     return kCFAllocatorSystemDefault;
 }

@@ -124,14 +124,6 @@ CFIndex CFRuntimeObject::RetainCount() const {
                      : static_cast<CFIndex>(mReferences.load(std::memory_order_relaxed));
 }
 
-CFStringRef CFCopyTypeIDDescription(CFTypeID type_id) {
-    if (type_id == kCFRuntimeNotAType || type_id >= kMaximumTypes) {
-        return nullptr;
-    }
-    const char* name = TypeName(type_id);
-    return name == nullptr ? nullptr : __CFStringMakeConstantString(name);
-}
-
 CFIndex CFRuntimeHostLiveObjectCount(CFTypeID type) {
     if (type >= kMaximumTypes || TypeName(type) == nullptr) {
         return -1;

@@ -1,13 +1,15 @@
 #include "platform/CoreFoundation/src/base/StringEncoding.h"
 
+#include <boost/locale/utf.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <utility>
+#include <iterator>
 
 namespace {
 
-// The upper half of MacRoman, by byte.
+// The characters of MacRoman's bytes from 0x80 on.
 constexpr std::array<char16_t, 128> kMacRoman = {
     0x00C4, 0x00C5, 0x00C7, 0x00C9, 0x00D1, 0x00D6, 0x00DC, 0x00E1, 0x00E0, 0x00E2, 0x00E4, 0x00E3,
     0x00E5, 0x00E7, 0x00E9, 0x00E8, 0x00EA, 0x00EB, 0x00ED, 0x00EC, 0x00EE, 0x00EF, 0x00F1, 0x00F3,
@@ -21,102 +23,21 @@ constexpr std::array<char16_t, 128> kMacRoman = {
     0x00CF, 0x00CC, 0x00D3, 0x00D4, 0xF8FF, 0x00D2, 0x00DA, 0x00DB, 0x00D9, 0x0131, 0x02C6, 0x02DC,
     0x00AF, 0x02D8, 0x02D9, 0x02DA, 0x00B8, 0x02DD, 0x02DB, 0x02C7};
 
-// The same by character, for searching.
-constexpr auto kMacRomanByCharacter = [] {
-    std::array<std::pair<char16_t, std::uint8_t>, kMacRoman.size()> table{};
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        table[i] = {kMacRoman[i], static_cast<std::uint8_t>(0x80 + i)};
-    }
-    std::sort(table.begin(), table.end());
-    return table;
-}();
+using UTF8 = boost::locale::utf::utf_traits<char>;
+using UTF16 = boost::locale::utf::utf_traits<char16_t>;
 
-constexpr bool IsHighSurrogate(char32_t c) {
-    return c >= 0xD800 && c <= 0xDBFF;
-}
-
-constexpr bool IsLowSurrogate(char32_t c) {
-    return c >= 0xDC00 && c <= 0xDFFF;
-}
-
-// Decodes the sequence at the front and removes it. False when it is malformed, overlong, a
-// surrogate or beyond Unicode.
-bool TakeUTF8(std::string_view& bytes, char32_t& character) {
-    const auto first = static_cast<std::uint8_t>(bytes.front());
-    std::size_t size = 1;
-    char32_t smallest = 0;
-    if (first < 0x80) {
-        character = first;
-    } else if (first >= 0xC2 && first <= 0xDF) {
-        size = 2;
-        smallest = 0x80;
-        character = first & 0x1FU;
-    } else if (first >= 0xE0 && first <= 0xEF) {
-        size = 3;
-        smallest = 0x800;
-        character = first & 0x0FU;
-    } else if (first >= 0xF0 && first <= 0xF4) {
-        size = 4;
-        smallest = 0x10000;
-        character = first & 0x07U;
-    } else {
-        return false;
-    }
-    if (bytes.size() < size) {
-        return false;
-    }
-    for (std::size_t i = 1; i < size; ++i) {
-        const auto next = static_cast<std::uint8_t>(bytes[i]);
-        if ((next & 0xC0U) != 0x80) {
-            return false;
-        }
-        character = (character << 6) | (next & 0x3FU);
-    }
-    bytes.remove_prefix(size);
-    return character >= smallest && character <= 0x10FFFF && !IsHighSurrogate(character) &&
-           !IsLowSurrogate(character);
-}
-
+// Appends the text of bytes that are well-formed UTF-8; false for others.
 bool AppendDecodedUTF8(std::string_view bytes, std::u16string& text) {
-    while (!bytes.empty()) {
-        char32_t character = 0;
-        if (!TakeUTF8(bytes, character)) {
+    const char* place = bytes.data();
+    const char* const end = place + bytes.size();
+    while (place != end) {
+        const auto character = UTF8::decode(place, end);
+        if (!boost::locale::utf::is_valid_codepoint(character)) {
             return false;
         }
-        if (character >= 0x10000) {
-            text += static_cast<char16_t>(0xD800 + ((character - 0x10000) >> 10));
-            text += static_cast<char16_t>(0xDC00 + ((character - 0x10000) & 0x3FF));
-        } else {
-            text += static_cast<char16_t>(character);
-        }
+        UTF16::encode(character, std::back_inserter(text));
     }
     return true;
-}
-
-std::size_t PutUTF8(char32_t character, char (&bytes)[4]) {
-    const auto tail = [character](unsigned shift) {
-        return static_cast<char>(0x80 | ((character >> shift) & 0x3F));
-    };
-    if (character < 0x80) {
-        bytes[0] = static_cast<char>(character);
-        return 1;
-    }
-    if (character < 0x800) {
-        bytes[0] = static_cast<char>(0xC0 | (character >> 6));
-        bytes[1] = tail(0);
-        return 2;
-    }
-    if (character < 0x10000) {
-        bytes[0] = static_cast<char>(0xE0 | (character >> 12));
-        bytes[1] = tail(6);
-        bytes[2] = tail(0);
-        return 3;
-    }
-    bytes[0] = static_cast<char>(0xF0 | (character >> 18));
-    bytes[1] = tail(12);
-    bytes[2] = tail(6);
-    bytes[3] = tail(0);
-    return 4;
 }
 
 } // namespace
@@ -161,28 +82,20 @@ std::u16string UTF16FromASCII(std::string_view bytes) {
 
 EncodedCharacter EncodeCharacter(char16_t first, char16_t second, CFStringEncoding encoding) {
     EncodedCharacter result;
-    char32_t character = first;
-    if (IsHighSurrogate(first) && IsLowSurrogate(second)) {
-        result.units = 2;
-        character = 0x10000 + ((static_cast<char32_t>(first) - 0xD800) << 10) +
-                    (static_cast<char32_t>(second) - 0xDC00);
-    }
-    if (!StringEncodingIsKnown(encoding)) {
+    const char16_t units[] = {first, second};
+    const char16_t* place = units;
+    const auto character = UTF16::decode(place, units + 2);
+    if (!boost::locale::utf::is_valid_codepoint(character) || !StringEncodingIsKnown(encoding)) {
         return result;
     }
-    if (character < 0x80) {
-        result.bytes[0] = static_cast<char>(character);
-        result.size = 1;
-    } else if (encoding == kCFStringEncodingUTF8) {
-        if (!IsHighSurrogate(character) && !IsLowSurrogate(character)) {
-            result.size = PutUTF8(character, result.bytes);
-        }
-    } else if (encoding == kCFStringEncodingMacRoman && result.units == 1) {
-        const auto* const found =
-            std::lower_bound(kMacRomanByCharacter.begin(), kMacRomanByCharacter.end(),
-                             std::pair<char16_t, std::uint8_t>(first, 0));
-        if (found != kMacRomanByCharacter.end() && found->first == first) {
-            result.bytes[0] = static_cast<char>(found->second);
+    result.units = static_cast<std::size_t>(place - units);
+    if (character < 0x80 || encoding == kCFStringEncodingUTF8) {
+        result.size =
+            static_cast<std::size_t>(UTF8::encode(character, result.bytes) - result.bytes);
+    } else if (encoding == kCFStringEncodingMacRoman) {
+        const auto* const found = std::find(kMacRoman.begin(), kMacRoman.end(), character);
+        if (found != kMacRoman.end()) {
+            result.bytes[0] = static_cast<char>(0x80 + (found - kMacRoman.begin()));
             result.size = 1;
         }
     }

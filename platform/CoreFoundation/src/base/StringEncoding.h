@@ -1,4 +1,4 @@
-// Text between UTF-16 and the encodings of strings.
+// These functions convert text between UTF-16 and the encodings of strings.
 #pragma once
 
 #include <CoreFoundation/CFString.h>
@@ -9,23 +9,23 @@
 
 bool StringEncodingIsKnown(CFStringEncoding encoding);
 
-// Appends the bytes' text. False when they are not valid in the encoding; `text` is then
-// unspecified.
+// Appends the text of the bytes. Returns false if they are not valid in the encoding; `text` is
+// then unspecified.
 bool AppendDecoded(std::string_view bytes, CFStringEncoding encoding, std::u16string& text);
 
-// UTF-8 as long as it is that, or else MacRoman, which every byte is valid in.
+// Reads the bytes as UTF-8 or, if they are not, as MacRoman, in which every byte is valid.
 std::u16string UTF16FromCString(std::string_view bytes);
 std::u16string UTF16FromASCII(std::string_view bytes);
 
 // One character as bytes.
 struct EncodedCharacter {
-    std::size_t units = 1; // of UTF-16 that it is made of
-    std::size_t size = 0;  // bytes; 0 when it cannot be represented
+    std::size_t units = 1; // the UTF-16 units that it is made of
+    std::size_t size = 0;  // in bytes; 0 if it cannot be represented
     char bytes[4] = {};
 };
 
-// The character at the front of one or two units (`second` is 0 when there is no more).
+// Encodes the character at the front of one or two units; `second` is 0 if there is no more.
 EncodedCharacter EncodeCharacter(char16_t first, char16_t second, CFStringEncoding encoding);
 
-// The whole text in UTF-8; false when it has a surrogate without its other half.
+// Appends the text in UTF-8. Returns false if it has a surrogate without its other half.
 bool AppendUTF8(std::u16string_view text, std::string& bytes);

@@ -1,7 +1,7 @@
 #include "platform/CoreFoundation/src/messageport/CFMessagePortObject.h"
 #include "platform/CoreFoundation/src/messageport/MessagePortAddress.h"
 #include "platform/CoreFoundation/src/runloop/CFRunLoopObject.h"
-#include "platform/CoreFoundation/src/values/Utf8String.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
 
 #include <CoreFoundation/CFMessagePortHost.h>
 
@@ -82,25 +82,12 @@ void MessagePortSource::SignalAndWake() {
     }
 }
 
-namespace {
-
-CFOwned<CFStringRef> MakeString(const std::string& text) {
-    CFOwned<CFStringRef> string(CopyUtf8String(text));
-    if (!string) {
-        throw std::bad_alloc();
-    }
-    return string;
-}
-
-} // namespace
-
 __CFMessagePort::__CFMessagePort(const std::string& name, CFMessagePortCallBack callout,
                                  const CFMessagePortContext* context,
                                  std::shared_ptr<MessagePortSource> source,
                                  std::shared_ptr<MessagePortListener> listener)
     : CFRuntimeObject(CFMessagePortGetTypeID()),
       mName(name),
-      mNameString(MakeString(name)),
       mCallOut(callout),
       mSource(std::move(source)),
       mListener(std::move(listener)) {
@@ -119,13 +106,10 @@ __CFMessagePort::__CFMessagePort(const std::string& name, CFMessagePortCallBack 
 }
 
 __CFMessagePort::__CFMessagePort(const std::string& name, std::unique_ptr<MessagePortSender> sender)
-    : CFRuntimeObject(CFMessagePortGetTypeID()),
-      mName(name),
-      mNameString(MakeString(name)),
-      mSender(std::move(sender)) {}
+    : CFRuntimeObject(CFMessagePortGetTypeID()), mName(name), mSender(std::move(sender)) {}
 
 __CFMessagePort::~__CFMessagePort() {
-    Invalidate(false);
+    Invalidate();
 }
 
 bool __CFMessagePort::IsValid() const {
@@ -133,16 +117,14 @@ bool __CFMessagePort::IsValid() const {
     return mValid;
 }
 
-bool __CFMessagePort::Invalidate(bool report) {
+void __CFMessagePort::Invalidate() {
     std::shared_ptr<void> info;
-    CFMessagePortInvalidationCallBack callBack = nullptr;
     {
         const MutexLock lock(mMutex);
         if (!std::exchange(mValid, false)) {
-            return false;
+            return;
         }
         info = std::exchange(mInfo, nullptr);
-        callBack = std::exchange(mInvalidationCallBack, nullptr);
     }
     if (mSender != nullptr) {
         mSender->Close();
@@ -162,23 +144,6 @@ bool __CFMessagePort::Invalidate(bool report) {
             source->Invalidate();
             CFRelease(source);
         }
-    }
-    if (report && callBack != nullptr) {
-        callBack(this, info.get());
-    }
-    return true;
-}
-
-void __CFMessagePort::SetInvalidationCallBack(CFMessagePortInvalidationCallBack callBack) {
-    {
-        const MutexLock lock(mMutex);
-        if (mValid) {
-            mInvalidationCallBack = callBack;
-            return;
-        }
-    }
-    if (callBack != nullptr) {
-        callBack(this, nullptr);
     }
 }
 
@@ -320,7 +285,7 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
     }
     CFRuntimeIsOptionalArgument(name, kCFRuntimeStringType, "name");
     return CFRuntimeGuard<CFMessagePortRef>(nullptr, [&]() -> CFMessagePortRef {
-        const auto text = Utf8Of(name);
+        const auto text = UTF8OfString(name);
         if (!text || callout == nullptr || (context != nullptr && context->version != 0)) {
             return nullptr;
         }
@@ -335,10 +300,10 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
 
 CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name) {
     return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
-        const auto text = Utf8Of(name);
+        const auto text = UTF8OfString(name);
         LocalPorts& ports = TheLocalPorts();
         const MutexLock lock(ports.mutex);
-        return text && !text->empty() && *text == ports.failedName ? CopyUtf8String(ports.failure)
+        return text && !text->empty() && *text == ports.failedName ? CopyUTF8String(ports.failure)
                                                                    : nullptr;
     });
 }
@@ -351,51 +316,25 @@ CFStringRef CFMessagePortHostCopyFolder(CFStringRef* failure) {
         std::string error;
         const auto folder = MessagePort::Folder(error);
         if (!folder && failure != nullptr) {
-            *failure = CopyUtf8String(error);
+            *failure = CopyUTF8String(error);
         }
-        return folder ? CopyUtf8String(*folder) : nullptr;
+        return folder ? CopyUTF8String(*folder) : nullptr;
     });
 }
 
 CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef name) {
     CFRuntimeIsArgument(name, kCFRuntimeStringType, "name");
     return CFRuntimeGuard<CFMessagePortRef>(nullptr, [&]() -> CFMessagePortRef {
-        const auto text = Utf8Of(name);
+        const auto text = UTF8OfString(name);
         auto sender = text ? MessagePortSender::Open(*text) : nullptr;
         return sender == nullptr ? nullptr : new __CFMessagePort(*text, std::move(sender));
     });
 }
 
-Boolean CFMessagePortIsRemote(CFMessagePortRef ms) {
-    const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
-    return port != nullptr && port->IsRemote();
-}
-
-CFStringRef CFMessagePortGetName(CFMessagePortRef ms) {
-    const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
-    return port == nullptr ? nullptr : port->mNameString.Get();
-}
-
-CFMessagePortInvalidationCallBack CFMessagePortGetInvalidationCallBack(CFMessagePortRef ms) {
-    const auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms");
-    if (port == nullptr) {
-        return nullptr;
-    }
-    const MutexLock lock(port->mMutex);
-    return port->mInvalidationCallBack;
-}
-
-void CFMessagePortSetInvalidationCallBack(CFMessagePortRef ms,
-                                          CFMessagePortInvalidationCallBack callout) {
-    if (auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms")) {
-        port->SetInvalidationCallBack(callout);
-    }
-}
-
 void CFMessagePortInvalidate(CFMessagePortRef ms) {
     if (auto* port = CFRuntimeArgument<__CFMessagePort>(ms, "ms")) {
         CFRetain(port);
-        port->Invalidate(true);
+        port->Invalidate();
         CFRelease(port);
     }
 }

@@ -36,9 +36,7 @@ struct __CFMessagePort final : CFRuntimeObject {
 
     bool IsRemote() const { return mSender != nullptr; }
     bool IsValid() const;
-    // Ends the port; whether this call did. Reports it to the invalidation callback when asked to.
-    bool Invalidate(bool report);
-    void SetInvalidationCallBack(CFMessagePortInvalidationCallBack callBack);
+    void Invalidate();
     CFRunLoopSourceRef CopySource(CFIndex order);
     // Performs the request that waits longest. Without memory it is refused.
     void PerformRequest();
@@ -50,7 +48,6 @@ struct __CFMessagePort final : CFRuntimeObject {
                      CFDataRef* returnData);
 
     const std::string mName;
-    const CFOwned<CFStringRef> mNameString;
     const CFMessagePortCallBack mCallOut = nullptr;
     CFMessagePortContext mContext{};                  // constant once constructed
     const std::shared_ptr<MessagePortSource> mSource; // of a local port, as the listener
@@ -59,7 +56,6 @@ struct __CFMessagePort final : CFRuntimeObject {
 
     mutable Mutex mMutex;
     bool mValid QUORVEL_GUARDED_BY(mMutex) = true;
-    CFMessagePortInvalidationCallBack mInvalidationCallBack QUORVEL_GUARDED_BY(mMutex) = nullptr;
     // Released as the last user lets go of it: a callout that runs as the port is invalidated keeps
     // the info that it was given.
     std::shared_ptr<void> mInfo QUORVEL_GUARDED_BY(mMutex);

@@ -203,7 +203,7 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
 }
 
 SInt32 __CFMessagePort::BecomeInvalid() {
-    Invalidate(true);
+    Invalidate();
     return kCFMessagePortBecameInvalidError;
 }
 

@@ -2,7 +2,7 @@
 
 #include "platform/CoreFoundation/src/plugin/ModuleExtent.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
-#include "platform/CoreFoundation/src/values/Utf8String.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
 #include "platform/support/FileDescriptor.h"
 #include "platform/support/FileReading.h"
 
@@ -40,7 +40,7 @@ CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
     }
     if (!list) {
         const CFOwned<CFStringRef> text(CFErrorCopyDescription(error));
-        reason = Utf8Of(text.Get()).value_or("it cannot be read");
+        reason = UTF8OfString(text.Get()).value_or("it cannot be read");
         return nullptr;
     }
     if (CFRuntimeTypeOf(list.Get()) != kCFRuntimeDictionaryType) {
@@ -214,17 +214,12 @@ void BundleRegistry::Register(const std::shared_ptr<BundleModule>& module,
 }
 
 std::vector<UuidBytes> BundleRegistry::FactoriesFor(const UuidBytes& type,
-                                                    const BundleModule* module) {
+                                                    const BundleModule& module) {
     std::vector<UuidBytes> found;
     const MutexLock lock(mMutex);
-    for (const Entry& entry : mEntries) {
-        if (entry.bundle == nullptr || (module != nullptr && entry.module.get() != module)) {
-            continue;
-        }
-        for (const PlugInFactory& factory : entry.factories) {
-            if (std::find(factory.types.begin(), factory.types.end(), type) !=
-                    factory.types.end() &&
-                std::find(found.begin(), found.end(), factory.uuid) == found.end()) {
+    if (const Entry* const entry = EntryOf(module)) {
+        for (const PlugInFactory& factory : entry->factories) {
+            if (std::count(factory.types.begin(), factory.types.end(), type) != 0) {
                 found.push_back(factory.uuid);
             }
         }
@@ -269,12 +264,6 @@ void BundleRegistry::RemoveInstance(const UuidBytes& factory) {
             return;
         }
     }
-}
-
-bool BundleRegistry::HasInstances(const BundleModule& module) {
-    const MutexLock lock(mMutex);
-    const Entry* const entry = EntryOf(module);
-    return entry != nullptr && (!entry->instances.empty() || entry->uses != 0);
 }
 
 std::size_t BundleRegistry::UnloadUnused() {

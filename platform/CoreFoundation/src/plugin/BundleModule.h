@@ -1,9 +1,9 @@
-// A bundle's contents and its loaded module, apart from the `CFBundleRef` that hosts hold: when
-// that is released while the module's instances live, the module has to stay, and be found by the
-// code that removes the last instance.
+// A bundle's contents and its loaded module are kept apart from the `CFBundleRef` that hosts hold:
+// if a host releases that while instances of the module live, the module has to stay, and the code
+// that removes the last instance has to find it.
 //
-// Thread-safe. No lock is held while the dynamic loader, the module's constructors or a factory
-// run, save the module's own recursive `mLoadMutex`.
+// Both classes are thread-safe. While the dynamic loader, the module's constructors or a factory
+// run, a thread holds no lock except the module's own recursive `mLoadMutex`.
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
@@ -21,8 +21,8 @@
 
 class BundleModule {
 public:
-    // The bundle at a folder given by its real path; null, with the thread's plug-in error set,
-    // when its property list cannot be read.
+    // Reads the bundle at a folder, which is given by its real path. If its property list cannot be
+    // read, sets the thread's plug-in error and returns null.
     static std::shared_ptr<BundleModule> Read(const std::string& folder);
 
     BundleModule(const std::string& folder, CFOwned<CFDictionaryRef> info);
@@ -34,7 +34,7 @@ public:
     std::string ListPath() const;
     CFDictionaryRef Info() const { return mInfo.Get(); }
 
-    // Null, with the thread's plug-in error set, when the property list does not name it.
+    // If the property list does not name it, sets the thread's plug-in error and returns nothing.
     std::optional<std::string> ExecutablePath() const;
 
     bool Load();
@@ -50,38 +50,38 @@ private:
     void* mHandle QUORVEL_GUARDED_BY(mLoadMutex) = nullptr;
 };
 
-// The bundles and plug-ins that this process knows. One mutex guards all; a new bundle's property
-// list is read under it, so that the same folder never gives two bundles.
+// The registry knows the bundles and plug-ins of this process. One mutex guards all of them. A
+// thread holds it while it reads a new bundle's property list, so that a folder never gives two
+// bundles.
 class BundleRegistry {
 public:
     static BundleRegistry& Instance();
 
-    // The live bundle of a folder (retained), else a new one.
+    // Returns the bundle of a folder with a further reference, or a new one if there is none.
     CFBundleRef CopyOrMake(const std::string& folder);
 
-    // Called as the last reference to a bundle goes. Unloads the module unless instances live.
+    // A bundle calls this when its last reference goes. Unloads the module unless instances live.
     void Released(CFBundleRef bundle, const std::shared_ptr<BundleModule>& module);
 
     // Makes the factories known, once.
     void Register(const std::shared_ptr<BundleModule>& module,
                   const std::vector<PlugInFactory>& factories);
 
-    // The factories that make a type, of one module or of all.
-    std::vector<UuidBytes> FactoriesFor(const UuidBytes& type, const BundleModule* module);
+    // Returns the module's factories that make a type.
+    std::vector<UuidBytes> FactoriesFor(const UuidBytes& type, const BundleModule& module);
 
     struct FactoryUse {
         std::shared_ptr<BundleModule> module;
         PlugInFactory factory;
     };
-    // A factory, its module kept from being unloaded until `EndUse`.
+    // Finds a factory and keeps its module from being unloaded until `EndUse`.
     std::optional<FactoryUse> BeginUse(const UuidBytes& factory);
     void EndUse(const FactoryUse& use);
 
     void AddInstance(const UuidBytes& factory);
     void RemoveInstance(const UuidBytes& factory);
-    bool HasInstances(const BundleModule& module);
 
-    // Unloads the modules that nobody holds any more; how many.
+    // Unloads the modules that nobody holds any more and returns how many there were.
     std::size_t UnloadUnused();
 
 private:
@@ -89,13 +89,13 @@ private:
         std::shared_ptr<BundleModule> module;
         CFBundleRef bundle = nullptr; // no reference is held; null once released
         std::vector<PlugInFactory> factories;
-        std::vector<UuidBytes> instances; // one factory UUID for each
+        std::vector<UuidBytes> instances; // the factory of each instance
         std::size_t uses = 0;
     };
 
     Entry* EntryWithFactory(const UuidBytes& factory) QUORVEL_REQUIRES(mMutex);
     Entry* EntryOf(const BundleModule& module) QUORVEL_REQUIRES(mMutex);
-    // A module that nobody holds any more, which is taken out; null when there is none.
+    // Removes and returns a module that nobody holds any more, or null if there is none.
     std::shared_ptr<BundleModule> TakeUnused();
 
     Mutex mMutex;

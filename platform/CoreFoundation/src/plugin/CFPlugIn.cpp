@@ -1,6 +1,6 @@
 #include "platform/CoreFoundation/src/plugin/BundleModule.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
-#include "platform/CoreFoundation/src/values/Utf8String.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
 
 #include <CoreFoundation/CFPlugIn.h>
 #include <CoreFoundation/CFPlugInHost.h>
@@ -25,7 +25,7 @@ std::optional<UuidBytes> BytesOf(CFUUIDRef uuid, const char* argument,
     return result;
 }
 
-// Null when there are none, as the platform answers for a type that nobody makes.
+// Returns null if there are none, as the platform answers for a type that nobody makes.
 CFArrayRef CopyUuidArray(const std::vector<UuidBytes>& uuids) {
     if (uuids.empty()) {
         return nullptr;
@@ -46,7 +46,7 @@ CFArrayRef CopyUuidArray(const std::vector<UuidBytes>& uuids) {
                          &kCFTypeArrayCallBacks);
 }
 
-// Ends a factory's use however the making of the instance ends.
+// Ends the use of a factory when it is destroyed, however the making of the instance ends.
 struct UseEnd {
     const BundleRegistry::FactoryUse& use;
     ~UseEnd() { BundleRegistry::Instance().EndUse(use); }
@@ -113,18 +113,11 @@ CFBundleRef CFPlugInGetBundle(CFPlugInRef plugIn) {
     return CFRuntimeArgument<__CFBundle>(plugIn, "plugIn");
 }
 
-CFArrayRef CFPlugInFindFactoriesForPlugInType(CFUUIDRef typeUUID) {
-    const auto type = BytesOf(typeUUID, "typeUUID");
-    return !type ? nullptr : CFRuntimeGuard<CFArrayRef>(nullptr, [&] {
-        return CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, nullptr));
-    });
-}
-
 CFArrayRef CFPlugInFindFactoriesForPlugInTypeInPlugIn(CFUUIDRef typeUUID, CFPlugInRef plugIn) {
     const auto type = BytesOf(typeUUID, "typeUUID");
     const auto* object = CFRuntimeArgument<__CFBundle>(plugIn, "plugIn");
     return !type || object == nullptr ? nullptr : CFRuntimeGuard<CFArrayRef>(nullptr, [&] {
-        return CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, object->mModule.get()));
+        return CopyUuidArray(BundleRegistry::Instance().FactoriesFor(*type, *object->mModule));
     });
 }
 
@@ -163,7 +156,7 @@ void CFPlugInRemoveInstanceForFactory(CFUUIDRef factoryID) {
 
 CFStringRef CFPlugInHostCopyLastError() {
     const std::string& text = LastPlugInError();
-    return text.empty() ? nullptr : CopyUtf8String(text);
+    return text.empty() ? nullptr : CopyUTF8String(text);
 }
 
 CFIndex CFPlugInHostUnloadUnused() {

@@ -2,7 +2,7 @@
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
-#include "platform/CoreFoundation/src/values/Utf8String.h"
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
 
 #include <CoreFoundation/CFArray.h>
 #include <CoreFoundation/CFData.h>
@@ -41,7 +41,7 @@ bool Fail(const std::string& listPath, const std::string& key, const std::string
 }
 
 CFTypeRef ValueOf(CFDictionaryRef info, const char* key) {
-    const CFOwned<CFStringRef> name(CopyUtf8String(key));
+    const CFOwned<CFStringRef> name(CopyUTF8String(key));
     if (!name) {
         throw std::bad_alloc();
     }
@@ -67,7 +67,8 @@ Entries(CFDictionaryRef info, const char* key, const std::string& listPath) {
     CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
     std::vector<std::pair<std::string, CFTypeRef>> entries;
     for (std::size_t i = 0; i < count; ++i) {
-        entries.emplace_back(Utf8Of(static_cast<CFStringRef>(keys[i])).value_or(""), values[i]);
+        entries.emplace_back(UTF8OfString(static_cast<CFStringRef>(keys[i])).value_or(""),
+                             values[i]);
     }
     return entries;
 }
@@ -94,7 +95,7 @@ bool AllowsStaticRegistrationOnly(CFDictionaryRef info, const std::string& listP
     if (CFGetTypeID(value) != CFStringGetTypeID()) {
         return Fail(listPath, kDynamicKey, kExpected, KindOf(value));
     }
-    const std::string text = Utf8Of(static_cast<CFStringRef>(value)).value_or("");
+    const std::string text = UTF8OfString(static_cast<CFStringRef>(value)).value_or("");
     return text == "NO" || text == "No" || text == "no" ||
            Fail(listPath, kDynamicKey, kExpected, "\"" + text + "\"");
 }
@@ -114,7 +115,7 @@ bool ReadFactories(CFDictionaryRef info, const std::string& listPath,
         if (CFGetTypeID(value) != CFStringGetTypeID()) {
             return Fail(listPath, place, "the name of the factory function", KindOf(value));
         }
-        std::string function = Utf8Of(static_cast<CFStringRef>(value)).value_or("");
+        std::string function = UTF8OfString(static_cast<CFStringRef>(value)).value_or("");
         if (function.empty()) {
             return Fail(listPath, place, "the name of the factory function", "an empty string");
         }
@@ -144,7 +145,7 @@ bool ReadTypes(CFDictionaryRef info, const std::string& listPath,
             if (CFGetTypeID(item) != CFStringGetTypeID()) {
                 return Fail(listPath, place, "an array of factory UUIDs", KindOf(item) + " in it");
             }
-            const std::string text = Utf8Of(static_cast<CFStringRef>(item)).value_or("");
+            const std::string text = UTF8OfString(static_cast<CFStringRef>(item)).value_or("");
             const auto uuid = UuidOrFail(text, listPath, place);
             if (!uuid) {
                 return false;
@@ -164,51 +165,6 @@ bool ReadTypes(CFDictionaryRef info, const std::string& listPath,
 
 } // namespace
 
-std::optional<UuidBytes> ParseUuid(const std::string& text) {
-    static constexpr std::size_t kLength = 36;
-    if (text.size() != kLength) {
-        return std::nullopt;
-    }
-    UuidBytes uuid{};
-    std::size_t digits = 0;
-    for (std::size_t i = 0; i < kLength; ++i) {
-        const char character = text[i];
-        if (i == 8 || i == 13 || i == 18 || i == 23) {
-            if (character != '-') {
-                return std::nullopt;
-            }
-            continue;
-        }
-        unsigned value = 0;
-        if (character >= '0' && character <= '9') {
-            value = static_cast<unsigned>(character - '0');
-        } else if (character >= 'a' && character <= 'f') {
-            value = static_cast<unsigned>(character - 'a') + 10;
-        } else if (character >= 'A' && character <= 'F') {
-            value = static_cast<unsigned>(character - 'A') + 10;
-        } else {
-            return std::nullopt;
-        }
-        std::uint8_t& byte = uuid[digits / 2];
-        byte = static_cast<std::uint8_t>((unsigned{byte} << 4) | value);
-        ++digits;
-    }
-    return uuid;
-}
-
-std::string UuidText(const UuidBytes& uuid) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    for (std::size_t i = 0; i < uuid.size(); ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) {
-            text += '-';
-        }
-        text += kDigits[uuid[i] >> 4];
-        text += kDigits[uuid[i] & 0xF];
-    }
-    return text;
-}
-
 std::optional<std::string> RequiredString(CFDictionaryRef info, const char* key,
                                           const std::string& listPath) {
     const CFTypeRef value = ValueOf(info, key);
@@ -216,7 +172,7 @@ std::optional<std::string> RequiredString(CFDictionaryRef info, const char* key,
         Fail(listPath, key, "a string", value == nullptr ? "none" : KindOf(value));
         return std::nullopt;
     }
-    auto text = Utf8Of(static_cast<CFStringRef>(value));
+    auto text = UTF8OfString(static_cast<CFStringRef>(value));
     if (!text || text->empty()) {
         Fail(listPath, key, "a string", "an empty one");
         return std::nullopt;

@@ -15,7 +15,6 @@
 
 #include <map>
 #include <new>
-#include <vector>
 
 const CFStringRef kCFPreferencesAnyApplication = CFSTR("kCFPreferencesAnyApplication");
 const CFStringRef kCFPreferencesAnyHost = CFSTR("kCFPreferencesAnyHost");
@@ -25,14 +24,14 @@ const CFStringRef kCFPreferencesCurrentUser = CFSTR("kCFPreferencesCurrentUser")
 
 namespace {
 
-// What the process has set and not yet written, by key; null where a key was removed.
+// The values that the process has set and not yet written, by key; null for a removed key.
 using Changes = std::map<std::string, CFOwned<CFPropertyListRef>>;
 
 struct State {
-    // Held for whole calls, file access included, so that a change is never between the process and
-    // the file when someone looks.
+    // A call holds it throughout, also while it reads or writes the file: otherwise another call
+    // could miss a change that has left `changes` and is not in the file yet.
     Mutex mutex;
-    // By the domain's path.
+    // The key is the path of the domain.
     std::map<std::string, Changes> changes QUORVEL_GUARDED_BY(mutex);
 };
 
@@ -47,7 +46,7 @@ struct DomainFile {
     FileContents contents = FileContents::kUnusable;
     CFOwned<CFMutableDictionaryRef> values; // empty unless the file has a dictionary
     CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0;
-    std::string cause; // why there is no dictionary
+    std::string cause; // the reason why there is no dictionary
 };
 
 DomainFile ReadDomain(const PreferencesDomain& domain) {
@@ -83,15 +82,13 @@ DomainFile ReadDomain(const PreferencesDomain& domain) {
 
 void ApplyChanges(const Changes& changes, CFMutableDictionaryRef values) {
     for (const auto& [key, value] : changes) {
-        const CFOwned<CFStringRef> name(CFStringCreateWithBytes(
-            nullptr, reinterpret_cast<const UInt8*>(key.data()), static_cast<CFIndex>(key.size()),
-            kCFStringEncodingUTF8, false));
+        const CFOwned<CFStringRef> name(CopyUTF8String(key));
         if (!name) {
             throw std::bad_alloc();
         }
         if (value) {
             CFDictionarySetValue(values, name.Get(), value.Get());
-            // It says nothing where there is no memory, and what is not in the file must be kept.
+            // Setting a value reports no lack of memory. A change that is not applied must be kept.
             if (CFDictionaryGetValue(values, name.Get()) != value.Get()) {
                 throw std::bad_alloc();
             }
@@ -101,18 +98,8 @@ void ApplyChanges(const Changes& changes, CFMutableDictionaryRef values) {
     }
 }
 
-// The domain's values, changes included; empty when its file cannot be used.
-CFOwned<CFMutableDictionaryRef> CurrentValues(State& state, const PreferencesDomain& domain)
-    QUORVEL_REQUIRES(state.mutex) {
-    CFOwned<CFMutableDictionaryRef> values = ReadDomain(domain).values;
-    const auto changes = state.changes.find(domain.Path());
-    if (changes != state.changes.end()) {
-        ApplyChanges(changes->second, values.Get());
-    }
-    return values;
-}
-
-// For strict mode: what names no domain is answered by the search for it.
+// Refuses arguments that are no strings in strict mode. Without it, the search for the domain finds
+// none.
 void CheckDomain(CFStringRef applicationID, CFStringRef userName, CFStringRef hostName,
                  const char* function = __builtin_FUNCTION()) {
     CFRuntimeIsArgument(applicationID, kCFRuntimeStringType, "applicationID", function);
@@ -120,25 +107,8 @@ void CheckDomain(CFStringRef applicationID, CFStringRef userName, CFStringRef ho
     CFRuntimeIsArgument(hostName, kCFRuntimeStringType, "hostName", function);
 }
 
-// Calls `body` with the domain's values; null when the arguments name none.
-template <typename Result, typename Body>
-Result WithValues(CFStringRef applicationID, CFStringRef userName, CFStringRef hostName,
-                  const Body& body, const char* function = __builtin_FUNCTION()) {
-    CheckDomain(applicationID, userName, hostName, function);
-    return CFRuntimeGuard<Result>(nullptr, [&]() -> Result {
-        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
-        if (!domain) {
-            return nullptr;
-        }
-        State& state = SharedState();
-        const MutexLock lock(state.mutex);
-        const CFOwned<CFMutableDictionaryRef> values = CurrentValues(state, *domain);
-        return body(values.Get());
-    });
-}
-
-// Has the values of the domain's file changed, and writes them unless `change` says that they are
-// to stay as they are, all while no other writer can.
+// Lets `change` change the values of the domain's file, and writes them unless `change` returns
+// false. No other writer can come between. If that fails, returns false and sets `failure`.
 template <typename Change>
 bool ChangeFile(const PreferencesDomain& domain, const Change& change,
                 PropertyListFailure& failure) {
@@ -171,53 +141,24 @@ bool ChangeFile(const PreferencesDomain& domain, const Change& change,
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID,
                                          CFStringRef userName, CFStringRef hostName) {
-    if (!CFRuntimeIsArgument(key, kCFRuntimeStringType, "key")) {
-        return nullptr;
-    }
-    return WithValues<CFPropertyListRef>(
-        applicationID, userName, hostName, [&](CFDictionaryRef values) -> CFPropertyListRef {
-            const CFPropertyListRef value = CFDictionaryGetValue(values, key);
-            return value == nullptr ? nullptr : CFRetain(value);
-        });
-}
-
-CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keysToFetch, CFStringRef applicationID,
-                                          CFStringRef userName, CFStringRef hostName) {
-    if (!CFRuntimeIsOptionalArgument(keysToFetch, kCFRuntimeArrayType, "keysToFetch")) {
-        return nullptr;
-    }
-    return WithValues<CFDictionaryRef>(
-        applicationID, userName, hostName, [&](CFDictionaryRef values) -> CFDictionaryRef {
-            if (keysToFetch == nullptr) {
-                return CFDictionaryCreateCopy(nullptr, values);
-            }
-            std::vector<const void*> keys;
-            std::vector<const void*> found;
-            for (CFIndex i = 0; i < CFArrayGetCount(keysToFetch); ++i) {
-                const void* key = CFArrayGetValueAtIndex(keysToFetch, i);
-                const void* value = nullptr;
-                if (CFDictionaryGetValueIfPresent(values, key, &value)) {
-                    keys.push_back(key);
-                    found.push_back(value);
-                }
-            }
-            return CFDictionaryCreate(
-                nullptr, keys.data(), found.data(), static_cast<CFIndex>(keys.size()),
-                &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-        });
-}
-
-CFArrayRef CFPreferencesCopyKeyList(CFStringRef applicationID, CFStringRef userName,
-                                    CFStringRef hostName) {
-    return WithValues<CFArrayRef>(
-        applicationID, userName, hostName, [&](CFDictionaryRef values) -> CFArrayRef {
-            std::vector<const void*> keys(static_cast<std::size_t>(CFDictionaryGetCount(values)));
-            CFDictionaryGetKeysAndValues(values, keys.data(), nullptr);
-            return keys.empty()
-                       ? nullptr
-                       : CFArrayCreate(nullptr, keys.data(), static_cast<CFIndex>(keys.size()),
-                                       &kCFTypeArrayCallBacks);
-        });
+    const bool isKey = CFRuntimeIsArgument(key, kCFRuntimeStringType, "key");
+    CheckDomain(applicationID, userName, hostName);
+    return CFRuntimeGuard<CFPropertyListRef>(nullptr, [&]() -> CFPropertyListRef {
+        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
+        if (!isKey || !domain) {
+            return nullptr;
+        }
+        State& state = SharedState();
+        const MutexLock lock(state.mutex);
+        // The values of a file that cannot be used are empty.
+        const CFOwned<CFMutableDictionaryRef> values = ReadDomain(*domain).values;
+        const auto changes = state.changes.find(domain->Path());
+        if (changes != state.changes.end()) {
+            ApplyChanges(changes->second, values.Get());
+        }
+        const CFPropertyListRef value = CFDictionaryGetValue(values.Get(), key);
+        return value == nullptr ? nullptr : CFRetain(value);
+    });
 }
 
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef applicationID,
@@ -241,7 +182,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
             }
             copy.Reset(CFPropertyListCreateDeepCopy(nullptr, value, kCFPropertyListImmutable));
             if (!copy) {
-                return false; // for want of memory
+                return false; // there is no memory
             }
         }
         State& state = SharedState();

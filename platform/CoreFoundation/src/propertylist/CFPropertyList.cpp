@@ -12,7 +12,8 @@
 
 namespace {
 
-// A property list that has been checked, with its containers copied.
+// Copies the containers of a property list that has been checked. All other values cannot change
+// and are shared.
 PropertyListValue CopyDeep(CFTypeRef value, PropertyListBuilder& builder) {
     if (CFGetTypeID(value) == kCFRuntimeArrayType) {
         const auto* array = static_cast<CFArrayRef>(value);
@@ -30,12 +31,6 @@ PropertyListValue CopyDeep(CFTypeRef value, PropertyListBuilder& builder) {
             members.push_back(CopyDeep(entry.value, builder));
         }
         return builder.Dictionary(keys, members);
-    }
-    // Data may be mutable; all other values cannot change.
-    if (CFGetTypeID(value) == kCFRuntimeDataType) {
-        const auto* data = static_cast<CFDataRef>(value);
-        return builder.Data({reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
-                             static_cast<std::size_t>(CFDataGetLength(data))});
     }
     return PropertyListValue(CFRetain(value));
 }

@@ -1,10 +1,11 @@
 #include "platform/CoreFoundation/src/propertylist/PropertyListBuilder.h"
 
+#include "platform/CoreFoundation/src/values/CFStringObject.h"
+
 #include <CoreFoundation/CFArray.h>
 #include <CoreFoundation/CFDate.h>
 #include <CoreFoundation/CFDictionary.h>
 #include <CoreFoundation/CFNumber.h>
-#include <CoreFoundation/CFString.h>
 
 #include <new>
 
@@ -66,9 +67,7 @@ PropertyListValue PropertyListBuilder::Key(std::string_view utf8) {
     if (utf8.find('\0') != std::string_view::npos) {
         throw PropertyListFault{"a string that is not valid Unicode or has a NUL"};
     }
-    return Made(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(utf8.data()),
-                                        static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8,
-                                        false));
+    return Made(CopyUTF8String(utf8));
 }
 
 PropertyListValue PropertyListBuilder::Array(const PropertyListValues& members) {

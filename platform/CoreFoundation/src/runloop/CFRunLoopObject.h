@@ -1,9 +1,9 @@
-// The run loop's and its sources' inner state.
+// The inner state of run loops and their sources.
 //
-// Locks, in the order in which they are taken: a source's `mScheduleMutex`, a loop's `mMutex`, a
-// source's `mMutex`. Only the first is held while a callback (schedule or cancel) runs. A loop and
-// the sources in it refer to each other; invalidating the source, removing it, or the end of the
-// loop's thread undoes the circle.
+// Threads take the locks in this order: a source's `mScheduleMutex`, a loop's `mMutex`, a source's
+// `mMutex`. They hold only the first while a callback (schedule or cancel) runs. A loop and the
+// sources in it keep references to each other; invalidating the source, removing it, or the end of
+// the loop's thread breaks the circle.
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
@@ -14,9 +14,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 
-#include <array>
 #include <atomic>
-#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -24,35 +22,28 @@ struct __CFRunLoopSource final : CFRuntimeObject {
     __CFRunLoopSource(CFIndex order, const CFRunLoopSourceContext& context);
     ~__CFRunLoopSource() override;
 
-    bool Equals(const CFRuntimeObject& other) const override;
-    CFHashCode Hash() const override;
-
     bool IsValid() const;
     void Invalidate();
     void Signal() { mSignalled.store(true, std::memory_order_release); }
-    // Signals it and wakes every loop that it is in.
+    // Signals the source and wakes every loop that it is in.
     void SignalAndWake();
     bool IsSignalled() const { return mSignalled.load(std::memory_order_acquire); }
     bool TakeSignal() { return mSignalled.exchange(false, std::memory_order_acq_rel); }
 
-    struct Place {
-        CFRunLoopRef loop; // a reference is held
-        CFOwned<CFRunLoopMode> mode;
-    };
-
     const CFIndex mOrder;
-    CFRunLoopSourceContext mContext; // constant once constructed
+    CFRunLoopSourceContext mContext; // constant after construction
 
-    // Held from a change of the source's places to the end of the callback that reports it, so that
-    // schedule and cancel arrive in the order of the changes.
+    // A thread that adds or removes the source holds it until the callback that reports the change
+    // has ended, so that schedule and cancel arrive in the order of the changes.
     RecursiveMutex mScheduleMutex;
 
     mutable Mutex mMutex;
     bool mValid QUORVEL_GUARDED_BY(mMutex) = true;
-    std::vector<Place> mPlaces QUORVEL_GUARDED_BY(mMutex);
+    // The loops that it is in, each one retained and listed once for each mode.
+    std::vector<CFRunLoopRef> mLoops QUORVEL_GUARDED_BY(mMutex);
 
 private:
-    // A loop that it is in, retained; null when there is none left.
+    // Returns a loop that it is in, retained, or null if it is in none any more.
     CFRunLoopRef InvalidateAndCopyAnyLoop();
 
     std::atomic<bool> mSignalled{false};
@@ -62,14 +53,14 @@ struct __CFRunLoop final : CFRuntimeObject {
     __CFRunLoop();
     ~__CFRunLoop() override;
 
-    // Modes are strings, never null. What adds throws std::bad_alloc and has then added nothing;
-    // nothing else needs memory, so that whatever is there can be run, stopped and taken down.
+    // Modes are strings, never null and never the common modes. Only AddSource needs memory; if
+    // there is none, it throws std::bad_alloc and has added nothing. Every loop can therefore be
+    // run, stopped and taken down without memory.
     void AddSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
     void RemoveSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
-    // Out of all modes. The caller holds a reference to both.
+    // Removes the source from all modes. The caller holds a reference to both.
     void RemoveWholly(CFRunLoopSourceRef source) QUORVEL_REQUIRES(source->mScheduleMutex);
-    bool ContainsSource(CFRunLoopSourceRef source, CFRunLoopMode mode) const;
-    void AddCommonMode(CFRunLoopMode mode);
+    bool ContainsSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
     // `wasStopped` (may be null) tells whether the run was stopped, even if its result is another.
     CFRunLoopRunResult Run(CFRunLoopMode mode, CFTimeInterval seconds,
                            bool returnAfterSourceHandled, bool* wasStopped);
@@ -78,66 +69,50 @@ struct __CFRunLoop final : CFRuntimeObject {
     bool IsWaiting() const { return mWaiting.load(std::memory_order_relaxed); }
     CFRunLoopMode CopyCurrentMode() const;
 
-    // Takes every source out; the loop accepts none any more. Called as the loop's thread ends.
+    // Removes every source; the loop accepts none any more. The loop's thread calls it as it ends.
     void TearDown();
 
-    // The descriptors that the loop watches are bound to this. Its handlers run on the loop's
-    // thread whenever the loop runs, in whatever mode: they may signal sources but must not call
-    // out.
-    std::shared_ptr<boost::asio::io_context> Context() const {
-        return {mContext, &mContext->context};
-    }
+    // Returns the context of the descriptors that the loop watches. Its handlers run on the loop's
+    // thread whenever the loop runs, in any mode: they may signal sources but must not run
+    // callbacks.
+    const std::shared_ptr<boost::asio::io_context>& Context() const { return mContext; }
 
 private:
-    using SourceList = std::vector<CFRunLoopSourceRef>; // references are held; sorted by order
-
-    struct Mode {
-        CFOwned<CFRunLoopMode> name;
-        SourceList sources; // never empty
+    // A source in a mode.
+    struct Entry {
+        CFOwned<CFRunLoopSourceRef> source;
+        CFOwned<CFRunLoopMode> mode;
+        bool isDue = false; // the pass that is under way has still to perform it
     };
 
-    // A run of the loop; lies on the stack of the thread that runs it.
+    // A run of the loop. It lies on the stack of the thread that runs the loop.
     struct Activation {
         const CFRunLoopMode mode;
         Activation* outer = nullptr;
         bool stopped = false;
     };
 
-    // The handler that wakes the loop lies here and not on the heap: waking is part of taking a
-    // source out, which must not fail. There is one at most.
-    struct WakeContext {
-        alignas(std::max_align_t) std::array<std::byte, 256> handler;
-        // Set by the first of several wake-ups, cleared by the handler that it posted, so that
-        // waking a loop that does not run does not pile up handlers.
-        std::atomic<bool> posted{false};
-        boost::asio::io_context context;
-    };
-    class WakeHandler;
-
-    bool AddToMode(CFRunLoopSourceRef source, CFRunLoopMode mode)
+    // Removes the source from the mode or, if `mode` is null, from one of its modes. Returns false
+    // if it is not there.
+    bool RemoveFromOneMode(CFRunLoopSourceRef source, CFRunLoopMode mode)
         QUORVEL_REQUIRES(source->mScheduleMutex);
-    bool RemoveFromOneMode(CFRunLoopSourceRef source, CFRunLoopMode modes)
-        QUORVEL_REQUIRES(source->mScheduleMutex);
-    bool RemoveFromCommonSources(CFRunLoopSourceRef source)
-        QUORVEL_REQUIRES(source->mScheduleMutex);
-    CFRunLoopSourceRef CopyAnySource() const;
-    bool IsCommonMode(CFRunLoopMode mode) const QUORVEL_REQUIRES(mMutex);
-    bool IsAmong(CFRunLoopMode mode, CFRunLoopMode modes) const QUORVEL_REQUIRES(mMutex);
-    const Mode* FindMode(CFRunLoopMode mode) const QUORVEL_REQUIRES(mMutex);
+    // A null mode stands for any.
+    std::vector<Entry>::iterator Find(CFRunLoopSourceRef source, CFRunLoopMode mode)
+        QUORVEL_REQUIRES(mMutex);
+    CFOwned<CFRunLoopSourceRef> CopyAnySource() const;
     bool ModeIsEmpty(CFRunLoopMode mode) const;
     bool InnermostIsStopped() const;
+    // Performs each signalled source of the mode once; whether there was one.
     bool PerformSources(CFRunLoopMode mode);
-    bool PerformSource(CFRunLoopSourceRef source, CFRunLoopMode mode);
+    CFOwned<CFRunLoopSourceRef> TakeDueSource(CFRunLoopMode mode);
     void PollContext();
 
     mutable Mutex mMutex;
-    std::vector<Mode> mModes QUORVEL_GUARDED_BY(mMutex); // those with sources
-    std::vector<CFOwned<CFRunLoopMode>> mCommonModes QUORVEL_GUARDED_BY(mMutex);
-    SourceList mCommonSources QUORVEL_GUARDED_BY(mMutex);
+    std::vector<Entry> mEntries QUORVEL_GUARDED_BY(mMutex); // sorted by the sources' order
     Activation* mInnermost QUORVEL_GUARDED_BY(mMutex) QUORVEL_POINTEE_GUARDED_BY(mMutex) = nullptr;
     bool mDead QUORVEL_GUARDED_BY(mMutex) = false;
 
     std::atomic<bool> mWaiting{false};
-    const std::shared_ptr<WakeContext> mContext;
+    const std::shared_ptr<boost::asio::io_context> mContext;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> mWorkGuard;
 };

@@ -42,13 +42,6 @@ std::u16string __CFDate::Description(unsigned depth) const {
     return UTF16FromASCII(text.data());
 }
 
-CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) {
-    std::timespec now{};
-    std::timespec_get(&now, TIME_UTC);
-    return static_cast<double>(now.tv_sec) - kCFAbsoluteTimeIntervalSince1970 +
-           static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
 CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at) {
     return CFRuntimeCreate<__CFDate>(allocator, at);
 }

@@ -38,45 +38,35 @@ struct __CFDictionary final : CFRuntimeObject {
           mValueCallBacks(valueCallBacks == nullptr ? CFDictionaryValueCallBacks{}
                                                     : *valueCallBacks),
           mMap(0, KeyHash{mKeyCallBacks.hash}, KeyEqual{mKeyCallBacks.equal}) {}
-    ~__CFDictionary() override { Clear(); }
+    ~__CFDictionary() override {
+        for (const auto& [key, value] : mMap) {
+            ContainerRelease(mKeyCallBacks, key);
+            ContainerRelease(mValueCallBacks, value);
+        }
+    }
 
     bool Equals(const CFRuntimeObject& other) const override;
     CFHashCode Hash() const override { return mMap.size(); }
     std::u16string Description(unsigned depth) const override;
 
-    enum class Mode { kAdd, kReplace, kSet };
-    void Put(const void* key, const void* value, Mode mode) {
-        const auto found = mMap.find(key);
-        if (found == mMap.end()) {
-            if (mode != Mode::kReplace) {
-                // The place first: once key and value are retained nothing may fail.
-                Map::node_type node = [&] {
-                    Map place(1, mMap.hash_function(), mMap.key_eq());
-                    place.emplace(key, value);
-                    return place.extract(place.begin());
-                }();
-                mMap.reserve(mMap.size() + 1);
-                node.key() = ContainerRetain(mKeyCallBacks, key);
-                node.mapped() = ContainerRetain(mValueCallBacks, value);
-                mMap.insert(std::move(node));
-            }
-        } else if (mode != Mode::kAdd) {
+    // Adds the key with the value. If the key is there, replaces its value or leaves it.
+    void Put(const void* key, const void* value, bool replace) {
+        const auto [entry, isNew] = mMap.try_emplace(key, nullptr);
+        if (isNew) {
+            // The place is made: nothing can fail any more once key and value are retained.
+            Map::node_type node = mMap.extract(entry);
+            node.key() = ContainerRetain(mKeyCallBacks, key);
+            node.mapped() = ContainerRetain(mValueCallBacks, value);
+            mMap.insert(std::move(node));
+        } else if (replace) {
             const void* retained = ContainerRetain(mValueCallBacks, value);
-            std::swap(found->second, retained);
+            std::swap(entry->second, retained);
             ContainerRelease(mValueCallBacks, retained);
         }
     }
     void Remove(const void* key) {
         const Map::node_type node = mMap.extract(key);
         if (!node.empty()) {
-            ContainerRelease(mKeyCallBacks, node.key());
-            ContainerRelease(mValueCallBacks, node.mapped());
-        }
-    }
-    void Clear() {
-        // Out of the dictionary one by one: a release may run code that looks at it.
-        while (!mMap.empty()) {
-            const Map::node_type node = mMap.extract(mMap.begin());
             ContainerRelease(mKeyCallBacks, node.key());
             ContainerRelease(mValueCallBacks, node.mapped());
         }
@@ -102,19 +92,8 @@ const __CFDictionary* Dictionary(CFDictionaryRef reference,
     return CFRuntimeArgument<__CFDictionary>(reference, "theDict", function);
 }
 
-void PutIfMutable(CFMutableDictionaryRef reference, const void* key, const void* value,
-                  __CFDictionary::Mode mode, const char* function = __builtin_FUNCTION()) {
-    auto* dictionary = CFRuntimeMutableArgument<__CFDictionary>(reference, "theDict", function);
-    if (dictionary == nullptr) {
-        return;
-    }
-    CFRuntimeGuard(false, [&] {
-        dictionary->Put(key, value, mode);
-        return true;
-    });
-}
-
-// A new dictionary with the entries of another, null when that is none or there is no memory.
+// Returns a new dictionary with the entries of another, or null if that is not a dictionary or
+// there is no memory.
 __CFDictionary* CopyDictionary(CFAllocatorRef allocator, bool isMutable, CFDictionaryRef other,
                                const char* function = __builtin_FUNCTION()) {
     const auto* original = Dictionary(other, function);
@@ -128,7 +107,7 @@ __CFDictionary* CopyDictionary(CFAllocatorRef allocator, bool isMutable, CFDicti
             return nullptr;
         }
         for (const auto& [key, value] : original->mMap) {
-            copy->Put(key, value, __CFDictionary::Mode::kAdd);
+            copy->Put(key, value, false);
         }
         return copy.Release();
     });
@@ -155,7 +134,7 @@ std::u16string __CFDictionary::Description(unsigned depth) const {
     if (depth == 0) {
         return u"{...}";
     }
-    // In the order of the keys' texts, so that the same dictionary always reads the same.
+    // Entries are sorted by their keys' texts, so that equal dictionaries give equal texts.
     std::vector<std::pair<std::u16string, std::u16string>> entries;
     for (const auto& [key, value] : mMap) {
         entries.emplace_back(ContainerDescription(mKeyCallBacks, key, depth - 1),
@@ -186,7 +165,7 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, 
         CFOwned<CFMutableDictionaryRef> dictionary(
             CFRuntimeCreate<__CFDictionary>(allocator, false, keyCallBacks, valueCallBacks));
         for (CFIndex i = 0; dictionary && i < numValues; ++i) {
-            dictionary->Put(keys[i], values[i], __CFDictionary::Mode::kAdd);
+            dictionary->Put(keys[i], values[i], false);
         }
         return dictionary.Release();
     });
@@ -270,26 +249,14 @@ void CFDictionaryApplyFunction(CFDictionaryRef theDict, CFDictionaryApplierFunct
     }
 }
 
-void CFDictionaryAddValue(CFMutableDictionaryRef theDict, const void* key, const void* value) {
-    PutIfMutable(theDict, key, value, __CFDictionary::Mode::kAdd);
-}
-
 void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void* key, const void* value) {
-    PutIfMutable(theDict, key, value, __CFDictionary::Mode::kSet);
-}
-
-void CFDictionaryReplaceValue(CFMutableDictionaryRef theDict, const void* key, const void* value) {
-    PutIfMutable(theDict, key, value, __CFDictionary::Mode::kReplace);
+    if (auto* dictionary = CFRuntimeMutableArgument<__CFDictionary>(theDict, "theDict")) {
+        CFRuntimeGuard([&] { dictionary->Put(key, value, true); });
+    }
 }
 
 void CFDictionaryRemoveValue(CFMutableDictionaryRef theDict, const void* key) {
     if (auto* dictionary = CFRuntimeMutableArgument<__CFDictionary>(theDict, "theDict")) {
         dictionary->Remove(key);
-    }
-}
-
-void CFDictionaryRemoveAllValues(CFMutableDictionaryRef theDict) {
-    if (auto* dictionary = CFRuntimeMutableArgument<__CFDictionary>(theDict, "theDict")) {
-        dictionary->Clear();
     }
 }

@@ -52,11 +52,6 @@ CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex c
                : CFRuntimeCreate<__CFError>(allocator, domain, code, userInfo);
 }
 
-CFStringRef CFErrorGetDomain(CFErrorRef err) {
-    const auto* error = CFRuntimeArgument<__CFError>(err, "err");
-    return error == nullptr ? nullptr : error->mDomain.Get();
-}
-
 CFIndex CFErrorGetCode(CFErrorRef err) {
     const auto* error = CFRuntimeArgument<__CFError>(err, "err");
     return error == nullptr ? 0 : error->mCode;

@@ -4,12 +4,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <vector>
 
 namespace {
 
-// Takes the byte order mark off, which only marks bytes as UTF-8 here.
+// Takes off the byte order mark, which only marks bytes as UTF-8 here.
 std::string_view WithoutMark(std::string_view bytes) {
     constexpr std::string_view kMark = "\xEF\xBB\xBF";
     return bytes.substr(bytes.substr(0, kMark.size()) == kMark ? kMark.size() : 0);
@@ -22,6 +21,14 @@ CFStringRef MakeDecoded(CFAllocatorRef allocator, std::string_view bytes,
         return AppendDecoded(bytes, encoding, text) ? CFRuntimeCreate<__CFString>(allocator, text)
                                                     : nullptr;
     });
+}
+
+// Whether the range lies within `size`.
+bool RangeIsWithin(CFRange range, std::size_t size) {
+    return range.location >= 0 && range.length >= 0 &&
+           static_cast<std::size_t>(range.location) <= size &&
+           static_cast<std::size_t>(range.length) <=
+               size - static_cast<std::size_t>(range.location);
 }
 
 CFStringRef MakeString(CFAllocatorRef allocator, const std::u16string& text) {
@@ -82,11 +89,8 @@ std::optional<std::string> UTF8OfString(CFTypeRef string) {
     return bytes;
 }
 
-bool RangeIsWithin(CFRange range, std::size_t size) {
-    return range.location >= 0 && range.length >= 0 &&
-           static_cast<std::size_t>(range.location) <= size &&
-           static_cast<std::size_t>(range.length) <=
-               size - static_cast<std::size_t>(range.location);
+CFStringRef CopyUTF8String(std::string_view text) {
+    return MakeDecoded(nullptr, text, kCFStringEncodingUTF8);
 }
 
 CFTypeID CFStringGetTypeID(void) {
@@ -113,16 +117,6 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8* bytes, CF
     return MakeDecoded(alloc, view, encoding);
 }
 
-CFStringRef CFStringCreateWithCharacters(CFAllocatorRef alloc, const UniChar* chars,
-                                         CFIndex numChars) {
-    if (numChars < 0 || (chars == nullptr && numChars != 0)) {
-        return nullptr;
-    }
-    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
-        return MakeString(alloc, std::u16string(chars, chars + numChars));
-    });
-}
-
 CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString) {
     const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || !CFRuntimeCanAllocate(alloc)) {
@@ -130,17 +124,6 @@ CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString) {
     }
     string->Retain();
     return string;
-}
-
-CFStringRef CFStringCreateWithSubstring(CFAllocatorRef alloc, CFStringRef str, CFRange range) {
-    const auto* string = CFRuntimeArgument<__CFString>(str, "str");
-    if (string == nullptr || !RangeIsWithin(range, string->Size())) {
-        return nullptr;
-    }
-    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
-        return MakeString(alloc, string->Text().substr(static_cast<std::size_t>(range.location),
-                                                       static_cast<std::size_t>(range.length)));
-    });
 }
 
 CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFDictionaryRef formatOptions,
@@ -184,16 +167,6 @@ UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx) {
     return static_cast<UniChar>(string->AtOrNothing(static_cast<std::size_t>(idx)));
 }
 
-void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer) {
-    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
-    if (string == nullptr || buffer == nullptr || !RangeIsWithin(range, string->Size())) {
-        return;
-    }
-    for (CFIndex i = 0; i < range.length; ++i) {
-        buffer[i] = static_cast<UniChar>(string->At(static_cast<std::size_t>(range.location + i)));
-    }
-}
-
 Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize,
                            CFStringEncoding encoding) {
     if (buffer == nullptr || bufferSize <= 0) {
@@ -219,15 +192,6 @@ Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSi
     }
     buffer[used] = '\0';
     return true;
-}
-
-const char* CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding) {
-    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
-    if (string == nullptr || !StringEncodingIsKnown(encoding)) {
-        return nullptr;
-    }
-    const std::string* text = string->ASCII();
-    return text == nullptr || text->find('\0') != std::string::npos ? nullptr : text->c_str();
 }
 
 CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding,
@@ -270,15 +234,6 @@ CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding 
     return static_cast<CFIndex>(position - begin);
 }
 
-CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding) {
-    if (length < 0 || !StringEncodingIsKnown(encoding)) {
-        return kCFNotFound;
-    }
-    // A unit takes at most three bytes of UTF-8; four are for characters of two units.
-    const CFIndex perUnit = encoding == kCFStringEncodingUTF8 ? 3 : 1;
-    return length > std::numeric_limits<CFIndex>::max() / perUnit ? kCFNotFound : length * perUnit;
-}
-
 CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFStringRef theString,
                                                   CFStringRef separatorString) {
     const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
@@ -307,27 +262,5 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFString
         }
         return CFArrayCreate(alloc, values.data(), static_cast<CFIndex>(values.size()),
                              &kCFTypeArrayCallBacks);
-    });
-}
-
-CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef alloc, CFArrayRef theArray,
-                                             CFStringRef separatorString) {
-    const auto* separator = CFRuntimeArgument<__CFString>(separatorString, "separatorString");
-    if (!CFRuntimeIsArgument(theArray, kCFRuntimeArrayType, "theArray") || separator == nullptr) {
-        return nullptr;
-    }
-    return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
-        std::u16string text;
-        for (CFIndex i = 0; i < CFArrayGetCount(theArray); ++i) {
-            const auto* part = CFRuntimeCast<__CFString>(CFArrayGetValueAtIndex(theArray, i));
-            if (part == nullptr) {
-                return nullptr;
-            }
-            if (i != 0) {
-                text += separator->Text();
-            }
-            text += part->Text();
-        }
-        return MakeString(alloc, text);
     });
 }

@@ -1,4 +1,5 @@
-// Strings: one byte per character as long as all are ASCII, which nearly all are, else UTF-16.
+// A string keeps one byte per character if all of its characters are ASCII, as in nearly all
+// strings, and UTF-16 otherwise.
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
@@ -21,23 +22,25 @@ struct __CFString final : CFRuntimeObject {
     char16_t At(std::size_t index) const {
         return mWide.empty() ? static_cast<char16_t>(mNarrow[index]) : mWide[index];
     }
-    // 0 one beyond the end, so that a character of two units can be looked for anywhere.
+    // Returns 0 beyond the end, so that a caller can look for a character of two units anywhere.
     char16_t AtOrNothing(std::size_t index) const { return index < Size() ? At(index) : u'\0'; }
 
     std::u16string Text() const;
-    // The text if it is all ASCII, else null.
+    // Returns the text if it is all ASCII, else null.
     const std::string* ASCII() const { return mWide.empty() ? &mNarrow : nullptr; }
 
 private:
     void Assign(std::u16string_view text);
 
-    // One of the two is empty.
+    // One of these two is empty.
     std::string mNarrow;
     std::u16string mWide;
 };
 
-// The text in UTF-8; nothing when it is not a string or has a surrogate without its other half.
+// Returns the text in UTF-8, or nothing if the object is not a string or if the text has a
+// surrogate without its other half.
 std::optional<std::string> UTF8OfString(CFTypeRef string);
 
-// The location and length of a range as far as it lies within `size`; false when it does not.
-bool RangeIsWithin(CFRange range, std::size_t size);
+// Makes a string of a text in UTF-8, or null if it is not UTF-8 or there is no memory. The caller
+// owns the result.
+CFStringRef CopyUTF8String(std::string_view text);

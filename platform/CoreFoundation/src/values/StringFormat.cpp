@@ -11,13 +11,14 @@
 #include <cstring>
 #include <new>
 #include <optional>
+#include <type_traits>
 
 namespace {
 
 // Widths and precisions beyond this are refused, so that a format cannot ask for gigabytes.
 constexpr int kLargestWidth = 1 << 20;
 
-// What stands between "%" and the conversion's letter.
+// A conversion: its letter, and what stands between the "%" and the letter.
 struct Conversion {
     std::string flags;
     std::optional<int> width;
@@ -25,7 +26,7 @@ struct Conversion {
     std::string size; // hh h l ll q j z t L
     char16_t letter = 0;
 
-    // For snprintf, with width and precision written out.
+    // Returns the conversion as snprintf knows it, with width and precision written out.
     std::string Specification(const char* printedSize) const {
         std::string result = "%" + flags;
         if (width) {
@@ -40,7 +41,8 @@ struct Conversion {
     }
 };
 
-// Hands out the arguments. A class, since a va_list cannot be passed on by reference everywhere.
+// Hands out the arguments one by one. It is a class because some platforms cannot pass a va_list on
+// by reference.
 class Arguments {
 public:
     explicit Arguments(va_list arguments) { va_copy(mArguments, arguments); }
@@ -57,7 +59,7 @@ private:
     va_list mArguments;
 };
 
-// Reads formats from front to end.
+// Reads a format from front to end.
 class Reader {
 public:
     explicit Reader(std::u16string_view format) : mFormat(format) {}
@@ -76,7 +78,7 @@ public:
         return true;
     }
 
-    // False when the conversion is cut off, malformed or beyond the limits.
+    // Returns false if the conversion is cut off, malformed or beyond the limits.
     bool TakeConversion(Arguments& arguments, Conversion& conversion) {
         constexpr std::u16string_view kFlags = u"-+ #0'";
         while (!mFormat.empty() && kFlags.find(mFormat.front()) != std::u16string_view::npos) {
@@ -110,7 +112,7 @@ public:
     }
 
 private:
-    // A number, "*" for the next argument, or nothing.
+    // Reads a number, "*" for the next argument, or nothing.
     bool TakeNumber(Arguments& arguments, std::optional<int>& number) {
         if (TakeIf(u'*')) {
             number = arguments.Next<int>();
@@ -135,7 +137,7 @@ void AppendNumber(const Conversion& conversion, const char* size, T value, std::
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int length = std::snprintf(nullptr, 0, specification.c_str(), value);
     if (length < 0) {
-        throw std::bad_alloc(); // it needs memory of its own for wide numbers
+        throw std::bad_alloc(); // snprintf needs memory of its own for wide numbers
     }
     std::string printed(static_cast<std::size_t>(length) + 1, '\0');
     if (std::snprintf(printed.data(), printed.size(), specification.c_str(), value) != length) {
@@ -146,59 +148,35 @@ void AppendNumber(const Conversion& conversion, const char* size, T value, std::
 #pragma GCC diagnostic pop
 }
 
-// Pads to the width. The precision has been applied.
+// Appends text, padded to the width. The caller has applied the precision.
 void AppendPadded(const Conversion& conversion, std::u16string_view printed, std::u16string& text) {
     const auto width = static_cast<std::size_t>(conversion.width.value_or(0));
     const std::size_t padding = width > printed.size() ? width - printed.size() : 0;
     const bool left = conversion.flags.find('-') != std::string::npos;
-    if (!left) {
-        text.append(padding, u' ');
-    }
+    text.append(left ? 0 : padding, u' ');
     text += printed;
-    if (left) {
-        text.append(padding, u' ');
-    }
+    text.append(left ? padding : 0, u' ');
 }
 
-bool AppendSigned(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
-    std::intmax_t value = 0;
+// Takes an integer of the conversion's size and appends it; false if the size is not known.
+// `Signed` is std::make_signed_t or std::make_unsigned_t.
+template <template <typename> typename Signed>
+bool AppendInteger(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
+    Signed<std::intmax_t> value = 0;
     if (conversion.size.empty()) {
-        value = arguments.Next<int>();
+        value = arguments.Next<Signed<int>>();
     } else if (conversion.size == "hh") {
-        value = static_cast<signed char>(arguments.Next<int>());
+        value = static_cast<Signed<char>>(arguments.Next<int>());
     } else if (conversion.size == "h") {
-        value = static_cast<short>(arguments.Next<int>());
+        value = static_cast<Signed<short>>(arguments.Next<int>());
     } else if (conversion.size == "l") {
-        value = arguments.Next<long>();
+        value = arguments.Next<Signed<long>>();
     } else if (conversion.size == "ll" || conversion.size == "q") {
-        value = arguments.Next<long long>();
+        value = arguments.Next<Signed<long long>>();
     } else if (conversion.size == "j") {
-        value = arguments.Next<std::intmax_t>();
+        value = arguments.Next<Signed<std::intmax_t>>();
     } else if (conversion.size == "z" || conversion.size == "t") {
-        value = arguments.Next<std::ptrdiff_t>();
-    } else {
-        return false;
-    }
-    AppendNumber(conversion, "j", value, text);
-    return true;
-}
-
-bool AppendUnsigned(const Conversion& conversion, Arguments& arguments, std::u16string& text) {
-    std::uintmax_t value = 0;
-    if (conversion.size.empty()) {
-        value = arguments.Next<unsigned int>();
-    } else if (conversion.size == "hh") {
-        value = static_cast<unsigned char>(arguments.Next<int>());
-    } else if (conversion.size == "h") {
-        value = static_cast<unsigned short>(arguments.Next<int>());
-    } else if (conversion.size == "l") {
-        value = arguments.Next<unsigned long>();
-    } else if (conversion.size == "ll" || conversion.size == "q") {
-        value = arguments.Next<unsigned long long>();
-    } else if (conversion.size == "j") {
-        value = arguments.Next<std::uintmax_t>();
-    } else if (conversion.size == "z" || conversion.size == "t") {
-        value = arguments.Next<std::size_t>();
+        value = arguments.Next<Signed<std::ptrdiff_t>>();
     } else {
         return false;
     }
@@ -248,12 +226,12 @@ bool AppendConversion(const Conversion& conversion, Arguments& arguments, std::u
     switch (conversion.letter) {
     case u'd':
     case u'i':
-        return AppendSigned(conversion, arguments, text);
+        return AppendInteger<std::make_signed_t>(conversion, arguments, text);
     case u'u':
     case u'x':
     case u'X':
     case u'o':
-        return AppendUnsigned(conversion, arguments, text);
+        return AppendInteger<std::make_unsigned_t>(conversion, arguments, text);
     case u'a':
     case u'A':
     case u'e':

@@ -92,13 +92,6 @@ TEST(CFBase, CountsNoConstants) {
     EXPECT_EQ(CFRuntimeHostLiveObjectCount(0), all);
 }
 
-TEST(CFBase, NamesTypes) {
-    EXPECT_EQ(Read(CFCopyTypeIDDescription(CFStringGetTypeID())), "CFString");
-    EXPECT_EQ(Read(CFCopyTypeIDDescription(CFUUIDGetTypeID())), "CFUUID");
-    EXPECT_EQ(CFCopyTypeIDDescription(0), nullptr);
-    EXPECT_EQ(CFCopyTypeIDDescription(1000), nullptr);
-}
-
 TEST(CFBase, MakesNothingWithTheNullAllocatorOrWhatIsNone) {
     for (const auto* allocator : {kCFAllocatorNull, reinterpret_cast<CFAllocatorRef>(CFSTR("x"))}) {
         EXPECT_EQ(CFStringCreateWithCString(allocator, "x", kCFStringEncodingASCII), nullptr);
@@ -106,8 +99,9 @@ TEST(CFBase, MakesNothingWithTheNullAllocatorOrWhatIsNone) {
         EXPECT_EQ(CFDataCreate(allocator, nullptr, 0), nullptr);
         EXPECT_EQ(CFArrayCreate(allocator, nullptr, 0, nullptr), nullptr);
         EXPECT_EQ(CFDictionaryCreateMutable(allocator, 0, nullptr, nullptr), nullptr);
-        EXPECT_EQ(CFUUIDCreate(allocator), nullptr);
-        EXPECT_EQ(CFURLCreateWithFileSystemPath(allocator, CFSTR("/x"), 0, false), nullptr);
+        EXPECT_EQ(CFUUIDCreateFromUUIDBytes(allocator, CFUUIDBytes{}), nullptr);
+        const UInt8 path[] = {'/'};
+        EXPECT_EQ(CFURLCreateFromFileSystemRepresentation(allocator, path, 1, true), nullptr);
     }
 }
 
@@ -117,7 +111,6 @@ TEST(CFBase, MakesObjectsWithEveryOtherAllocator) {
         EXPECT_EQ(ReadOwned(CFStringCreateWithCString(allocator, "x", kCFStringEncodingASCII)),
                   "x");
     }
-    EXPECT_EQ(CFGetTypeID(CFAllocatorGetDefault()), CFAllocatorGetTypeID());
 }
 
 TEST(CFBase, ComparesAndDescribesContainersWithoutEnd) {
@@ -130,18 +123,16 @@ TEST(CFBase, ComparesAndDescribesContainersWithoutEnd) {
     const std::string text = ReadOwned(CFCopyDescription(first.Get()));
     EXPECT_EQ(text.substr(0, 4), "((((");
     EXPECT_NE(text.find("(...)"), std::string::npos);
-    CFArrayRemoveAllValues(first.Get());
-    CFArrayRemoveAllValues(second.Get());
+    CFArrayRemoveValueAtIndex(first.Get(), 0);
+    CFArrayRemoveValueAtIndex(second.Get(), 0);
 }
 
 TEST(CFBase, AnswersValuesOfTheWrongType) {
-    const auto uuid = CFOwned<CFUUIDRef>(CFUUIDCreate(nullptr));
-    for (const CFTypeRef wrong : {CFTypeRef{}, CFTypeRef{kCFBooleanTrue}, CFTypeRef{uuid.Get()}}) {
+    for (const CFTypeRef wrong : {CFTypeRef{}, CFTypeRef{kCFBooleanTrue}, CFTypeRef{ZeroUuid()}}) {
         const auto* string = static_cast<CFStringRef>(wrong);
         char buffer[8] = "unset";
         EXPECT_FALSE(CFStringGetCString(string, buffer, sizeof(buffer), kCFStringEncodingASCII));
         EXPECT_STREQ(buffer, "");
-        EXPECT_EQ(CFStringGetCStringPtr(string, kCFStringEncodingASCII), nullptr);
         EXPECT_EQ(CFStringGetLength(string), 0);
         EXPECT_EQ(CFStringGetCharacterAtIndex(string, 0), 0);
         EXPECT_EQ(CFStringGetIntValue(string), 0);
@@ -149,19 +140,13 @@ TEST(CFBase, AnswersValuesOfTheWrongType) {
         EXPECT_EQ(CFStringCreateWithFormat(nullptr, nullptr, string), nullptr);
         EXPECT_EQ(CFStringCreateArrayBySeparatingStrings(nullptr, string, CFSTR("-")), nullptr);
         EXPECT_EQ(CFStringCreateArrayBySeparatingStrings(nullptr, CFSTR("-"), string), nullptr);
-        EXPECT_EQ(CFStringCreateByCombiningStrings(nullptr, nullptr, string), nullptr);
-        EXPECT_FALSE(CFStringHasPrefix(string, CFSTR("")));
-        EXPECT_FALSE(CFStringHasSuffix(CFSTR(""), string));
         EXPECT_EQ(CFUUIDCreateFromString(nullptr, string), nullptr);
-        EXPECT_EQ(CFURLCreateWithFileSystemPath(nullptr, string, 0, false), nullptr);
         EXPECT_EQ(CFErrorCreate(nullptr, string, 0, nullptr), nullptr);
 
         const auto* array = static_cast<CFArrayRef>(wrong);
         EXPECT_EQ(CFArrayGetCount(array), 0);
         EXPECT_EQ(CFArrayGetValueAtIndex(array, 0), nullptr);
-        EXPECT_EQ(CFArrayCreateCopy(nullptr, array), nullptr);
         EXPECT_EQ(CFArrayCreateMutableCopy(nullptr, 0, array), nullptr);
-        EXPECT_EQ(CFArrayGetFirstIndexOfValue(array, CFRangeMake(0, 0), wrong), kCFNotFound);
         CFArrayAppendValue(const_cast<CFMutableArrayRef>(array), wrong);
 
         const auto* dictionary = static_cast<CFDictionaryRef>(wrong);
@@ -180,11 +165,10 @@ TEST(CFBase, AnswersValuesOfTheWrongType) {
         SInt32 value = 7;
         EXPECT_FALSE(CFNumberGetValue(number, kCFNumberSInt32Type, &value));
         EXPECT_EQ(value, 7);
-        EXPECT_EQ(CFNumberGetType(number), 0);
+        EXPECT_FALSE(CFNumberIsFloatType(number));
 
         UInt8 path[8];
         EXPECT_FALSE(CFURLGetFileSystemRepresentation(static_cast<CFURLRef>(wrong), true, path, 8));
-        EXPECT_EQ(CFURLGetString(static_cast<CFURLRef>(wrong)), nullptr);
         EXPECT_EQ(CFDateGetAbsoluteTime(static_cast<CFDateRef>(wrong)), 0);
     }
     EXPECT_FALSE(CFBooleanGetValue(static_cast<CFBooleanRef>(CFTypeRef{CFSTR("true")})));

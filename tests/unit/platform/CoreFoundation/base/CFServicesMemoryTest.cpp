@@ -117,21 +117,6 @@ protected:
 
 TEST_F(CFMemoryOfPreferences, AreReadWholeOrNot) {
     FailEachAllocation([] { return IsEverything(Copy(CFSTR("everything"))); });
-    const void* keys[] = {CFSTR("everything"), CFSTR("nothing")};
-    const CFOwned<CFArrayRef> both(CFArrayCreate(nullptr, keys, 2, &kCFTypeArrayCallBacks));
-    for (CFArrayRef wanted : {both.Get(), CFArrayRef{}}) {
-        FailEachAllocation([&] {
-            const CFOwned<CFDictionaryRef> values(
-                CFPreferencesCopyMultiple(wanted, CFSTR("com.quorvel.Test"), kCFPreferencesAnyUser,
-                                          kCFPreferencesCurrentHost));
-            EXPECT_TRUE(!values || CFDictionaryGetCount(values.Get()) == 1);
-            return static_cast<bool>(values);
-        });
-    }
-    FailEachAllocation([] {
-        return Made(CFPreferencesCopyKeyList(CFSTR("com.quorvel.Test"), kCFPreferencesAnyUser,
-                                             kCFPreferencesCurrentHost));
-    });
     FailEachAllocation([] {
         CFErrorRef error = nullptr;
         const CFOwned<CFDictionaryRef> file(CopyFile(&error));

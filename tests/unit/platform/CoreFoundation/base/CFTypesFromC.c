@@ -20,7 +20,7 @@ int CFTypesAreUsableFromC(void) {
     if (CFArrayGetCount(array) != 2 || CFArrayGetValueAtIndex(array, 1) != kCFBooleanTrue) {
         return 2;
     }
-    if (CFArrayGetFirstIndexOfValue(array, CFRangeMake(0, 2), CFSTR("Port 3 of 8")) != 0) {
+    if (!CFEqual(CFArrayGetValueAtIndex(array, 0), CFSTR("Port 3 of 8"))) {
         return 3;
     }
     CFRelease(array);

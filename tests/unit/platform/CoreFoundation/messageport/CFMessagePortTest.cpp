@@ -244,10 +244,6 @@ TEST_F(CFMessagePortTest, AnswersARequest) {
     const ServedPort local(CFSTR("a port"));
     const Port remote = MakeRemote(CFSTR("a port"));
     ASSERT_TRUE(remote);
-    EXPECT_TRUE(CFMessagePortIsRemote(remote.Get()));
-    EXPECT_FALSE(CFMessagePortIsRemote(local.Get()));
-    EXPECT_TRUE(CFEqual(CFMessagePortGetName(remote.Get()), CFSTR("a port")));
-    EXPECT_TRUE(CFEqual(CFMessagePortGetName(local.Get()), CFSTR("a port")));
     EXPECT_EQ(CFGetTypeID(remote.Get()), CFMessagePortGetTypeID());
     for (const SInt32 msgid : {1, 0, -2, INT32_MAX, INT32_MIN}) {
         const Answer answer = Ask(remote.Get(), msgid, {7, 8});
@@ -314,20 +310,16 @@ TEST_F(CFMessagePortTest, RemoteBecomesInvalidForGoodWhenItsProcessDies) {
     const Port remote = MakeRemote(CFSTR("mortal"));
     ASSERT_TRUE(remote);
     EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortSuccess);
-    static std::atomic<int> reported{0};
-    CFMessagePortSetInvalidationCallBack(remote.Get(), [](CFMessagePortRef, void*) { ++reported; });
     EXPECT_TRUE(CFMessagePortIsValid(remote.Get()));
     first.Kill();
     // The dead process has left its socket behind: nobody can be reached through it, and the name
     // can be taken.
     EXPECT_EQ(MakeRemote(CFSTR("mortal")).Get(), nullptr);
     EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
-    EXPECT_EQ(reported, 1);
     ASSERT_EQ(write(again[1], "a", 1), 1);
     AwaitByte(ready[0]);
     EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortIsInvalid);
     EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
-    EXPECT_EQ(reported, 1);
     const Port successor = MakeRemote(CFSTR("mortal"));
     ASSERT_TRUE(successor);
     EXPECT_EQ(Ask(successor.Get(), 2).result, kCFMessagePortSuccess);
@@ -1304,25 +1296,6 @@ TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledInTheMiddleOf
     }
 }
 
-TEST_F(CFMessagePortTest, ReportsItsEndOnceToTheInvalidationCallback) {
-    static std::atomic<int> reported{0};
-    const auto callBack = [](CFMessagePortRef port, void* info) {
-        EXPECT_FALSE(CFMessagePortIsValid(port));
-        reported += info == nullptr ? 100 : 1;
-    };
-    const LocalPort local(CFSTR("reported"), Echo);
-    EXPECT_EQ(CFMessagePortGetInvalidationCallBack(local.Get()), nullptr);
-    CFMessagePortSetInvalidationCallBack(local.Get(), callBack);
-    EXPECT_EQ(CFMessagePortGetInvalidationCallBack(local.Get()),
-              static_cast<CFMessagePortInvalidationCallBack>(callBack));
-    CFMessagePortInvalidate(local.Get());
-    CFMessagePortInvalidate(local.Get());
-    EXPECT_EQ(reported, 1);
-    // One that comes too late is told at once.
-    CFMessagePortSetInvalidationCallBack(local.Get(), callBack);
-    EXPECT_EQ(reported, 101);
-}
-
 TEST_F(CFMessagePortTest, GivesTheSameSourceWhileItLivesAndNoneOnceInvalid) {
     const auto callOut = [](CFMessagePortRef, SInt32, CFDataRef, void*) -> CFDataRef {
         return nullptr;
@@ -1333,7 +1306,6 @@ TEST_F(CFMessagePortTest, GivesTheSameSourceWhileItLivesAndNoneOnceInvalid) {
     const CFRunLoopSourceRef known = first.Get();
     const Source second(CFMessagePortCreateRunLoopSource(nullptr, local.Get(), 3));
     EXPECT_EQ(second.Get(), known);
-    EXPECT_EQ(CFRunLoopSourceGetOrder(known), 3);
     EXPECT_EQ(CFGetRetainCount(local.Get()), 2);
     const Port remote = MakeRemote(CFSTR("sources"));
     EXPECT_EQ(CFMessagePortCreateRunLoopSource(nullptr, remote.Get(), 0), nullptr);
@@ -1432,11 +1404,7 @@ TEST_F(CFMessagePortTest, AnswersWrongTypesAndNull) {
         const_cast<void*>(static_cast<const void*>(CFSTR("no port"))));
     for (const CFMessagePortRef port : {wrong, CFMessagePortRef{}}) {
         EXPECT_FALSE(CFMessagePortIsValid(port));
-        EXPECT_FALSE(CFMessagePortIsRemote(port));
-        EXPECT_EQ(CFMessagePortGetName(port), nullptr);
-        EXPECT_EQ(CFMessagePortGetInvalidationCallBack(port), nullptr);
         EXPECT_EQ(CFMessagePortCreateRunLoopSource(nullptr, port, 0), nullptr);
-        CFMessagePortSetInvalidationCallBack(port, nullptr);
         CFMessagePortInvalidate(port);
         EXPECT_EQ(Ask(port, 1).result, kCFMessagePortIsInvalid);
     }

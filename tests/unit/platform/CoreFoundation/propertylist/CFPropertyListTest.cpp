@@ -236,7 +236,7 @@ TEST(CFPropertyList, KeepsTheEdgesOfNumbersAndDates) {
 TEST(CFPropertyList, RefusesToWriteWhatIsNoPropertyList) {
     const auto holder = Array();
     const auto refuses = [&](CFTypeRef value) {
-        CFArrayRemoveAllValues(holder.Get());
+        CFArrayRemoveValueAtIndex(holder.Get(), 0);
         CFArrayAppendValue(holder.Get(), value);
         for (const CFPropertyListFormat format : kFormats) {
             EXPECT_EQ(Write(holder.Get(), format), "");
@@ -245,10 +245,10 @@ TEST(CFPropertyList, RefusesToWriteWhatIsNoPropertyList) {
         EXPECT_EQ(CFPropertyListCreateDeepCopy(nullptr, holder.Get(), 0), nullptr);
     };
     refuses(nullptr);
-    refuses(CFOwned<CFUUIDRef>(CFUUIDCreate(nullptr)).Get());
+    refuses(ZeroUuid());
     refuses(Text(std::string("a\0b", 3)).Get());
-    const UniChar half = 0xDC00;
-    refuses(CFOwned<CFStringRef>(CFStringCreateWithCharacters(nullptr, &half, 1)).Get());
+    refuses(CFOwned<CFStringRef>(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%C"), 0xD83D))
+                .Get());
     for (const double at : {1e12, -63113904001.0, 252423993600.0, std::nan("")}) {
         refuses(CFOwned<CFDateRef>(CFDateCreate(nullptr, at)).Get());
     }
@@ -256,7 +256,7 @@ TEST(CFPropertyList, RefusesToWriteWhatIsNoPropertyList) {
     CFDictionarySetValue(wrongKey.Get(), Integer(1).Get(), CFSTR("x"));
     refuses(wrongKey.Get());
     refuses(holder.Get()); // an array within itself
-    CFArrayRemoveAllValues(holder.Get());
+    CFArrayRemoveValueAtIndex(holder.Get(), 0);
     EXPECT_FALSE(CFPropertyListIsValid(nullptr, kCFPropertyListXMLFormat_v1_0));
     EXPECT_FALSE(CFPropertyListIsValid(CFSTR("x"), 1));
     EXPECT_EQ(Write(CFSTR("x"), 1), "");

@@ -10,10 +10,6 @@
 
 namespace {
 
-CFRange All(CFArrayRef array) {
-    return CFRangeMake(0, CFArrayGetCount(array));
-}
-
 std::vector<std::string> Contents(CFArrayRef array) {
     std::vector<std::string> result;
     for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
@@ -52,22 +48,15 @@ TEST(CFArray, Changes) {
     {
         const auto array = Array();
         CFArrayAppendValue(array.Get(), Text("b").Get());
-        CFArrayInsertValueAtIndex(array.Get(), 0, Text("a").Get());
-        CFArraySetValueAtIndex(array.Get(), 2, Text("c").Get());
-        CFArraySetValueAtIndex(array.Get(), 1, Text("B").Get());
-        CFArrayInsertValueAtIndex(array.Get(), 4, CFSTR("outside"));
+        CFArraySetValueAtIndex(array.Get(), 1, Text("c").Get());
+        CFArraySetValueAtIndex(array.Get(), 0, Text("B").Get());
+        CFArraySetValueAtIndex(array.Get(), 3, CFSTR("outside"));
         CFArraySetValueAtIndex(array.Get(), -1, CFSTR("outside"));
-        CFArrayRemoveValueAtIndex(array.Get(), 3);
-        EXPECT_EQ(Contents(array.Get()), (Texts{"a", "B", "c"}));
-        CFArrayAppendArray(array.Get(), array.Get(), CFRangeMake(0, 2));
-        EXPECT_EQ(Contents(array.Get()), (Texts{"a", "B", "c", "a", "B"}));
+        CFArrayRemoveValueAtIndex(array.Get(), 2);
+        CFArrayRemoveValueAtIndex(array.Get(), -1);
+        EXPECT_EQ(Contents(array.Get()), (Texts{"B", "c"}));
         CFArrayRemoveValueAtIndex(array.Get(), 0);
-        EXPECT_EQ(Contents(array.Get()), (Texts{"B", "c", "a", "B"}));
-        EXPECT_EQ(CFArrayGetCountOfValue(array.Get(), All(array.Get()), CFSTR("B")), 2);
-        EXPECT_EQ(CFArrayGetFirstIndexOfValue(array.Get(), CFRangeMake(1, 3), CFSTR("B")), 3);
-        EXPECT_FALSE(CFArrayContainsValue(array.Get(), CFRangeMake(0, 5), CFSTR("B")));
-        CFArrayRemoveAllValues(array.Get());
-        EXPECT_EQ(CFArrayGetCount(array.Get()), 0);
+        EXPECT_EQ(Contents(array.Get()), (Texts{"c"}));
     }
     EXPECT_EQ(CFRuntimeHostLiveObjectCount(0), before);
 }
@@ -78,7 +67,7 @@ TEST(CFArray, DoesNotChangeWhenImmutable) {
     auto* cast = const_cast<CFMutableArrayRef>(array.Get());
     CFArrayAppendValue(cast, CFSTR("b"));
     CFArraySetValueAtIndex(cast, 0, CFSTR("b"));
-    CFArrayRemoveAllValues(cast);
+    CFArrayRemoveValueAtIndex(cast, 0);
     EXPECT_EQ(Contents(array.Get()), Texts{"a"});
     const CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, array.Get()));
     EXPECT_TRUE(CFEqual(copy.Get(), array.Get()));
@@ -91,16 +80,10 @@ TEST(CFArray, KeepsPlainPointersWithoutCallBacks) {
     const void* values[] = {&numbers[0], &numbers[1], nullptr};
     const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, values, 3, nullptr));
     EXPECT_EQ(CFArrayGetValueAtIndex(array.Get(), 1), &numbers[1]);
-    EXPECT_TRUE(CFArrayContainsValue(array.Get(), CFRangeMake(0, 3), &numbers[0]));
-    const void* got[3] = {};
-    CFArrayGetValues(array.Get(), CFRangeMake(1, 2), got);
-    EXPECT_EQ(got[0], &numbers[1]);
-    EXPECT_EQ(got[1], nullptr);
-    int visits = 0;
-    CFArrayApplyFunction(
-        array.Get(), CFRangeMake(0, 3),
-        [](const void*, void* context) { ++*static_cast<int*>(context); }, &visits);
-    EXPECT_EQ(visits, 3);
+    EXPECT_EQ(CFArrayGetValueAtIndex(array.Get(), 2), nullptr);
+    EXPECT_EQ(CFArrayGetCount(array.Get()), 3);
+    const CFOwned<CFArrayRef> same(CFArrayCreate(nullptr, values, 3, nullptr));
+    EXPECT_TRUE(CFEqual(array.Get(), same.Get()));
 }
 
 TEST(CFArray, CallsItsOwnersCallBacks) {
@@ -121,10 +104,12 @@ TEST(CFArray, CallsItsOwnersCallBacks) {
         const CFOwned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &callBacks));
         CFArrayAppendValue(array.Get(), &number);
         CFArraySetValueAtIndex(array.Get(), 0, &number);
-        EXPECT_TRUE(CFArrayContainsValue(array.Get(), CFRangeMake(0, 1), &same));
+        const void* values[] = {&same};
+        const CFOwned<CFArrayRef> other(CFArrayCreate(nullptr, values, 1, &callBacks));
+        EXPECT_TRUE(CFEqual(array.Get(), other.Get()));
     }
-    EXPECT_EQ(retained, 2);
-    EXPECT_EQ(released, 2);
+    EXPECT_EQ(retained, 3);
+    EXPECT_EQ(released, 3);
 }
 
 TEST(CFDictionary, FindsEqualKeys) {
@@ -136,10 +121,8 @@ TEST(CFDictionary, FindsEqualKeys) {
         EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), CFSTR("midi ports")), nullptr);
         EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), kCFBooleanTrue), nullptr);
         EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), nullptr), nullptr);
-        CFDictionaryAddValue(dictionary.Get(), CFSTR("MIDI Ports"), CFSTR("not this"));
-        CFDictionaryReplaceValue(dictionary.Get(), CFSTR("other"), CFSTR("not this"));
+        CFDictionarySetValue(dictionary.Get(), CFSTR("MIDI Ports"), Text("1-4").Get());
         EXPECT_EQ(CFDictionaryGetCount(dictionary.Get()), 1);
-        CFDictionaryReplaceValue(dictionary.Get(), CFSTR("MIDI Ports"), Text("1-4").Get());
         EXPECT_EQ(Read(CFDictionaryGetValue(dictionary.Get(), CFSTR("MIDI Ports"))), "1-4");
         CFDictionaryRemoveValue(dictionary.Get(), CFSTR("MIDI Ports"));
         CFDictionaryRemoveValue(dictionary.Get(), CFSTR("MIDI Ports"));
@@ -167,7 +150,6 @@ TEST(CFDictionary, DoesNotChangeWhenImmutable) {
     auto* cast = const_cast<CFMutableDictionaryRef>(dictionary.Get());
     CFDictionarySetValue(cast, CFSTR("b"), CFSTR("b"));
     CFDictionaryRemoveValue(cast, CFSTR("a"));
-    CFDictionaryRemoveAllValues(cast);
     EXPECT_EQ(CFDictionaryGetCount(dictionary.Get()), 1);
     EXPECT_EQ(CFDictionaryCreate(nullptr, nullptr, values, 1, nullptr, nullptr), nullptr);
     EXPECT_EQ(CFDictionaryCreate(nullptr, keys, values, -1, nullptr, nullptr), nullptr);
@@ -184,22 +166,12 @@ TEST(CFDictionary, BehavesAsAMapUnderRandomChanges) {
         for (int step = 0; step < 5000; ++step) {
             const std::string key = "key " + std::to_string(random() % 50);
             const std::string value = std::to_string(step);
-            switch (random() % 5) {
+            switch (random() % 3) {
             case 0:
                 CFDictionarySetValue(dictionary.Get(), Text(key).Get(), Text(value).Get());
                 model[key] = value;
                 break;
             case 1:
-                CFDictionaryAddValue(dictionary.Get(), Text(key).Get(), Text(value).Get());
-                model.try_emplace(key, value);
-                break;
-            case 2:
-                CFDictionaryReplaceValue(dictionary.Get(), Text(key).Get(), Text(value).Get());
-                if (model.count(key) != 0) {
-                    model[key] = value;
-                }
-                break;
-            case 3:
                 CFDictionaryRemoveValue(dictionary.Get(), Text(key).Get());
                 model.erase(key);
                 break;

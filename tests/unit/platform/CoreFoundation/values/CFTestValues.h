@@ -37,6 +37,11 @@ inline CFOwned<CFMutableDictionaryRef> Dictionary() {
         nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 }
 
+// An object that is no property list.
+inline CFUUIDRef ZeroUuid() {
+    return CFUUIDGetConstantUUIDWithBytes(nullptr, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+}
+
 // The text in UTF-8, "<not a string>" for anything else.
 inline std::string Read(CFTypeRef reference) {
     const auto* string = static_cast<CFStringRef>(reference);

@@ -3,6 +3,7 @@
 #include "midiserver/routing/Router.h"
 
 #include "midiserver/backends/embedded/EmbeddedBackend.h"
+#include "midiserver/errors/InputError.h"
 #include "midiserver/preferences/PreferencesEditor.h"
 #include "midiserver/replay/PacketList.h"
 #include "midiserver/routing/PacingQueue.h"
@@ -16,8 +17,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <string>
+#include <thread>
 
 namespace MidiServer {
 namespace {
@@ -195,6 +200,39 @@ TEST_F(RouterTest, DropsAndCountsWhatAPortHasNoRoomForIfItCannotHoldBack) {
     ExpectNothingLostSilently(counters);
 }
 
+// For two seconds, or for as many as QUORVEL_FLOOD_SECONDS says.
+TEST_F(RouterTest, OutlastsAFloodOnOnePortWithoutAnErrorInTheDriver) {
+    const char* given = std::getenv("QUORVEL_FLOOD_SECONDS");
+    const std::chrono::seconds length(given != nullptr ? std::atoi(given) : 2);
+    MakeRouter(false);
+    Start();
+    const Bytes hundredth = Repeated(kNote, 4 * 14336 / 100 / kNote.size());
+    std::uint64_t pings = 0;
+    const auto end = std::chrono::steady_clock::now() + length;
+    while (std::chrono::steady_clock::now() < end) {
+        mBackend.Deliver(0, hundredth);
+        mBackend.Deliver(1, kHuiPing);
+        ++pings;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(WaitForForwarded(1, pings));
+
+    EXPECT_EQ(Counters(1).answeredPings, pings);
+    EXPECT_EQ(Counters(1).dropped.Total(), 0U);
+    EXPECT_EQ(Counters(0).dropped.lostInDriver, 0U);
+    EXPECT_EQ(mRouter->Stalls(), 0U);
+    ExpectNothingLostSilently(Counters(0));
+    RecordProperty("p99_microseconds_beside_the_flood",
+                   std::to_string(Counters(1).forwarding.p99.count() / 1000));
+}
+
+TEST_F(RouterTest, RefusesToConnectTheEmbeddedBackend) {
+    EXPECT_EQ(mBackend.Deliver(0, kNote), 0U) << "nothing is published";
+    EXPECT_THROW(mBackend.Connect(0, "daw"), InputError);
+    EXPECT_THROW(mBackend.Disconnect(0, "daw"), InputError);
+    EXPECT_THAT(mBackend.Peers(), IsEmpty());
+}
+
 TEST_F(RouterTest, KeepsWhatWaitsOverARestartOfTheDriver) {
     MakeRouter(true);
     Start();
@@ -254,12 +292,16 @@ TEST_F(RouterTest, CountsAListThatTheDriverPassedOver) {
     setenv("FAULTY_DRIVER", "drop", 1);
     MakeRouter(true);
     Start(MIDISERVER_FAULTY_PLUGIN);
-    for (std::uint64_t i = 1; i <= 4; ++i) {
-        Deliver(0, SystemExclusive(10 + i));
-        if (i != 3) {
-            ASSERT_TRUE(WaitForForwarded(0, i < 3 ? i : i - 1));
-        }
+    // One after the other, so that each is a list of its own. The third one never comes out.
+    for (const std::uint64_t forwarded : {1U, 2U}) {
+        Deliver(0, SystemExclusive(10 + forwarded));
+        ASSERT_TRUE(WaitForForwarded(0, forwarded));
     }
+    Deliver(0, SystemExclusive(13));
+    ASSERT_TRUE(
+        WaitUntil("the driver has the third", [&] { return Counters(0).messagesInDriver == 1; }));
+    Deliver(0, SystemExclusive(14));
+    ASSERT_TRUE(WaitForForwarded(0, 3));
     EXPECT_EQ(Counters(0).dropped.lostInDriver, 1U);
     EXPECT_EQ(Counters(0).messagesInDriver, 0U);
     ExpectNothingLostSilently(Counters(0));

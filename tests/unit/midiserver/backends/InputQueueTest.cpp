@@ -58,6 +58,18 @@ TEST(InputQueueTest, TakesAnEventThatFillsItsRingExactlyAndNoneLarger) {
     EXPECT_FALSE(queue.Read(0, event));
 }
 
+TEST(InputQueueTest, TellsTheWriterWhatFits) {
+    WakeUpSignal reader;
+    InputQueue queue(1, reader);
+    EXPECT_EQ(queue.Room(0), InputQueue::kLargestEvent);
+    EXPECT_EQ(queue.Room(1), std::nullopt);
+    queue.Write(0, 0, Bytes(*queue.Room(0) - 16));
+    EXPECT_EQ(queue.Room(0), 0U);
+    EXPECT_TRUE(queue.Write(0, 0, {}));
+    EXPECT_EQ(queue.Room(0), std::nullopt);
+    EXPECT_EQ(queue.TakeLoss(0).noRoom, 0U);
+}
+
 TEST(InputQueueTest, TellsTheReaderBeforeWhichEventSomethingIsMissing) {
     WakeUpSignal reader;
     InputQueue queue(1, reader);

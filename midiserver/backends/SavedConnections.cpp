@@ -1,0 +1,124 @@
+#include "midiserver/backends/SavedConnections.h"
+
+#include "midiserver/log/LogCategories.h"
+#include "midiserver/log/Logging.h"
+#include "platform/support/FileReading.h"
+#include "platform/support/LockedFile.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <utility>
+
+namespace MidiServer {
+
+namespace {
+
+using nlohmann::json;
+
+// Many times what 64 ports with a dozen connections each take.
+constexpr std::size_t kLargestFile = 1 << 20;
+
+void LogFailure(const std::filesystem::path& file, const std::string& text) {
+    Log(kConnectionsLog[HSL::kWarning], "%s %s", file.c_str(), text.c_str());
+}
+
+// Returns the file's object of lists, one for each backend; nothing if it holds anything else.
+std::optional<json> Parse(const std::string& bytes) {
+    json lists = json::parse(bytes, nullptr, false);
+    if (!lists.is_object()) {
+        return std::nullopt;
+    }
+    for (const json& list : lists) {
+        if (!list.is_array()) {
+            return std::nullopt;
+        }
+        for (const json& connection : list) {
+            if (!connection.is_object() || !connection.contains("port") ||
+                !connection["port"].is_string() || !connection.contains("peer") ||
+                !connection["peer"].is_string()) {
+                return std::nullopt;
+            }
+        }
+    }
+    return lists;
+}
+
+json ReadLists(const std::filesystem::path& file, LockedFile& locked) {
+    std::string bytes;
+    const FileFailure failure = ReadWholeFile(file, kLargestFile, bytes);
+    if (failure.error == ENOENT) {
+        return json::object();
+    }
+    std::optional<json> lists = failure ? std::nullopt : Parse(bytes);
+    if (lists) {
+        return *std::move(lists);
+    }
+    std::string aside;
+    if (const FileFailure notMoved = locked.MoveAside(aside)) {
+        LogFailure(file, "holds no saved connections and " + notMoved.text);
+    } else {
+        LogFailure(file, "holds no saved connections and was renamed to " + aside);
+    }
+    return json::object();
+}
+
+} // namespace
+
+SavedConnections::SavedConnections(std::filesystem::path file, std::string backend)
+    : mFile(std::move(file)), mBackend(std::move(backend)) {}
+
+std::filesystem::path SavedConnections::DefaultFile() {
+    std::filesystem::path folder;
+    if (const char* const state = std::getenv("XDG_STATE_HOME");
+        state != nullptr && *state == '/') {
+        folder = state;
+    } else if (const char* const home = std::getenv("HOME"); home != nullptr && *home == '/') {
+        folder = std::filesystem::path(home) / ".local" / "state";
+    } else {
+        return {};
+    }
+    return folder / "quorvel-midi" / "connections.json";
+}
+
+std::vector<BackendConnection> SavedConnections::Load() const {
+    std::error_code ignored;
+    if (mFile.empty() || !std::filesystem::exists(mFile, ignored)) {
+        return {};
+    }
+    LockedFile locked(mFile);
+    std::vector<BackendConnection> connections;
+    const json lists = ReadLists(mFile, locked);
+    if (const auto list = lists.find(mBackend); list != lists.end()) {
+        for (const json& connection : *list) {
+            connections.push_back({connection["port"], connection["peer"]});
+        }
+    }
+    return connections;
+}
+
+void SavedConnections::Store(const std::vector<BackendConnection>& connections) const {
+    if (mFile.empty()) {
+        return;
+    }
+    LockedFile locked(mFile);
+    if (locked.Failure()) {
+        LogFailure(mFile, locked.Failure().text);
+        return;
+    }
+    json lists = ReadLists(mFile, locked);
+    json list = json::array();
+    for (const BackendConnection& connection : connections) {
+        list.push_back({{"port", connection.port}, {"peer", connection.peer}});
+    }
+    lists[mBackend] = std::move(list);
+    // Names are what other programs made of them; a byte that is not UTF-8 is replaced.
+    const std::string text = lists.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    if (const FileFailure failure = locked.Replace(text)) {
+        LogFailure(mFile, failure.text);
+    }
+}
+
+} // namespace MidiServer

@@ -20,4 +20,6 @@ if(QUORVEL_BUILD_MIDISERVER)
     find_package(nlohmann_json REQUIRED)
     find_package(PkgConfig REQUIRED)
     pkg_check_modules(systemd REQUIRED IMPORTED_TARGET libsystemd)
+    # Without its library, the host has no ALSA backend.
+    find_package(ALSA)
 endif()

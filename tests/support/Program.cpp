@@ -78,6 +78,10 @@ void Program::Signal(int number) const {
     ::kill(mProcess, number);
 }
 
+std::string Program::OutputSoFar() const {
+    return ContentOf(mFolder / "out");
+}
+
 std::string Program::ErrorSoFar() const {
     return ContentOf(mFolder / "err");
 }

@@ -32,7 +32,8 @@ public:
 
     pid_t Id() const { return mProcess; }
     void Signal(int number) const;
-    // Returns the text that the program has written to standard error so far.
+    // Return the text that the program has written to standard output and to standard error so far.
+    std::string OutputSoFar() const;
     std::string ErrorSoFar() const;
     // Waits for the end of the program. If it does not end, hangs until ctest's time-out.
     ProgramResult Wait();

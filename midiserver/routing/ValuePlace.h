@@ -2,10 +2,10 @@
 
 #include "midiserver/preferences/PingProtocol.h"
 
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <tuple>
 
 namespace MidiServer {
 
@@ -16,7 +16,10 @@ struct ValuePlace {
     std::uint32_t first; // the cells that are set, by their numbers within the group
     std::uint32_t last;
 
-    auto operator<=>(const ValuePlace&) const = default;
+    bool operator==(const ValuePlace&) const = default;
+    bool operator<(const ValuePlace& other) const {
+        return std::tie(group, first, last) < std::tie(other.group, other.first, other.last);
+    }
 
     bool Overlaps(const ValuePlace& other) const {
         return group == other.group && first <= other.last && other.first <= last;

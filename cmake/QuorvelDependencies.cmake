@@ -22,4 +22,9 @@ if(QUORVEL_BUILD_MIDISERVER)
     pkg_check_modules(systemd REQUIRED IMPORTED_TARGET libsystemd)
     # Without its library, the host has no ALSA backend.
     find_package(ALSA)
+    # Without its library, the host has no JACK backend.
+    pkg_check_modules(jack IMPORTED_TARGET jack)
+    if(TARGET PkgConfig::jack)
+        add_library(JACK::JACK ALIAS PkgConfig::jack)
+    endif()
 endif()

@@ -1,0 +1,392 @@
+#include "midiserver/backends/jack/JackBackend.h"
+
+#include "midiserver/backends/jack/JackLibrary.h"
+#include "midiserver/errors/InputError.h"
+#include "midiserver/host/Host.h"
+#include "midiserver/log/LogCategories.h"
+#include "midiserver/log/Logging.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+#include <string_view>
+
+namespace MidiServer {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The driver answers DAWs with a few bytes at a time. What it forwards comes in packets of up to
+// 65535 bytes, the largest of which fits an empty queue.
+constexpr std::size_t kDawQueueBytes = 16384;
+constexpr std::size_t kPrivateQueueBytes = 131072;
+
+constexpr auto kRetry = std::chrono::seconds(1);
+// Programs make and break several connections at a time.
+constexpr auto kGraphSettling = std::chrono::milliseconds(100);
+// The library's threads are still at the end of their work when they tell that the server has
+// ended, and closing a client cancels them wherever they are, with what they hold.
+constexpr auto kLastGasp = std::chrono::milliseconds(20);
+
+std::string InputName(std::size_t index) {
+    return fmt::format("Quorvel Port {:02} in", index + 1);
+}
+
+std::string OutputName(std::size_t index) {
+    return fmt::format("Quorvel Port {:02} out", index + 1);
+}
+
+std::string PrivateName(std::size_t index) {
+    return fmt::format("Quorvel Virtual Source {:02}", index + 1);
+}
+
+std::string AliasOf(std::int32_t uniqueId) {
+    return fmt::format("Quorvel MIDI ID:{}", uniqueId);
+}
+
+bool IsOurs(std::string_view port) {
+    return port.starts_with(std::string(JackBackend::kClientName) + ":") ||
+           port.starts_with(std::string(JackBackend::kPrivateClientName) + ":");
+}
+
+} // namespace
+
+JackBackend::JackBackend(InputQueue& input, const std::filesystem::path& savedConnections)
+    : mSaved(savedConnections, "jack"),
+      mDaws(input.Ports(), kDawQueueBytes, &input),
+      mPrivate(input.Ports(), kPrivateQueueBytes, nullptr),
+      mKeeper(mSaved.Load()) {
+    PrepareJackLibrary();
+    const bool locked = mDaws.ports.LockMemory() && mPrivate.ports.LockMemory();
+    if (locked) {
+        Log(kJackLog[HSL::kInfo], "the memory of the process threads is locked");
+    } else {
+        Log(kJackLog[HSL::kInfo], "the limits do not let this program lock the memory of its "
+                                  "process threads (ulimit -l)");
+    }
+    mSupervisor = std::thread([this] { Supervise(); });
+}
+
+JackBackend::~JackBackend() {
+    mStopping.store(true, std::memory_order_relaxed);
+    mWake.Raise();
+    mSupervisor.join();
+    const MutexLock lock(mMutex);
+    Close();
+}
+
+BackendState JackBackend::State() const {
+    const MutexLock lock(mStateMutex);
+    return mState;
+}
+
+void JackBackend::SetState(bool isUp, const std::string& detail) {
+    const MutexLock lock(mStateMutex);
+    if (mState.isUp != isUp || mState.detail != detail) {
+        Log(kJackLog[HSL::kInfo], "%s", detail.c_str());
+        mState = {isUp, detail};
+    }
+}
+
+void JackBackend::Supervise() {
+    Time wake{};
+    while (!mStopping.load(std::memory_order_relaxed)) {
+        mWake.WaitUntil(wake);
+        const MutexLock lock(mMutex);
+        wake = Attend();
+    }
+    HSL::CLogManager::Instance()->CleanupTLSContext();
+}
+
+JackBackend::Time JackBackend::Attend() {
+    const Time now = Clock::now();
+    if (mDaws.client && (mDaws.client->ServerHasEnded() || mPrivate.client->ServerHasEnded())) {
+        SetState(false, "the JACK server has ended; waiting for it");
+        WaitForLastGasp();
+        Close();
+        mNextAttempt = now + kRetry;
+    }
+    if (mPublished.empty()) {
+        return Time::max();
+    }
+    return mDaws.client ? KeepConnections(now) : SeekServer(now);
+}
+
+void JackBackend::WaitForLastGasp() {
+    // A server may also throw out one client alone; the other one then says nothing.
+    for (int i = 0; i < 10; ++i) {
+        std::this_thread::sleep_for(kLastGasp);
+        if (mDaws.client->ServerHasEnded() && mPrivate.client->ServerHasEnded()) {
+            break;
+        }
+    }
+    std::this_thread::sleep_for(kLastGasp);
+}
+
+JackBackend::Time JackBackend::SeekServer(Time now) {
+    if (now < mNextAttempt) {
+        return mNextAttempt;
+    }
+    try {
+        Open();
+    } catch (const HostError& error) {
+        Close();
+        SetState(false, std::string(error.what()) + "; trying again every second");
+        mNextAttempt = Clock::now() + kRetry;
+        return mNextAttempt;
+    }
+    return KeepConnections(now);
+}
+
+JackBackend::Time JackBackend::KeepConnections(Time now) {
+    SetState(true,
+             fmt::format("{}, {} Hz, {} frames a period", JackIsPipeWire() ? "PipeWire" : "JACK",
+                         mDaws.client->SampleRate(), mDaws.client->PeriodFrames()));
+    // Both are asked, as each keeps its own note.
+    const bool dawsChanged = mDaws.client->TakeGraphChange();
+    const bool privateChanged = mPrivate.client->TakeGraphChange();
+    if (dawsChanged || privateChanged) {
+        mGraphSettles = now + kGraphSettling;
+    }
+    const std::optional<Time> next = mKeeper.NextUpdate();
+    if ((mGraphSettles && now >= *mGraphSettles) || (next && now >= *next)) {
+        mGraphSettles.reset();
+        UpdateConnections(now);
+    }
+    return std::min(mGraphSettles.value_or(Time::max()),
+                    mKeeper.NextUpdate().value_or(Time::max()));
+}
+
+void JackBackend::Open() {
+    mDaws.client = std::make_unique<JackClient>(kClientName, mDaws.ports, mWake);
+    mPrivate.client = std::make_unique<JackClient>(kPrivateClientName, mPrivate.ports, mWake);
+    ShowPorts();
+    for (Side* const side : {&mDaws, &mPrivate}) {
+        for (std::size_t i = 0; i < side->ports.Count(); ++i) {
+            side->ports.Stream(i).Open();
+        }
+        side->client->Activate();
+    }
+    UpdateConnections(Clock::now());
+}
+
+void JackBackend::Close() {
+    for (Side* const side : {&mPrivate, &mDaws}) {
+        side->client.reset();
+        for (std::size_t i = 0; i < side->ports.Count(); ++i) {
+            side->ports.SetInput(i, nullptr);
+            side->ports.SetOutput(i, nullptr);
+            side->ports.Stream(i).Close();
+        }
+    }
+    mGraphSettles.reset();
+    mKeeper.PortsGone();
+}
+
+void JackBackend::ShowPorts() {
+    HidePorts(mPublished.size());
+    for (std::size_t i = 0; i < mPublished.size(); ++i) {
+        ShowPort(i);
+    }
+}
+
+void JackBackend::ShowPort(std::size_t index) {
+    const BackendPort& port = mPublished[index];
+    const auto show = [index](Side& side, jack_port_t* present, const std::string& name,
+                              JackPortFlags direction) {
+        jack_port_t* const shown =
+            present == nullptr ? side.client->RegisterPort(name, direction) : present;
+        if (shown == nullptr) {
+            Log(kJackLog[HSL::kError], "the server refuses port %s", name.c_str());
+        } else if (present == nullptr && direction == JackPortIsInput) {
+            side.ports.SetInput(index, shown);
+        } else if (present == nullptr) {
+            side.ports.SetOutput(index, shown);
+        }
+        return shown;
+    };
+    if (jack_port_t* const shown =
+            show(mDaws, mDaws.ports.Input(index), InputName(index), JackPortIsInput)) {
+        mDaws.client->DescribePort(shown, "", port.name, "");
+    }
+    if (jack_port_t* const shown =
+            show(mDaws, mDaws.ports.Output(index), OutputName(index), JackPortIsOutput)) {
+        mDaws.client->DescribePort(shown, AliasOf(port.sourceId), port.name,
+                                   std::to_string(port.sourceId));
+    }
+    if (jack_port_t* const shown =
+            show(mPrivate, mPrivate.ports.Output(index), PrivateName(index), JackPortIsOutput)) {
+        mPrivate.client->DescribePort(shown, AliasOf(port.privateId),
+                                      fmt::format("Quorvel Virtual Source {}", index + 1),
+                                      std::to_string(port.privateId));
+    }
+}
+
+void JackBackend::HidePorts(std::size_t first) {
+    for (Side* const side : {&mDaws, &mPrivate}) {
+        std::vector<jack_port_t*> hidden;
+        for (std::size_t i = first; i < side->ports.Count(); ++i) {
+            for (jack_port_t* const port : {side->ports.Input(i), side->ports.Output(i)}) {
+                if (port != nullptr) {
+                    hidden.push_back(port);
+                }
+            }
+            side->ports.SetInput(i, nullptr);
+            side->ports.SetOutput(i, nullptr);
+        }
+        if (!hidden.empty()) {
+            side->client->WaitForPeriod();
+        }
+        for (jack_port_t* const port : hidden) {
+            side->client->UnregisterPort(port);
+        }
+    }
+}
+
+void JackBackend::UpdateConnections(Time now) {
+    ConnectionGraph graph;
+    for (std::string& name : mDaws.client->PortNames(0)) {
+        graph.ports.insert(std::move(name));
+    }
+    graph.connections = ConnectionsNow();
+    for (const BackendConnection& missing : mKeeper.Update(graph, now)) {
+        const jack_port_t* const port = mDaws.client->FindPort(missing.port);
+        if (port == nullptr) {
+            continue;
+        }
+        const bool isInput = (jack_port_flags(port) & JackPortIsInput) != 0;
+        const int error = isInput ? mDaws.client->Connect(missing.peer, missing.port)
+                                  : mDaws.client->Connect(missing.port, missing.peer);
+        Log(kJackLog[error == 0 ? HSL::kInfo : HSL::kWarning], "%s %s and %s",
+            error == 0 ? "connected again:" : "cannot be connected again:", missing.port.c_str(),
+            missing.peer.c_str());
+    }
+    if (mKeeper.TakeChange()) {
+        mSaved.Store(mKeeper.Wanted());
+    }
+}
+
+void JackBackend::Publish(const std::vector<BackendPort>& ports) {
+    const MutexLock lock(mMutex);
+    mPublished = ports;
+    if (mPublished.size() > mDaws.ports.Count()) {
+        mPublished.resize(mDaws.ports.Count());
+    }
+    if (mDaws.client) {
+        ShowPorts();
+    } else {
+        mNextAttempt = {};
+        SeekServer(Clock::now());
+    }
+    mWake.Raise();
+}
+
+void JackBackend::Withdraw() {
+    const MutexLock lock(mMutex);
+    if (mDaws.client && !mDaws.client->ServerHasEnded()) {
+        UpdateConnections(Clock::now()); // those of the last moment too
+    }
+    Close();
+    mPublished.clear();
+    SetState(false, "the ports are withdrawn");
+}
+
+void JackBackend::EmitFromPort(std::size_t port, const MIDIPacketList& packets) {
+    if (port < mDaws.ports.Count()) {
+        mDaws.ports.Stream(port).Emit(packets);
+    }
+}
+
+void JackBackend::EmitFromPrivateSource(std::size_t port, const MIDIPacketList& packets) {
+    if (port < mPrivate.ports.Count()) {
+        mPrivate.ports.Stream(port).Emit(packets);
+    }
+}
+
+std::vector<BackendConnection> JackBackend::ConnectionsNow() const {
+    std::vector<BackendConnection> connections;
+    for (const Side* const side : {&mDaws, &mPrivate}) {
+        for (std::size_t i = 0; side->client && i < side->ports.Count(); ++i) {
+            for (jack_port_t* const port : {side->ports.Input(i), side->ports.Output(i)}) {
+                if (port == nullptr) {
+                    continue;
+                }
+                for (std::string& peer : side->client->ConnectionsOf(port)) {
+                    connections.push_back({jack_port_name(port), std::move(peer)});
+                }
+            }
+        }
+    }
+    return connections;
+}
+
+std::vector<std::string> JackBackend::PeersNow() const {
+    if (!mDaws.client) {
+        return {};
+    }
+    std::vector<std::string> peers = mDaws.client->PortNames(0);
+    std::erase_if(peers, [](const std::string& name) { return IsOurs(name); });
+    return peers;
+}
+
+std::vector<BackendConnection> JackBackend::Connections() const {
+    const MutexLock lock(mMutex);
+    return ConnectionsNow();
+}
+
+std::vector<std::string> JackBackend::Peers() const {
+    const MutexLock lock(mMutex);
+    return PeersNow();
+}
+
+JackBackend::Link JackBackend::LinkWith(std::size_t port, const std::string& peer) const {
+    if (!mDaws.client) {
+        throw HostError("no JACK server answers, so nothing can be connected");
+    }
+    const std::vector<std::string> peers = PeersNow();
+    if (std::find(peers.begin(), peers.end(), peer) == peers.end()) {
+        throw InputError(
+            fmt::format("there is no JACK port \"{}\"; there are: {}", peer,
+                        peers.empty() ? "none" : fmt::to_string(fmt::join(peers, ", "))));
+    }
+    const jack_port_t* const theirs = mDaws.client->FindPort(peer);
+    const bool theyReceive = theirs != nullptr && (jack_port_flags(theirs) & JackPortIsInput) != 0;
+    const jack_port_t* ours = nullptr;
+    if (port < mDaws.ports.Count()) {
+        ours = theyReceive ? mDaws.ports.Output(port) : mDaws.ports.Input(port);
+    }
+    if (ours == nullptr) {
+        throw HostError(fmt::format("port {} is not shown on the JACK server", port + 1));
+    }
+    const std::string name = jack_port_name(ours);
+    return theyReceive ? Link{name, peer, name} : Link{peer, name, name};
+}
+
+void JackBackend::Connect(std::size_t port, const std::string& peer) {
+    const MutexLock lock(mMutex);
+    const Link link = LinkWith(port, peer);
+    if (mDaws.client->Connect(link.from, link.to) != 0) {
+        throw HostError(
+            fmt::format("the JACK server does not connect {} to {}", link.from, link.to));
+    }
+    UpdateConnections(Clock::now());
+}
+
+void JackBackend::Disconnect(std::size_t port, const std::string& peer) {
+    const MutexLock lock(mMutex);
+    const Link link = LinkWith(port, peer);
+    if (mDaws.client->Disconnect(link.from, link.to) != 0) {
+        throw HostError(
+            fmt::format("the JACK server does not disconnect {} from {}", link.from, link.to));
+    }
+    mKeeper.Forget({link.ours, peer});
+    UpdateConnections(Clock::now());
+}
+
+std::uint64_t JackBackend::LostToDaws() const {
+    return mDaws.ports.Lost() + mPrivate.ports.Lost();
+}
+
+} // namespace MidiServer

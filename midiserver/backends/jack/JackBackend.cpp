@@ -25,7 +25,9 @@ constexpr std::size_t kPrivateQueueBytes = 131072;
 
 constexpr auto kRetry = std::chrono::seconds(1);
 // Programs make and break several connections at a time.
-constexpr auto kGraphSettling = std::chrono::milliseconds(100);
+constexpr auto kBetweenLooks = std::chrono::milliseconds(100);
+// A program shows its ports before they can be connected, which no notice tells.
+constexpr int kMostRetries = 60;
 // The library's threads are still at the end of their work when they tell that the server has
 // ended, and closing a client cancels them wherever they are, with what they hold.
 constexpr auto kLastGasp = std::chrono::milliseconds(20);
@@ -103,9 +105,9 @@ void JackBackend::Supervise() {
 JackBackend::Time JackBackend::Attend() {
     const Time now = Clock::now();
     if (mDaws.client && (mDaws.client->ServerHasEnded() || mPrivate.client->ServerHasEnded())) {
-        SetState(false, "the JACK server has ended; waiting for it");
         WaitForLastGasp();
         Close();
+        SetState(false, "the JACK server has ended; trying again every second");
         mNextAttempt = now + kRetry;
     }
     if (mPublished.empty()) {
@@ -148,15 +150,15 @@ JackBackend::Time JackBackend::KeepConnections(Time now) {
     const bool dawsChanged = mDaws.client->TakeGraphChange();
     const bool privateChanged = mPrivate.client->TakeGraphChange();
     if (dawsChanged || privateChanged) {
-        mGraphSettles = now + kGraphSettling;
+        mNextLook = std::max(now, mLastLook + kBetweenLooks);
+        mRetries = 0;
     }
     const std::optional<Time> next = mKeeper.NextUpdate();
-    if ((mGraphSettles && now >= *mGraphSettles) || (next && now >= *next)) {
-        mGraphSettles.reset();
+    if ((mNextLook && now >= *mNextLook) || (next && now >= *next)) {
+        mNextLook.reset();
         UpdateConnections(now);
     }
-    return std::min(mGraphSettles.value_or(Time::max()),
-                    mKeeper.NextUpdate().value_or(Time::max()));
+    return std::min(mNextLook.value_or(Time::max()), mKeeper.NextUpdate().value_or(Time::max()));
 }
 
 void JackBackend::Open() {
@@ -181,7 +183,7 @@ void JackBackend::Close() {
             side->ports.Stream(i).Close();
         }
     }
-    mGraphSettles.reset();
+    mNextLook.reset();
     mKeeper.PortsGone();
 }
 
@@ -246,11 +248,13 @@ void JackBackend::HidePorts(std::size_t first) {
 }
 
 void JackBackend::UpdateConnections(Time now) {
+    mLastLook = now;
     ConnectionGraph graph;
     for (std::string& name : mDaws.client->PortNames(0)) {
         graph.ports.insert(std::move(name));
     }
     graph.connections = ConnectionsNow();
+    bool failed = false;
     for (const BackendConnection& missing : mKeeper.Update(graph, now)) {
         const jack_port_t* const port = mDaws.client->FindPort(missing.port);
         if (port == nullptr) {
@@ -259,9 +263,14 @@ void JackBackend::UpdateConnections(Time now) {
         const bool isInput = (jack_port_flags(port) & JackPortIsInput) != 0;
         const int error = isInput ? mDaws.client->Connect(missing.peer, missing.port)
                                   : mDaws.client->Connect(missing.port, missing.peer);
-        Log(kJackLog[error == 0 ? HSL::kInfo : HSL::kWarning], "%s %s and %s",
-            error == 0 ? "connected again:" : "cannot be connected again:", missing.port.c_str(),
+        failed = failed || error != 0;
+        Log(kJackLog[error == 0 ? HSL::kInfo : HSL::kChatty], "%s %s and %s",
+            error == 0 ? "connected again:" : "cannot be connected yet:", missing.port.c_str(),
             missing.peer.c_str());
+    }
+    if (failed && mRetries < kMostRetries) {
+        ++mRetries;
+        mNextLook = now + kRetry;
     }
     if (mKeeper.TakeChange()) {
         mSaved.Store(mKeeper.Wanted());

@@ -101,7 +101,9 @@ private:
     ConnectionKeeper mKeeper QUORVEL_GUARDED_BY(mMutex);
     std::vector<BackendPort> mPublished QUORVEL_GUARDED_BY(mMutex);
     Time mNextAttempt QUORVEL_GUARDED_BY(mMutex){};
-    std::optional<Time> mGraphSettles QUORVEL_GUARDED_BY(mMutex);
+    std::optional<Time> mNextLook QUORVEL_GUARDED_BY(mMutex); // at the connections
+    Time mLastLook QUORVEL_GUARDED_BY(mMutex){};
+    int mRetries QUORVEL_GUARDED_BY(mMutex) = 0; // to connect, since the graph changed
 
     mutable Mutex mStateMutex; // never held during calls
     BackendState mState QUORVEL_GUARDED_BY(mStateMutex){false, "not started"};

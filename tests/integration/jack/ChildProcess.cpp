@@ -26,6 +26,7 @@ ChildProcess::ChildProcess(std::vector<std::string> arguments, const std::string
         pointers.push_back(argument.data());
     }
     pointers.push_back(nullptr);
+    std::signal(SIGPIPE, SIG_IGN); // ReadLine tells of a program that has ended
     const pid_t parent = getpid();
     mProcess = fork();
     if (mProcess == 0) {
@@ -59,19 +60,29 @@ ChildProcess::ChildProcess(std::vector<std::string> arguments, const std::string
 }
 
 ChildProcess::~ChildProcess() {
-    close(mInput);
-    if (mProcess > 0) {
-        kill(-mProcess, SIGTERM);
-        if (!HasEndedWithin(20000)) {
-            Kill();
-        }
-    }
+    End();
     close(mOutput);
 }
 
-bool ChildProcess::HasEndedWithin(int milliseconds) {
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+void ChildProcess::End() {
+    if (mInput >= 0) {
+        close(mInput);
+        mInput = -1;
+    }
+    if (mProcess > 0 && !HasEndedSoon()) {
+        Signal();
+        if (!HasEndedSoon()) {
+            Kill();
+        }
+    }
+}
+
+void ChildProcess::Signal() const {
+    kill(-mProcess, SIGTERM);
+}
+
+bool ChildProcess::HasEndedSoon() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
     const pid_t group = mProcess;
     while (std::chrono::steady_clock::now() < deadline) {
         if (waitpid(mProcess, nullptr, WNOHANG) == mProcess) {

@@ -18,12 +18,16 @@ public:
     // ReadLine otherwise.
     explicit ChildProcess(std::vector<std::string> arguments, const std::string& outputFile = {},
                           const Environment& environment = {});
-    // Ends the program by SIGTERM, and kills it if it does not end within seconds.
+    // Ends the program as End does.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     pid_t Id() const { return mProcess; }
+    // Closes the program's input and, unless that is enough within a quarter of a minute, sends it
+    // SIGTERM; kills it if it has not ended as long after that.
+    void End();
+    void Signal() const; // SIGTERM, to the program and all of its own
     // Kills the program and all of its own, and waits for its end.
     void Kill();
 
@@ -32,7 +36,7 @@ public:
     bool ReadLine(std::string& line);
 
 private:
-    bool HasEndedWithin(int milliseconds);
+    bool HasEndedSoon();
 
     pid_t mProcess = -1;
     int mInput = -1;

@@ -31,7 +31,7 @@ Peer::Peer(const std::string& name, std::size_t ports)
 }
 
 Peer::~Peer() {
-    mProgram.Kill();
+    mProgram.End(); // a client that is killed can bring the server to a halt
     mReader.join();
 }
 

@@ -2,12 +2,16 @@
 
 #include "midiserver/backends/jack/JackLibrary.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 namespace JackTest {
 
@@ -19,9 +23,29 @@ bool Exists(const std::string& program) {
 
 constexpr const char* kJack = "/usr/bin/jackd";
 
+// JACK knows eight servers a machine, and keeps the place of one that was killed until another one
+// of the same name starts. So the tests have a few names for all of their servers, each locked by
+// the test that uses it.
+int TakeName(std::string& name) {
+    for (int number = 0;; number = (number + 1) % 4) {
+        name = "quorvel-test-" + std::to_string(number);
+        const std::string path = "/tmp/" + name + ".lock";
+        const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        if (file >= 0 && flock(file, LOCK_EX | LOCK_NB) == 0) {
+            return file;
+        }
+        close(file);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
 } // namespace
 
 std::string TestServer::Missing() {
+    const char* const wanted = std::getenv("QUORVEL_TEST_SERVER");
+    if (wanted != nullptr && !MidiServer::JackIsPipeWire()) {
+        return "PipeWire's JACK library";
+    }
     if (!MidiServer::JackIsPipeWire()) {
         return Exists(kJack) ? "" : kJack;
     }
@@ -35,9 +59,8 @@ std::string TestServer::Missing() {
 }
 
 TestServer::TestServer(int frames) : mFrames(frames), mIsPipeWire(MidiServer::JackIsPipeWire()) {
-    static int number = 0;
-    const std::string name =
-        "quorvel-test-" + std::to_string(getpid()) + "-" + std::to_string(++number);
+    std::string name;
+    mNameLock = TakeName(name);
     setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
     setenv("JACK_NO_START_SERVER", "1", 1);
     for (const char* variable : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "HOME"}) {
@@ -57,7 +80,10 @@ TestServer::TestServer(int frames) : mFrames(frames), mIsPipeWire(MidiServer::Ja
     }
 }
 
-TestServer::~TestServer() = default;
+TestServer::~TestServer() {
+    Stop();
+    close(mNameLock);
+}
 
 void TestServer::Start() {
     const std::string log = mFolder.Path() + "/server.log";
@@ -76,6 +102,9 @@ void TestServer::Start() {
 }
 
 void TestServer::Stop() {
+    if (mServer) {
+        mServer->Signal();
+    }
     mServer.reset();
 }
 

@@ -32,6 +32,7 @@ private:
     TemporaryDirectory mFolder;
     int mFrames;
     bool mIsPipeWire;
+    int mNameLock;
     std::unique_ptr<ChildProcess> mServer;
 };
 

@@ -133,6 +133,15 @@ void JackClient::SetCallbacks() {
 }
 
 JackClient::~JackClient() {
+    // The server tells a client of each of its ports that goes with a description, and waits until
+    // it has told it. A client that is being closed does not listen any more, so with many ports
+    // the server would wait for ever: the ports go first.
+    if (!ServerHasEnded()) {
+        jack_deactivate(mClient);
+        for (jack_port_t* const port : mPorts) {
+            jack_port_unregister(mClient, port);
+        }
+    }
     jack_client_close(mClient);
 }
 
@@ -190,11 +199,16 @@ void JackClient::WaitForPeriod() const {
 }
 
 jack_port_t* JackClient::RegisterPort(const std::string& name, JackPortFlags direction) {
-    return jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE,
-                              static_cast<unsigned long>(direction), 0);
+    jack_port_t* const port = jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE,
+                                                 static_cast<unsigned long>(direction), 0);
+    if (port != nullptr) {
+        mPorts.push_back(port);
+    }
+    return port;
 }
 
 void JackClient::UnregisterPort(jack_port_t* port) {
+    std::erase(mPorts, port);
     jack_port_unregister(mClient, port);
 }
 

@@ -76,6 +76,7 @@ private:
     JackProcess& mProcess;
     WakeUpSignal& mChanged;
     jack_client_t* mClient = nullptr;
+    std::vector<jack_port_t*> mPorts; // those that are registered
     // From the server's clock to the monotonic one, in nanoseconds: they are the same unless the
     // server was told to use another.
     std::int64_t mClockOffset = 0;

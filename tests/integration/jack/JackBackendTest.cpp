@@ -243,6 +243,16 @@ TEST_F(JackBackendTest, ConnectsAndDisconnectsByName) {
     }
 }
 
+TEST_F(JackBackendTest, TakesAllItsPortsAwayFromAServerThatGoesOn) {
+    for (int i = 0; i < 2; ++i) {
+        Publish(kPorts);
+        ASSERT_TRUE(WaitUntilUp());
+        mBackend->Withdraw();
+    }
+    Peer daw("daw");
+    EXPECT_THAT(daw.Ports(), Not(Contains(HasSubstr("Quorvel"))));
+}
+
 TEST_F(JackBackendTest, SaysWhoHasItsName) {
     Peer other("Quorvel MIDI");
     Publish(1);

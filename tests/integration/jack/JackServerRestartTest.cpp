@@ -7,13 +7,12 @@ namespace {
 
 using testing::HasSubstr;
 
-
 class JackServerRestartTest : public BackendFixture {
 protected:
     // Numbered messages, so that each is known when it comes.
     static Bytes Message(int number) {
-        return {0xF0, static_cast<std::uint8_t>(number >> 7), static_cast<std::uint8_t>(number & 0x7F),
-                0xF7};
+        return {0xF0, static_cast<std::uint8_t>(number >> 7),
+                static_cast<std::uint8_t>(number & 0x7F), 0xF7};
     }
 
     static int NumberOf(const Bytes& message) { return message.at(1) * 128 + message.at(2); }
@@ -66,8 +65,8 @@ TEST_F(JackServerRestartTest, SurvivesTheServerTwentyTimes) {
             Peer surface("surface");
             if (round == 0) {
                 ASSERT_TRUE(daw.Connect("daw:out 1", "Quorvel MIDI:Quorvel Port 02 in"));
-                ASSERT_TRUE(daw.Connect("Quorvel MIDI private:Quorvel Virtual Source 02",
-                                        "surface:in 1"));
+                ASSERT_TRUE(
+                    daw.Connect("Quorvel MIDI private:Quorvel Virtual Source 02", "surface:in 1"));
             }
             ASSERT_TRUE(WaitForConnections(2));
             const MidiServer::SavedConnections saved(mFolder.Path() + "/state.json", "jack");
@@ -139,9 +138,8 @@ TEST_F(JackServerRestartTest, RestoresConnectionsWhenTheirProgramComesBack) {
     {
         Peer daw("daw");
         ASSERT_TRUE(daw.Connect("daw:out 1", "Quorvel MIDI:Quorvel Port 01 in"));
-        ASSERT_TRUE(WaitUntil("it is kept", [&] {
-            return std::filesystem::exists(mFolder.Path() + "/state.json");
-        }));
+        ASSERT_TRUE(WaitUntil(
+            "it is kept", [&] { return std::filesystem::exists(mFolder.Path() + "/state.json"); }));
     }
     ASSERT_TRUE(WaitForConnections(0));
     Peer daw("daw");

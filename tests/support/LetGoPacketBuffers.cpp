@@ -5,5 +5,5 @@
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
 
 const char* __lsan_default_suppressions() {
-    return "leak:CMidiCallbackWorker::AllocatePacketBuffer\n";
+    return "leak:AllocatePacketBuffer\n";
 }

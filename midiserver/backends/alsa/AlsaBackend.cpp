@@ -92,10 +92,6 @@ void AlsaBackend::Stop() {
     }
 }
 
-bool AlsaBackend::IsSequencerThere() {
-    return access("/dev/snd/seq", R_OK | W_OK) == 0;
-}
-
 BackendState AlsaBackend::State() const {
     const MutexLock lock(mMutex);
     return mState;

@@ -50,9 +50,6 @@ public:
     AlsaBackend(const AlsaBackend&) = delete;
     AlsaBackend& operator=(const AlsaBackend&) = delete;
 
-    // Whether there is a sequencer that this program may use.
-    static bool IsSequencerThere();
-
     std::string Name() const override { return "alsa"; }
     BackendState State() const override;
     // Also looks for the sequencer at once, so the state is known afterwards.

@@ -2,6 +2,8 @@
 #include "midiserver/host/Host.h"
 #include "tests/integration/jack/BackendFixture.h"
 
+#include <algorithm>
+
 namespace JackTest {
 namespace {
 
@@ -209,15 +211,22 @@ TEST_F(JackBackendTest, KeepsConnectionsOfPortsThatStayWhenPortsArePublishedAnew
     Publish(4);
     ASSERT_TRUE(WaitUntilUp());
     Peer daw("daw");
+    // The server tells each program of a change at a time of its own.
+    const auto isShown = [&](const std::string& port) {
+        const std::vector<std::string> ports = daw.Ports();
+        return std::find(ports.begin(), ports.end(), port) != ports.end();
+    };
+    const auto isConnected = [&] { return mBackend->Connections().size() == 1; };
     ASSERT_TRUE(daw.Connect("daw:out 1", "Quorvel MIDI:Quorvel Port 01 in"));
-    const std::size_t connections = mBackend->Connections().size();
-    EXPECT_EQ(connections, 1U);
+    ASSERT_TRUE(WaitUntil("they are connected", isConnected));
     Publish(2);
-    EXPECT_EQ(mBackend->Connections().size(), 1U);
-    EXPECT_THAT(daw.Ports(), Not(Contains("Quorvel MIDI:Quorvel Port 03 in")));
+    EXPECT_TRUE(isConnected());
+    EXPECT_TRUE(
+        WaitUntil("a port has gone", [&] { return !isShown("Quorvel MIDI:Quorvel Port 03 in"); }));
     Publish(5);
-    EXPECT_EQ(mBackend->Connections().size(), 1U);
-    EXPECT_THAT(daw.Ports(), Contains("Quorvel MIDI:Quorvel Port 05 out"));
+    EXPECT_TRUE(isConnected());
+    EXPECT_TRUE(
+        WaitUntil("a port has come", [&] { return isShown("Quorvel MIDI:Quorvel Port 05 out"); }));
     daw.Send(1, {0xF8});
     EXPECT_TRUE(WaitUntil("it arrives", [&] { return Input(0).size() == 1; }));
 }
@@ -226,15 +235,16 @@ TEST_F(JackBackendTest, ConnectsAndDisconnectsByName) {
     Publish(2);
     ASSERT_TRUE(WaitUntilUp());
     Peer daw("daw");
+    ASSERT_TRUE(WaitUntil("both are seen", [&] { return mBackend->Peers().size() >= 2; }));
     EXPECT_THAT(mBackend->Peers(), AllOf(Contains("daw:in 1"), Contains("daw:out 1"),
                                          Not(Contains(HasSubstr("Quorvel")))));
     mBackend->Connect(1, "daw:in 1");
     mBackend->Connect(1, "daw:out 1");
     daw.Send(1, {0xF8});
     EXPECT_TRUE(WaitUntil("it arrives", [&] { return Input(1).size() == 1; }));
-    EXPECT_EQ(mBackend->Connections().size(), 2U);
+    EXPECT_TRUE(WaitUntil("both are there", [&] { return mBackend->Connections().size() == 2; }));
     mBackend->Disconnect(1, "daw:out 1");
-    EXPECT_EQ(mBackend->Connections().size(), 1U);
+    EXPECT_TRUE(WaitUntil("one is gone", [&] { return mBackend->Connections().size() == 1; }));
     try {
         mBackend->Connect(0, "dow:in 1");
         FAIL() << "connected to a port that is not there";

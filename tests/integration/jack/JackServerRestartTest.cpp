@@ -141,9 +141,13 @@ TEST_F(JackServerRestartTest, RestoresConnectionsWhenTheirProgramComesBack) {
         ASSERT_TRUE(WaitUntil(
             "it is kept", [&] { return std::filesystem::exists(mFolder.Path() + "/state.json"); }));
     }
-    ASSERT_TRUE(WaitForConnections(0));
+    ASSERT_TRUE(WaitUntil("the program has gone", [&] { return mBackend->Peers().empty(); }));
+    // Connecting looks at what there is: from here on the backend knows that the program was away.
+    Peer other("other");
+    mBackend->Connect(0, "other:in 1");
+    ASSERT_TRUE(WaitForConnections(1));
     Peer daw("daw");
-    EXPECT_TRUE(WaitForConnections(1));
+    EXPECT_TRUE(WaitForConnections(2));
 }
 
 TEST_F(JackServerRestartTest, MakesNoConnectionThatAnotherProgramBroke) {

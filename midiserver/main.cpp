@@ -1,8 +1,14 @@
+#include "midiserver/commands/Connect.h"
+#include "midiserver/commands/List.h"
 #include "midiserver/commands/Prefs.h"
+#include "midiserver/commands/Record.h"
 #include "midiserver/commands/Replay.h"
+#include "midiserver/commands/Run.h"
+#include "midiserver/commands/Status.h"
 #include "midiserver/errors/ErrorOutput.h"
 #include "midiserver/errors/InputError.h"
 #include "midiserver/errors/NoThreadText.h"
+#include "midiserver/errors/ServiceStateError.h"
 #include "runtime/thread/NyInit.h"
 
 #include <CLI/CLI.hpp>
@@ -11,10 +17,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <initializer_list>
 #include <new>
 #include <sstream>
 #include <string>
@@ -27,6 +35,7 @@ namespace {
 using MidiServer::InputError;
 
 constexpr int kExitBadInput = 2;
+constexpr int kExitServiceState = 3;
 
 // Opens a standard stream that is closed, so that no file that is opened later takes its number and
 // receives what is meant for the stream. Reads and writes of the replacement fail as those of a
@@ -105,13 +114,23 @@ int Run(int argumentCount, char** arguments) {
     CLI::App program("Runs the Quorvel MIDI driver plug-in on Linux.", "midiserver");
     program.set_version_flag("--version", "midiserver " MIDISERVER_VERSION);
     program.require_subcommand(1);
+    MidiServer::RunCommand run(program);
+    MidiServer::StatusCommand status(program);
+    MidiServer::ListCommand list(program);
+    MidiServer::ConnectCommand connect(program, MidiServer::ConnectCommand::Kind::kConnect);
+    MidiServer::ConnectCommand disconnect(program, MidiServer::ConnectCommand::Kind::kDisconnect);
+    MidiServer::RecordCommand record(program);
     MidiServer::ReplayCommand replay(program);
     MidiServer::PrefsCommand prefs(program);
     RefuseEmptyValues(program);
     try {
         RefuseMissingValues(argumentCount, arguments);
         program.parse(argumentCount, arguments);
-        return replay.WasGiven() ? replay.Run() : prefs.Run();
+        const std::initializer_list<MidiServer::Command*> commands = {
+            &run, &status, &list, &connect, &disconnect, &record, &replay, &prefs};
+        return (*std::find_if(commands.begin(), commands.end(),
+                              [](const auto* command) { return command->WasGiven(); }))
+            ->Run();
     } catch (const CLI::Success& help) { // --help and --version
         std::ostringstream text;
         program.exit(help, text, text);
@@ -121,6 +140,8 @@ int Run(int argumentCount, char** arguments) {
         return Fail(ExplainParseError(error, program), kExitBadInput);
     } catch (const InputError& error) {
         return Fail(error.what(), kExitBadInput);
+    } catch (const MidiServer::ServiceStateError& error) {
+        return Fail(error.what(), kExitServiceState);
     }
 }
 

@@ -86,8 +86,7 @@ void PrintJson(const PreferencesEditor& preferences, const PortConfiguration& co
 } // namespace
 
 PrefsCommand::PrefsCommand(CLI::App& program)
-    : mCommand(program.add_subcommand("prefs",
-                                      "Show and change the control-surface system's preferences")),
+    : Command(program, "prefs", "Show and change the control-surface system's preferences"),
       mShow(mCommand->add_subcommand("show", "Show the applications and what the driver makes of "
                                              "them")),
       mSet(mCommand->add_subcommand("set", "Set an application's ports and protocol")),

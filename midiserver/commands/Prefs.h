@@ -1,6 +1,6 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "midiserver/commands/Command.h"
 
 #include <optional>
 #include <string>
@@ -9,28 +9,17 @@ namespace MidiServer {
 
 // The command `midiserver prefs show|set|clear` shows and changes that part of the control-surface
 // system's preferences that the driver reads.
-//
-//     PrefsCommand prefs(program); // program is the CLI::App
-//     program.parse(argc, argv);
-//     if (prefs.WasGiven()) {
-//         return prefs.Run();
-//     }
-class PrefsCommand {
+class PrefsCommand : public Command {
 public:
-    // Adds the commands and their options to the parser, which this object must outlive.
     explicit PrefsCommand(CLI::App& program);
 
-    bool WasGiven() const { return mCommand->parsed(); }
-
-    // Runs the command that was given and returns the exit status. Throws InputError.
-    int Run();
+    int Run() override;
 
 private:
     void Show() const;
     void Set() const;
     void Clear() const;
 
-    CLI::App* mCommand;
     CLI::App* mShow;
     CLI::App* mSet;
     CLI::App* mClear;

@@ -8,8 +8,10 @@
 #include "midiserver/host/PrivateRuntimeFolder.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/preferences/PreferencesEditor.h"
+#include "midiserver/preferences/ReadPortConfiguration.h"
 #include "midiserver/replay/ProgressDisplay.h"
 #include "midiserver/replay/ReplaySession.h"
+#include "midiserver/replay/ServiceReplay.h"
 #include "midiserver/replay/session/SessionFile.h"
 
 #include <fmt/format.h>
@@ -24,29 +26,6 @@
 namespace MidiServer {
 
 namespace {
-
-// Reads the preferences that the driver is going to read. Tells on standard error which of them
-// have no effect, because the driver itself does not say so.
-PortConfiguration ReadConfiguration(bool folderWasGiven) {
-    PreferencesEditor preferences;
-    preferences.Load();
-    if (folderWasGiven && preferences.FileIsMissing()) {
-        throw InputError(
-            fmt::format("{}; --prefs names the folder of that file", *preferences.Problem()));
-    }
-    PortConfiguration configuration = preferences.Configuration();
-    for (const PreferenceNotice& notice : configuration.notices) {
-        TellUser(kPreferencesLog, fmt::format("preferences: {}", notice.text));
-    }
-    if (!configuration.portsFromPreferences) {
-        TellUser(kPreferencesLog,
-                 fmt::format("preferences: {} gives no number of ports, the driver publishes {}",
-                             preferences.File().string(), configuration.publishedPorts));
-    }
-    Log(kPreferencesLog[HSL::kInfo], "read %s; applications: %u, ports: %u",
-        preferences.File().string(), preferences.Entries().size(), configuration.publishedPorts);
-    return configuration;
-}
 
 // Plays the session on a thread of its own while this thread's run loop serves the driver.
 ReplayReport PlayBesideTheRunLoop(ReplaySession& session, ControlQueue& control) {
@@ -109,30 +88,37 @@ std::string CheckSpeed(const std::string& text) {
 } // namespace
 
 ReplayCommand::ReplayCommand(CLI::App& program)
-    : mCommand(program.add_subcommand(
-          "replay", "Play a recorded DAW session through the plug-in, check that all of it\n"
-                    "arrives, and report")) {
+    : Command(program, "replay",
+              "Play a recorded DAW session through the plug-in, check that all of it\n"
+              "arrives, and report; or play it to a port of the service that runs") {
     mCommand
         ->add_option("FILE", mFile,
                      "Capture (\"<microseconds> <hex bytes>\" a line) or Standard MIDI File;\n"
                      "- reads standard input")
         ->required();
+    CLI::Option* to = mCommand->add_option(
+        "--to", mTo, "Port of the service that runs, by name or number, to play to");
     mCommand->add_option("--port", mPort, "Port to play to")
         ->capture_default_str()
-        ->check(CLI::Range(1U, kMaximumPorts));
+        ->check(CLI::Range(1U, kMaximumPorts))
+        ->excludes(to);
     CLI::Option* speed = mCommand->add_option("--speed", mSpeed, "Times the recorded speed")
                              ->capture_default_str()
                              ->check(CheckSpeed);
     mCommand->add_flag("--as-fast-as-possible", mAsFastAsPossible, "Do not wait between messages")
         ->excludes(speed);
-    mCommand->add_option("--prefs", mPreferences, "Folder of the preferences to use");
-    mCommand->add_option("--plugin", mPlugIn, "Plug-in bundle to load");
-    mCommand->add_option("--setup", mSetup, "File that keeps the driver's device for the next run");
+    mCommand->add_option("--prefs", mPreferences, "Folder of the preferences to use")->excludes(to);
+    mCommand->add_option("--plugin", mPlugIn, "Plug-in bundle to load")->excludes(to);
+    mCommand->add_option("--setup", mSetup, "File that keeps the driver's device for the next run")
+        ->excludes(to);
     mCommand->add_flag("--json", mJson, "Print the summary as one JSON document");
     AddLogOptions(*mCommand, mLog);
 }
 
 int ReplayCommand::Run() {
+    if (mTo) {
+        return PlayToService();
+    }
     // The environment must be changed while this is the only thread; the log starts another one.
     if (mPreferences) {
         UsePreferencesFolder(*mPreferences);
@@ -159,9 +145,20 @@ int ReplayCommand::Run() {
     return report.Clean() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+int ReplayCommand::PlayToService() const {
+    const Logging logging(mLog);
+    const RecordedSession recording = ReadSessionFile(mFile);
+    const Interrupt interrupt;
+    ServiceReplay replay(recording, *mTo,
+                         mAsFastAsPossible ? std::nullopt : std::optional<double>(mSpeed));
+    const ServiceReplayReport report = replay.Run();
+    fmt::print("{}", mJson ? SummaryJson(mFile, report) : SummaryText(mFile, report));
+    return report.sent == report.messages || report.interrupted ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 ReplayReport ReplayCommand::Play() const {
     const RecordedSession recording = ReadSessionFile(mFile);
-    const PortConfiguration configuration = ReadConfiguration(mPreferences.has_value());
+    const PortConfiguration configuration = ReadPortConfiguration(mPreferences.has_value());
     if (mPort > configuration.publishedPorts) {
         throw InputError(fmt::format("port {} is not there: the driver publishes {} ports with "
                                      "these preferences",
@@ -178,13 +175,15 @@ ReplayReport ReplayCommand::Play() const {
     RequireAddressSpace();
     const Interrupt interrupt;
     ControlQueue control;
+    std::optional<Setup> setup;
     std::optional<Host> host;
     control.Run([&] {
+        setup.emplace(mSetup);
         host.emplace(mPlugIn ? std::filesystem::path(*mPlugIn) : PlugInLoader::DefaultBundle(),
-                     mSetup);
+                     *setup);
     });
-    if (host->SetupWarning()) {
-        TellUser(kHostLog, *host->SetupWarning());
+    if (setup->Warning()) {
+        TellUser(kHostLog, *setup->Warning());
     }
     control.Run([&] { host->Start(); });
     ReplaySession session(recording, options, *host);

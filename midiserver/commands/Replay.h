@@ -1,9 +1,8 @@
 #pragma once
 
+#include "midiserver/commands/Command.h"
 #include "midiserver/log/Logging.h"
 #include "midiserver/replay/Report.h"
-
-#include <CLI/CLI.hpp>
 
 #include <optional>
 #include <string>
@@ -11,24 +10,21 @@
 namespace MidiServer {
 
 // The command `midiserver replay` plays a recorded session through the plug-in and reports what
-// came out. It is used as PrefsCommand is.
-class ReplayCommand {
+// came out, or plays it to a port of the service that runs.
+class ReplayCommand : public Command {
 public:
-    // Adds the command and its options to the parser, which this object must outlive.
     explicit ReplayCommand(CLI::App& program);
 
-    bool WasGiven() const { return mCommand->parsed(); }
-
-    // Runs the command on the main thread, whose run loop serves the driver. Returns the exit
-    // status: 0 if everything arrived as it was sent and every ping was answered, otherwise 1.
-    // Throws InputError and HostError.
-    int Run();
+    // The main thread's run loop serves the driver. Returns 0 if everything arrived as it was sent
+    // and every ping was answered, or if the service took everything; otherwise 1.
+    int Run() override;
 
 private:
     ReplayReport Play() const;
+    int PlayToService() const;
 
-    CLI::App* mCommand;
     std::string mFile;
+    std::optional<std::string> mTo;
     unsigned mPort = 1;
     double mSpeed = 1.0;
     bool mAsFastAsPossible = false;

@@ -1,6 +1,6 @@
 #include "midiserver/host/AddressSpace.h"
 
-#include "midiserver/host/Host.h"
+#include "midiserver/errors/HostError.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,5 @@
 #include "midiserver/host/Host.h"
 
-#include "midiserver/errors/InputError.h"
 #include "midiserver/errors/NoThreadText.h"
 #include "midiserver/host/CFText.h"
 #include "midiserver/log/LogCategories.h"
@@ -10,9 +9,6 @@
 #include <CoreMIDI/MIDIServerHost.h>
 
 #include <fmt/format.h>
-
-#include <cerrno>
-#include <system_error>
 
 namespace MidiServer {
 
@@ -45,10 +41,8 @@ std::string NameOf(MIDIObjectRef object, CFStringRef property) {
 
 } // namespace
 
-Host::Host(const std::filesystem::path& bundle,
-           const std::optional<std::filesystem::path>& setupFile)
-    : mLoader(bundle) {
-    OpenSetup(setupFile);
+Host::Host(const std::filesystem::path& bundle, const Setup& setup)
+    : mLoader(bundle), mSetup(setup) {
     const CFOwned<CFStringRef> identity = MakeCFString(mLoader.Identity());
     const OSStatus status = MIDIServerHostAttachDriver(mLoader.Driver(), identity.Get());
     if (status == kMIDIServerStartErr) {
@@ -57,25 +51,6 @@ Host::Host(const std::filesystem::path& bundle,
     RequireNoErr(status, "the driver cannot be attached");
     mAttached = true;
     Log(kHostLog[HSL::kChatty], "attached driver %s", mLoader.Identity());
-}
-
-void Host::OpenSetup(const std::optional<std::filesystem::path>& file) {
-    if (!file) {
-        RequireNoErr(MIDIServerHostOpenSetup(nullptr), "the setup cannot be opened");
-        Log(kHostLog[HSL::kChatty], "opened a setup that is not kept");
-        return;
-    }
-    const CFOwned<CFStringRef> path = MakeCFString(std::filesystem::absolute(*file).string());
-    const OSStatus status = MIDIServerHostOpenSetup(path.Get());
-    if (status == kMIDISetupFormatErr) {
-        mSetupWarning = fmt::format("{}: not a setup; it was moved aside and a new one is made",
-                                    file->string());
-    } else if (status != noErr) {
-        throw InputError(fmt::format("{}: the setup cannot be opened: {}", file->string(),
-                                     std::generic_category().message(errno)));
-    }
-    mSetupFile = *file;
-    Log(kHostLog[HSL::kChatty], "opened setup %s", file->string());
 }
 
 Host::~Host() {
@@ -96,10 +71,7 @@ void Host::Start() {
     Log(kHostLog[HSL::kInfo], "started driver %s", mLoader.Identity());
     ListPorts();
     Log(kHostLog[HSL::kInfo], "ports found: %u", mPorts.size());
-    if (mSetupFile && MIDIServerHostSaveSetup() != noErr) {
-        throw InputError(fmt::format("{}: the setup cannot be saved: {}", mSetupFile->string(),
-                                     std::generic_category().message(errno)));
-    }
+    mSetup.Save();
 }
 
 void Host::Stop() {

@@ -1,23 +1,16 @@
 #pragma once
 
+#include "midiserver/errors/HostError.h"
 #include "midiserver/host/PlugInLoader.h"
+#include "midiserver/host/Setup.h"
 
 #include <CoreMIDI/MIDIServices.h>
 
 #include <filesystem>
-#include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace MidiServer {
-
-// A HostError says that the driver or the platform failed at run time. Its what() is one line; the
-// program prints it and exits with status 1.
-class HostError : public std::runtime_error {
-public:
-    explicit HostError(const std::string& line) : std::runtime_error(line) {}
-};
 
 // The name of the message port through which the driver tells applications the unique IDs of its
 // private sources.
@@ -30,24 +23,22 @@ struct DriverPort {
     MIDIEndpointRef destination; // carries MIDI from a DAW to the driver; 0 if there is none
 };
 
-// A host loads a driver plug-in and runs it as a MIDI server does: it opens the setup, hands the
-// driver the devices of its last run, and stops it in order.
+// A host loads a driver plug-in and runs it as a MIDI server does: it hands the driver the devices
+// of its last run, and stops it in order.
 //
-//     Host host(PlugInLoader::DefaultBundle(), std::nullopt);
+//     Host host(PlugInLoader::DefaultBundle(), setup);
 //     host.Start();
 //     ... // run the run loop; host.Ports() are the driver's
 //     host.Stop();
 //
 // One thread constructs, starts, stops and destroys the host, and runs its run loop in between: the
-// driver serves its message port there. A process has one host at a time. Any thread may read
-// Ports() while the driver runs.
+// driver serves its message port there. A process has one host of a plug-in at a time. Any thread
+// may read Ports() while the driver runs.
 class Host {
 public:
-    // Loads the plug-in. `setupFile` keeps the devices from one run to the next; without it they
-    // are forgotten. Throws InputError if the bundle is unusable (see PlugInLoader.h) or the setup
-    // cannot be opened, and HostError if the platform fails.
-    Host(const std::filesystem::path& bundle,
-         const std::optional<std::filesystem::path>& setupFile);
+    // Loads the plug-in. `setup` must outlive the host. Throws InputError if the bundle is unusable
+    // (see PlugInLoader.h), and HostError if the platform fails.
+    Host(const std::filesystem::path& bundle, const Setup& setup);
     // Stops the driver if it runs.
     ~Host();
     Host(const Host&) = delete;
@@ -61,18 +52,15 @@ public:
     // returns. A second call does nothing.
     void Stop();
 
-    // Set if the setup file could not be read and was renamed: one line that says so.
-    const std::optional<std::string>& SetupWarning() const { return mSetupWarning; }
-
+    // The name under which the driver owns its devices (see PlugInLoader.h).
+    const std::string& Identity() const { return mLoader.Identity(); }
     const std::vector<DriverPort>& Ports() const { return mPorts; }
 
 private:
-    void OpenSetup(const std::optional<std::filesystem::path>& file);
     void ListPorts();
 
     PlugInLoader mLoader;
-    std::optional<std::filesystem::path> mSetupFile; // keeps the devices between runs
-    std::optional<std::string> mSetupWarning;
+    const Setup& mSetup;
     bool mAttached = false;
     bool mRunning = false;
     std::vector<DriverPort> mPorts;

@@ -1,7 +1,7 @@
 #include "midiserver/host/PrivateRuntimeFolder.h"
 
+#include "midiserver/errors/HostError.h"
 #include "midiserver/host/Environment.h"
-#include "midiserver/host/Host.h"
 #include "platform/support/FileDescriptor.h"
 
 #include <fmt/format.h>

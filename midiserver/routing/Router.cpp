@@ -52,6 +52,7 @@ public:
     void Suspend();
     void Stop();
     std::vector<PortCounters> Counters() const;
+    const std::vector<BackendPort>& ShownPorts() const { return mShownPorts; }
     std::uint64_t Stalls() const;
     Injection Inject(std::size_t port, Message message);
     std::shared_ptr<StreamTap> Tap(std::size_t port, StreamDirection direction,
@@ -106,7 +107,7 @@ private:
         QUORVEL_REQUIRES(mMutex);
     void SetPorts(std::size_t count, std::span<const Protocol> protocols) QUORVEL_REQUIRES(mMutex);
     void DropWaiting(std::size_t port) QUORVEL_REQUIRES(mMutex);
-    std::vector<BackendPort> ShownPorts(const std::vector<DriverPort>& ports) const;
+    std::vector<BackendPort> PortsToShow(const std::vector<DriverPort>& ports) const;
     void DisconnectFromDriver();
     void WaitForDriver();
 
@@ -129,6 +130,7 @@ private:
 
     // The main thread's, and in between the threads' that the members themselves make.
     bool mIsPublished = false;
+    std::vector<BackendPort> mShownPorts;
     std::optional<PrivateSources> mPrivateSources;
     std::optional<DriverPorts> mDriverPorts;
     PacedList mList; // the input thread's
@@ -164,9 +166,9 @@ void Router::Routing::Start(const std::vector<DriverPort>& ports,
         mStallWatch = StallWatch(mOptions.stallTime);
         mHasStalled = false;
     }
-    const std::vector<BackendPort> shown = ShownPorts(ports);
+    mShownPorts = PortsToShow(ports);
     for (const RoutedBackend& routed : mBackends) {
-        routed.backend->Publish(shown);
+        routed.backend->Publish(mShownPorts);
     }
     mIsPublished = true;
     mThread.emplace(mSignal, [this] { return Pass(); });
@@ -193,7 +195,7 @@ void Router::Routing::SetPorts(std::size_t count, std::span<const Protocol> prot
     }
 }
 
-std::vector<BackendPort> Router::Routing::ShownPorts(const std::vector<DriverPort>& ports) const {
+std::vector<BackendPort> Router::Routing::PortsToShow(const std::vector<DriverPort>& ports) const {
     const std::vector<SInt32>& privateIds = mPrivateSources->UniqueIds();
     std::vector<BackendPort> shown;
     for (std::size_t port = 0; port < ports.size(); ++port) {
@@ -553,6 +555,10 @@ void Router::Stop() {
 
 std::vector<PortCounters> Router::Counters() const {
     return mRouting->Counters();
+}
+
+const std::vector<BackendPort>& Router::ShownPorts() const {
+    return mRouting->ShownPorts();
 }
 
 std::uint64_t Router::Stalls() const {

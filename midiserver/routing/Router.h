@@ -64,7 +64,8 @@ struct Injection {
 //     host.Stop();
 //
 // Threads: one thread (the service's main thread) constructs, starts, suspends, stops and destroys.
-// All other functions may be called by any thread at any time between construction and destruction.
+// All others but ShownPorts may be called by any thread at any time between construction and
+// destruction.
 class Router {
 public:
     // `backends` and `signal` must outlive the router; `signal` is the one that all input queues
@@ -101,6 +102,9 @@ public:
     // The counters of the ports that the router has been started with so far, by index. They go on
     // over suspensions. Blocks for less than a millisecond.
     std::vector<PortCounters> Counters() const;
+
+    // The ports as the last Start published them. The main thread calls.
+    const std::vector<BackendPort>& ShownPorts() const;
 
     // How often `stalled` was called.
     std::uint64_t Stalls() const;

@@ -1,10 +1,8 @@
 #include "midiserver/service/ServiceLock.h"
 
+#include "midiserver/errors/HostError.h"
 #include "midiserver/errors/ServiceStateError.h"
-#include "midiserver/host/CFText.h"
-#include "midiserver/host/Host.h"
-
-#include <CoreFoundation/CFMessagePortHost.h>
+#include "midiserver/service/RuntimeFolder.h"
 
 #include <fmt/format.h>
 
@@ -20,16 +18,6 @@ namespace MidiServer {
 namespace {
 
 constexpr const char* kFileName = "service.lock";
-
-std::string RuntimeFolder() {
-    CFStringRef failure = nullptr;
-    const CFOwned<CFStringRef> folder(CFMessagePortHostCopyFolder(&failure));
-    const CFOwned<CFStringRef> reason(failure);
-    if (!folder) {
-        throw HostError("the runtime folder cannot be used: " + TextOf(reason.Get()));
-    }
-    return TextOf(folder.Get());
-}
 
 } // namespace
 

@@ -1,6 +1,6 @@
 #include "midiserver/service/Watch.h"
 
-#include "midiserver/host/Host.h"
+#include "midiserver/errors/HostError.h"
 #include "midiserver/service/FileWatch.h"
 
 #include <boost/asio/io_context.hpp>

@@ -14,6 +14,12 @@ TEST(CommandLineTest, HelpsForEveryCommand) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> commands = {
         {{"--help"}, "replay"},
         {{"-h"}, "prefs"},
+        {{"run", "--help"}, "--backend"},
+        {{"status", "--help"}, "--watch"},
+        {{"list", "--help"}, "--json"},
+        {{"connect", "--help"}, "DAW-PORT"},
+        {{"disconnect", "--help"}, "DAW-PORT"},
+        {{"record", "--help"}, "FILE"},
         {{"replay", "--help"}, "--as-fast-as-possible"},
         {{"prefs", "--help"}, "clear"},
         {{"prefs", "show", "--help"}, "--json"},
@@ -40,7 +46,20 @@ TEST(CommandLineTest, RefusesArgumentsThatItDoesNotKnowWithOneLine) {
     const std::vector<std::vector<std::string>> commands = {
         {},
         {"--frobnicate"},
+        {"run", "1"},
+        {"run", "--backend", "windows"},
+        {"run", "--backend"},
+        {"status", "--json", "--watch"},
+        {"status", "1"},
+        {"list", "1"},
+        {"connect", "1"},
+        {"disconnect", "1"},
         {"record"},
+        {"record", "1"},
+        {"replay", file, "--to", "1", "--port", "1"},
+        {"replay", file, "--to", "1", "--prefs", "/tmp"},
+        {"replay", file, "--to", "1", "--plugin", "/tmp"},
+        {"replay", file, "--to", "1", "--setup", "/tmp/setup"},
         {"replay"},
         {"replay", file, "--loud"},
         {"replay", file, file},
@@ -70,11 +89,13 @@ TEST(CommandLineTest, RefusesArgumentsThatItDoesNotKnowWithOneLine) {
 }
 
 TEST(CommandLineTest, NamesTheCommandsWhereOneIsMissingOrUnknown) {
-    EXPECT_EQ(Midiserver({}).err,
-              "midiserver: a command is missing; the commands of midiserver are: replay, prefs\n");
+    EXPECT_EQ(
+        Midiserver({}).err,
+        "midiserver: a command is missing; the commands of midiserver are: run, status, list, "
+        "connect, disconnect, record, replay, prefs\n");
     EXPECT_EQ(Midiserver({"frobnicate"}).err,
-              "midiserver: frobnicate is not known here; the commands of midiserver are: replay, "
-              "prefs\n");
+              "midiserver: frobnicate is not known here; the commands of midiserver are: run, "
+              "status, list, connect, disconnect, record, replay, prefs\n");
     EXPECT_EQ(Midiserver({"prefs"}).err,
               "midiserver: a command is missing; the commands of prefs are: show, set, clear\n");
     EXPECT_EQ(Midiserver({"prefs", "frobnicate"}).err,
@@ -87,7 +108,10 @@ TEST(CommandLineTest, RefusesAnEmptyValueInEitherForm) {
     const std::string file = Capture("ardour-hui.txt");
     const std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> commands = {
         {{"replay", file},
-         {"--port", "--speed", "--prefs", "--plugin", "--setup", "--log-level", "--log-category",
+         {"--to", "--port", "--speed", "--prefs", "--plugin", "--setup", "--log-level",
+          "--log-category", "--log-format"}},
+        {{"run"},
+         {"--backend", "--plugin", "--prefs", "--setup", "--log-level", "--log-category",
           "--log-format"}},
         {{"prefs", "show"}, {"--prefs"}},
         {{"prefs", "clear"}, {"--prefs"}},

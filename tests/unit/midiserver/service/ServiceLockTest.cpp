@@ -1,7 +1,7 @@
 #include "midiserver/service/ServiceLock.h"
 
+#include "midiserver/errors/HostError.h"
 #include "midiserver/errors/ServiceStateError.h"
-#include "midiserver/host/Host.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "midiserver/backends/Backend.h"
+#include "midiserver/backends/InputQueue.h"
+#include "midiserver/backends/WakeUpSignal.h"
+#include "midiserver/routing/Router.h"
+#include "midiserver/service/BackendChoice.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace MidiServer {
+
+// The backends of a service, each with the queue that it writes into.
+//
+//     WakeUpSignal signal;
+//     Backends backends(ChooseBackends({"auto"}, Backends::Survey()), signal);
+//     Router router(backends.Routed(), signal, {}, stalled);
+//
+// One thread makes and destroys it, and uses the backends as Backend.h says.
+class Backends {
+public:
+    // The backends that this program was built with.
+    static std::vector<std::string> Offered();
+    // To be called in a process before another thread runs and before anything else here but
+    // Offered: JACK's library is configured through the environment.
+    static void Prepare();
+    // Looks what there is on the machine. Blocks for some round trips to a JACK server.
+    static BackendSurvey Survey();
+
+    // `signal` must outlive the object. `choices` are of Offered.
+    Backends(const std::vector<BackendChoice>& choices, WakeUpSignal& signal);
+    Backends(const Backends&) = delete;
+    Backends& operator=(const Backends&) = delete;
+
+    std::vector<RoutedBackend> Routed() const;
+    const std::vector<std::unique_ptr<Backend>>& All() const { return mBackends; }
+
+private:
+    std::vector<std::unique_ptr<InputQueue>> mQueues; // outlive the backends
+    std::vector<std::unique_ptr<Backend>> mBackends;
+};
+
+} // namespace MidiServer

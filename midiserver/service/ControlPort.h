@@ -1,0 +1,42 @@
+#pragma once
+
+#include "midiserver/service/ControlProtocol.h"
+#include "platform/support/CFOwned.h"
+
+#include <CoreFoundation/CFMessagePort.h>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <functional>
+
+namespace MidiServer {
+
+// The service's end of the control port (ControlProtocol.h). The run loop of the thread that makes
+// it serves it, in the default mode, until it is destroyed on that thread.
+//
+//     const ControlPort port([](ControlRequest request, const nlohmann::ordered_json& arguments) {
+//         return nlohmann::ordered_json{{"status", ...}};
+//     });
+class ControlPort {
+public:
+    // Answers a request: returns the reply's members without `ok`. An exception becomes the reply's
+    // `error`, and so does an argument that is missing or of another type.
+    using Answer = std::function<nlohmann::ordered_json(ControlRequest request,
+                                                        const nlohmann::ordered_json& arguments)>;
+
+    // Throws HostError if the port cannot be made.
+    explicit ControlPort(Answer answer);
+    ~ControlPort();
+    ControlPort(const ControlPort&) = delete;
+    ControlPort& operator=(const ControlPort&) = delete;
+
+private:
+    static CFDataRef Called(CFMessagePortRef port, SInt32 request, CFDataRef data, void* info);
+    nlohmann::ordered_json ReplyTo(SInt32 request, CFDataRef data) const;
+
+    Answer mAnswer;
+    CFOwned<CFMessagePortRef> mPort;
+    CFOwned<CFRunLoopSourceRef> mSource;
+};
+
+} // namespace MidiServer

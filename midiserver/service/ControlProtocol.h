@@ -1,0 +1,32 @@
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+
+namespace MidiServer {
+
+// The message port through which the running service is asked. A request's ID says what is wanted
+// and its data is a JSON object. The reply is a JSON object too: its member `ok` tells whether the
+// service did what was wanted; if not, `error` is one line that says why.
+inline constexpr const char* kControlPortName = "Quorvel MIDI Server Control Port";
+
+enum class ControlRequest : SInt32 {
+    // -> {status: see StatusReport.h}
+    kStatus = 1,
+    // -> {ports: [{name, protocol}], backends: [{name, isUp, detail, peers, connections}]}
+    kList = 2,
+    // {port, peer} -> {port, peer, backend}
+    kConnect = 3,
+    kDisconnect = 4,
+    // {port} -> {recording: a number, port: its name}
+    kStartRecording = 5,
+    // {recording} -> {messages: [[microseconds since the start, "90 00 7F"]], lost: pieces so far}.
+    // Each is a message, or a piece of a System Exclusive message. A recording that nobody asks for
+    // in a minute ends.
+    kTakeRecorded = 6,
+    // {recording} -> {lost}
+    kEndRecording = 7,
+    // {port, messages: ["90 00 7F"]} -> {port: its name, taken: how many of the messages}
+    kInject = 8,
+};
+
+} // namespace MidiServer

@@ -1,0 +1,226 @@
+// What the service answers on the control port.
+#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/InputError.h"
+#include "midiserver/host/CFText.h"
+#include "midiserver/log/LogCategories.h"
+#include "midiserver/log/Logging.h"
+#include "midiserver/preferences/PreferencesEditor.h"
+#include "midiserver/service/Service.h"
+
+#include <CoreMIDI/MIDIServices.h>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace MidiServer {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::vector<std::uint8_t> Bytes(const std::string& hex) {
+    std::vector<std::uint8_t> bytes;
+    for (std::size_t at = 0; at < hex.size(); at += 3) {
+        const std::string digits = hex.substr(at, 2);
+        if (digits.size() != 2 || digits.find_first_not_of("0123456789ABCDEF") < 2) {
+            throw InputError("a message is no hexadecimal bytes");
+        }
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits, nullptr, 16)));
+    }
+    return bytes;
+}
+
+std::optional<std::int32_t> UniqueIdOf(MIDIObjectRef object) {
+    SInt32 id = 0;
+    if (MIDIObjectGetIntegerProperty(object, kMIDIPropertyUniqueID, &id) != noErr) {
+        return std::nullopt;
+    }
+    return id;
+}
+
+MIDIDeviceRef DeviceOf(const DriverPort& port) {
+    MIDIEntityRef entity = 0;
+    MIDIDeviceRef device = 0;
+    MIDIEndpointGetEntity(port.source, &entity);
+    MIDIEntityGetDevice(entity, &device);
+    return device;
+}
+
+std::string NameOf(MIDIObjectRef object) {
+    CFStringRef name = nullptr;
+    if (MIDIObjectGetStringProperty(object, kMIDIPropertyName, &name) != noErr) {
+        return {};
+    }
+    return TextOf(CFOwned<CFStringRef>(name).Get());
+}
+
+bool Contains(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// The ports of other programs that a port can be connected to, or disconnected from.
+std::vector<std::string> PeersOf(const Backend& backend) {
+    std::vector<std::string> peers = backend.Peers();
+    for (const BackendConnection& connection : backend.Connections()) {
+        if (!Contains(peers, connection.peer)) {
+            peers.push_back(connection.peer);
+        }
+    }
+    return peers;
+}
+
+} // namespace
+
+Json Service::Answer(ControlRequest request, const Json& arguments) {
+    switch (request) {
+    case ControlRequest::kStatus:
+        return {{"status", StatusJson(Status())}};
+    case ControlRequest::kList:
+        return List();
+    case ControlRequest::kConnect:
+    case ControlRequest::kDisconnect:
+        return Connect(request, arguments);
+    case ControlRequest::kStartRecording:
+        return StartRecording(arguments);
+    case ControlRequest::kTakeRecorded:
+        return mRecordings.Take(arguments.at("recording").get<std::uint64_t>(), Clock::now());
+    case ControlRequest::kEndRecording:
+        return mRecordings.End(arguments.at("recording").get<std::uint64_t>());
+    case ControlRequest::kInject:
+        return Inject(arguments);
+    }
+    throw InputError("the service does not know this request; is it of another version?");
+}
+
+Json Service::List() const {
+    Json ports = Json::array();
+    for (const PortStatus& port : PortStates()) {
+        ports.push_back(
+            {{"name", port.name},
+             {"protocol", port.protocol == Protocol::kNone ? Json(nullptr)
+                                                           : Json(ProtocolName(port.protocol))}});
+    }
+    Json backends = Json::array();
+    for (const auto& backend : mBackends.All()) {
+        const BackendState state = backend->State();
+        Json connections = Json::array();
+        for (const BackendConnection& connection : backend->Connections()) {
+            connections.push_back({{"port", connection.port}, {"peer", connection.peer}});
+        }
+        backends.push_back({{"name", backend->Name()},
+                            {"isUp", state.isUp},
+                            {"detail", state.detail},
+                            {"peers", backend->Peers()},
+                            {"connections", std::move(connections)}});
+    }
+    return {{"ports", std::move(ports)}, {"backends", std::move(backends)}};
+}
+
+Json Service::Connect(ControlRequest request, const Json& arguments) const {
+    const std::size_t port = PortIndex(arguments.at("port").get<std::string>());
+    const auto peer = arguments.at("peer").get<std::string>();
+    std::vector<std::string> allPeers;
+    for (const auto& backend : mBackends.All()) {
+        const std::vector<std::string> peers = PeersOf(*backend);
+        allPeers.insert(allPeers.end(), peers.begin(), peers.end());
+        if (!Contains(peers, peer)) {
+            continue;
+        }
+        const bool connect = request == ControlRequest::kConnect;
+        connect ? backend->Connect(port, peer) : backend->Disconnect(port, peer);
+        Log(kServiceLog[HSL::kInfo], "%s port %u %s %s", backend->Name(), port + 1,
+            connect ? "connected with" : "disconnected from", peer);
+        return {{"port", PortStates()[port].name}, {"peer", peer}, {"backend", backend->Name()}};
+    }
+    throw InputError(fmt::format("no other program has a port \"{}\"; there {}", peer,
+                                 allPeers.empty()
+                                     ? std::string("are none")
+                                     : fmt::format("are: {}", fmt::join(allPeers, ", "))));
+}
+
+Json Service::Inject(const Json& arguments) {
+    const std::size_t port = PortIndex(arguments.at("port").get<std::string>());
+    std::size_t taken = 0;
+    for (const Json& message : arguments.at("messages")) {
+        if (!mRouter.Inject(port, Bytes(message.get<std::string>())).taken) {
+            break;
+        }
+        ++taken;
+    }
+    return {{"port", PortStates()[port].name}, {"taken", taken}};
+}
+
+Json Service::StartRecording(const Json& arguments) {
+    const std::size_t port = PortIndex(arguments.at("port").get<std::string>());
+    const std::uint64_t number = mRecordings.Start(
+        mRouter.Tap(port, StreamDirection::kFromDaw, Recordings::kCapacity), Clock::now());
+    Log(kServiceLog[HSL::kInfo], "recording port %u", port + 1);
+    return {{"recording", number}, {"port", PortStates()[port].name}};
+}
+
+std::size_t Service::PortIndex(const std::string& nameOrNumber) const {
+    std::vector<std::string> names;
+    for (const PortStatus& port : PortStates()) {
+        if (port.name == nameOrNumber || fmt::format("{}", names.size() + 1) == nameOrNumber) {
+            return names.size();
+        }
+        names.push_back(port.name);
+    }
+    throw InputError(fmt::format("the service has no port \"{}\"; there {}", nameOrNumber,
+                                 names.empty()
+                                     ? std::string("are none, because the driver does not run")
+                                     : fmt::format("are: {}", fmt::join(names, ", "))));
+}
+
+std::vector<PortStatus> Service::PortStates() const {
+    std::vector<PortStatus> ports;
+    if (mHosts.empty()) {
+        return ports;
+    }
+    const std::vector<PortCounters> counters = mRouter.Counters();
+    for (const DriverPort& port : mHosts.front()->Ports()) {
+        const std::size_t index = ports.size();
+        PortStatus& status = ports.emplace_back();
+        status.name = port.name;
+        status.protocol = mConfiguration.protocols.at(index);
+        status.sourceId = UniqueIdOf(port.source);
+        status.destinationId = UniqueIdOf(port.destination);
+        if (index < mRouter.ShownPorts().size()) {
+            status.privateSourceId = mRouter.ShownPorts()[index].privateId;
+        }
+        if (index < counters.size()) {
+            status.counters = counters[index];
+        }
+    }
+    return ports;
+}
+
+ServiceStatus Service::Status() const {
+    ServiceStatus status;
+    status.now = Clock::now();
+    status.started = mStarted;
+    status.failure = mFailure;
+    status.driverStarts = mDriverStarts;
+    status.driverStalls = mRouter.Stalls();
+    status.setupFile = mOptions.setup ? mOptions.setup->string() : std::string();
+    status.preferencesFile = PreferencesEditor::File().string();
+    if (!mHosts.empty() && !mHosts.front()->Ports().empty()) {
+        const MIDIDeviceRef device = DeviceOf(mHosts.front()->Ports().front());
+        status.deviceName = NameOf(device);
+        status.deviceId = UniqueIdOf(device);
+    }
+    for (const auto& host : mHosts) {
+        status.plugIns.push_back(host->Identity());
+    }
+    for (const auto& backend : mBackends.All()) {
+        status.backends.push_back(
+            {backend->Name(), backend->State(), backend->LostToDaws(), backend->Connections()});
+    }
+    status.ports = PortStates();
+    return status;
+}
+
+} // namespace MidiServer

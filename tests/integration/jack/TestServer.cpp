@@ -88,9 +88,12 @@ TestServer::~TestServer() {
 void TestServer::Start() {
     const std::string log = mFolder.Path() + "/server.log";
     if (mIsPipeWire) {
+        // Each ends with the one that started it, even if that is killed.
+        const std::string bound = "/usr/bin/setpriv --pdeathsig KILL ";
         mServer = std::make_unique<ChildProcess>(
-            std::vector<std::string>{"/usr/bin/dbus-run-session", "--", "/bin/sh", "-c",
-                                     "pipewire & wireplumber & wait"},
+            std::vector<std::string>{"/usr/bin/dbus-run-session", "--", "/usr/bin/setpriv",
+                                     "--pdeathsig", "KILL", "/bin/sh", "-c",
+                                     bound + "pipewire & " + bound + "wireplumber & wait"},
             log);
         return;
     }

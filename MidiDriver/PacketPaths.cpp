@@ -3,7 +3,7 @@
 #include "MidiDriver/MidiPlugin.h"
 #include "MidiDriver/worker/DriverDiagnostics.h"
 #include "MidiDriver/worker/MidiCallbackWorker.h"
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <syslog.h>
 

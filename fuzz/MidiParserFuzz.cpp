@@ -5,7 +5,7 @@
 #include "MidiDriver/MidiParser.h"
 
 #include "fuzz/Require.h"
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <algorithm>
 #include <array>

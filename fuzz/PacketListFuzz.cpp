@@ -4,7 +4,7 @@
 // with a few of the list's bytes overwritten; its second bit chooses what the worker's items are.
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 #include "fuzz/Require.h"
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "MidiDriver/worker/DriverDiagnostics.h"
 #include "MidiDriver/worker/WorkerRecords.h"
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <syslog.h>
 

@@ -3,7 +3,7 @@
 #include "MidiDriver/worker/DriverDiagnostics.h"
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 #include "MidiDriver/worker/WorkerRecords.h"
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <CoreServices/CoreServices.h>
 

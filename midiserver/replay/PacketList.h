@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <cstdint>
 #include <span>

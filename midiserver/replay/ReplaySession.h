@@ -4,8 +4,8 @@
 #include "midiserver/replay/ReplayStatistics.h"
 #include "midiserver/replay/Report.h"
 #include "midiserver/replay/session/RecordedSession.h"
+#include "platform/packetlist/PacketListBuilder.h"
 #include "platform/support/Mutex.h"
-#include "platform/support/PacketListBuilder.h"
 
 #include <chrono>
 #include <optional>

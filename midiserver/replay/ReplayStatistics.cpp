@@ -1,6 +1,6 @@
 #include "midiserver/replay/ReplayStatistics.h"
 
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 // with lays them out.
 #pragma once
 
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 
 #include <cstddef>
 #include <vector>

@@ -1,6 +1,6 @@
 #include "tests/support/ReceivedLists.h"
 
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <dlfcn.h>
 

@@ -3,7 +3,7 @@
 #include "platform/CoreMIDI/src/interface/PacketList.h"
 #include "platform/CoreMIDI/src/state/DriverIO.h"
 #include "platform/CoreMIDI/src/state/ServerState.h"
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 
 #include <CoreMIDI/MIDIServices.h>
 

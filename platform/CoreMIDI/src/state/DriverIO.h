@@ -3,8 +3,8 @@
 #include "platform/CoreMIDI/src/base/DriverItem.h"
 #include "platform/CoreMIDI/src/base/Route.h"
 #include "platform/CoreMIDI/src/base/StateMutex.h"
+#include "platform/packetlist/PacketListBuilder.h"
 #include "platform/support/CFOwned.h"
-#include "platform/support/PacketListBuilder.h"
 
 #include <cstddef>
 #include <map>

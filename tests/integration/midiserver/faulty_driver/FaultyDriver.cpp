@@ -1,7 +1,7 @@
 // A driver plug-in that does what the real one does for four HUI ports, but for one fault that the
 // environment variable FAULTY_DRIVER names: it shows that the host notices.
 
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include <CoreFoundation/CFMessagePort.h>
 #include <CoreFoundation/CFPlugInCOM.h>

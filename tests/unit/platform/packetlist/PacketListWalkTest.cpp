@@ -1,4 +1,4 @@
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 #include "tests/support/PacketLists.h"
 #include "tests/support/TestSeed.h"

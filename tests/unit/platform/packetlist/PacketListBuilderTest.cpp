@@ -1,4 +1,4 @@
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 
 #include "tests/support/PacketLists.h"
 

@@ -194,7 +194,7 @@ TEST_F(FormatStringTest, FindsThePiecesOfAFormat) {
     EXPECT_THAT(ends("\\n%d"), ElementsAre(0, 2, 4)) << "a backslash further in front";
 }
 
-TEST_F(FormatStringTest, TheSearchEndsNeverWhereASignIsEscaped) {
+TEST_F(FormatStringTest, AnEscapedSignWithTextBehindItMakesTheSearchEndless) {
     EXPECT_TRUE(CFormatPieces("100%% of").mIsEndless);
     EXPECT_TRUE(CFormatPieces("%d 100\\% of").mIsEndless);
     EXPECT_FALSE(CFormatPieces("\\%").mIsEndless) << "at the very end";

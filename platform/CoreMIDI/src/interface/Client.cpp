@@ -77,6 +77,28 @@ OSStatus AddPort(MIDIClientRef client, CFStringRef portName, Kind kind, MIDIRead
     return noErr;
 }
 
+// An input port and a source that a caller names, and the connection between them.
+struct PortAndSource {
+    PortAndSource(MIDIPortRef port, MIDIEndpointRef source) QUORVEL_REQUIRES(sStateMutex)
+        : mPort(ServerState::Get().FindPort(port, Kind::kInputPort)) {
+        if (mPort == nullptr) {
+            mStatus = kMIDIInvalidPort;
+            return;
+        }
+        mSource = ServerState::Get().FindEndpoint(source, Kind::kSource, mStatus);
+        const auto found = std::ranges::find(mPort->mConnections, source,
+                                             [](const auto& each) { return each->mEndpoint; });
+        if (found != mPort->mConnections.end()) {
+            mConnection = *found;
+        }
+    }
+
+    Port* mPort = nullptr;
+    Endpoint* mSource = nullptr;
+    OSStatus mStatus = noErr;                // says which of the two does not exist
+    std::shared_ptr<Connection> mConnection; // null if they are not connected
+};
+
 } // namespace
 
 } // namespace CoreMIDI
@@ -199,47 +221,38 @@ OSStatus MIDIPortDispose(MIDIPortRef port) {
 
 OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* connRefCon) {
     return Answer([&]() -> OSStatus {
-        ServerState& state = ServerState::Get();
         Transaction transaction;
-        auto* const input = state.FindPort(port, Kind::kInputPort);
-        if (input == nullptr) {
-            return kMIDIInvalidPort;
+        const PortAndSource ends(port, source);
+        if (ends.mStatus != noErr) {
+            return ends.mStatus;
         }
-        OSStatus status = noErr;
-        auto* const endpoint = state.FindEndpoint(source, Kind::kSource, status);
-        if (endpoint == nullptr) {
-            return status;
-        }
-        const auto connection = std::make_shared<Connection>(port, source, input->mReadProcedure,
-                                                             input->mRefCon, connRefCon);
+        Port& input = *ends.mPort;
+        Endpoint& endpoint = *ends.mSource;
+        const auto connection = std::make_shared<Connection>(port, source, input.mReadProcedure,
+                                                             input.mRefCon, connRefCon);
         connection->mRoomToDisable.emplace_back();
-        const auto sameSource = [source](const std::shared_ptr<Connection>& other) {
-            return other->mEndpoint == source;
-        };
-        const auto present = std::ranges::find_if(input->mConnections, sameSource);
-        if (present != input->mConnections.end()) {
-            const std::shared_ptr<Connection> replaced = *present;
+        if (ends.mConnection != nullptr) {
             const auto replace = [&](const auto& a, const auto& b) QUORVEL_REQUIRES(sStateMutex) {
-                std::ranges::replace(endpoint->mConnections, a, b);
-                std::ranges::replace(input->mConnections, a, b);
+                std::ranges::replace(endpoint.mConnections, a, b);
+                std::ranges::replace(input.mConnections, a, b);
             };
-            replace(replaced, connection);
+            replace(ends.mConnection, connection);
             const OnFailure undo(
-                [&]() QUORVEL_REQUIRES(sStateMutex) { replace(connection, replaced); });
-            UpdateRoutes(*endpoint);
-            transaction.End(replaced);
+                [&]() QUORVEL_REQUIRES(sStateMutex) { replace(connection, ends.mConnection); });
+            UpdateRoutes(endpoint);
+            transaction.End(ends.mConnection);
             return noErr;
         }
         const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) {
-            std::erase(input->mConnections, connection);
-            std::erase(endpoint->mConnections, connection);
+            std::erase(input.mConnections, connection);
+            std::erase(endpoint.mConnections, connection);
         });
-        input->mConnections.push_back(connection);
-        endpoint->mConnections.push_back(connection);
+        input.mConnections.push_back(connection);
+        endpoint.mConnections.push_back(connection);
         DriverItems room(1);
-        UpdateRoutes(*endpoint);
-        if (endpoint->mConnections.size() == 1) {
-            TellListeners(*endpoint, true, std::move(room));
+        UpdateRoutes(endpoint);
+        if (endpoint.mConnections.size() == 1) {
+            TellListeners(endpoint, true, std::move(room));
         }
         return noErr;
     });
@@ -247,25 +260,17 @@ OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* c
 
 OSStatus MIDIPortDisconnectSource(MIDIPortRef port, MIDIEndpointRef source) {
     return Answer([&]() -> OSStatus {
-        ServerState& state = ServerState::Get();
         Transaction transaction;
-        auto* const input = state.FindPort(port, Kind::kInputPort);
-        if (input == nullptr) {
-            return kMIDIInvalidPort;
+        const PortAndSource ends(port, source);
+        if (ends.mStatus != noErr) {
+            return ends.mStatus;
         }
-        OSStatus status = noErr;
-        if (state.FindEndpoint(source, Kind::kSource, status) == nullptr) {
-            return status;
+        if (ends.mConnection == nullptr) {
+            return kMIDINoConnection;
         }
-        for (const std::shared_ptr<Connection>& connection : input->mConnections) {
-            if (connection->mEndpoint == source) {
-                const auto dropped = connection;
-                DropFromPort(*dropped);
-                DropFromSource(*dropped);
-                transaction.End(dropped);
-                return noErr;
-            }
-        }
-        return kMIDINoConnection;
+        DropFromPort(*ends.mConnection);
+        DropFromSource(*ends.mConnection);
+        transaction.End(ends.mConnection);
+        return noErr;
     });
 }

@@ -3,10 +3,10 @@
 // with printf.
 #include "fuzz/Require.h"
 #include "hsl/CCat.h"
-#include "hsl/Conversion.h"
 #include "hsl/LogContext.h"
 #include "hsl/LogManager.h"
-#include "hsl/TextBuffer.h"
+#include "hsl/format/Conversion.h"
+#include "hsl/format/TextBuffer.h"
 #include "runtime/sync/NyLock.h"
 
 #include <algorithm>

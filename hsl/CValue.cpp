@@ -1,6 +1,6 @@
 #include "hsl/CValue.h"
 
-#include "hsl/RecordWriter.h"
+#include "hsl/record/RecordWriter.h"
 
 namespace HSL {
 

@@ -1,7 +1,7 @@
 #include "hsl/FormatString.h"
 
-#include "hsl/RecordFormat.h"
-#include "hsl/RecordReader.h"
+#include "hsl/record/RecordFormat.h"
+#include "hsl/record/RecordReader.h"
 
 #include <algorithm>
 #include <cstdint>

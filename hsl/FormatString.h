@@ -18,8 +18,8 @@
 // and so is each other part that is appended as a whole.
 #pragma once
 
-#include "hsl/Conversion.h"
-#include "hsl/TextBuffer.h"
+#include "hsl/format/Conversion.h"
+#include "hsl/format/TextBuffer.h"
 
 #include <cstddef>
 #include <string>

@@ -4,8 +4,8 @@
 #include "hsl/LogContext.h"
 #include "hsl/LogManager.h"
 #include "hsl/LogManagerState.h"
-#include "hsl/RecordReader.h"
-#include "hsl/TextBuffer.h"
+#include "hsl/format/TextBuffer.h"
+#include "hsl/record/RecordReader.h"
 #include "runtime/sync/NyLock.h"
 
 #include <libkern/OSAtomic.h>

@@ -1,8 +1,8 @@
 #include "hsl/LogContext.h"
 
 #include "MidiDriver/worker/circular_buffer/InPlaceRoom.h"
-#include "hsl/RecordFormat.h"
-#include "hsl/RecordWriter.h"
+#include "hsl/record/RecordFormat.h"
+#include "hsl/record/RecordWriter.h"
 #include "runtime/sync/NyLock.h"
 #include "runtime/time/NyTime.h"
 

@@ -4,7 +4,7 @@
 #include "hsl/CCat.h"
 #include "hsl/CValue.h"
 #include "hsl/LogManager.h"
-#include "hsl/RecordFormat.h"
+#include "hsl/record/RecordFormat.h"
 
 #include <cstdint>
 #include <string>

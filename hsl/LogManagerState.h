@@ -3,9 +3,9 @@
 
 #include "hsl/CollectionThread.h"
 #include "hsl/FormatString.h"
-#include "hsl/LineHeader.h"
 #include "hsl/LogManager.h"
-#include "hsl/TextBuffer.h"
+#include "hsl/format/LineHeader.h"
+#include "hsl/format/TextBuffer.h"
 #include "runtime/sync/NyLock.h"
 #include "runtime/sync/NyThreadLocal.h"
 

@@ -1,7 +1,7 @@
 #include "hsl/CValue.h"
 
 #include "MidiDriver/worker/circular_buffer/CCircularBuffer.h"
-#include "tests/unit/hsl/RecordBytes.h"
+#include "tests/unit/hsl/record/RecordBytes.h"
 
 #include <gtest/gtest.h>
 

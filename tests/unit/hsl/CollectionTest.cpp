@@ -1,7 +1,7 @@
 #include "tests/support/TestSeed.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/unit/hsl/LoggingTest.h"
-#include "tests/unit/hsl/RecordBytes.h"
+#include "tests/unit/hsl/record/RecordBytes.h"
 
 #include <gmock/gmock.h>
 

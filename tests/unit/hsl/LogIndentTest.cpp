@@ -1,7 +1,7 @@
 #include "hsl/LogIndent.h"
 
 #include "tests/unit/hsl/LoggingTest.h"
-#include "tests/unit/hsl/RecordBytes.h"
+#include "tests/unit/hsl/record/RecordBytes.h"
 
 namespace HSL {
 namespace {

@@ -3,7 +3,7 @@
 #include "runtime/thread/NyThread.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/unit/hsl/LoggingTest.h"
-#include "tests/unit/hsl/RecordBytes.h"
+#include "tests/unit/hsl/record/RecordBytes.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "hsl/Conversion.h"
+#include "hsl/format/Conversion.h"
 
 #include <langinfo.h>
 

@@ -1,4 +1,4 @@
-#include "hsl/RecordWriter.h"
+#include "hsl/record/RecordWriter.h"
 
 #include "hsl/CValue.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hsl/TextBuffer.h"
+#include "hsl/format/TextBuffer.h"
 
 #include <cstdint>
 #include <optional>

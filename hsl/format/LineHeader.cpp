@@ -1,4 +1,4 @@
-#include "hsl/LineHeader.h"
+#include "hsl/format/LineHeader.h"
 
 #include "hsl/FormatString.h"
 #include "runtime/time/NyTime.h"

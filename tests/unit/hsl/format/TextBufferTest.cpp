@@ -1,4 +1,4 @@
-#include "hsl/TextBuffer.h"
+#include "hsl/format/TextBuffer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "hsl/Conversion.h"
+#include "hsl/format/Conversion.h"
 
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestSeed.h"

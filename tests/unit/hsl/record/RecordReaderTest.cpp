@@ -1,4 +1,4 @@
-#include "hsl/RecordReader.h"
+#include "hsl/record/RecordReader.h"
 
 #include <gtest/gtest.h>
 

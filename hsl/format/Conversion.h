@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hsl/CValue.h"
-#include "hsl/TextBuffer.h"
+#include "hsl/format/TextBuffer.h"
 
 #include <charconv>
 #include <cstddef>

@@ -4,7 +4,7 @@
 // its own.
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 #include "runtime/thread/NyThread.h"
-#include "tests/support/ControllableClock.h"
+#include "tests/support/platform/ControllableClock.h"
 
 #include <sched.h>
 #include <unistd.h>

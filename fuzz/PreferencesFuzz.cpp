@@ -2,8 +2,8 @@
 // does.
 #include "fuzz/Require.h"
 #include "midiserver/preferences/PreferencesEditor.h"
-#include "tests/support/DriversConfiguration.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/platform/DriversConfiguration.h"
 
 #include <cstddef>
 #include <cstdint>

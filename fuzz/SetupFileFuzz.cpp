@@ -1,8 +1,8 @@
 // Opens arbitrary bytes as a saved setup. The file is opened or renamed, and a setup that was
 // opened can be saved and opened again.
 #include "fuzz/Require.h"
-#include "tests/support/CFText.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/platform/CFText.h"
 
 #include <CoreMIDI/MIDIServerHost.h>
 

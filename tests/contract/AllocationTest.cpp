@@ -2,8 +2,8 @@
 
 #include "MidiDriver/PacketPaths.h"
 #include "tests/contract/DriverFixture.h"
-#include "tests/support/AllocationFaults.h"
-#include "tests/support/SyslogCapture.h"
+#include "tests/support/memory/AllocationFaults.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // What Start publishes and what Stop takes down.
 
 #include "tests/contract/DriverFixture.h"
-#include "tests/support/CFText.h"
-#include "tests/support/SyslogCapture.h"
+#include "tests/support/platform/CFText.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <gmock/gmock.h>
 

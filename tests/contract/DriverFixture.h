@@ -3,12 +3,12 @@
 
 #include "MidiDriver/MidiPlugin.h"
 #include "tests/contract/PluginTable.h"
-#include "tests/support/PacketLists.h"
-#include "tests/support/PlatformFaults.h"
-#include "tests/support/ReceivedLists.h"
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestPreferences.h"
+#include "tests/support/platform/PacketLists.h"
+#include "tests/support/platform/PlatformFaults.h"
+#include "tests/support/platform/ReceivedLists.h"
+#include "tests/support/platform/SyslogCapture.h"
+#include "tests/support/platform/TestPreferences.h"
 
 #include <CoreMIDI/MIDIServerHost.h>
 

@@ -3,8 +3,8 @@
 #include "MidiDriver/PacketPaths.h"
 
 #include "tests/contract/DriverFixture.h"
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <gmock/gmock.h>
 

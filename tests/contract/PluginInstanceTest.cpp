@@ -3,8 +3,8 @@
 #include "MidiDriver/MidiReceiver.h"
 #include "runtime/thread/NyThread.h"
 #include "tests/contract/DriverFixture.h"
-#include "tests/support/CFText.h"
-#include "tests/support/SyslogCapture.h"
+#include "tests/support/platform/CFText.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // The message port through which the control-surface application learns the virtual sources' IDs.
 
 #include "tests/contract/DriverFixture.h"
-#include "tests/support/CFText.h"
+#include "tests/support/platform/CFText.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // Loads the bundle as the server does and drives what it makes.
 #pragma once
 
-#include "tests/support/CFText.h"
-#include "tests/support/PacketLists.h"
+#include "tests/support/platform/CFText.h"
+#include "tests/support/platform/PacketLists.h"
 
 #include <CoreFoundation/CFPlugInCOM.h>
 #include <CoreFoundation/CFPlugInHost.h>

@@ -2,7 +2,7 @@
 // purpose, counted piece by piece, and nothing else.
 
 #include "tests/integration/PluginRounds.h"
-#include "tests/support/LiveBlocks.h"
+#include "tests/support/memory/LiveBlocks.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "tests/integration/PluginHost.h"
-#include "tests/support/ReceivedLists.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestPreferences.h"
+#include "tests/support/platform/ReceivedLists.h"
+#include "tests/support/platform/TestPreferences.h"
 
 #include <CoreFoundation/CFRuntimeHost.h>
 

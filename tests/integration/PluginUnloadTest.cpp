@@ -2,7 +2,7 @@
 
 #include "tests/integration/PluginHost.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestPreferences.h"
+#include "tests/support/platform/TestPreferences.h"
 
 #include <cstdlib>
 

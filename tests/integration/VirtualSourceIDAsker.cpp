@@ -1,7 +1,7 @@
 // The part of the control-surface application that asks the driver for its virtual sources' IDs, as
 // a process of its own: prints the four IDs for each message id that is given as an argument.
 
-#include "tests/support/CFText.h"
+#include "tests/support/platform/CFText.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 

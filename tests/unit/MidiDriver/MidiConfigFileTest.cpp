@@ -1,8 +1,8 @@
 #include "MidiDriver/MidiConfigFile.h"
 
-#include "tests/support/CFText.h"
-#include "tests/support/RememberedPreferences.h"
-#include "tests/support/TestPreferences.h"
+#include "tests/support/platform/CFText.h"
+#include "tests/support/platform/RememberedPreferences.h"
+#include "tests/support/platform/TestPreferences.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

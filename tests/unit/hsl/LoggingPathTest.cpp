@@ -7,7 +7,7 @@
 #include "hsl/LogManager.h"
 #include "runtime/sync/NyLock.h"
 #include "runtime/thread/NyThread.h"
-#include "tests/support/AllocationCounter.h"
+#include "tests/support/memory/AllocationCounter.h"
 
 #include <CoreServices/CoreServices.h>
 

@@ -5,7 +5,7 @@
 #include "hsl/LogContext.h"
 #include "hsl/LogManager.h"
 #include "runtime/sync/NyLock.h"
-#include "tests/support/ControllableClock.h"
+#include "tests/support/platform/ControllableClock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "MidiDriver/worker/DriverDiagnostics.h"
 
-#include "tests/support/SyslogCapture.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 
-#include "tests/support/AllocationCounter.h"
-#include "tests/support/ControllableClock.h"
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/memory/AllocationCounter.h"
+#include "tests/support/platform/ControllableClock.h"
+#include "tests/support/platform/SyslogCapture.h"
 #include "tests/unit/MidiDriver/worker/WorkerHarness.h"
 
 #include <gtest/gtest.h>

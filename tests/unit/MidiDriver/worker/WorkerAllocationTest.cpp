@@ -1,7 +1,7 @@
 // Paths that must not allocate.
 
-#include "tests/support/AllocationCounter.h"
-#include "tests/support/ControllableClock.h"
+#include "tests/support/memory/AllocationCounter.h"
+#include "tests/support/platform/ControllableClock.h"
 #include "tests/unit/MidiDriver/worker/WorkerHarness.h"
 
 #include <gtest/gtest.h>

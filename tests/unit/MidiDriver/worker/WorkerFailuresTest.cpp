@@ -1,10 +1,10 @@
 // Rings that overflow, that could not be allocated, and what the worker makes of it.
 
-#include "tests/support/AllocationCounter.h"
-#include "tests/support/ArrayNewFaults.h"
-#include "tests/support/ControllableClock.h"
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/memory/AllocationCounter.h"
+#include "tests/support/memory/ArrayNewFaults.h"
+#include "tests/support/platform/ControllableClock.h"
+#include "tests/support/platform/SyslogCapture.h"
 #include "tests/unit/MidiDriver/worker/WorkerHarness.h"
 
 #include <gtest/gtest.h>

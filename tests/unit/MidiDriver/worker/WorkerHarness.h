@@ -3,7 +3,7 @@
 #pragma once
 
 #include "MidiDriver/worker/MidiCallbackWorker.h"
-#include "tests/support/PacketLists.h"
+#include "tests/support/platform/PacketLists.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The byte rate that the worker holds every port to, on a clock that moves only when told.
 
-#include "tests/support/ControllableClock.h"
-#include "tests/support/SyslogCapture.h"
+#include "tests/support/platform/ControllableClock.h"
+#include "tests/support/platform/SyslogCapture.h"
 #include "tests/unit/MidiDriver/worker/WorkerHarness.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "midiserver/backends/InputQueue.h"
 
-#include "tests/support/AllocationCounter.h"
 #include "tests/support/TestSeed.h"
+#include "tests/support/memory/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 

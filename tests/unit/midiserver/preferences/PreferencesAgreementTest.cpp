@@ -1,8 +1,8 @@
 // What the host says about the preferences, and what the driver itself makes of them.
 #include "midiserver/preferences/PreferencesEditor.h"
-#include "tests/support/DriversConfiguration.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestSeed.h"
+#include "tests/support/platform/DriversConfiguration.h"
 
 #include <gtest/gtest.h>
 

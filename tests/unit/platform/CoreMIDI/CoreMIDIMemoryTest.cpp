@@ -2,8 +2,8 @@
 // answers memFullErr and has changed nothing, or has done all; one that takes something away has
 // done so; one that looks needs no memory, or gives memFullErr.
 #include "platform/support/CFOwned.h"
-#include "tests/support/AllocationFaults.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/memory/AllocationFaults.h"
 #include "tests/unit/platform/CoreMIDI/FakeDriver.h"
 #include "tests/unit/platform/CoreMIDI/Told.h"
 

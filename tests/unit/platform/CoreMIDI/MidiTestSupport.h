@@ -1,8 +1,8 @@
 // Short forms of what the tests of CoreMIDI do often.
 #pragma once
 
-#include "tests/support/PacketLists.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/platform/PacketLists.h"
 
 #include <CoreMIDI/MIDIServerHost.h>
 

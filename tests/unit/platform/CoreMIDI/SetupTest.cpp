@@ -1,5 +1,5 @@
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/TestSeed.h"
+#include "tests/support/platform/SyslogCapture.h"
 #include "tests/unit/platform/CoreMIDI/FakeDriver.h"
 
 #include <sys/stat.h>

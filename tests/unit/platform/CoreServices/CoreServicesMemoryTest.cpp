@@ -1,6 +1,6 @@
 // What the creating functions answer when there is no memory for the first of their objects. Each
 // test is the first in its process to make one, since records are never given back.
-#include "tests/support/AllocationFaults.h"
+#include "tests/support/memory/AllocationFaults.h"
 
 #include <CoreServices/CoreServices.h>
 

@@ -1,6 +1,6 @@
 #include "platform/packetlist/PacketListBuilder.h"
 
-#include "tests/support/PacketLists.h"
+#include "tests/support/platform/PacketLists.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "platform/packetlist/PacketListWalk.h"
 
-#include "tests/support/PacketLists.h"
 #include "tests/support/TestSeed.h"
+#include "tests/support/platform/PacketLists.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "runtime/sync/NyEvent.h"
 #include "runtime/time/NyTime.h"
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <gtest/gtest.h>
 

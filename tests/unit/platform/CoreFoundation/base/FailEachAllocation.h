@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/AllocationFaults.h"
+#include "tests/support/memory/AllocationFaults.h"
 
 #include <CoreFoundation/CFRuntimeHost.h>
 #include <CoreFoundation/CoreFoundation.h>

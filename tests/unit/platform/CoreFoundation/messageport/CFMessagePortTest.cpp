@@ -1,8 +1,8 @@
 #include "platform/support/CFOwned.h"
-#include "tests/support/CFText.h"
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/platform/CFText.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <CoreFoundation/CFMessagePort.h>
 #include <CoreFoundation/CFMessagePortHost.h>

@@ -1,5 +1,5 @@
-#include "tests/support/SyslogCapture.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/platform/SyslogCapture.h"
 #include "tests/unit/platform/CoreFoundation/values/CFTestValues.h"
 
 #include <CoreFoundation/CFPreferences.h>

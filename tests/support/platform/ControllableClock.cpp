@@ -1,4 +1,4 @@
-#include "tests/support/ControllableClock.h"
+#include "tests/support/platform/ControllableClock.h"
 
 #include <CoreServices/CoreServices.h>
 

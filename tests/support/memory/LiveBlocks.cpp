@@ -1,4 +1,4 @@
-#include "tests/support/LiveBlocks.h"
+#include "tests/support/memory/LiveBlocks.h"
 
 #include <malloc.h>
 

@@ -1,4 +1,4 @@
-#include "tests/support/AllocationFaults.h"
+#include "tests/support/memory/AllocationFaults.h"
 
 #include "tests/support/ProgramCode.h"
 

@@ -1,7 +1,7 @@
-#include "tests/support/TestPreferences.h"
+#include "tests/support/platform/TestPreferences.h"
 
 #include "MidiDriver/MacSonaretDefs.h"
-#include "tests/support/CFText.h"
+#include "tests/support/platform/CFText.h"
 
 #include <cstdlib>
 #include <stdexcept>

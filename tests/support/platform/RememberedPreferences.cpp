@@ -1,4 +1,4 @@
-#include "tests/support/RememberedPreferences.h"
+#include "tests/support/platform/RememberedPreferences.h"
 
 #include "MidiDriver/MacSonaretDefs.h"
 #include "platform/support/CFOwned.h"

@@ -1,4 +1,4 @@
-#include "tests/support/ArrayNewFaults.h"
+#include "tests/support/memory/ArrayNewFaults.h"
 
 #include <atomic>
 #include <new>

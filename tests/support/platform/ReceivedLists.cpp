@@ -1,4 +1,4 @@
-#include "tests/support/ReceivedLists.h"
+#include "tests/support/platform/ReceivedLists.h"
 
 #include "platform/packetlist/PacketListWalk.h"
 

@@ -1,4 +1,4 @@
-#include "tests/support/SyslogCapture.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <cstdarg>
 #include <cstdio>

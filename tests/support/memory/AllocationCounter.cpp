@@ -1,4 +1,4 @@
-#include "tests/support/AllocationCounter.h"
+#include "tests/support/memory/AllocationCounter.h"
 
 #include "tests/support/Sanitized.h"
 

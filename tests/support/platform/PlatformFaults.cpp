@@ -1,4 +1,4 @@
-#include "tests/support/PlatformFaults.h"
+#include "tests/support/platform/PlatformFaults.h"
 
 #include "tests/support/ProgramCode.h"
 

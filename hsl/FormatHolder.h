@@ -6,15 +6,17 @@
 
 namespace HSL {
 
-// A format that is registered once and then logged by its id, typically a static object:
+// A format holder registers a format string once, so that it is then logged by its id. It is
+// typically a static object:
 //
 //     CFormatHolder sLate("late by %d us");
 //     sLate.Register();                               // after Initialize
 //     context->Log(cat, sLate, late);
 //
-// The id is -1, which prints as an uninitialised format, before Register and again once logging
-// was initialised anew without it. `text` is not copied and must live as long as the object. Any
-// thread may read the id; Register is called by one at a time and waits for a collection pass.
+// Before Register, the id is -1, which prints as an uninitialised format. It is -1 again if logging
+// is initialised anew, until Register is called again. `text` is not copied and must live as long
+// as the object. Any thread may read the id. Only one thread at a time may call Register, which
+// waits for a collection pass.
 class CFormatHolder {
 public:
     constexpr explicit CFormatHolder(const char* text) : mText(text) {}

@@ -1,9 +1,13 @@
-// Reading packet lists where they lie: the one walk over packets, for the driver, the host, the
-// library and the tests. Plain C++ over the platform's own header, so macOS builds it too.
+// These functions read packet lists in place. The driver, the host, the library and the tests all
+// walk over packets by them. They need only the platform's own header, so macOS builds them too.
 //
-// Where a packet lies is known to MIDIPacketNext alone: some platforms pack lists, some pad them.
-// A packed one leaves all packets but the first at any address, so their fields are copied byte by
-// byte. A list is never trusted beyond the bytes at hand.
+//     ForEachPacket(list, size, [](const MIDIPacket* packet) {
+//         Parse(PacketData(packet), PacketLength(packet));
+//     });
+//
+// Only MIDIPacketNext knows where the next packet lies, since some platforms pack the packets and
+// some pad them. In a packed list all packets but the first may lie at odd addresses, so their
+// fields are copied byte by byte. Nothing beyond the list's `size` is read, whatever the list says.
 #pragma once
 
 #include <CoreMIDI/MIDIServices.h>
@@ -20,7 +24,7 @@ static_assert(offsetof(MIDIPacket, timeStamp) == 0 && offsetof(MIDIPacket, lengt
 static_assert(sizeof(MIDIPacket) == 268 && sizeof(MIDIPacketList) == 272);
 static_assert(alignof(MIDIPacket) == 4 && alignof(MIDIPacketList) == 4);
 
-// For a list that comes without its size, as all that CoreMIDI hands over do.
+// The size to pass for a list that comes without one, as the lists from CoreMIDI do.
 inline constexpr std::size_t kUnknownListSize = std::numeric_limits<std::size_t>::max();
 
 inline MIDITimeStamp PacketTime(const MIDIPacket* packet) {
@@ -53,7 +57,8 @@ inline Byte* PacketData(MIDIPacket* packet) {
     return reinterpret_cast<Byte*>(packet) + kPacketHeaderSize;
 }
 
-// The packet count that a list of `size` bytes states; 0 when it is too short to state one.
+// Returns the packet count that a list of `size` bytes states, or 0 if it is too short to state
+// one.
 inline UInt32 PacketCount(const void* list, std::size_t size = kUnknownListSize) {
     UInt32 count = 0;
     if (size >= kPacketListHeaderSize) {
@@ -62,7 +67,7 @@ inline UInt32 PacketCount(const void* list, std::size_t size = kUnknownListSize)
     return count;
 }
 
-// How far a walk came.
+// The extent tells how far a walk came.
 struct PacketListExtent {
     std::size_t bytes = 0; // from the list's start to the end of the last packet's data
     UInt32 packets = 0;
@@ -95,12 +100,14 @@ PacketListExtent ForEachPacket(const void* list, std::size_t size, Visit visit) 
     return extent;
 }
 
-// The size of a list that comes without it: from its start to the end of its last packet's data.
+// Returns the size of a list that comes without it: from its start to the end of its last packet's
+// data.
 inline std::size_t PacketListSize(const MIDIPacketList* list) {
     return ForEachPacket(list, kUnknownListSize, [](const MIDIPacket*) {}).bytes;
 }
 
-// The MIDI bytes in a list of `size` bytes: the lengths of its packets.
+// Returns the number of MIDI bytes in a list of `size` bytes, which is the sum of its packets'
+// lengths.
 inline unsigned int CountMIDIBytes(const void* list, std::size_t size) {
     unsigned int bytes = 0;
     ForEachPacket(list, size,

@@ -7,19 +7,25 @@
 
 namespace CoreMIDI {
 
-// The way to a client's procedure: open until it is closed, after which the procedure is not called
-// any more.
+// A gate stands in front of a client's procedure. It is open at first; once Close has returned, the
+// procedure is not called any more, so that the client may free what the procedure uses.
 //
-// Any thread. Calls do not block nor allocate; Close waits for calls on other threads.
+//     const CallGate::Call call(gate);
+//     if (call) {
+//         procedure(...);
+//     }
+//
+// Any thread may use a gate. A Call neither blocks nor allocates.
 class CallGate {
 public:
-    // `owner`: the object that the procedure belongs to, its port for instance.
+    // `owner` is the object that the procedure belongs to, for instance its port.
     explicit CallGate(MIDIObjectRef owner) : mOwner(owner) {}
     CallGate(const CallGate&) = delete;
     CallGate& operator=(const CallGate&) = delete;
 
-    // A call in progress, on the stack of the thread that makes it. False: the gate is closed and
-    // the procedure must not be called. The gate must outlive it.
+    // A Call marks a call of the procedure as in progress while it exists, on the stack of the
+    // calling thread. It is false if the gate is closed: the procedure must not be called then. The
+    // gate must outlive its calls.
     class Call {
     public:
         explicit Call(CallGate& gate);
@@ -37,8 +43,8 @@ public:
         bool mIsOpen = false;
     };
 
-    // No call begins from now on. Then waits until none is in progress, unless this thread is
-    // itself within a call of the same owner: its end cannot be waited for.
+    // Closes the gate and waits for the calls in progress. It does not wait if the calling thread
+    // is itself within a call of the same owner, which could never end meanwhile.
     void Close();
 
 private:

@@ -5,7 +5,12 @@
 
 namespace CoreMIDI {
 
-// Undoes something when an exception leaves the scope. `undo` must not throw.
+// An OnFailure calls `undo` if an exception leaves the scope that it is declared in. `undo` must
+// not throw.
+//
+//     list.push_back(object);
+//     const OnFailure remove([&] { list.pop_back(); });
+//     UpdateRoutes(*object); // may throw
 template <typename Undo>
 class OnFailure {
 public:

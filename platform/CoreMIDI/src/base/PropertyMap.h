@@ -11,22 +11,23 @@ namespace CoreMIDI {
 
 enum class PropertyType { kInteger, kString, kData, kDictionary };
 
-// An object's own properties by their names: property lists of the four types, integers of 32 bits.
-// Looked through without memory.
+// An object's own properties by their names. The values are property lists of the four types above;
+// integers have 32 bits. Looking a name up allocates nothing.
 using PropertyMap = std::map<std::string, CFOwned<CFPropertyListRef>, std::less<>>;
 
-// The type of a value, nothing when no property can have it.
+// Returns the type of a value, or nothing if no property can have that value.
 std::optional<PropertyType> TypeOf(CFPropertyListRef value);
 
-// What is special about a property, by its name.
+// A PropertyRule tells what is allowed for the property of a certain name.
 struct PropertyRule {
-    std::optional<PropertyType> mType; // nothing: any
-    bool mIsSettable = true;           // by clients
-    bool mIsSaved = true;
+    std::optional<PropertyType>
+        mType;               // the type that its values must have; empty if any type will do
+    bool mIsSettable = true; // whether clients may set it
+    bool mIsSaved = true;    // whether the setup file keeps it
 };
 const PropertyRule& RuleOf(std::string_view name);
 
-// The names that the library itself looks at.
+// The names of the properties whose values the library itself uses.
 inline constexpr const char* kNameProperty = "name";
 inline constexpr const char* kManufacturerProperty = "manufacturer";
 inline constexpr const char* kModelProperty = "model";
@@ -38,7 +39,7 @@ inline constexpr const char* kPrivateProperty = "private";
 inline constexpr const char* kDriverOwnerProperty = "driver";
 inline constexpr const char* kDisplayNameProperty = "displayName";
 
-// The same as a dictionary. Throws std::bad_alloc.
+// Returns the properties as a dictionary. Throws std::bad_alloc.
 CFOwned<CFMutableDictionaryRef> DictionaryOf(const PropertyMap& properties);
 // Sets a value of a dictionary. Throws std::bad_alloc.
 void SetValue(const CFOwned<CFMutableDictionaryRef>& dictionary, const std::string& key,

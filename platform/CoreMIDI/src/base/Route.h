@@ -1,5 +1,6 @@
-// Where packets go. Routes are made anew at each change and never altered, so that packets find
-// their way without a lock (ObjectRegistry.h).
+// A route tells where the packets of an endpoint go. A route never changes: each change of the
+// connections makes a new one. Packets can therefore follow a route without a lock (see
+// ObjectRegistry.h).
 #pragma once
 
 #include "platform/CoreMIDI/src/base/CallGate.h"
@@ -13,8 +14,8 @@
 
 namespace CoreMIDI {
 
-// A read procedure and what it is called with: of an input port for one source, or of a virtual
-// destination.
+// A Connection holds a read procedure with the arguments that it is called with. It belongs to an
+// input port and one source that the port is connected to, or to a virtual destination.
 struct Connection {
     Connection(MIDIObjectRef owner, MIDIEndpointRef endpoint, MIDIReadProc procedure,
                void* procedureRefCon, void* connectionRefCon)
@@ -38,13 +39,15 @@ struct Connection {
     const MIDIReadProc mProcedure;
     void* const mProcedureRefCon;
     void* const mConnectionRefCon;
-    // To tell the source's driver with, should this be its last connection: one item, made with the
-    // connection, since ending it must not fail for want of memory.
+    // One item, to tell the source's driver that nobody listens any more if this was its last
+    // connection. It is made together with the connection, because ending a connection must not
+    // fail for want of memory.
     DriverItems mRoomToDisable;
-    std::shared_ptr<Connection> mNextEnded; // Transaction's
+    std::shared_ptr<Connection> mNextEnded; // links the ended connections of a Transaction
 };
 
-// What becomes of packets for a destination: exactly one of `mReceiver` and `mDriver` is set.
+// An OutputTarget tells who takes the packets that are sent to a destination: a read procedure or a
+// driver. Exactly one of `mReceiver` and `mDriver` is set.
 struct OutputTarget {
     MIDIEndpointRef mEndpoint = 0;
     bool mSchedulesItself = false;
@@ -55,9 +58,9 @@ struct OutputTarget {
 };
 
 struct Route {
-    std::vector<std::shared_ptr<Connection>> mConnections; // of a source
-    std::shared_ptr<const OutputTarget> mTarget;           // of a destination; null: nobody
-    std::unique_ptr<Route> mNextRetired;                   // ObjectRegistry's
+    std::vector<std::shared_ptr<Connection>> mConnections; // the listeners of a source
+    std::shared_ptr<const OutputTarget> mTarget; // of a destination; null if nobody takes packets
+    std::unique_ptr<Route> mNextRetired;         // links the routes that the registry has replaced
 };
 
 } // namespace CoreMIDI

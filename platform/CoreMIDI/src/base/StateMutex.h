@@ -6,8 +6,8 @@
 
 namespace CoreMIDI {
 
-// The lock of the server's state: of ServerState, and of all objects in it. Nothing that may block
-// or call somebody's code is called under it.
+// This mutex guards the server's state: ServerState and all objects in it. While it is held,
+// nothing is called that may block or that runs code of a client or a driver.
 inline constinit Mutex sStateMutex;
 // Threads of clients may still take it while the process ends.
 static_assert(std::is_trivially_destructible_v<Mutex>);

@@ -21,7 +21,7 @@ void DestroyPort(Transaction& transaction, Port& port) noexcept QUORVEL_REQUIRES
     ServerState::Get().Remove(port);
 }
 
-// Takes a virtual endpoint out of whatever holds it and destroys it. Nobody is notified.
+// Destroys a virtual endpoint and takes it out of its client. Notifies nobody.
 void DestroyVirtualEndpoint(Transaction& transaction, Endpoint& endpoint) noexcept
     QUORVEL_REQUIRES(sStateMutex) {
     ServerState& state = ServerState::Get();
@@ -30,7 +30,7 @@ void DestroyVirtualEndpoint(Transaction& transaction, Endpoint& endpoint) noexce
     DestroyEndpoint(transaction, endpoint);
 }
 
-// With a read procedure for a destination.
+// Adds a virtual endpoint. `readProc` is null for a source.
 OSStatus AddVirtualEndpoint(MIDIClientRef client, Kind kind, CFStringRef name,
                             MIDIReadProc readProc, void* refCon, MIDIEndpointRef* out) {
     Transaction transaction;

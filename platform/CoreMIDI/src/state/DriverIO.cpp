@@ -17,7 +17,7 @@ namespace {
 
 thread_local bool tIsDriverIOThread = false;
 
-// How long the thread sleeps at most when nothing is to come.
+// The longest time that the thread sleeps when no packet waits.
 constexpr CFTimeInterval kLongSleepSeconds = 3600;
 
 CFTimeInterval SecondsBetween(MIDITimeStamp now, MIDITimeStamp then) {
@@ -124,7 +124,7 @@ DriverItems DriverIO::TakeNext(CFTimeInterval& secondsToNext) noexcept {
         item.splice(item.begin(), first->second);
         mWaiting.erase(first);
         mWaitingBytes -= item.front().mList.size();
-        // From here on it is like a queued one.
+        // From here on it counts as a queued item.
         mQueuedBytes += item.front().mList.size();
         return item;
     }
@@ -170,7 +170,7 @@ void DriverIO::Perform(const DriverItem& item) {
 }
 
 void DriverIO::Finish(DriverItems item) noexcept {
-    // Let go without the lock, as the rest of the item if it is not kept.
+    // Destroyed after the lock is released, like the rest of the item if it is not kept.
     const std::shared_ptr<const OutputTarget> target = std::move(item.front().mTarget);
     const std::shared_ptr<DriverOutput> driver = std::move(item.front().mDriver);
     {
@@ -241,7 +241,7 @@ bool DriverIO::Submit(const std::shared_ptr<const OutputTarget>& target, const M
 
 void DriverIO::Queue(DriverItems items) noexcept {
     for (DriverItem& item : items) {
-        // Taken under the lock, so that the times in the queue are in its order.
+        // Read under the lock, so that the items of the queue are in the order of their times.
         item.mDue = HostTimeNow();
         mQueuedBytes += item.mList.size();
         if (DriverOutput* const driver = item.Driver()) {
@@ -264,7 +264,7 @@ void DriverIO::Post(DriverItems items) noexcept {
     const auto isRefused = [](const DriverItem& item)
                                QUORVEL_REQUIRES(msMutex) { return !item.Driver()->mIsAttached; };
     items.remove_if(isRefused);
-    // With an attached driver there is the thread.
+    // The thread runs if a driver is attached.
     if (!items.empty()) {
         Queue(std::move(items));
         Wake();
@@ -297,7 +297,7 @@ void DriverIO::Detach(const std::shared_ptr<DriverOutput>& driver) noexcept {
     const MutexLock lock(msMutex);
     driver->mIsAttached = false;
     DropWaitingIf([&driver](const OutputTarget& target) { return target.mDriver == driver; });
-    // For those who wait for room in the queue.
+    // Wakes the threads that wait for room in the queue, which are refused now.
     mChanged.NotifyAll();
     while (driver->mPending != 0) {
         mChanged.Wait(msMutex);

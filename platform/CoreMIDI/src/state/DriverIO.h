@@ -14,45 +14,49 @@
 
 namespace CoreMIDI {
 
-// A list whose time is still to come.
+// A packet list that is to be delivered at a later time.
 struct LaterList {
     MIDITimeStamp mTime;
     PacketListBuilder mList;
 };
 
-// The driver I/O thread: the only one that calls `Send`, `EnableSource` and `Flush` of drivers, and
-// the one that hands over packets which had to wait for their time.
+// DriverIO runs the driver I/O thread. Only this thread calls the functions `Send`, `EnableSource`
+// and `Flush` of drivers, and it delivers the packets that had to wait for their time.
 //
-// What is due is queued, 65536 bytes of packet lists at most; what is to wait is kept apart by
-// time, 1 MiB at most. What is handed over next is what became due first: a queued list at the time
-// when it was queued. The thread is started when it is first needed and lives as long as the
-// process; it waits in its run loop.
+// Packets that are due are kept in a queue of at most 65536 bytes. Packets that have to wait are
+// kept apart, ordered by time, in at most 1 MiB. The thread delivers first what became due first; a
+// queued list became due when it was queued. The thread starts when it is first needed, waits in
+// its run loop, and runs until the process ends.
 //
-// Any thread; functions block and allocate only as stated.
+// Any thread may call the functions. They block and allocate only where it is stated.
 class DriverIO {
 public:
     static DriverIO& Get();
 
-    // Starts the thread, if need be, and waits for that. False when it cannot be started.
+    // Starts the thread if it does not run yet and waits until it does. Returns false if it cannot
+    // be started.
     bool Start();
     bool IsThisThread() const;
-    // The thread's run loop; null when it cannot be started.
+    // Starts the thread like Start and returns its run loop, or null if it cannot be started.
     CFRunLoopRef Loop();
 
-    // Queues a list (null: none) for a driver's destination, and lists that have to wait for any
-    // destination; all or nothing. Blocks while the queue is full, but fails on the thread itself.
-    // False: not attached, no room, or no thread. Throws std::bad_alloc, with nothing queued.
+    // Queues a list that is due for a driver's destination (null for none) and keeps lists that
+    // have to wait, for a destination of any sort. Takes all of them or none. Blocks while the
+    // queue is full, but fails instead on the I/O thread itself. Returns false if the driver is not
+    // attached, there is no room, or the thread cannot be started. Throws std::bad_alloc and then
+    // queues nothing.
     bool Submit(const std::shared_ptr<const OutputTarget>& target, const MIDIPacketList* due,
                 std::size_t dueBytes, std::vector<LaterList> later) QUORVEL_EXCLUDES(sStateMutex);
-    // Drops what waits for its time, for one endpoint or, for 0, all.
+    // Drops the packets that wait for their time: those for one endpoint, or all if it is 0.
     void DropWaiting(MIDIEndpointRef endpoint) noexcept;
 
-    // Queues calls of drivers' functions. Never blocks, needs no memory; nothing happens for a
-    // driver that is not attached.
+    // Queues calls of drivers' functions. Neither blocks nor allocates. Calls for a driver that is
+    // not attached are dropped.
     void Post(DriverItems items) noexcept;
 
-    // Refuses all that comes for the driver from now on, drops what waits for its time, and blocks
-    // until the driver has taken the rest. Not on the thread itself. Needs no memory.
+    // Refuses packets and calls for the driver from now on, drops its packets that wait for their
+    // time, and blocks until the driver has taken the rest. Must not be called on the I/O thread.
+    // Allocates nothing.
     void Detach(const std::shared_ptr<DriverOutput>& driver) noexcept QUORVEL_EXCLUDES(sStateMutex);
 
 private:
@@ -63,15 +67,16 @@ private:
     static constexpr std::size_t kSpareItems = 64;
 
     void Run() noexcept;
-    // Makes the thread's loop, or does not.
+    // Sets mLoop and mWakeSource, or leaves both null if there is no memory.
     void TakeUpLoop() noexcept QUORVEL_REQUIRES(msMutex);
-    // The next item that is due. None, with the time until one is, when there is none.
+    // Returns the next item that is due. If there is none, returns an empty list and sets
+    // `secondsToNext` to the time until there is one.
     DriverItems TakeNext(CFTimeInterval& secondsToNext) noexcept;
     static void Perform(const DriverItem& item);
     void Finish(DriverItems item) noexcept;
 
     void Queue(DriverItems items) noexcept QUORVEL_REQUIRES(msMutex);
-    // isToBeDropped: bool (const OutputTarget&).
+    // Drops the waiting packets whose target satisfies `isToBeDropped(const OutputTarget&)`.
     template <typename Predicate>
     void DropWaitingIf(const Predicate& isToBeDropped) QUORVEL_REQUIRES(msMutex);
     void Wake() noexcept QUORVEL_REQUIRES(msMutex);
@@ -84,16 +89,18 @@ private:
     ThreadState mThreadState QUORVEL_GUARDED_BY(msMutex) = ThreadState::kNone;
     CFRunLoopRef mLoop QUORVEL_GUARDED_BY(msMutex) = nullptr;
     CFRunLoopSourceRef mWakeSource QUORVEL_GUARDED_BY(msMutex) = nullptr;
-    bool mIsAwake QUORVEL_GUARDED_BY(msMutex) = false; // looks at the queue before it sleeps
+    // Whether the thread will look at the queue again before it sleeps.
+    bool mIsAwake QUORVEL_GUARDED_BY(msMutex) = false;
     DriverItems mQueue QUORVEL_GUARDED_BY(msMutex);
-    std::multimap<MIDITimeStamp, DriverItems> mWaiting QUORVEL_GUARDED_BY(msMutex); // one of each
-    // Of lists queued or being handed over.
+    // The packets that wait for their time. Each list holds one item.
+    std::multimap<MIDITimeStamp, DriverItems> mWaiting QUORVEL_GUARDED_BY(msMutex);
+    // The bytes of the lists that are queued or being delivered.
     std::size_t mQueuedBytes QUORVEL_GUARDED_BY(msMutex) = 0;
     std::size_t mWaitingBytes QUORVEL_GUARDED_BY(msMutex) = 0;
-    DriverItems mSpare QUORVEL_GUARDED_BY(msMutex); // to be used again, for their buffers
+    DriverItems mSpare QUORVEL_GUARDED_BY(msMutex); // kept so that their buffers are used again
 };
 
-// A driver that is attached.
+// A driver that is, or was, attached.
 struct DriverOutput {
     MIDIDriverRef mDriver = nullptr;
     std::string mIdentity;

@@ -14,7 +14,8 @@
 
 namespace CoreMIDI {
 
-// A notification that waits; `mMessage` says which of the other fields count.
+// A Notice is a notification that has not been delivered yet. `mMessage` determines which of the
+// other fields have a meaning.
 struct Notice {
     MIDINotificationMessageID mMessage = kMIDIMsgSetupChanged;
     MIDIObjectRef mObject = 0;
@@ -23,16 +24,17 @@ struct Notice {
     OSStatus mError = noErr;
 };
 
-// What waits for one client. Any thread.
+// A NotificationQueue keeps the notifications for one client until they are delivered. Any thread
+// may use it.
 class NotificationQueue {
 public:
     NotificationQueue(MIDIObjectRef client, MIDINotifyProc procedure, void* refCon)
         : mGate(client), mProcedure(procedure), mRefCon(refCon) {}
 
-    // When kMaximum wait already, or memory runs out, all until the next delivery are replaced by
-    // one kMIDIMsgSetupChanged.
+    // Appends a notification. If kMaximum are waiting already, or there is no memory, one
+    // kMIDIMsgSetupChanged replaces all notifications until the next delivery.
     void Push(const Notice& notice) noexcept;
-    // Calls the procedure for all that waits.
+    // Calls the client's procedure for each waiting notification.
     void Deliver() noexcept QUORVEL_EXCLUDES(sStateMutex);
     // See CallGate::Close.
     void Close() QUORVEL_EXCLUDES(sStateMutex) { mGate.Close(); }
@@ -45,24 +47,25 @@ private:
     void* const mRefCon;
     Mutex mMutex;
     std::deque<Notice> mNotices QUORVEL_GUARDED_BY(mMutex);
-    // A kMIDIMsgSetupChanged stands for all.
+    // Whether one kMIDIMsgSetupChanged stands for all notifications since the last delivery.
     bool mIsCutShort QUORVEL_GUARDED_BY(mMutex) = false;
 };
 
-// The run loop that notifications come on, and the queues that it looks after.
+// The NotificationCentre knows the run loop on which clients are notified, and the clients' queues.
 class NotificationCentre {
 public:
     static NotificationCentre& Get();
 
-    // The first client fixes the run loop: that of the calling thread. `queue` may be null. Throws
-    // std::bad_alloc, with nothing changed.
+    // Adds a client. The first client determines the run loop: it is that of the calling thread.
+    // `queue` is null for a client without a notify procedure. Throws std::bad_alloc and then
+    // changes nothing.
     void AddClient(const std::shared_ptr<NotificationQueue>& queue);
-    // The last one lets it go.
+    // Removes a client. Removing the last client releases the run loop.
     void RemoveClient(const std::shared_ptr<NotificationQueue>& queue) noexcept;
     void Post(std::span<const Notice> notices) noexcept;
 
 private:
-    // Made and put into the loop, or std::bad_alloc.
+    // Makes the source and puts it into the loop, or throws std::bad_alloc.
     CFOwned<CFRunLoopSourceRef> MakeSource(CFRunLoopRef loop) QUORVEL_REQUIRES(mMutex);
     static void Perform(void* centre) noexcept;
 

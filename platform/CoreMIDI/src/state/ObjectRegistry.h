@@ -12,7 +12,7 @@ namespace CoreMIDI {
 
 struct Object;
 
-// What an object is; part of its reference.
+// The kind of an object, which is part of its reference.
 enum class Kind : std::uint32_t {
     kClient = 1,
     kInputPort,
@@ -24,13 +24,12 @@ enum class Kind : std::uint32_t {
     kDeviceList,
 };
 
-// All objects by their references.
+// The ObjectRegistry finds objects, and the routes of endpoints, by their references. A reference
+// is an identifier of a SlotTable whose tag is the object's kind.
 //
-// A reference is an identifier of a SlotTable with the object's kind as its tag.
-//
-// IsLive and Reader: any thread, no lock, no allocation.
+// Any thread may use IsLive and Reader; they take no lock and allocate nothing.
 class ObjectRegistry {
-    // What lies in a slot.
+    // The content of a slot.
     struct Entry {
         std::atomic<std::uint32_t> mReaders{0};
         std::atomic<const Route*> mRoute{nullptr};
@@ -46,12 +45,12 @@ public:
         return static_cast<Kind>(Table::TagOf(reference));
     }
 
-    // The new object's reference, which is also put into it. Throws std::bad_alloc when memory or
-    // slots are used up.
+    // Adds an object, sets its reference and returns it. Throws std::bad_alloc if there is no
+    // memory or no slot left.
     MIDIObjectRef Add(Kind kind, std::unique_ptr<Object> object) QUORVEL_REQUIRES(sStateMutex);
-    // Null when there is no such object.
+    // Returns null if there is no such object.
     Object* Find(MIDIObjectRef reference) const QUORVEL_REQUIRES(sStateMutex);
-    // Destroys the object. Routes that are being read stay until they are not.
+    // Destroys the object. Its route is destroyed too, or, while it is being read, kept.
     void Remove(MIDIObjectRef reference) noexcept QUORVEL_REQUIRES(sStateMutex);
     // Replaces the route of an endpoint. Packets that are on their way may still take the old one.
     void SetRoute(MIDIObjectRef reference, std::unique_ptr<Route> route) noexcept
@@ -62,7 +61,7 @@ public:
     }
     bool IsLive(MIDIObjectRef reference) const { return mTable.IsLive(reference); }
 
-    // An endpoint's route, which stays as it is while the reader exists.
+    // A Reader gives access to an endpoint's route, which is not destroyed while the reader exists.
     class Reader {
     public:
         Reader(const ObjectRegistry& registry, MIDIEndpointRef endpoint)
@@ -88,7 +87,7 @@ public:
         Reader(const Reader&) = delete;
         Reader& operator=(const Reader&) = delete;
 
-        // Null when there is no such endpoint.
+        // Returns null if there is no such endpoint.
         const Route* Get() const { return mRoute; }
 
     private:

@@ -1,4 +1,4 @@
-// The objects that references name.
+// The objects that clients and drivers name by references.
 #pragma once
 
 #include "platform/CoreMIDI/src/base/PropertyMap.h"
@@ -24,7 +24,7 @@ struct Object {
 };
 
 struct Client : Object {
-    // Null without a notify procedure.
+    // Null if the client has no notify procedure.
     std::shared_ptr<NotificationQueue> mNotifications QUORVEL_GUARDED_BY(sStateMutex);
     std::vector<MIDIPortRef> mPorts QUORVEL_GUARDED_BY(sStateMutex);
     std::vector<MIDIEndpointRef> mEndpoints QUORVEL_GUARDED_BY(sStateMutex);
@@ -32,7 +32,7 @@ struct Client : Object {
 
 struct Port : Object {
     MIDIClientRef mClient QUORVEL_GUARDED_BY(sStateMutex) = 0;
-    // Of an input port, never null there.
+    // Set for an input port, null for an output port.
     MIDIReadProc mReadProcedure QUORVEL_GUARDED_BY(sStateMutex) = nullptr;
     void* mRefCon QUORVEL_GUARDED_BY(sStateMutex) = nullptr;
     std::vector<std::shared_ptr<Connection>> mConnections QUORVEL_GUARDED_BY(sStateMutex);
@@ -46,9 +46,9 @@ struct DeviceList : Object {
 struct PropertyObject : Object {
     // The object whose properties this one inherits; null for devices and virtual endpoints.
     virtual PropertyObject* Parent() const QUORVEL_REQUIRES(sStateMutex) = 0;
-    // The value that the object or one that it inherits from has; null when none has it.
+    // Returns the value of a property, which may be inherited, or null if there is none.
     CFPropertyListRef Find(std::string_view name) const QUORVEL_REQUIRES(sStateMutex);
-    // The value of such an integer, 0 when there is none.
+    // Does the same for an integer, and returns 0 if there is none.
     SInt32 Integer(std::string_view name) const QUORVEL_REQUIRES(sStateMutex);
 
     MIDIUniqueID mUniqueID QUORVEL_GUARDED_BY(sStateMutex) = kMIDIInvalidUniqueID;
@@ -65,8 +65,8 @@ struct Device : PropertyObject {
     MIDIDriverRef mOwner QUORVEL_GUARDED_BY(sStateMutex) = nullptr;
     // Null while the owner is not attached.
     std::shared_ptr<DriverOutput> mOutput QUORVEL_GUARDED_BY(sStateMutex);
-    // Properties that take the place of those of their names when it is detached: made when it is
-    // attached, since detaching must not fail for want of memory.
+    // The values that some properties take when the driver is detached. They are made when it is
+    // attached, because detaching must not fail for want of memory.
     PropertyMap mWhenDetached QUORVEL_GUARDED_BY(sStateMutex);
     std::vector<Entity*> mEntities QUORVEL_GUARDED_BY(sStateMutex);
 };
@@ -88,9 +88,9 @@ struct Endpoint : PropertyObject {
     Entity* mEntity QUORVEL_GUARDED_BY(sStateMutex) = nullptr; // null for a virtual endpoint
     MIDIClientRef mClient QUORVEL_GUARDED_BY(sStateMutex) = 0; // of a virtual endpoint
     std::pair<void*, void*> mRefCons QUORVEL_GUARDED_BY(sStateMutex){nullptr, nullptr};
-    // Of a virtual destination.
+    // The read procedure of a virtual destination, null for other endpoints.
     std::shared_ptr<Connection> mReceiver QUORVEL_GUARDED_BY(sStateMutex);
-    // Of a source, in their order.
+    // The connections of a source, in the order in which they were made.
     std::vector<std::shared_ptr<Connection>> mConnections QUORVEL_GUARDED_BY(sStateMutex);
 };
 

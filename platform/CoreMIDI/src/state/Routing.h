@@ -5,11 +5,12 @@
 
 namespace CoreMIDI {
 
-// Routes that are yet to be put into their places, which needs no memory.
+// NewRoutes makes the routes of endpoints first and puts them into place later. Only the first step
+// needs memory, so that a change which needs several routes is made wholly or not at all.
 class NewRoutes {
 public:
-    // Makes the route of an endpoint (of a device's: of each) as it has to be now. Throws
-    // std::bad_alloc.
+    // Makes a route for the endpoint, or for each endpoint of the device or entity, from its
+    // present connections and driver. Throws std::bad_alloc.
     void Make(const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex);
     void PutIntoPlace() noexcept QUORVEL_REQUIRES(sStateMutex);
 
@@ -17,14 +18,16 @@ private:
     std::vector<std::pair<MIDIEndpointRef, std::unique_ptr<Route>>> mRoutes;
 };
 
-// Makes routes anew after something that they depend on has changed: the endpoint's connections,
-// refCons, driver, advance schedule time. Throws std::bad_alloc, with all routes as they were.
+// Makes and replaces the routes of an endpoint, or of each endpoint of a device or entity. To be
+// called when something that routes depend on has changed: the connections, the refCons, the driver
+// or the advance schedule time. Throws std::bad_alloc and then leaves all routes as they were.
 void UpdateRoutes(const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex);
-// The same where less flows than before: routes that there is no memory for stay as they were, and
-// what they name takes nothing any more (a connection that has ended, a driver that is detached).
+// Does the same after a change that only takes receivers away. If there is no memory, the old
+// routes stay; that does no harm, because a connection that has ended and a driver that is detached
+// refuse the packets that the old routes bring them.
 void UpdateRoutesIfPossible(const PropertyObject& object) noexcept QUORVEL_REQUIRES(sStateMutex);
 
-// Calls `visit` for the device's, entity's or endpoint's endpoints.
+// Calls `visit` for each endpoint of a device or entity.
 template <typename Visit>
 void ForEachEndpoint(const PropertyObject& object, const Visit& visit)
     QUORVEL_REQUIRES(sStateMutex) {
@@ -42,12 +45,13 @@ void ForEachEndpoint(const PropertyObject& object, const Visit& visit)
     }
 }
 
-// Tells the driver of a source, if there is one, whether the source has listeners. `room`: one
-// item, for what is told.
+// Tells the driver of a source, if there is one, whether the source has listeners. `room` holds one
+// item, which carries the message, so that no memory is needed here.
 void TellListeners(const Endpoint& source, bool hasListeners, DriverItems room) noexcept
     QUORVEL_REQUIRES(sStateMutex);
 
-// Take a connection out of its source and its port, as far as these exist. It is to be ended then.
+// Take a connection out of its source, and out of its port, if these still exist. The caller then
+// ends the connection (Transaction::End).
 void DropFromSource(Connection& connection) noexcept QUORVEL_REQUIRES(sStateMutex);
 void DropFromPort(const Connection& connection) noexcept QUORVEL_REQUIRES(sStateMutex);
 

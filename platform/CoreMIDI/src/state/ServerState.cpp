@@ -5,7 +5,7 @@
 
 namespace CoreMIDI {
 
-// What changes need is made here, so that they do not fail half-way for want of it.
+// Makes here what transactions need later, so that none fails half-way because it cannot be made.
 ServerState::ServerState() {
     DriverIO::Get();
     NotificationCentre::Get();
@@ -59,7 +59,7 @@ bool ServerState::SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noe
     if (owner != mUniqueIDs.end()) {
         return owner->second == &object;
     }
-    // The object's entry changes its place.
+    // Moving the object's entry, instead of adding one, needs no memory.
     auto entry = mUniqueIDs.extract(object.mUniqueID);
     entry.key() = uniqueID;
     mUniqueIDs.insert(std::move(entry));

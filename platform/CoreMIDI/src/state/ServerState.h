@@ -16,13 +16,14 @@
 
 namespace CoreMIDI {
 
-// All that there is, one for the process. Never destroyed: threads of clients and of the library
-// may still be at work while the process ends.
+// The ServerState holds all objects of the MIDI server. There is one for the process, which is
+// never destroyed, because threads of clients and of the library may still run while the process
+// ends.
 class ServerState {
 public:
     static ServerState& Get();
 
-    // The object of that reference if it is of the type; null otherwise.
+    // Returns the object with that reference, or null if there is none or it has another type.
     template <typename Type>
     Type* Find(MIDIObjectRef reference) const QUORVEL_REQUIRES(sStateMutex) {
         return dynamic_cast<Type*>(mObjects.Find(reference));
@@ -30,12 +31,12 @@ public:
     Port* FindPort(MIDIPortRef reference, Kind kind) const QUORVEL_REQUIRES(sStateMutex) {
         return ObjectRegistry::KindOf(reference) == kind ? Find<Port>(reference) : nullptr;
     }
-    // An endpoint of that kind; the status says what is wrong when it is null.
+    // Returns the endpoint of that kind, or null and sets `status` to the reason.
     Endpoint* FindEndpoint(MIDIEndpointRef reference, Kind kind, OSStatus& status) const
         QUORVEL_REQUIRES(sStateMutex);
 
-    // Makes an object and gives it a reference and, if it is one with properties, a unique ID.
-    // Throws std::bad_alloc, with nothing changed.
+    // Makes an object with a reference and, if objects of the type have properties, a unique ID.
+    // Throws std::bad_alloc and then changes nothing.
     template <typename Type>
     Type& Add(Kind kind) QUORVEL_REQUIRES(sStateMutex) {
         auto object = std::make_unique<Type>();
@@ -50,17 +51,17 @@ public:
         }
         return added;
     }
-    // Takes the object out of the registry and of the unique IDs.
+    // Destroys the object and frees its reference and its unique ID.
     void Remove(Object& object) noexcept QUORVEL_REQUIRES(sStateMutex);
 
-    // False when another object has the ID.
+    // Gives the object a unique ID. Returns false if another object has that ID.
     bool SetUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept
         QUORVEL_REQUIRES(sStateMutex);
-    // Another object that has the ID gets a new one.
+    // Gives the object a unique ID. If another object has that ID, that object gets a new one.
     void TakeUniqueID(PropertyObject& object, MIDIUniqueID uniqueID) noexcept
         QUORVEL_REQUIRES(sStateMutex);
 
-    ObjectRegistry mObjects; // says itself what is under the lock
+    ObjectRegistry mObjects; // states for each of its functions whether the lock is needed
     std::map<MIDIUniqueID, PropertyObject*> mUniqueIDs QUORVEL_GUARDED_BY(sStateMutex);
     std::vector<Device*> mSetupDevices QUORVEL_GUARDED_BY(sStateMutex);
     std::vector<Endpoint*> mVirtualEndpoints QUORVEL_GUARDED_BY(sStateMutex);
@@ -75,10 +76,11 @@ private:
     std::mt19937 mRandom QUORVEL_GUARDED_BY(sStateMutex){std::random_device{}()};
 };
 
-// What a reference names, as notifications and searches tell it.
+// Returns the type of the object with that reference, as notifications and searches report it.
 MIDIObjectType TypeOf(MIDIObjectRef reference);
 
-// Runs the body of an interface function: no exception gets into the C code that called it.
+// Runs the body of an interface function and turns exceptions into results, because none may reach
+// the C code that called the function.
 template <typename Body>
 OSStatus Answer(const Body& body) noexcept {
     try {
@@ -90,7 +92,7 @@ OSStatus Answer(const Body& body) noexcept {
     }
 }
 
-// The same for a function that gives a number or reference, 0 on failure.
+// Does the same for a function that returns a number or a reference, and returns 0 on failure.
 template <typename Body>
 auto AnswerOrZero(const Body& body) noexcept -> decltype(body()) {
     try {

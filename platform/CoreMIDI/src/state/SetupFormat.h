@@ -1,6 +1,7 @@
-// The setup as a property list: a dictionary of "version", 1, and "devices". A device has
-// "properties" (the unique ID among them) and "entities", an entity "properties", "sources" and
-// "destinations", an endpoint "properties".
+// The form that the setup has in its file. The file is a property list: a dictionary with the
+// integer "version", which is 1, and the array "devices". A device is a dictionary with
+// "properties", which include the unique ID, and "entities". An entity has "properties", "sources"
+// and "destinations", and an endpoint has "properties".
 #pragma once
 
 #include "platform/CoreMIDI/src/state/ServerState.h"
@@ -24,14 +25,14 @@ struct DeviceDescription : PartDescription {
 };
 using SetupDescription = std::vector<DeviceDescription>;
 
-// Nothing when the property list is not a setup in every respect: wrong types, properties that
-// cannot be, no unique ID or one that occurs twice.
+// Returns the setup, or nothing if any part of the property list is wrong: a value of the wrong
+// type, a property that cannot exist, or a unique ID that is missing or occurs twice.
 std::optional<SetupDescription> ReadSetup(CFPropertyListRef propertyList);
 
-// The devices of the setup, without what is not saved. Throws std::bad_alloc.
+// Returns the devices of the setup with the properties that are saved. Throws std::bad_alloc.
 CFOwned<CFPropertyListRef> WriteSetup(const ServerState& state) QUORVEL_REQUIRES(sStateMutex);
 
-// An object's properties in the form of MIDIObjectGetProperties. Throws std::bad_alloc.
+// Returns an object's properties as MIDIObjectGetProperties gives them. Throws std::bad_alloc.
 CFOwned<CFPropertyListRef> PropertiesOf(const PropertyObject& object, bool isDeep)
     QUORVEL_REQUIRES(sStateMutex);
 

@@ -18,15 +18,15 @@ namespace CoreMIDI {
 
 namespace {
 
-// Throws std::bad_alloc when a property-list function has given nothing for want of memory: it
-// gives an error otherwise.
+// Throws std::bad_alloc if a property-list function has returned null without an error, which it
+// does only if there is no memory.
 void RequireMemory(CFTypeRef made, const CFOwned<CFErrorRef>& error) {
     if (made == nullptr && !error) {
         throw std::bad_alloc();
     }
 }
 
-// Null when the setup cannot be written as a property list.
+// Returns null if the setup cannot be written as a property list.
 CFOwned<CFDataRef> BytesOf(CFPropertyListRef propertyList) {
     CFErrorRef error = nullptr;
     CFOwned<CFDataRef> bytes(
@@ -48,8 +48,9 @@ std::optional<SetupDescription> Parse(const std::string& bytes) {
     return ReadSetup(propertyList.Get());
 }
 
-// The devices that a file describes: made, but not in the setup, and with unique IDs of their own,
-// until they take the place of those that are in it. Destroyed unless that happens.
+// A Replacement makes the devices that a file describes. They are not in the setup, and have unique
+// IDs other than those of the file, until TakePlace puts them into the place of the present
+// devices. The destructor destroys them if that has not happened.
 class Replacement {
 public:
     // Throws std::bad_alloc, with nothing changed.
@@ -121,8 +122,9 @@ private:
     std::vector<std::pair<PropertyObject*, MIDIUniqueID>> mUniqueIDs; // of all objects, by the file
 };
 
-// The setup in the file, none where there is no file. What is no setup is moved aside; the status
-// says so. The result is a value of errno, 0 but for kMIDINotPermitted.
+// Reads the setup from the file, or an empty one if there is no file. A file that is no setup is
+// renamed, and `status` becomes kMIDISetupFormatErr. If the file can neither be read nor renamed,
+// `status` becomes kMIDINotPermitted and the result is a value of errno; otherwise the result is 0.
 int Read(const std::string& path, SetupDescription& setup, OSStatus& status) {
     constexpr std::size_t kMaximumBytes = std::size_t{16} << 20;
     std::string bytes;
@@ -165,7 +167,8 @@ OSStatus SetupStore::Open(std::optional<std::string> path) {
         Transaction transaction;
         Replacement(transaction, setup).TakePlace();
         mPath = std::move(path);
-        // The change waits for read procedures at its end, and they may change the setup.
+        // The transaction's destructor waits for read procedures, which may themselves change the
+        // setup and so need this lock.
         lock.Unlock();
     }
     if (error != 0) {

@@ -10,15 +10,15 @@
 
 namespace CoreMIDI {
 
-// Where the setup is kept. Any thread.
+// The SetupStore reads the setup from its file and writes it back. Any thread may use it.
 class SetupStore {
 public:
-    // See MIDIServerHostOpenSetup; nothing: in memory only. Throws std::bad_alloc while nothing has
-    // changed yet.
+    // See MIDIServerHostOpenSetup. Without a path, the setup is kept in memory only. Throws
+    // std::bad_alloc and then changes nothing.
     OSStatus Open(std::optional<std::string> path) QUORVEL_EXCLUDES(sStateMutex);
     // See MIDIServerHostSaveSetup.
     OSStatus Save() QUORVEL_EXCLUDES(sStateMutex);
-    // Saves if there is a file; says so in the system log when that fails.
+    // Saves the setup if it has a file. A failure is reported in the system log.
     void SaveAfterChange() noexcept QUORVEL_EXCLUDES(sStateMutex);
 
 private:

@@ -9,11 +9,18 @@
 
 namespace CoreMIDI {
 
-// A change of the objects: holds the lock of the state, and after letting it go does what must not
-// be done under it, in this order: notifies clients, saves the setup, waits for procedures that the
-// change has ended. Nothing of that happens for what was not asked for; so it is asked for when the
-// change can fail no more. None of it needs memory: without, clients are told that the setup has
-// changed, not how, and a setup that is not written is written with the next change.
+// A Transaction changes the server's objects. It holds the lock of the state. Its destructor
+// releases the lock and then does what must not be done under the lock: it notifies clients, saves
+// the setup, and waits for the read procedures whose connections the change has ended.
+//
+//     Transaction transaction;
+//     Device& device = AddDevice(...);   // may throw
+//     transaction.NotifyAdded(device);   // only now, when nothing can fail any more
+//     transaction.SetupChanged(device);
+//
+// The destructor does only what the functions below have asked for, so ask when the change can no
+// longer fail. If there is no memory, clients are told that the setup has changed but not how, and
+// a setup that could not be written is written with the next change.
 class QUORVEL_SCOPED_LOCK Transaction {
 public:
     Transaction() QUORVEL_ACQUIRE(sStateMutex) { sStateMutex.Lock(); }
@@ -21,8 +28,8 @@ public:
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
-    // Virtual endpoints, devices of the setup and what belongs to these are notified of, all else
-    // is passed over. `parent` is that of the object or 0.
+    // These three notify clients of a virtual endpoint, a device of the setup, or a part of such a
+    // device. They do nothing for other objects.
     void NotifyAdded(const PropertyObject& object) noexcept QUORVEL_REQUIRES(sStateMutex) {
         Notify(kMIDIMsgObjectAdded, object, {});
     }
@@ -33,8 +40,10 @@ public:
         QUORVEL_REQUIRES(sStateMutex) {
         Notify(kMIDIMsgPropertyChanged, object, name);
     }
-    // What is saved of the object has changed; does nothing unless it is part of the setup.
+    // Has the setup saved. To be called when something that the setup file keeps of the object has
+    // changed; does nothing if the object is not part of the setup.
     void SetupChanged(const PropertyObject& object) noexcept QUORVEL_REQUIRES(sStateMutex);
+    // Ends a connection: its read procedure is not called after the destructor of the transaction.
     void End(std::shared_ptr<Connection> connection) noexcept {
         connection->mNextEnded = std::move(mEnded);
         mEnded = std::move(connection);
@@ -44,10 +53,10 @@ private:
     void Notify(MIDINotificationMessageID message, const PropertyObject& object,
                 std::string_view property) noexcept QUORVEL_REQUIRES(sStateMutex);
 
-    std::vector<Notice> mNotices; // all, or none when there was no memory for one
+    std::vector<Notice> mNotices; // empty if there was no memory for one of them
     bool mIsNotified = false;
     bool mIsCutShort = false;
-    std::shared_ptr<Connection> mEnded; // the first of them
+    std::shared_ptr<Connection> mEnded; // the first of the ended connections
     bool mSetupChanged = false;
 };
 

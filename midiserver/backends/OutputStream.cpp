@@ -1,6 +1,6 @@
 #include "midiserver/backends/OutputStream.h"
 
-#include "platform/support/PacketListWalk.h"
+#include "platform/packetlist/PacketListWalk.h"
 
 namespace MidiServer {
 

@@ -2,7 +2,7 @@
 
 #include "midiserver/routing/PacingQueue.h"
 #include "midiserver/routing/PacingWindow.h"
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 
 #include <chrono>
 #include <cstddef>

@@ -3,7 +3,7 @@
 #include "midiserver/backends/alsa/AlsaBackend.h"
 
 #include "midiserver/errors/InputError.h"
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 #include "tests/integration/alsa/SequencerPeer.h"
 #include "tests/support/Program.h"
 #include "tests/support/WaitUntil.h"

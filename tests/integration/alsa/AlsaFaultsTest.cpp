@@ -6,7 +6,7 @@
 #include "midiserver/backends/alsa/AlsaBackend.h"
 #include "midiserver/errors/InputError.h"
 #include "midiserver/host/Host.h"
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 #include "tests/support/Program.h"
 #include "tests/support/WaitUntil.h"
 

@@ -3,7 +3,7 @@
 #include "midiserver/backends/InputQueue.h"
 #include "midiserver/backends/WakeUpSignal.h"
 #include "midiserver/backends/jack/JackBackend.h"
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 #include "tests/integration/jack/Peer.h"
 #include "tests/integration/jack/TestServer.h"
 #include "tests/support/WaitUntil.h"

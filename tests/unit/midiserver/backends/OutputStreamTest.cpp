@@ -1,6 +1,6 @@
 #include "midiserver/backends/OutputStream.h"
 
-#include "platform/support/PacketListBuilder.h"
+#include "platform/packetlist/PacketListBuilder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

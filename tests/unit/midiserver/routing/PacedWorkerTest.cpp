@@ -4,8 +4,8 @@
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 #include "midiserver/replay/LatencyDistribution.h"
 #include "midiserver/routing/Pacer.h"
-#include "tests/support/ControllableClock.h"
-#include "tests/support/SyslogCapture.h"
+#include "tests/support/platform/ControllableClock.h"
+#include "tests/support/platform/SyslogCapture.h"
 
 #include <gtest/gtest.h>
 

@@ -4,6 +4,7 @@
 
 #include "midiserver/backends/embedded/EmbeddedBackend.h"
 #include "midiserver/errors/InputError.h"
+#include "midiserver/host/Setup.h"
 #include "midiserver/preferences/PreferencesEditor.h"
 #include "midiserver/replay/PacketList.h"
 #include "midiserver/routing/PacingQueue.h"
@@ -88,7 +89,7 @@ protected:
     }
 
     void Start(const std::string& bundle = MIDISERVER_PLUGIN) {
-        mHost.emplace(bundle, std::nullopt);
+        mHost.emplace(bundle, mSetup);
         mHost->Start();
         PreferencesEditor editor;
         editor.Load();
@@ -114,6 +115,7 @@ protected:
     Heard mFromPrivateSources;
     EmbeddedBackend mBackend{mInput, {mFromPorts.Listener(), mFromPrivateSources.Listener()}};
     std::atomic<int> mStalls{0};
+    const MidiServer::Setup mSetup{std::nullopt};
     std::optional<Host> mHost;
     std::optional<Router> mRouter;
 };

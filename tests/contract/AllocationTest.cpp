@@ -103,12 +103,13 @@ TEST_F(Allocation, SendAllocatesNothingButTheReply) {
 
 TEST_F(Allocation, FactoryReturnsNullWhereverMemoryRunsOut) {
     MIDIPlugin* const before = sPluginRef.load();
+    const CFUUIDRef typeID = kMIDIDriverTypeID; // made while there is memory
     int failed = 0;
     void* made = nullptr;
     while (made == nullptr) {
         ASSERT_LT(failed, 200);
         WatchAllocations(failed + 1);
-        EXPECT_NO_THROW(made = MIDIPluginFactory(nullptr, kMIDIDriverTypeID));
+        EXPECT_NO_THROW(made = MIDIPluginFactory(nullptr, typeID));
         AllocationsWatched();
         if (made == nullptr) {
             EXPECT_EQ(sPluginRef.load(), before);

@@ -89,7 +89,9 @@ protected:
     }
 
     void Start(const std::string& bundle = MIDISERVER_PLUGIN) {
-        mHost.emplace(bundle, mSetup);
+        mHost.reset();
+        mSetup.emplace(std::nullopt);
+        mHost.emplace(bundle, *mSetup);
         mHost->Start();
         PreferencesEditor editor;
         editor.Load();
@@ -115,7 +117,7 @@ protected:
     Heard mFromPrivateSources;
     EmbeddedBackend mBackend{mInput, {mFromPorts.Listener(), mFromPrivateSources.Listener()}};
     std::atomic<int> mStalls{0};
-    const MidiServer::Setup mSetup{std::nullopt};
+    std::optional<MidiServer::Setup> mSetup; // a new one for each host, which forgets its devices
     std::optional<Host> mHost;
     std::optional<Router> mRouter;
 };

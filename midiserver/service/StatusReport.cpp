@@ -145,10 +145,11 @@ std::string Duration(double seconds) {
     if (minutes < 60) {
         return fmt::format("{} min", minutes);
     }
-    if (minutes < 24 * 60) {
-        return fmt::format("{} h {} min", minutes / 60, minutes % 60);
+    const std::uint64_t hours = minutes / 60;
+    if (hours < 24) {
+        return fmt::format("{} h {} min", hours, minutes % 60);
     }
-    return fmt::format("{} d {} h", minutes / (24 * 60), minutes / 60 % 24);
+    return fmt::format("{} d {} h", hours / 24, hours % 24);
 }
 
 std::string Plural(std::uint64_t count, const std::string& what) {

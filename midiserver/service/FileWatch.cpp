@@ -25,7 +25,7 @@ constexpr int kMostLinks = 40;
 
 } // namespace
 
-FileWatch::FileWatch(std::filesystem::path file)
+FileWatch::FileWatch(const std::filesystem::path& file)
     : mFile(std::filesystem::absolute(file)), mNotices(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
     if (!mNotices) {
         throw HostError(fmt::format("changes of {} cannot be watched: {}", mFile.string(),

@@ -21,7 +21,7 @@ namespace MidiServer {
 class FileWatch {
 public:
     // Throws HostError if the system refuses the descriptor.
-    explicit FileWatch(std::filesystem::path file);
+    explicit FileWatch(const std::filesystem::path& file);
 
     // Is readable when something happened in one of the folders.
     int Descriptor() const { return mNotices.Get(); }

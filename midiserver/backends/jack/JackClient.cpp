@@ -10,6 +10,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <memory>
@@ -223,9 +224,10 @@ void JackClient::DescribePort(jack_port_t* port, const std::string& alias,
     // A port that stays when the driver starts anew gets another ID.
     char first[512] = {};
     char second[512] = {};
-    char* const aliases[] = {first, second};
+    constexpr int kMostAliases = 2; // JACK's own limit
+    char* const aliases[kMostAliases] = {first, second};
     if (!alias.empty() && jack_port_name_size() <= static_cast<int>(sizeof first)) {
-        const int count = jack_port_get_aliases(port, aliases);
+        const int count = std::min(jack_port_get_aliases(port, aliases), kMostAliases);
         bool isSet = false;
         for (int i = 0; i < count; ++i) {
             if (alias == aliases[i]) {

@@ -28,8 +28,9 @@ using Clock = std::chrono::steady_clock;
 using TimePoint = Clock::time_point;
 using Message = std::span<const std::uint8_t>;
 
+// A backend's server may smooth its times, which then lie a little ahead.
 TimePoint ArrivalTime(std::uint64_t nanoseconds) {
-    return TimePoint(std::chrono::nanoseconds(nanoseconds));
+    return std::min(TimePoint(std::chrono::nanoseconds(nanoseconds)), Clock::now());
 }
 
 std::int32_t UniqueIdOf(MIDIEndpointRef endpoint) {

@@ -81,7 +81,9 @@ JackClient::JackClient(const std::string& name, JackProcess& process, WakeUpSign
     if (mClient == nullptr) {
         throw HostError(WhyNotOpened(name, status));
     }
-    mClockOffset = NanosecondsNow() - static_cast<std::int64_t>(jack_get_time()) * 1000;
+    // In this order, a pause between the two puts what arrives into the past, not into the future.
+    const std::int64_t now = NanosecondsNow();
+    mClockOffset = now - static_cast<std::int64_t>(jack_get_time()) * 1000;
     mPeriodFrames = jack_get_buffer_size(mClient);
     mSampleRate = jack_get_sample_rate(mClient);
     try {

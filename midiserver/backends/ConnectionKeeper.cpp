@@ -47,7 +47,8 @@ std::vector<BackendConnection> ConnectionKeeper::Update(const ConnectionGraph& g
     }
     mWishes = std::move(wishes);
     for (const BackendConnection& connection : graph.connections) {
-        if (!Contains(Wanted(), connection)) {
+        if (std::none_of(mWishes.begin(), mWishes.end(),
+                         [&](const Wish& wish) { return IsSame(wish.connection, connection); })) {
             mWishes.push_back({connection, true, std::nullopt});
             mChanged = true;
         }

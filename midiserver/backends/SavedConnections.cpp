@@ -1,5 +1,6 @@
 #include "midiserver/backends/SavedConnections.h"
 
+#include "midiserver/host/StateFolder.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 #include "platform/support/FileReading.h"
@@ -8,7 +9,6 @@
 #include <nlohmann/json.hpp>
 
 #include <cerrno>
-#include <cstdlib>
 #include <optional>
 #include <utility>
 
@@ -71,16 +71,8 @@ SavedConnections::SavedConnections(std::filesystem::path file, std::string backe
     : mFile(std::move(file)), mBackend(std::move(backend)) {}
 
 std::filesystem::path SavedConnections::DefaultFile() {
-    std::filesystem::path folder;
-    if (const char* const state = std::getenv("XDG_STATE_HOME");
-        state != nullptr && *state == '/') {
-        folder = state;
-    } else if (const char* const home = std::getenv("HOME"); home != nullptr && *home == '/') {
-        folder = std::filesystem::path(home) / ".local" / "state";
-    } else {
-        return {};
-    }
-    return folder / "quorvel-midi" / "connections.json";
+    const std::filesystem::path folder = StateFolder();
+    return folder.empty() ? folder : folder / "connections.json";
 }
 
 std::vector<BackendConnection> SavedConnections::Load() const {

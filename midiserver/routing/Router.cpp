@@ -358,8 +358,9 @@ void Router::Routing::AddEvent(Input& input, std::size_t port) {
     if (input.event.followsLoss) {
         input.assembler.NoteLoss();
     }
+    const TimePoint arrived = ArrivalTime(input.event.time);
     input.assembler.Add(input.event.bytes, [&](Message message) QUORVEL_REQUIRES(mMutex) {
-        AddMessage(port, message, ArrivalTime(input.event.time));
+        AddMessage(port, message, arrived);
     });
     AddDropped(input, port);
 }

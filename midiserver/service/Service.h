@@ -75,6 +75,8 @@ private:
     nlohmann::ordered_json StartRecording(const nlohmann::ordered_json& arguments);
     std::size_t PortIndex(const std::string& nameOrNumber) const;
     ServiceStatus Status() const;
+    // Empty while no driver runs.
+    std::vector<std::string> PortNames() const;
     std::vector<PortStatus> PortStates() const;
 
     const ServiceOptions mOptions;

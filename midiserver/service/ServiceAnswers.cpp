@@ -97,11 +97,11 @@ Json Service::Answer(ControlRequest request, const Json& arguments) {
 
 Json Service::List() const {
     Json ports = Json::array();
-    for (const PortStatus& port : PortStates()) {
-        ports.push_back(
-            {{"name", port.name},
-             {"protocol", port.protocol == Protocol::kNone ? Json(nullptr)
-                                                           : Json(ProtocolName(port.protocol))}});
+    for (const std::string& name : PortNames()) {
+        const Protocol protocol = mConfiguration.protocols.at(ports.size());
+        ports.push_back({{"name", name},
+                         {"protocol", protocol == Protocol::kNone ? Json(nullptr)
+                                                                  : Json(ProtocolName(protocol))}});
     }
     Json backends = Json::array();
     for (const auto& backend : mBackends.All()) {
@@ -133,7 +133,7 @@ Json Service::Connect(ControlRequest request, const Json& arguments) const {
         connect ? backend->Connect(port, peer) : backend->Disconnect(port, peer);
         Log(kServiceLog[HSL::kInfo], "%s port %u %s %s", backend->Name(), port + 1,
             connect ? "connected with" : "disconnected from", peer);
-        return {{"port", PortStates()[port].name}, {"peer", peer}, {"backend", backend->Name()}};
+        return {{"port", PortNames()[port]}, {"peer", peer}, {"backend", backend->Name()}};
     }
     throw InputError(fmt::format("no other program has a port \"{}\"; there {}", peer,
                                  allPeers.empty()
@@ -150,7 +150,7 @@ Json Service::Inject(const Json& arguments) {
         }
         ++taken;
     }
-    return {{"port", PortStates()[port].name}, {"taken", taken}};
+    return {{"port", PortNames()[port]}, {"taken", taken}};
 }
 
 Json Service::StartRecording(const Json& arguments) {
@@ -158,21 +158,30 @@ Json Service::StartRecording(const Json& arguments) {
     const std::uint64_t number = mRecordings.Start(
         mRouter.Tap(port, StreamDirection::kFromDaw, Recordings::kCapacity), Clock::now());
     Log(kServiceLog[HSL::kInfo], "recording port %u", port + 1);
-    return {{"recording", number}, {"port", PortStates()[port].name}};
+    return {{"recording", number}, {"port", PortNames()[port]}};
 }
 
 std::size_t Service::PortIndex(const std::string& nameOrNumber) const {
-    std::vector<std::string> names;
-    for (const PortStatus& port : PortStates()) {
-        if (port.name == nameOrNumber || fmt::format("{}", names.size() + 1) == nameOrNumber) {
-            return names.size();
+    const std::vector<std::string> names = PortNames();
+    for (std::size_t port = 0; port < names.size(); ++port) {
+        if (names[port] == nameOrNumber || fmt::format("{}", port + 1) == nameOrNumber) {
+            return port;
         }
-        names.push_back(port.name);
     }
     throw InputError(fmt::format("the service has no port \"{}\"; there {}", nameOrNumber,
                                  names.empty()
                                      ? std::string("are none, because the driver does not run")
                                      : fmt::format("are: {}", fmt::join(names, ", "))));
+}
+
+std::vector<std::string> Service::PortNames() const {
+    std::vector<std::string> names;
+    if (!mHosts.empty()) {
+        for (const DriverPort& port : mHosts.front()->Ports()) {
+            names.push_back(port.name);
+        }
+    }
+    return names;
 }
 
 std::vector<PortStatus> Service::PortStates() const {

@@ -1,13 +1,22 @@
 #pragma once
 
+#include "hsl/CategoryHolder.h"
+#include "platform/support/Mutex.h"
+
 #include <CoreMIDI/MIDIServices.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace MidiServer {
+
+// The clients under which a backend shows the ports to DAWs, and the private sources to the
+// control-surface application.
+inline constexpr const char* kClientName = "Quorvel MIDI";
+inline constexpr const char* kPrivateClientName = "Quorvel MIDI private";
 
 // A port of the driver as a backend shows it to DAWs, and the private source of the same number as
 // it shows it to the control-surface application.
@@ -51,7 +60,7 @@ public:
     // "jack", "alsa" or "embedded".
     virtual std::string Name() const = 0;
     // Any thread may call; does not wait for the server.
-    virtual BackendState State() const = 0;
+    BackendState State() const;
 
     // Shows the ports; their index is the driver's. Ports that were published before and are in the
     // new list keep their connections.
@@ -78,6 +87,16 @@ public:
     // Messages that were lost between the driver and other programs since the start: by the
     // backend's own queues and by its server.
     virtual std::uint64_t LostToDaws() const = 0;
+
+protected:
+    explicit Backend(BackendState state = {false, "not started"}) : mState(std::move(state)) {}
+
+    // Logs the state's detail under `category` if the state is another one than before.
+    void SetState(const HSL::CCategoryHolder& category, bool isUp, const std::string& detail);
+
+private:
+    mutable Mutex mStateMutex; // never held during calls
+    BackendState mState QUORVEL_GUARDED_BY(mStateMutex);
 };
 
 } // namespace MidiServer

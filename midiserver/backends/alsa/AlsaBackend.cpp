@@ -92,18 +92,6 @@ void AlsaBackend::Stop() {
     }
 }
 
-BackendState AlsaBackend::State() const {
-    const MutexLock lock(mMutex);
-    return mState;
-}
-
-void AlsaBackend::SetState(bool isUp, const std::string& detail) {
-    if (mState.isUp != isUp || mState.detail != detail) {
-        Log(kAlsaLog[HSL::kInfo], "%s", detail.c_str());
-        mState = {isUp, detail};
-    }
-}
-
 void AlsaBackend::Wake() const {
     const std::uint64_t one = 1;
     // It fails only if the thread is awake anyway, with this number at its end.
@@ -253,7 +241,8 @@ void AlsaBackend::SeekSequencer(Time now) {
         Fail(error, now);
         return;
     }
-    SetState(true, fmt::format("ALSA sequencer, clients {} and {}", mDaws->Id(), mPrivate->Id()));
+    SetState(kAlsaLog, true,
+             fmt::format("ALSA sequencer, clients {} and {}", mDaws->Id(), mPrivate->Id()));
 }
 
 void AlsaBackend::Open() {
@@ -282,7 +271,7 @@ void AlsaBackend::Close() {
 
 void AlsaBackend::Fail(const HostError& error, Time now) {
     Close();
-    SetState(false, std::string(error.what()) + "; trying again every 5 seconds");
+    SetState(kAlsaLog, false, std::string(error.what()) + "; trying again every 5 seconds");
     mNextAttempt = now + kRetry;
 }
 
@@ -507,7 +496,7 @@ std::vector<std::string> AlsaBackend::PeersNow() const {
 std::vector<AlsaBackend::Link> AlsaBackend::LinksWith(std::size_t port,
                                                       const std::string& peer) const {
     if (!mDaws || port >= mShown) {
-        throw HostError("there is no such port: " + mState.detail);
+        throw HostError("there is no such port: " + State().detail);
     }
     for (const SequencerPort& other : OtherPorts()) {
         if (other.name == peer) {

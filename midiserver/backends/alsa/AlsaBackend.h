@@ -39,9 +39,6 @@ namespace MidiServer {
 // tries again every five seconds. Another keeps the connections.
 class AlsaBackend : public Backend {
 public:
-    static constexpr const char* kClientName = "Quorvel MIDI";
-    static constexpr const char* kPrivateClientName = "Quorvel MIDI private";
-
     // `input` must outlive the backend, and says how many ports it can have. Connections are kept
     // in `savedConnections` (see SavedConnections.h). Throws std::bad_alloc, and std::system_error
     // if the system has no descriptor or no thread left.
@@ -51,7 +48,6 @@ public:
     AlsaBackend& operator=(const AlsaBackend&) = delete;
 
     std::string Name() const override { return "alsa"; }
-    BackendState State() const override;
     // Also looks for the sequencer at once, so the state is known afterwards.
     void Publish(const std::vector<BackendPort>& ports) override;
     void Withdraw() override;
@@ -100,7 +96,6 @@ private:
     void ShowPorts() QUORVEL_REQUIRES(mMutex);
     void HidePorts(std::size_t first) QUORVEL_REQUIRES(mMutex);
     void FindReceivers() QUORVEL_REQUIRES(mMutex);
-    void SetState(bool isUp, const std::string& detail) QUORVEL_REQUIRES(mMutex);
     void UpdateConnections(Time now) QUORVEL_REQUIRES(mMutex);
     // Makes the carrying thread look for what there is to do.
     void Wake() const;
@@ -141,7 +136,6 @@ private:
     ConnectionKeeper mKeeper QUORVEL_GUARDED_BY(mMutex);
     Time mNextAttempt QUORVEL_GUARDED_BY(mMutex){};
     Time mNextOverflowLine QUORVEL_GUARDED_BY(mMutex){};
-    BackendState mState QUORVEL_GUARDED_BY(mMutex){false, "not started"};
 
     std::atomic<bool> mStopping{false};
     std::thread mCarrier;

@@ -43,10 +43,6 @@ std::size_t EmbeddedBackend::Deliver(std::size_t port, std::span<const std::uint
     return taken;
 }
 
-BackendState EmbeddedBackend::State() const {
-    return {true, "within the service; no other program sees the ports"};
-}
-
 void EmbeddedBackend::EmitFromPort(std::size_t port, const MIDIPacketList& packets) {
     if (mListeners.fromPort) {
         mListeners.fromPort(port, packets);

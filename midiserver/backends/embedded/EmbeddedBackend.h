@@ -28,7 +28,9 @@ public:
 
     // `input` must outlive the backend.
     EmbeddedBackend(InputQueue& input, Listeners listeners)
-        : mInput(input), mListeners(std::move(listeners)) {}
+        : Backend({true, "within the service; no other program sees the ports"}),
+          mInput(input),
+          mListeners(std::move(listeners)) {}
 
     // Sends to a port as a DAW, in pieces of any lengths that make whole messages together. Returns
     // how many of the bytes it took: fewer than all if there is no room for more now, and none if
@@ -36,7 +38,6 @@ public:
     std::size_t Deliver(std::size_t port, std::span<const std::uint8_t> bytes);
 
     std::string Name() const override { return "embedded"; }
-    BackendState State() const override;
     void Publish(const std::vector<BackendPort>& ports) override { mPortCount = ports.size(); }
     void Withdraw() override { mPortCount = 0; }
     void EmitFromPort(std::size_t port, const MIDIPacketList& packets) override;

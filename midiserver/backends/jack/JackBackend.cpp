@@ -49,8 +49,8 @@ std::string AliasOf(std::int32_t uniqueId) {
 }
 
 bool IsOurs(std::string_view port) {
-    return port.starts_with(std::string(JackBackend::kClientName) + ":") ||
-           port.starts_with(std::string(JackBackend::kPrivateClientName) + ":");
+    return port.starts_with(std::string(kClientName) + ":") ||
+           port.starts_with(std::string(kPrivateClientName) + ":");
 }
 
 } // namespace
@@ -79,19 +79,6 @@ JackBackend::~JackBackend() {
     Close();
 }
 
-BackendState JackBackend::State() const {
-    const MutexLock lock(mStateMutex);
-    return mState;
-}
-
-void JackBackend::SetState(bool isUp, const std::string& detail) {
-    const MutexLock lock(mStateMutex);
-    if (mState.isUp != isUp || mState.detail != detail) {
-        Log(kJackLog[HSL::kInfo], "%s", detail.c_str());
-        mState = {isUp, detail};
-    }
-}
-
 void JackBackend::Supervise() {
     Time wake{};
     while (!mStopping.load(std::memory_order_relaxed)) {
@@ -107,7 +94,7 @@ JackBackend::Time JackBackend::Attend() {
     if (mDaws.client && (mDaws.client->ServerHasEnded() || mPrivate.client->ServerHasEnded())) {
         WaitForLastGasp();
         Close();
-        SetState(false, "the JACK server has ended; trying again every second");
+        SetState(kJackLog, false, "the JACK server has ended; trying again every second");
         mNextAttempt = now + kRetry;
     }
     if (mPublished.empty()) {
@@ -135,7 +122,7 @@ JackBackend::Time JackBackend::SeekServer(Time now) {
         Open();
     } catch (const HostError& error) {
         Close();
-        SetState(false, std::string(error.what()) + "; trying again every second");
+        SetState(kJackLog, false, std::string(error.what()) + "; trying again every second");
         mNextAttempt = Clock::now() + kRetry;
         return mNextAttempt;
     }
@@ -143,7 +130,7 @@ JackBackend::Time JackBackend::SeekServer(Time now) {
 }
 
 JackBackend::Time JackBackend::KeepConnections(Time now) {
-    SetState(true,
+    SetState(kJackLog, true,
              fmt::format("{}, {} Hz, {} frames a period", JackIsPipeWire() ? "PipeWire" : "JACK",
                          mDaws.client->SampleRate(), mDaws.client->PeriodFrames()));
     // Both are asked, as each keeps its own note.
@@ -299,7 +286,7 @@ void JackBackend::Withdraw() {
     }
     Close();
     mPublished.clear();
-    SetState(false, "the ports are withdrawn");
+    SetState(kJackLog, false, "the ports are withdrawn");
 }
 
 void JackBackend::EmitFromPort(std::size_t port, const MIDIPacketList& packets) {

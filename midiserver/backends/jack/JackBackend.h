@@ -30,9 +30,6 @@ namespace MidiServer {
 // The server is the one that JACK_DEFAULT_SERVER names, as with every JACK client.
 class JackBackend : public Backend {
 public:
-    static constexpr const char* kClientName = "Quorvel MIDI";
-    static constexpr const char* kPrivateClientName = "Quorvel MIDI private";
-
     // `input` must outlive the backend, and says how many ports it can have. Connections are kept
     // in `savedConnections` (see SavedConnections.h). Changes the environment if no JACK client was
     // opened before, see PrepareJackLibrary. Throws std::bad_alloc.
@@ -42,7 +39,6 @@ public:
     JackBackend& operator=(const JackBackend&) = delete;
 
     std::string Name() const override { return "jack"; }
-    BackendState State() const override;
     void Publish(const std::vector<BackendPort>& ports) override;
     void Withdraw() override;
     void EmitFromPort(std::size_t port, const MIDIPacketList& packets) override;
@@ -79,7 +75,6 @@ private:
     void ShowPort(std::size_t index) QUORVEL_REQUIRES(mMutex);
     void HidePorts(std::size_t first) QUORVEL_REQUIRES(mMutex);
     void UpdateConnections(Time now) QUORVEL_REQUIRES(mMutex);
-    void SetState(bool isUp, const std::string& detail) QUORVEL_REQUIRES(mMutex);
     std::vector<BackendConnection> ConnectionsNow() const QUORVEL_REQUIRES(mMutex);
     std::vector<std::string> PeersNow() const QUORVEL_REQUIRES(mMutex);
     // Returns our port and the peer as the ends of a connection.
@@ -104,9 +99,6 @@ private:
     std::optional<Time> mNextLook QUORVEL_GUARDED_BY(mMutex); // at the connections
     Time mLastLook QUORVEL_GUARDED_BY(mMutex){};
     int mRetries QUORVEL_GUARDED_BY(mMutex) = 0; // to connect, since the graph changed
-
-    mutable Mutex mStateMutex; // never held during calls
-    BackendState mState QUORVEL_GUARDED_BY(mStateMutex){false, "not started"};
 
     std::atomic<bool> mStopping{false};
     std::thread mSupervisor;

@@ -74,7 +74,6 @@ std::vector<std::string> TakeNames(const char** names) {
 
 JackClient::JackClient(const std::string& name, JackProcess& process, WakeUpSignal& changed)
     : mProcess(process), mChanged(changed) {
-    PrepareJackLibrary();
     jack_status_t status{};
     constexpr auto kOptions = static_cast<jack_options_t>(JackUseExactName | JackNoStartServer);
     mClient = jack_client_open(name.c_str(), kOptions, &status);

@@ -24,10 +24,10 @@ namespace MidiServer {
 // to be destroyed, and all others of the process too, before a new one can be made.
 class JackClient {
 public:
-    // Opens a client with exactly this name, of a server that runs already. `process` is called on
-    // the client's own real-time thread; `changed` is raised when the server has ended and when
-    // ports or connections have changed. Both must outlive the object. Throws HostError with a line
-    // that says why there is no client.
+    // Opens a client with exactly this name, of a server that runs already; PrepareJackLibrary has
+    // been called before. `process` is called on the client's own real-time thread; `changed` is
+    // raised when the server has ended and when ports or connections have changed. Both must
+    // outlive the object. Throws HostError with a line that says why there is no client.
     JackClient(const std::string& name, JackProcess& process, WakeUpSignal& changed);
     // Closes the client. `process` is not called any more when this returns.
     ~JackClient();

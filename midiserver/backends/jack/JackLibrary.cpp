@@ -50,7 +50,6 @@ bool JackIsPipeWire() {
 }
 
 bool JackServerAnswers() {
-    PrepareJackLibrary();
     jack_client_t* const client = jack_client_open(kProbeName, JackNoStartServer, nullptr);
     if (client == nullptr) {
         return false;

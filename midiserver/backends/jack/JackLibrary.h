@@ -24,8 +24,8 @@ std::string WithMidiLeftAlone(std::string_view properties);
 // Whether the library is PipeWire's.
 bool JackIsPipeWire();
 
-// Whether a JACK server answers. Opens a client of its own for a moment; blocks for some round
-// trips, and starts no server.
+// Whether a JACK server answers. Opens a client of its own for a moment, so PrepareJackLibrary has
+// been called before; blocks for some round trips, and starts no server.
 bool JackServerAnswers();
 
 } // namespace MidiServer

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <set>
 #include <string_view>
 
@@ -241,15 +242,17 @@ void JackBackend::UpdateConnections(Time now) {
         graph.ports.insert(std::move(name));
     }
     graph.connections = ConnectionsNow();
+    const auto isInput = [this](const BackendConnection& connection) {
+        const jack_port_t* const port = mDaws.client->FindPort(connection.port);
+        return port != nullptr && (jack_port_flags(port) & JackPortIsInput) != 0;
+    };
+    // A DAW talks as soon as it is connected, and what it says is to find its way out.
+    std::vector<BackendConnection> inOrder = mKeeper.Update(graph, now);
+    std::stable_partition(inOrder.begin(), inOrder.end(), std::not_fn(isInput));
     bool failed = false;
-    for (const BackendConnection& missing : mKeeper.Update(graph, now)) {
-        const jack_port_t* const port = mDaws.client->FindPort(missing.port);
-        if (port == nullptr) {
-            continue;
-        }
-        const bool isInput = (jack_port_flags(port) & JackPortIsInput) != 0;
-        const int error = isInput ? mDaws.client->Connect(missing.peer, missing.port)
-                                  : mDaws.client->Connect(missing.port, missing.peer);
+    for (const BackendConnection& missing : inOrder) {
+        const int error = isInput(missing) ? mDaws.client->Connect(missing.peer, missing.port)
+                                           : mDaws.client->Connect(missing.port, missing.peer);
         failed = failed || error != 0;
         Log(kJackLog[error == 0 ? HSL::kInfo : HSL::kChatty], "%s %s and %s",
             error == 0 ? "connected again:" : "cannot be connected yet:", missing.port.c_str(),

@@ -78,16 +78,24 @@ void ChildProcess::End() {
 }
 
 void ChildProcess::Signal() const {
-    kill(-mProcess, SIGTERM);
+    if (mProcess > 0) {
+        kill(-mProcess, SIGTERM);
+    }
+}
+
+bool ChildProcess::HasEnded() {
+    const pid_t group = mProcess;
+    if (mProcess > 0 && waitpid(mProcess, nullptr, WNOHANG) == mProcess) {
+        mProcess = -1;
+        kill(-group, SIGKILL); // what it has started
+    }
+    return mProcess < 0;
 }
 
 bool ChildProcess::HasEndedSoon() {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
-    const pid_t group = mProcess;
     while (std::chrono::steady_clock::now() < deadline) {
-        if (waitpid(mProcess, nullptr, WNOHANG) == mProcess) {
-            mProcess = -1;
-            kill(-group, SIGKILL); // what it has started
+        if (HasEnded()) {
             return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -24,6 +24,7 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     pid_t Id() const { return mProcess; }
+    bool HasEnded();
     // Closes the program's input and, unless that is enough within a quarter of a minute, sends it
     // SIGTERM; kills it if it has not ended as long after that.
     void End();

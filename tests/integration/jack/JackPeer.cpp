@@ -4,10 +4,10 @@
 //
 // It has the MIDI ports "in 1", "out 1", ... and obeys lines on its standard input. It writes
 // "ready" when it stands, "ended" when the server has ended, and each event that comes as
-// "r PORT BYTES". What asks is answered by a line that starts with "=".
+// "r PORT BYTES". What asks is answered by a line that starts with "=", after all that has come.
 //
 //     s PORT BYTES    sends an event, in pieces if it is larger than a period's buffer
-//     connect A|B     connects two ports by their names; likewise disconnect
+//     connect A|B     connects two ports by their names, if they are not; likewise disconnect
 //     ports           all ports, separated by '|'
 //     aliases PORT    those of a port, and "meta KEY PORT" a value of its metadata
 //     lost            the events that JACK lost on the way to the inputs
@@ -16,7 +16,7 @@
 #include <jack/midiport.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -49,9 +49,11 @@ struct Received {
 
 std::mutex mutex; // this is no model of a real-time client
 std::condition_variable arrived;
+std::condition_variable written;
 std::vector<Port> ports;
 std::deque<Received> received;
 std::uint64_t lost = 0;
+bool isWriting = false;
 bool ended = false;
 bool finished = false;
 
@@ -99,6 +101,7 @@ void WriteReceived() {
         arrived.wait(lock, [] { return !received.empty() || ended || finished; });
         std::deque<Received> events;
         events.swap(received);
+        isWriting = true;
         const bool hasEnded = ended;
         ended = false;
         const bool hasFinished = finished;
@@ -121,10 +124,15 @@ void WriteReceived() {
             return;
         }
         lock.lock();
+        isWriting = false;
+        written.notify_all();
     }
 }
 
 void Answer(const std::string& text) {
+    std::unique_lock lock(mutex);
+    written.wait(lock, [] { return received.empty() && !isWriting; });
+    lock.unlock();
     std::printf("=%s\n", text.c_str());
     std::fflush(stdout);
 }
@@ -142,6 +150,11 @@ void TakeSend(const std::string& arguments) {
     }
     const std::lock_guard lock(mutex);
     ports.at(std::stoul(arguments) - 1).toSend.push_back(std::move(bytes));
+}
+
+std::uint64_t LostEvents() {
+    const std::lock_guard lock(mutex);
+    return lost;
 }
 
 std::string PortNames(jack_client_t* client) {
@@ -192,7 +205,8 @@ void Obey(jack_client_t* client, const std::string& line) {
         const std::string from = arguments.substr(0, bar);
         const std::string to = arguments.substr(bar + 1);
         const auto change = command == "connect" ? jack_connect : jack_disconnect;
-        Answer(std::to_string(change(client, from.c_str(), to.c_str())));
+        const int result = change(client, from.c_str(), to.c_str());
+        Answer(std::to_string(std::abs(result) == EEXIST ? 0 : result));
     } else if (command == "ports") {
         Answer(PortNames(client));
     } else if (command == "aliases") {
@@ -201,8 +215,7 @@ void Obey(jack_client_t* client, const std::string& line) {
         const std::size_t gap = arguments.find(' ');
         Answer(Metadata(client, arguments.substr(0, gap), arguments.substr(gap + 1)));
     } else if (command == "lost") {
-        const std::lock_guard lock(mutex);
-        Answer(std::to_string(lost));
+        Answer(std::to_string(LostEvents()));
     }
 }
 

@@ -1,0 +1,242 @@
+// The running service between a real DAW and the control-surface application.
+#include "tests/integration/ardour/Ardour.h"
+
+#include "tests/integration/jack/TestServer.h"
+#include "tests/integration/midiserver/Midiserver.h"
+#include "tests/support/WaitUntil.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <thread>
+
+namespace ArdourTest {
+namespace {
+
+using JackTest::Bytes;
+using JackTest::Peer;
+using QuorvelTest::Program;
+using QuorvelTest::ProgramResult;
+using TestSupport::WaitUntil;
+
+bool StartsWith(const Bytes& message, const Bytes& start) {
+    return message.size() >= start.size() &&
+           std::equal(start.begin(), start.end(), message.begin());
+}
+
+// The text of a strip's display.
+bool IsDisplayText(const Bytes& message) {
+    return StartsWith(message, {0xF0, 0x00, 0x00, 0x66, 0x14, 0x12}) ||
+           StartsWith(message, {0xF0, 0x00, 0x00, 0x66, 0x15, 0x12});
+}
+
+// A digit of the time, which changes all the time while the DAW plays.
+bool IsTimeDigit(const Bytes& message) {
+    return message.size() == 3 && message[0] == 0xB0 && message[1] >= 0x40 && message[1] < 0x4A;
+}
+
+bool IsFader(const Bytes& message) {
+    return message.size() == 3 && message[0] == 0xE0;
+}
+
+// What the driver answers a device query.
+bool IsAnswer(const Bytes& message) {
+    return message.size() == 18 && StartsWith(message, {0xF0, 0x00, 0x00, 0x66}) &&
+           message[5] == 0x01;
+}
+
+std::size_t BytesOf(const std::vector<Bytes>& messages) {
+    std::size_t bytes = 0;
+    for (const Bytes& message : messages) {
+        bytes += message.size();
+    }
+    return bytes;
+}
+
+class ArdourTest : public testing::Test {
+protected:
+    static constexpr std::size_t kPrivateSource = 1; // the surface's inputs
+    static constexpr std::size_t kAnswers = 2;
+
+    void SetUp() override {
+        for (const std::string& missing : {Ardour::Missing(), JackTest::TestServer::Missing()}) {
+            if (!missing.empty()) {
+                GTEST_SKIP() << missing << " is not installed";
+            }
+        }
+        mServer.Start();
+        mSurface = std::make_unique<Peer>("surface", 2);
+        StartService();
+    }
+
+    void TearDown() override {
+        if (HasFailure() && mArdour) {
+            std::cerr << mArdour->Log() << mService->ErrorSoFar() << mServer.Log();
+        }
+        mArdour.reset();
+        mService.reset();
+        mSurface.reset();
+    }
+
+    std::vector<std::string> Environment() const {
+        return {"JOURNAL_STREAM=", "NOTIFY_SOCKET=", "QUORVEL_RUNTIME_DIR=" + Folder("runtime"),
+                "XDG_STATE_HOME=" + Folder("state")};
+    }
+
+    std::string Folder(const std::string& name) const { return (mFolder.Path() / name).string(); }
+
+    void StartService() {
+        mService = std::make_unique<Program>(
+            QuorvelTest::MidiserverCommand(
+                {"run", "--backend", "jack", "--prefs", mPreferences.Folder()}),
+            "", Environment());
+        ASSERT_TRUE(WaitUntil("it serves", [&] {
+            return mService->ErrorSoFar().find("\tserving ") != std::string::npos;
+        })) << mService->ErrorSoFar();
+        ASSERT_TRUE(WaitUntil("the backend is up",
+                              [&] { return Status()["backends"][0]["isUp"] == true; }));
+    }
+
+    void EndService() {
+        mService->Signal(SIGTERM);
+        EXPECT_EQ(mService->Wait().status, 0) << mService->ErrorSoFar();
+    }
+
+    ProgramResult Ask(const std::vector<std::string>& arguments) const {
+        return QuorvelTest::Midiserver(arguments, "", Environment());
+    }
+
+    nlohmann::json Status() const { return QuorvelTest::Summary(Ask({"status", "--json"})); }
+    nlohmann::json Port() const { return Status()["ports"][0]; }
+
+    std::size_t Connections() const { return Status()["backends"][0]["connections"].size(); }
+
+    void ConnectSurface() {
+        ASSERT_TRUE(
+            mSurface->Connect("Quorvel MIDI private:Quorvel Virtual Source 01", "surface:in 1"));
+        ASSERT_TRUE(mSurface->Connect("Quorvel MIDI:Quorvel Port 01 out", "surface:in 2"));
+        ASSERT_TRUE(WaitUntil("they are kept", [&] { return Connections() == 2; }));
+    }
+
+    // As if the surface had been connected after the DAW, which then is connected again first.
+    void PutFirstConnectionsLast() const {
+        const std::string file = Folder("state") + "/quorvel-midi/connections.json";
+        nlohmann::json connections = nlohmann::json::parse(QuorvelTest::ContentOf(file));
+        ASSERT_EQ(connections["jack"].size(), 4U);
+        std::reverse(connections["jack"].begin(), connections["jack"].end());
+        std::ofstream(file) << connections;
+    }
+
+    // Connects or disconnects both ways of the DAW's surface; one that is connected already stays.
+    void WithArdour(const std::string& command) const {
+        for (const char* port : {Ardour::kInput, Ardour::kOutput}) {
+            const ProgramResult result = Ask({command, "1", port});
+            ASSERT_EQ(result.status, 0) << result.err;
+        }
+    }
+
+    std::size_t CountReceived(bool (*isCounted)(const Bytes&)) const {
+        const std::vector<Bytes> messages = mSurface->Received(kPrivateSource);
+        return static_cast<std::size_t>(std::count_if(
+            messages.begin() + static_cast<std::ptrdiff_t>(mBefore), messages.end(), isCounted));
+    }
+
+    // Whether the DAW has written onto the surface and goes on with it.
+    bool IsDriven() const {
+        return CountReceived(IsDisplayText) > 0 && CountReceived(IsFader) > 10 &&
+               CountReceived(IsTimeDigit) > 50;
+    }
+
+    // The DAW asks once when it is connected, and if a busy machine loses that period, never again:
+    // so it is connected anew a few times, as its user would do.
+    testing::AssertionResult IsDrivenAtLast() {
+        for (int attempt = 0; attempt < 8; ++attempt) {
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            while (std::chrono::steady_clock::now() < deadline) {
+                if (IsDriven()) {
+                    return testing::AssertionSuccess();
+                }
+                if (!mArdour->IsAlive()) {
+                    return testing::AssertionFailure() << "Ardour has ended";
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+            std::cout << "connecting anew: " << Status() << "\n";
+            WithArdour("disconnect");
+            WithArdour("connect");
+        }
+        return testing::AssertionFailure() << "the DAW does not drive the surface: " << Status();
+    }
+
+    // Whether each message that came to the service is with the surface, and every query is
+    // answered: of all that the service has carried since it started.
+    void ExpectNothingLost() {
+        // From here on the DAW sends nothing, so all that is on its way arrives.
+        WithArdour("disconnect");
+        nlohmann::json port;
+        std::vector<Bytes> received;
+        EXPECT_TRUE(WaitUntil("everything is with the surface",
+                              [&] {
+                                  port = Port();
+                                  received = mSurface->Received(kPrivateSource);
+                                  received.erase(received.begin(),
+                                                 received.begin() +
+                                                     static_cast<std::ptrdiff_t>(mBefore));
+                                  return port["forwarded"]["messages"] == port["in"]["messages"] &&
+                                         port["forwarded"]["messages"] == received.size();
+                              }))
+            << received.size() << " arrived of " << port;
+        EXPECT_EQ(port["in"]["bytes"], BytesOf(received));
+        EXPECT_EQ(port["forwarded"]["bytes"], BytesOf(received));
+        EXPECT_EQ(port["dropped"]["total"], 0) << port;
+        EXPECT_EQ(Status()["backends"][0]["lostToDaws"], 0);
+        const std::vector<Bytes> answers = mSurface->Received(kAnswers);
+        EXPECT_GE(answers.size(), mAnswersBefore + 2);
+        EXPECT_EQ(port["answeredPings"], answers.size() - mAnswersBefore);
+        EXPECT_TRUE(std::all_of(answers.begin(), answers.end(), IsAnswer));
+        std::cout << received.size() << " messages, " << BytesOf(received) << " bytes, "
+                  << answers.size() - mAnswersBefore << " answers\n";
+        mBefore += received.size();
+        mAnswersBefore = answers.size();
+    }
+
+    const QuorvelTest::Preferences mPreferences{"1-4", "MackieControl"};
+    const QuorvelTest::TemporaryFolder mFolder;
+    JackTest::TestServer mServer;
+    std::unique_ptr<Peer> mSurface;
+    std::unique_ptr<Program> mService;
+    std::unique_ptr<Ardour> mArdour;
+    std::size_t mBefore = 0; // what the surface had when the service started
+    std::size_t mAnswersBefore = 0;
+};
+
+TEST_F(ArdourTest, DrivesTheSurfaceAndDoesSoAgainAfterARestartOfTheService) {
+    ConnectSurface();
+    mArdour = std::make_unique<Ardour>(Folder("session"), *mSurface);
+    WithArdour("connect");
+    ASSERT_TRUE(IsDrivenAtLast());
+    ExpectNothingLost();
+
+    WithArdour("connect");
+    ASSERT_TRUE(WaitUntil("they are connected", [&] { return Connections() == 4; }));
+    ASSERT_TRUE(IsDrivenAtLast());
+    EndService();
+    EXPECT_EQ(mSurface->Ask("lost"), "0"); // after which all that the service sent is here
+    mBefore = mSurface->Received(kPrivateSource).size();
+    mAnswersBefore = mSurface->Received(kAnswers).size();
+    PutFirstConnectionsLast();
+    StartService();
+    EXPECT_TRUE(WaitUntil("the connections are back", [&] { return Connections() == 4; }));
+    ASSERT_TRUE(IsDrivenAtLast());
+    ExpectNothingLost();
+    EXPECT_TRUE(mArdour->IsAlive());
+}
+
+} // namespace
+} // namespace ArdourTest

@@ -7,8 +7,8 @@
 
 namespace MidiServer {
 
-InputThread::InputThread(WakeUpSignal& signal, Pass pass)
-    : mSignal(signal), mPass(std::move(pass)), mThread([this] { Run(); }) {}
+InputThread::InputThread(WakeUpSignal& signal, RealTimePriority& priority, Pass pass)
+    : mSignal(signal), mPriority(priority), mPass(std::move(pass)), mThread([this] { Run(); }) {}
 
 InputThread::~InputThread() {
     mEnding.store(true, std::memory_order_relaxed);
@@ -20,6 +20,7 @@ void InputThread::Run() {
     if (HSL::CLogManager::IsInitialized()) {
         HSL::CLogManager::GetTLSContext()->SetName("Input");
     }
+    mPriority.Take();
     while (!mEnding.load(std::memory_order_relaxed)) {
         mSignal.WaitUntil(mPass());
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "midiserver/backends/WakeUpSignal.h"
+#include "midiserver/host/RealTimePriority.h"
 
 #include <atomic>
 #include <chrono>
@@ -13,15 +14,16 @@ namespace MidiServer {
 // the driver. It calls `pass` when the signal is raised and when the time comes that `pass` named;
 // in between it sleeps, for ever if that time is time_point::max().
 //
-//     InputThread thread(signal, [&] { SendWhatIsDue(); return NextDue(); });
+//     InputThread thread(signal, priority, [&] { SendWhatIsDue(); return NextDue(); });
 //
 // Construction starts it, with a first pass at once, and destruction ends it after the pass that
-// goes on, if one does. `signal` must outlive the thread.
+// goes on, if one does. The thread takes the priority before its first pass. `signal` and
+// `priority` must outlive it.
 class InputThread {
 public:
     using Pass = std::function<std::chrono::steady_clock::time_point()>;
 
-    InputThread(WakeUpSignal& signal, Pass pass);
+    InputThread(WakeUpSignal& signal, RealTimePriority& priority, Pass pass);
     ~InputThread();
     InputThread(const InputThread&) = delete;
     InputThread& operator=(const InputThread&) = delete;
@@ -30,6 +32,7 @@ private:
     void Run();
 
     WakeUpSignal& mSignal;
+    RealTimePriority& mPriority; // the thread's, while it runs
     Pass mPass;
     // Relaxed: the signal that follows it orders it.
     std::atomic<bool> mEnding{false};

@@ -134,7 +134,8 @@ private:
     std::vector<BackendPort> mShownPorts;
     std::optional<PrivateSources> mPrivateSources;
     std::optional<DriverPorts> mDriverPorts;
-    PacedList mList; // the input thread's
+    PacedList mList;                                // the input thread's
+    RealTimePriority mPriority{"the input thread"}; // likewise
     std::optional<InputThread> mThread;
 };
 
@@ -172,7 +173,7 @@ void Router::Routing::Start(const std::vector<DriverPort>& ports,
         routed.backend->Publish(mShownPorts);
     }
     mIsPublished = true;
-    mThread.emplace(mSignal, [this] { return Pass(); });
+    mThread.emplace(mSignal, mPriority, [this] { return Pass(); });
     Log(kRoutingLog[HSL::kInfo], "routing %u ports", ports.size());
 }
 

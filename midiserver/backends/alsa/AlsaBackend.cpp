@@ -2,6 +2,7 @@
 
 #include "midiserver/errors/InputError.h"
 #include "midiserver/host/Host.h"
+#include "midiserver/host/RealTimePriority.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 
@@ -101,6 +102,7 @@ void AlsaBackend::Wake() const {
 // The thread that carries MIDI.
 
 void AlsaBackend::CarryMidi() {
+    RealTimePriority("the ALSA sequencer's thread").Take();
     while (!mStopping.load(std::memory_order_relaxed)) {
         pollfd awaited[3] = {{mWake.Get(), POLLIN, 0}, {-1, POLLIN, 0}, {-1, POLLIN, 0}};
         Time due;

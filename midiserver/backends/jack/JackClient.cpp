@@ -9,6 +9,7 @@
 #include <jack/uuid.h>
 
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -74,6 +75,8 @@ std::vector<std::string> TakeNames(const char** names) {
 
 JackClient::JackClient(const std::string& name, JackProcess& process, WakeUpSignal& changed)
     : mProcess(process), mChanged(changed) {
+    // Each period counts itself in it. Whether the limits allow this is said about the ports.
+    static_cast<void>(mlock(this, sizeof *this));
     jack_status_t status{};
     constexpr auto kOptions = static_cast<jack_options_t>(JackUseExactName | JackNoStartServer);
     mClient = jack_client_open(name.c_str(), kOptions, &status);

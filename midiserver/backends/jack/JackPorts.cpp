@@ -87,6 +87,8 @@ std::uint64_t JackPorts::Lost() const {
 
 bool JackPorts::LockMemory() noexcept {
     bool locked = mInput == nullptr || mInput->LockMemory();
+    locked = locked && mlock(this, sizeof *this) == 0 &&
+             mlock(mPorts.data(), mPorts.size() * sizeof mPorts[0]) == 0;
     for (const auto& port : mPorts) {
         locked =
             locked && mlock(port.get(), sizeof *port) == 0 && port->stream.Events().LockMemory();

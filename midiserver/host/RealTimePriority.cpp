@@ -50,8 +50,7 @@ int TakeWithinLimit() {
     if (::getrlimit(RLIMIT_RTPRIO, &limit) != 0) {
         return 0;
     }
-    const auto level =
-        static_cast<int>(std::min<rlim_t>(limit.rlim_cur, RealTimePriority::kLevel));
+    const auto level = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, RealTimePriority::kLevel));
     // A group of processes may have no real-time share at all, whatever its users' limits.
     return level > 0 && SetFifo(level) ? level : 0;
 }
@@ -130,14 +129,13 @@ Value ServiceLimit(sd_bus* bus, const char* name, char type) {
 int TakeFromService() {
     const Bus bus = OpenBus();
     const auto most = ServiceLimit<std::int64_t>(bus.get(), "RTTimeUSecMax", 'x');
-    const int level = std::min(
-        ServiceLimit<std::int32_t>(bus.get(), "MaxRealtimePriority", 'i'), RealTimePriority::kLevel);
+    const int level = std::min(ServiceLimit<std::int32_t>(bus.get(), "MaxRealtimePriority", 'i'),
+                               RealTimePriority::kLevel);
     LimitTimeWithoutWait(static_cast<rlim_t>(most));
     BusError error;
-    error.ThrowIf(sd_bus_call_method(bus.get(), kService, kServicePath, kService,
-                                     "MakeThreadRealtime", error.Get(), nullptr, "tu",
-                                     static_cast<std::uint64_t>(::gettid()),
-                                     static_cast<std::uint32_t>(level)));
+    error.ThrowIf(sd_bus_call_method(
+        bus.get(), kService, kServicePath, kService, "MakeThreadRealtime", error.Get(), nullptr,
+        "tu", static_cast<std::uint64_t>(::gettid()), static_cast<std::uint32_t>(level)));
     return level;
 }
 

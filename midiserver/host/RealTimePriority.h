@@ -26,8 +26,8 @@ public:
     explicit RealTimePriority(std::string thread) : mThread(std::move(thread)) {}
 
     // Gives the calling thread the priority, and logs what became of that unless it is what the
-    // object has logged before. Waits for at most three seconds for each of the service's three answers;
-    // allocates.
+    // object has logged before. Waits for at most three seconds for each of the service's three
+    // answers; allocates.
     void Take();
 
 private:

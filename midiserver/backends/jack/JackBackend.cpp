@@ -94,14 +94,20 @@ JackBackend::Time JackBackend::Attend() {
     const Time now = Clock::now();
     if (mDaws.client && (mDaws.client->ServerHasEnded() || mPrivate.client->ServerHasEnded())) {
         WaitForLastGasp();
-        Close();
-        SetState(kJackLog, false, "the JACK server has ended; trying again every second");
-        mNextAttempt = now + kRetry;
+        GiveUp("the JACK server has ended");
+    } else if (mDaws.client && (mDaws.client->HasStopped() || mPrivate.client->HasStopped())) {
+        GiveUp("the JACK library has ended a process thread");
     }
     if (mPublished.empty()) {
         return Time::max();
     }
     return mDaws.client ? KeepConnections(now) : SeekServer(now);
+}
+
+void JackBackend::GiveUp(const std::string& why) {
+    Close();
+    SetState(kJackLog, false, why + "; trying again every second");
+    mNextAttempt = Clock::now() + kRetry;
 }
 
 void JackBackend::WaitForLastGasp() {
@@ -122,9 +128,7 @@ JackBackend::Time JackBackend::SeekServer(Time now) {
     try {
         Open();
     } catch (const HostError& error) {
-        Close();
-        SetState(kJackLog, false, std::string(error.what()) + "; trying again every second");
-        mNextAttempt = Clock::now() + kRetry;
+        GiveUp(error.what());
         return mNextAttempt;
     }
     return KeepConnections(now);
@@ -274,7 +278,11 @@ void JackBackend::Publish(const std::vector<BackendPort>& ports) {
         mPublished.resize(mDaws.ports.Count());
     }
     if (mDaws.client) {
-        ShowPorts();
+        try {
+            ShowPorts();
+        } catch (const HostError& error) {
+            GiveUp(error.what());
+        }
     } else {
         mNextAttempt = {};
         SeekServer(Clock::now());
@@ -313,7 +321,7 @@ std::vector<BackendConnection> JackBackend::ConnectionsNow() const {
                     continue;
                 }
                 for (std::string& peer : side->client->ConnectionsOf(port)) {
-                    connections.push_back({jack_port_name(port), std::move(peer)});
+                    connections.push_back({JackClient::NameOf(port), std::move(peer)});
                 }
             }
         }
@@ -351,7 +359,10 @@ JackBackend::Link JackBackend::LinkWith(std::size_t port, const std::string& pee
                         peers.empty() ? "none" : fmt::to_string(fmt::join(peers, ", "))));
     }
     const jack_port_t* const theirs = mDaws.client->FindPort(peer);
-    const bool theyReceive = theirs != nullptr && (jack_port_flags(theirs) & JackPortIsInput) != 0;
+    if (theirs == nullptr) {
+        throw HostError(fmt::format("the JACK server does not find port {}", peer));
+    }
+    const bool theyReceive = (jack_port_flags(theirs) & JackPortIsInput) != 0;
     const jack_port_t* ours = nullptr;
     if (port < mDaws.ports.Count()) {
         ours = theyReceive ? mDaws.ports.Output(port) : mDaws.ports.Input(port);
@@ -359,7 +370,7 @@ JackBackend::Link JackBackend::LinkWith(std::size_t port, const std::string& pee
     if (ours == nullptr) {
         throw HostError(fmt::format("port {} is not shown on the JACK server", port + 1));
     }
-    const std::string name = jack_port_name(ours);
+    const std::string name = JackClient::NameOf(ours);
     return theyReceive ? Link{name, peer, name} : Link{peer, name, name};
 }
 

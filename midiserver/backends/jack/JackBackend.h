@@ -67,6 +67,7 @@ private:
     Time SeekServer(Time now) QUORVEL_REQUIRES(mMutex);
     Time KeepConnections(Time now) QUORVEL_REQUIRES(mMutex);
 
+    void GiveUp(const std::string& why) QUORVEL_REQUIRES(mMutex);
     void WaitForLastGasp() QUORVEL_REQUIRES(mMutex);
 
     void Open() QUORVEL_REQUIRES(mMutex);

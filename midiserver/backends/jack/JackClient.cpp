@@ -169,7 +169,10 @@ void* JackClient::RunProcessThread(void* self) {
     for (;;) {
         const jack_nframes_t frames = jack_cycle_wait(client->mClient);
         if (frames == 0) {
-            return nullptr; // PipeWire's library says so that the client is being closed
+            // PipeWire's library says so that the client is being closed, or that it failed.
+            client->mStopped.store(true, std::memory_order_release);
+            client->mChanged.Raise();
+            return nullptr;
         }
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
         client->RunPeriod(frames);
@@ -184,8 +187,9 @@ void JackClient::RunPeriod(jack_nframes_t frames) {
     jack_time_t start = 0;
     jack_time_t next = 0;
     float length = 0;
-    jack_get_cycle_times(mClient, &firstFrame, &start, &next, &length);
-    const auto time = static_cast<std::int64_t>(start) * 1000 + mClockOffset;
+    const bool known = jack_get_cycle_times(mClient, &firstFrame, &start, &next, &length) == 0;
+    const auto time =
+        known ? static_cast<std::int64_t>(start) * 1000 + mClockOffset : NanosecondsNow();
     mProcess.Process(frames, static_cast<std::uint64_t>(time));
     jack_cycle_signal(mClient, 0);
     mProcess.AfterProcess();
@@ -213,16 +217,22 @@ jack_port_t* JackClient::RegisterPort(const std::string& name, JackPortFlags dir
 }
 
 void JackClient::UnregisterPort(jack_port_t* port) {
+    if (jack_port_unregister(mClient, port) != 0) {
+        throw HostError("the JACK server does not take port " + NameOf(port) + " away");
+    }
     std::erase(mPorts, port);
-    jack_port_unregister(mClient, port);
 }
 
 void JackClient::DescribePort(jack_port_t* port, const std::string& alias,
                               const std::string& prettyName, const std::string& uniqueId) {
     const jack_uuid_t uuid = jack_port_uuid(port);
-    int failed =
-        jack_set_property(mClient, uuid, JACK_METADATA_PRETTY_NAME, prettyName.c_str(), kTextType);
-    if (!uniqueId.empty()) {
+    // Without the port's own, its description would become one of nothing.
+    int failed = uuid == JACK_UUID_EMPTY_INITIALIZER ? ENOENT : 0;
+    if (failed == 0) {
+        failed = jack_set_property(mClient, uuid, JACK_METADATA_PRETTY_NAME, prettyName.c_str(),
+                                   kTextType);
+    }
+    if (failed == 0 && !uniqueId.empty()) {
         failed |= jack_set_property(mClient, uuid, kUniqueIdKey, uniqueId.c_str(), kIntegerType);
     }
     // A port that stays when the driver starts anew gets another ID.
@@ -237,14 +247,19 @@ void JackClient::DescribePort(jack_port_t* port, const std::string& alias,
             if (alias == aliases[i]) {
                 isSet = true;
             } else {
-                jack_port_unset_alias(port, aliases[i]);
+                failed |= jack_port_unset_alias(port, aliases[i]);
             }
         }
         failed |= isSet ? 0 : jack_port_set_alias(port, alias.c_str());
     }
     if (failed != 0) {
-        Log(kJackLog[HSL::kWarning], "the server takes no description of %s", jack_port_name(port));
+        Log(kJackLog[HSL::kWarning], "the server takes no description of %s", NameOf(port));
     }
+}
+
+std::string JackClient::NameOf(const jack_port_t* port) {
+    const char* const name = jack_port_name(port);
+    return name == nullptr ? "" : name;
 }
 
 std::vector<std::string> JackClient::ConnectionsOf(jack_port_t* port) const {

@@ -26,8 +26,9 @@ class JackClient {
 public:
     // Opens a client with exactly this name, of a server that runs already; PrepareJackLibrary has
     // been called before. `process` is called on the client's own real-time thread; `changed` is
-    // raised when the server has ended and when ports or connections have changed. Both must
-    // outlive the object. Throws HostError with a line that says why there is no client.
+    // raised when the server has ended, when ports or connections have changed and when `process`
+    // is called no more. Both must outlive the object. Throws HostError with a line that says why
+    // there is no client.
     JackClient(const std::string& name, JackProcess& process, WakeUpSignal& changed);
     // Closes the client. `process` is not called any more when this returns.
     ~JackClient();
@@ -39,7 +40,8 @@ public:
 
     // Shows a MIDI port to other programs. Returns null if the server refuses.
     jack_port_t* RegisterPort(const std::string& name, JackPortFlags direction);
-    // Takes it away. `process` must not use it any more, see WaitForPeriod.
+    // Takes it away. `process` must not use it any more, see WaitForPeriod. Throws HostError if the
+    // server refuses, and then the port is there until the object is destroyed.
     void UnregisterPort(jack_port_t* port);
     // Gives a port a further name, which other programs can connect it by, and what else they may
     // show or search for. What the server does not take is logged.
@@ -50,6 +52,8 @@ public:
     // at any time, after a second.
     void WaitForPeriod() const;
 
+    // The port's whole name; empty if the server does not know it any more.
+    static std::string NameOf(const jack_port_t* port);
     // Connections of a port with others, by their names.
     std::vector<std::string> ConnectionsOf(jack_port_t* port) const;
     // The names of all MIDI ports of the server with these flags.
@@ -60,9 +64,11 @@ public:
     int Connect(const std::string& from, const std::string& to);
     int Disconnect(const std::string& from, const std::string& to);
 
-    // Any thread may ask: whether the server has ended; the server's settings at present; and
-    // whether ports or connections have changed since the last call.
+    // Any thread may ask: whether the server has ended; whether the library calls `process` no more
+    // although it has not; the server's settings at present; and whether ports or connections have
+    // changed since the last call.
     bool ServerHasEnded() const { return mEnded.load(std::memory_order_acquire); }
+    bool HasStopped() const { return mStopped.load(std::memory_order_acquire); }
     jack_nframes_t PeriodFrames() const { return mPeriodFrames.load(std::memory_order_relaxed); }
     jack_nframes_t SampleRate() const { return mSampleRate.load(std::memory_order_relaxed); }
     bool TakeGraphChange() { return mGraphChanged.exchange(false, std::memory_order_acquire); }
@@ -81,6 +87,7 @@ private:
     // server was told to use another.
     std::int64_t mClockOffset = 0;
     std::atomic<bool> mEnded{false};
+    std::atomic<bool> mStopped{false};
     std::atomic<bool> mGraphChanged{true};
     std::atomic<jack_nframes_t> mPeriodFrames{0};
     std::atomic<jack_nframes_t> mSampleRate{0};

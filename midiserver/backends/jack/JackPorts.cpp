@@ -117,6 +117,8 @@ void JackPorts::Receive(std::size_t index, void* buffer, std::uint64_t time) noe
         jack_midi_event_t event;
         if (jack_midi_event_get(&event, buffer, i) == 0) {
             mInput->Write(index, time, {event.buffer, event.size});
+        } else {
+            mInput->CountLost(index, 1);
         }
     }
     mInput->CountLost(index, jack_midi_get_lost_event_count(buffer));

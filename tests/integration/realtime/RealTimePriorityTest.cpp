@@ -1,6 +1,7 @@
 // The system's part of real-time scheduling is played here, so that the test needs no privilege and
 // takes no priority: functions of this program take the place of the C library's.
 #include "midiserver/host/RealTimePriority.h"
+
 #include "midiserver/log/Logging.h"
 #include "runtime/thread/NyInit.h"
 #include "tests/integration/jack/ChildProcess.h"
@@ -58,8 +59,8 @@ int ReplacedSetLimit(int resource, const rlimit* limit) {
     return 0;
 }
 
-int ReplacedSetScheduler(pid_t, int policy, const sched_param* parameters)
-    asm("sched_setscheduler");
+int ReplacedSetScheduler(pid_t, int policy,
+                         const sched_param* parameters) asm("sched_setscheduler");
 int ReplacedSetScheduler(pid_t, int policy, const sched_param* parameters) {
     errno = sSchedulingError;
     if (sSchedulingError != 0) {
@@ -147,8 +148,8 @@ protected:
             GTEST_SKIP() << kRunner << " is not installed";
         }
         // The bus ends with its shell, and that with this test.
-        mBus.emplace(std::vector<std::string>{
-            kRunner, "--", "/bin/sh", "-c", "echo \"$DBUS_SESSION_BUS_ADDRESS\"; exec cat"});
+        mBus.emplace(std::vector<std::string>{kRunner, "--", "/bin/sh", "-c",
+                                              "echo \"$DBUS_SESSION_BUS_ADDRESS\"; exec cat"});
         ASSERT_TRUE(mBus->ReadLine(mAddress));
         ::setenv("DBUS_SYSTEM_BUS_ADDRESS", mAddress.c_str(), 1);
     }

@@ -35,8 +35,8 @@ public:
 
 private:
     static int TakeRequest(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int AnswerMostTime(sd_bus*, const char*, const char*, const char*,
-                              sd_bus_message* reply, void*, sd_bus_error*);
+    static int AnswerMostTime(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
+                              void*, sd_bus_error*);
     static int AnswerMostLevel(sd_bus*, const char*, const char*, const char*,
                                sd_bus_message* reply, void*, sd_bus_error*);
     void Serve();

@@ -103,8 +103,7 @@ CF_EXPORT SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid,
 // Returns the source that performs a local port's requests, one in each pass of the loop. Further
 // calls return the same source as long as it exists; the caller owns a reference. The source keeps
 // the port alive until the source is invalidated or freed. Returns null for a remote or invalid
-// port. If the source is in several loops, the loop that it was added to first receives for all of
-// them.
+// port. If the source is in several loops, each of them receives requests while it runs.
 CF_EXPORT CFRunLoopSourceRef CFMessagePortCreateRunLoopSource(CFAllocatorRef allocator,
                                                               CFMessagePortRef local,
                                                               CFIndex order);

@@ -7,17 +7,18 @@
 
 #include <syslog.h>
 
-#include <map>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace {
 
-// The local ports of this process by name. Entries do not keep ports alive: whoever finds one tries
-// to retain it, and the port's destructor takes the entry out under the same lock.
+// The local ports of this process that have not been invalidated. The list does not keep them
+// alive: whoever finds one tries to retain it, and the port's destructor takes it out under the
+// same lock.
 struct LocalPorts {
     Mutex mutex;
-    std::map<std::string, CFMessagePortRef> byName QUORVEL_GUARDED_BY(mutex);
+    std::vector<CFMessagePortRef> ports QUORVEL_GUARDED_BY(mutex);
     // Of the last that could not be made, and why.
     std::string failedName QUORVEL_GUARDED_BY(mutex);
     std::string failure QUORVEL_GUARDED_BY(mutex);
@@ -37,59 +38,34 @@ struct SourceInfo {
 
 void ReleaseSourceInfo(const void* info) {
     const auto* const sourceInfo = static_cast<const SourceInfo*>(info);
-    sourceInfo->port->mSource->ClearIf(sourceInfo->source);
+    sourceInfo->port->ForgetSource(sourceInfo->source);
     CFRelease(sourceInfo->port);
     delete sourceInfo;
 }
 
 void ScheduleSource(void* info, CFRunLoopRef loop, CFRunLoopMode) {
-    CFRuntimeGuard(
-        [&] { static_cast<SourceInfo*>(info)->port->mListener->Attach(loop->Context()); });
+    const auto* const own = static_cast<SourceInfo*>(info);
+    own->port->mListener->Attach(loop, own->source);
 }
 
 void CancelSource(void* info, CFRunLoopRef loop, CFRunLoopMode) {
-    CFRuntimeGuard(
-        [&] { static_cast<SourceInfo*>(info)->port->mListener->Detach(loop->Context()); });
+    const auto* const own = static_cast<SourceInfo*>(info);
+    own->port->mListener->Detach(loop, own->source);
 }
 
 void PerformSource(void* info) {
-    static_cast<SourceInfo*>(info)->port->PerformRequest();
+    const auto* const own = static_cast<SourceInfo*>(info);
+    own->port->PerformRequest(own->source);
 }
 
 } // namespace
 
-void MessagePortSource::Set(CFRunLoopSourceRef source) {
-    const MutexLock lock(mMutex);
-    mSource = source;
-}
-
-void MessagePortSource::ClearIf(CFRunLoopSourceRef source) {
-    const MutexLock lock(mMutex);
-    if (mSource == source) {
-        mSource = nullptr;
-    }
-}
-
-CFRunLoopSourceRef MessagePortSource::Copy() {
-    const MutexLock lock(mMutex);
-    return mSource != nullptr && mSource->RetainIfAlive() ? mSource : nullptr;
-}
-
-void MessagePortSource::SignalAndWake() {
-    if (const CFRunLoopSourceRef source = Copy()) {
-        source->SignalAndWake();
-        CFRelease(source);
-    }
-}
-
 __CFMessagePort::__CFMessagePort(const std::string& name, CFMessagePortCallBack callout,
                                  const CFMessagePortContext* context,
-                                 std::shared_ptr<MessagePortSource> source,
                                  std::shared_ptr<MessagePortListener> listener)
     : CFRuntimeObject(CFMessagePortGetTypeID()),
       mName(name),
       mCallOut(callout),
-      mSource(std::move(source)),
       mListener(std::move(listener)) {
     if (context == nullptr) {
         return;
@@ -119,44 +95,52 @@ bool __CFMessagePort::IsValid() const {
 
 void __CFMessagePort::Invalidate() {
     std::shared_ptr<void> info;
+    CFOwned<CFRunLoopSourceRef> source;
     {
         const MutexLock lock(mMutex);
         if (!std::exchange(mValid, false)) {
             return;
         }
         info = std::exchange(mInfo, nullptr);
+        source = CopyLivingSource();
     }
     if (mSender != nullptr) {
         mSender->Close();
     }
     if (mListener != nullptr) {
         // Under the lock, so that whoever does not find the name finds the socket gone as well.
-        LocalPorts& ports = TheLocalPorts();
-        const MutexLock lock(ports.mutex);
-        const auto entry = ports.byName.find(mName);
-        if (entry != ports.byName.end() && entry->second == this) {
-            ports.byName.erase(entry);
-        }
+        LocalPorts& local = TheLocalPorts();
+        const MutexLock lock(local.mutex);
+        std::erase(local.ports, this);
         mListener->Close();
     }
-    if (mSource != nullptr) {
-        if (const CFRunLoopSourceRef source = mSource->Copy()) {
-            source->Invalidate();
-            CFRelease(source);
-        }
+    if (source) {
+        source->Invalidate();
+    }
+}
+
+// The source may just be being destroyed, and wait for the lock held here to be forgotten.
+CFOwned<CFRunLoopSourceRef> __CFMessagePort::CopyLivingSource() const {
+    return CFOwned<CFRunLoopSourceRef>(mSource != nullptr && mSource->RetainIfAlive() ? mSource
+                                                                                      : nullptr);
+}
+
+void __CFMessagePort::ForgetSource(CFRunLoopSourceRef source) {
+    const MutexLock lock(mMutex);
+    if (mSource == source) {
+        mSource = nullptr;
     }
 }
 
 CFRunLoopSourceRef __CFMessagePort::CopySource(CFIndex order) {
+    CFOwned<CFRunLoopSourceRef> known; // which is released without the lock
     const MutexLock lock(mMutex);
     if (mListener == nullptr || !mValid) {
         return nullptr;
     }
-    if (const CFRunLoopSourceRef known = mSource->Copy()) {
-        if (known->IsValid()) {
-            return known;
-        }
-        CFRelease(known);
+    known = CopyLivingSource();
+    if (known && known->IsValid()) {
+        return known.Release();
     }
     auto info = std::make_unique<SourceInfo>(SourceInfo{this, nullptr});
     CFRunLoopSourceContext context{};
@@ -171,11 +155,10 @@ CFRunLoopSourceRef __CFMessagePort::CopySource(CFIndex order) {
     }
     CFRetain(this);
     info.release()->source = source;
-    mSource->Set(source);
-    return source;
+    return mSource = source;
 }
 
-void __CFMessagePort::PerformRequest() {
+void __CFMessagePort::PerformRequest(CFRunLoopSourceRef source) {
     const auto request = mListener->TakeRequest();
     if (!request) {
         return;
@@ -202,7 +185,7 @@ void __CFMessagePort::PerformRequest() {
     // One request for each time that the source is performed, so that other sources have their
     // turn.
     if (mListener->HasRequest()) {
-        mSource->SignalAndWake();
+        source->SignalAndWake();
     }
     CFRelease(this);
 }
@@ -234,45 +217,33 @@ namespace {
 // log, or std::bad_alloc.
 CFMessagePortRef FindOrMakeLocal(const std::string& name, CFMessagePortCallBack callout,
                                  const CFMessagePortContext* context, bool& isNew) {
-    LocalPorts& ports = TheLocalPorts();
-    const MutexLock lock(ports.mutex);
-    const auto place = ports.byName.try_emplace(name, nullptr).first;
-    if (place->second != nullptr) {
-        if (place->second->RetainIfAlive()) {
-            return place->second;
+    LocalPorts& local = TheLocalPorts();
+    const MutexLock lock(local.mutex);
+    for (const CFMessagePortRef port : local.ports) {
+        if (port->mName == name) {
+            if (port->RetainIfAlive()) {
+                return port;
+            }
+            // Its last reference has just gone and its destructor waits for the lock held here.
+            port->mListener->Close();
         }
-        // Its last reference has just gone and its destructor waits for the lock held here.
-        place->second->mListener->Close();
-        place->second = nullptr;
     }
-    const auto make = [&]() QUORVEL_REQUIRES(ports.mutex) -> CFMessagePortRef {
-        const auto source = std::make_shared<MessagePortSource>();
-        std::string error;
-        auto listener = MessagePortListener::Open(
-            name, [source] { source->SignalAndWake(); }, error);
-        if (listener == nullptr) {
-            syslog(LOG_ERR, "CFMessagePort: cannot make the local port \"%s\": %s", name.c_str(),
-                   error.c_str());
-            ports.failedName = name;
-            ports.failure = error;
-            return nullptr;
-        }
-        return new __CFMessagePort(name, callout, context, source, std::move(listener));
-    };
-    try {
-        place->second = make();
-    } catch (...) {
-        ports.byName.erase(place);
-        throw;
+    local.ports.reserve(local.ports.size() + 1); // a port that is made can be listed
+    std::string error;
+    auto listener = MessagePortListener::Open(name, error);
+    if (listener == nullptr) {
+        syslog(LOG_ERR, "CFMessagePort: cannot make the local port \"%s\": %s", name.c_str(),
+               error.c_str());
+        local.failedName = name;
+        local.failure = error;
+        return nullptr;
     }
-    CFMessagePortRef port = place->second;
-    if (port == nullptr) {
-        ports.byName.erase(place);
-    } else if (ports.failedName == name) {
-        ports.failedName.clear();
+    local.ports.push_back(new __CFMessagePort(name, callout, context, std::move(listener)));
+    if (local.failedName == name) {
+        local.failedName.clear();
     }
-    isNew = port != nullptr;
-    return port;
+    isNew = true;
+    return local.ports.back();
 }
 
 } // namespace
@@ -301,9 +272,9 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
 CFStringRef CFMessagePortHostCopyLocalFailure(CFStringRef name) {
     return CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
         const auto text = UTF8OfString(name);
-        LocalPorts& ports = TheLocalPorts();
-        const MutexLock lock(ports.mutex);
-        return text && !text->empty() && *text == ports.failedName ? CopyUTF8String(ports.failure)
+        LocalPorts& local = TheLocalPorts();
+        const MutexLock lock(local.mutex);
+        return text && !text->empty() && *text == local.failedName ? CopyUTF8String(local.failure)
                                                                    : nullptr;
     });
 }

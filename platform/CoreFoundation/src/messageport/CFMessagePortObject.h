@@ -12,24 +12,9 @@
 #include <memory>
 #include <string>
 
-// The run-loop source of a local port, known without keeping it alive: the source keeps the port,
-// and the listener's handlers may outlive both.
-class MessagePortSource {
-public:
-    void Set(CFRunLoopSourceRef source);
-    void ClearIf(CFRunLoopSourceRef source);
-    CFRunLoopSourceRef Copy(); // null when there is none; the caller owns the result
-    void SignalAndWake();
-
-private:
-    Mutex mMutex;
-    // No reference is held.
-    CFRunLoopSourceRef mSource QUORVEL_GUARDED_BY(mMutex) = nullptr;
-};
-
 struct __CFMessagePort final : CFRuntimeObject {
     __CFMessagePort(const std::string& name, CFMessagePortCallBack callout,
-                    const CFMessagePortContext* context, std::shared_ptr<MessagePortSource> source,
+                    const CFMessagePortContext* context,
                     std::shared_ptr<MessagePortListener> listener);
     __CFMessagePort(const std::string& name, std::unique_ptr<MessagePortSender> sender);
     ~__CFMessagePort() override;
@@ -38,8 +23,10 @@ struct __CFMessagePort final : CFRuntimeObject {
     bool IsValid() const;
     void Invalidate();
     CFRunLoopSourceRef CopySource(CFIndex order);
+    CFOwned<CFRunLoopSourceRef> CopyLivingSource() const QUORVEL_REQUIRES(mMutex);
+    void ForgetSource(CFRunLoopSourceRef source);
     // Performs the request that waits longest. Without memory it is refused.
-    void PerformRequest();
+    void PerformRequest(CFRunLoopSourceRef source);
     void Perform(const MessagePortListener::Request& request, void* info);
     SInt32 Send(const MessagePort::FrameHeader& header, CFDataRef data, CFTimeInterval sendTimeout,
                 CFTimeInterval receiveTimeout, CFStringRef replyMode, CFDataRef* returnData);
@@ -49,13 +36,14 @@ struct __CFMessagePort final : CFRuntimeObject {
 
     const std::string mName;
     const CFMessagePortCallBack mCallOut = nullptr;
-    CFMessagePortContext mContext{};                  // constant once constructed
-    const std::shared_ptr<MessagePortSource> mSource; // of a local port, as the listener
-    const std::shared_ptr<MessagePortListener> mListener;
-    const std::unique_ptr<MessagePortSender> mSender; // of a remote port
+    CFMessagePortContext mContext{};                      // constant once constructed
+    const std::shared_ptr<MessagePortListener> mListener; // of a local port
+    const std::unique_ptr<MessagePortSender> mSender;     // of a remote port
 
     mutable Mutex mMutex;
     bool mValid QUORVEL_GUARDED_BY(mMutex) = true;
+    // A local port's source, if there is one. It keeps the port; the port holds no reference to it.
+    CFRunLoopSourceRef mSource QUORVEL_GUARDED_BY(mMutex) = nullptr;
     // Released as the last user lets go of it: a callout that runs as the port is invalidated keeps
     // the info that it was given.
     std::shared_ptr<void> mInfo QUORVEL_GUARDED_BY(mMutex);

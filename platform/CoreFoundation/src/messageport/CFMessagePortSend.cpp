@@ -26,18 +26,23 @@ CFTimeInterval SecondsUntil(Clock::time_point deadline) {
 }
 
 // Makes the calling thread's run loop return once a socket has something to read: a source of its
-// own is added to the mode for as long as this lives.
+// own is in the mode for as long as this lives. The constructor throws std::bad_alloc, or a
+// std::runtime_error if there is no descriptor left.
 class ReplyWatch {
 public:
-    ReplyWatch(int socket, CFStringRef mode)
-        : mLoop(CFRunLoopGetCurrent()),
-          mMode(mode),
-          mSource(mLoop, mode),
-          mDescriptor(*mLoop->Context(), socket) {}
+    ReplyWatch(int socket, CFStringRef mode) : mLoop(CFRunLoopGetCurrent()), mMode(mode) {
+        CFRunLoopSourceContext context{};
+        mSource.Reset(CFRunLoopSourceCreate(nullptr, 0, &context));
+        if (mLoop == nullptr || !mSource) {
+            throw std::bad_alloc();
+        }
+        mWatch.emplace(mLoop->Watch(socket));
+        mLoop->AddSource(mSource.Get(), mode);
+    }
     ReplyWatch(const ReplyWatch&) = delete;
     ReplyWatch& operator=(const ReplyWatch&) = delete;
     ~ReplyWatch() {
-        mDescriptor.release(); // the connection goes on
+        mSource->Invalidate();
         // A stop was meant for the run that the caller is in, not for the one made here.
         if (mStopped) {
             CFRunLoopStop(mLoop);
@@ -47,14 +52,14 @@ public:
     // Runs the loop until something may be there to read, or other work of the mode was done, or
     // the deadline has passed.
     void Wait(Clock::time_point deadline) {
-        if (!mArmed->waiting) {
-            mDescriptor.async_wait(
+        if (!*mIsArmed) {
+            mWatch->async_wait(
                 boost::asio::posix::stream_descriptor::wait_read,
-                [armed = mArmed, source = mSource.Source()](const boost::system::error_code&) {
-                    armed->waiting = false;
-                    CFRunLoopSourceSignal(source.Get());
+                [isArmed = mIsArmed, source = mSource](const boost::system::error_code&) {
+                    *isArmed = false;
+                    source->Signal();
                 });
-            mArmed->waiting = true;
+            *mIsArmed = true;
         }
         bool stopped = false;
         mLoop->Run(mMode, SecondsUntil(deadline), true, &stopped);
@@ -62,40 +67,12 @@ public:
     }
 
 private:
-    struct Armed {
-        bool waiting = false;
-    };
-
-    // A source in a mode, as long as it lives; or std::bad_alloc.
-    class AddedSource {
-    public:
-        AddedSource(CFRunLoopRef loop, CFStringRef mode) {
-            CFRunLoopSourceContext context{};
-            mSource.Reset(CFRunLoopSourceCreate(nullptr, 0, &context));
-            if (loop == nullptr || !mSource) {
-                throw std::bad_alloc();
-            }
-            CFRunLoopAddSource(loop, mSource.Get(), mode);
-            if (!CFRunLoopContainsSource(loop, mSource.Get(), mode)) {
-                throw std::bad_alloc();
-            }
-        }
-        ~AddedSource() { CFRunLoopSourceInvalidate(mSource.Get()); }
-        AddedSource(const AddedSource&) = delete;
-        AddedSource& operator=(const AddedSource&) = delete;
-
-        const CFOwned<CFRunLoopSourceRef>& Source() const { return mSource; }
-
-    private:
-        CFOwned<CFRunLoopSourceRef> mSource;
-    };
-
     const CFRunLoopRef mLoop;
     const CFStringRef mMode; // the caller's
-    const std::shared_ptr<Armed> mArmed = std::make_shared<Armed>();
-    const AddedSource mSource;
-    // Last: once it is made it would close the socket if anything else failed.
-    boost::asio::posix::stream_descriptor mDescriptor;
+    CFOwned<CFRunLoopSourceRef> mSource;
+    std::optional<boost::asio::posix::stream_descriptor> mWatch;
+    // Shared with the handler, which the loop may run after this object's end.
+    const std::shared_ptr<bool> mIsArmed = std::make_shared<bool>(false);
     bool mStopped = false;
 };
 
@@ -108,8 +85,8 @@ enum class Awaited {
 };
 
 // Replies to earlier requests, which were given up, are skipped.
-Awaited AwaitReply(MessagePortSender::Connection& connection, std::uint32_t sequence,
-                   Clock::time_point deadline, CFStringRef mode) {
+Awaited AwaitReply(MessagePortSender::Connection& connection, Clock::time_point deadline,
+                   CFStringRef mode) {
     ReplyWatch watch(connection.socket.Get(), mode);
     while (true) {
         const bool late = Clock::now() >= deadline;
@@ -132,7 +109,7 @@ Awaited AwaitReply(MessagePortSender::Connection& connection, std::uint32_t sequ
             if (kind == FrameKind::kRequest || kind == FrameKind::kOneWay) {
                 return Awaited::kBroken;
             }
-            if (connection.reader.Header().sequence == sequence) {
+            if (connection.reader.Header().sequence == connection.sequence) {
                 return Awaited::kAnswered;
             }
             connection.reader.TakePayload();
@@ -164,8 +141,7 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
     // make room for others. Such a request goes over a new connection: it is never performed twice.
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         std::shared_ptr<MessagePortSender::Connection> connection;
-        std::uint32_t sequence = 0;
-        switch (mSender->Send(header, payload, sendDeadline, attempt == 0, connection, sequence)) {
+        switch (mSender->Send(header, payload, sendDeadline, attempt == 0, connection)) {
         case MessagePortSender::Result::kDone:
             break;
         case MessagePortSender::Result::kTimedOut:
@@ -184,7 +160,7 @@ SInt32 __CFMessagePort::Send(const MessagePort::FrameHeader& header, CFDataRef d
         if (!receiveDeadline) {
             receiveDeadline = DeadlineAfter(receiveTimeout);
         }
-        switch (AwaitReply(*connection, sequence, *receiveDeadline, replyMode)) {
+        switch (AwaitReply(*connection, *receiveDeadline, replyMode)) {
         case Awaited::kAnswered:
             return TakeReply(std::move(connection), returnData);
         case Awaited::kNotTaken:

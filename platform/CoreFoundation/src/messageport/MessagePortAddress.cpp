@@ -6,15 +6,16 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdint>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <string_view>
 #include <thread>
 
 namespace MessagePort {
@@ -73,20 +74,15 @@ std::optional<std::string> DirectoryName(std::string& error) {
 }
 
 std::string Encoded(const std::string& name) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
+    constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                        "0123456789.-_";
     std::string result;
     for (const char character : name) {
-        const auto byte = static_cast<unsigned char>(character);
-        const bool plain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-                           (byte >= '0' && byte <= '9') || byte == '.' || byte == '-' ||
-                           byte == '_';
-        if (plain) {
-            result += character;
-        } else {
-            result += '%';
-            result += kDigits[byte >> 4];
-            result += kDigits[byte & 0xF];
+        char escaped[4] = {character};
+        if (kPlain.find(character) == std::string_view::npos) {
+            std::snprintf(escaped, sizeof escaped, "%%%02X", static_cast<unsigned char>(character));
         }
+        result += escaped;
     }
     return result;
 }
@@ -98,19 +94,18 @@ std::string Hashed(const std::string& name) {
         hash ^= static_cast<unsigned char>(character);
         hash *= 0x100000001B3U;
     }
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string result = "~";
-    for (int shift = 60; shift >= 0; shift -= 4) {
-        result += kDigits[(hash >> shift) & 0xF];
-    }
-    return result;
+    char text[18];
+    std::snprintf(text, sizeof text, "~%016" PRIx64, hash);
+    return text;
 }
 
-sockaddr_un AddressOf(const std::string& path) {
+// Calls bind or connect with a socket and the address that a path is.
+int WithAddress(int (*call)(int, const sockaddr*, socklen_t), const FileDescriptor& socket,
+                const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::copy_n(path.begin(), std::min(path.size(), sizeof address.sun_path - 1), address.sun_path);
-    return address;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return call(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
 FileDescriptor MakeSocket() {
@@ -154,29 +149,19 @@ bool RemoveDeadSocket(const std::string& path, std::string& error) {
         error = path + ": expected a socket or nothing, found another kind of file; remove it";
         return false;
     }
-    FileDescriptor probe = MakeSocket();
-    const sockaddr_un address = AddressOf(path);
-    if (!probe) {
-        error = Reason(path, errno);
-        return false;
-    }
-    const bool connected =
-        connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const FileDescriptor probe = MakeSocket();
+    const bool connected = probe && WithAddress(connect, probe, path) == 0;
     if (connected || errno == EAGAIN) {
         error = path + ": " + (connected ? ServerOf(probe.Get()) : "another process") +
                 " already serves this port; end that one, or set QUORVEL_RUNTIME_DIR to another "
                 "folder";
         return false;
     }
-    if (errno != ECONNREFUSED && errno != ENOENT) {
-        error = Reason(path, errno);
-        return false;
+    if ((errno == ECONNREFUSED && unlink(path.c_str()) == 0) || errno == ENOENT) {
+        return true;
     }
-    if (unlink(path.c_str()) != 0 && errno != ENOENT) {
-        error = Reason(path, errno);
-        return false;
-    }
-    return true;
+    error = Reason(path, errno);
+    return false;
 }
 
 } // namespace
@@ -250,11 +235,10 @@ FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::st
         return {};
     }
     FileDescriptor listener = MakeSocket();
-    const sockaddr_un address = AddressOf(path);
     // The mode is set before the first connection is possible, on the socket and on its file: the
     // process's file-creation mask may take bits away but must not decide.
     if (!listener || fchmod(listener.Get(), S_IRUSR | S_IWUSR) != 0 ||
-        bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        WithAddress(bind, listener, path) != 0) {
         error = Reason(path, errno);
         return {};
     }
@@ -281,11 +265,7 @@ FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::st
 
 ConnectResult Connect(const std::string& path, FileDescriptor& connection) {
     FileDescriptor made = MakeSocket();
-    if (!made) {
-        return ConnectResult::kRefused;
-    }
-    const sockaddr_un address = AddressOf(path);
-    if (connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (!made || WithAddress(connect, made, path) != 0) {
         if (errno == ECONNREFUSED || errno == ENOENT) {
             return ConnectResult::kAbsent;
         }

@@ -1,7 +1,12 @@
-// Where a message port's socket lies, and how it is opened and connected to.
+// These functions find a message port's socket, open it and connect to it.
 //
-// Functions that can fail give a reason in `error`, one line that names the path concerned and what
-// to do about it. They may be called from any thread.
+//     std::string error;
+//     const auto path = MessagePort::SocketPath("a port", error);
+//     MessagePort::SocketIdentity identity;
+//     const FileDescriptor listener = MessagePort::Listen(*path, identity, error);
+//
+// A function that fails sets `error` to one line that names the path concerned, what is wrong with
+// it and what to do. Any thread may call.
 #pragma once
 
 #include "platform/support/FileDescriptor.h"
@@ -15,8 +20,8 @@ namespace MessagePort {
 
 inline constexpr std::size_t kMaximumName = 128; // bytes
 
-// Tells one port from a later one of the same name: the file system may give a socket the number of
-// one that is gone, so the moment at which it was made counts too.
+// A SocketIdentity tells one port from a later one of the same name. The file system may give a
+// socket the number of one that is gone; so the moment at which it was made counts too.
 struct SocketIdentity {
     dev_t device = 0;
     ino_t number = 0;
@@ -26,31 +31,32 @@ struct SocketIdentity {
     bool operator==(const SocketIdentity&) const = default;
 };
 
-// The user's runtime directory, which is made when it is missing. One that others may write to is
-// refused.
+// Returns the user's runtime directory and makes it if it is missing. Refuses one that others may
+// write to.
 std::optional<std::string> Folder(std::string& error);
 
-// The path of a port's socket in the user's runtime directory, which is made when it is missing.
+// Returns the path of a port's socket in the user's runtime directory, which it makes if it is
+// missing.
 std::optional<std::string> SocketPath(const std::string& name, std::string& error);
 
-// The identity of the socket at a path, if there is a socket.
+// Returns the identity of the socket at a path, or nothing if there is no socket.
 std::optional<SocketIdentity> IdentityOf(const std::string& path);
 
-// A listening, non-blocking socket at the path, in place of one that nobody listens on. Waits up to
-// two seconds for other processes that open ports in the same directory.
+// Makes a listening, non-blocking socket at the path and removes one there that nobody listens on.
+// Waits for up to two seconds for other processes that open ports in the same directory.
 FileDescriptor Listen(const std::string& path, SocketIdentity& identity, std::string& error);
 
 enum class ConnectResult {
     kConnected,
-    kBusy,    // it lives, but too many connections wait for it
+    kBusy,    // a port listens there, but too many connections wait for it
     kAbsent,  // nobody listens there
     kRefused, // another user listens there, or the system has no descriptor left
 };
 
-// A non-blocking connection to the socket at the path. Does not wait.
+// Makes a non-blocking connection to the socket at the path. Does not wait.
 ConnectResult Connect(const std::string& path, FileDescriptor& connection);
 
-// Whether the other end of a connection runs as this user.
+// Returns whether the process at the other end of a connection runs as this user.
 bool PeerIsThisUser(int connection);
 
 } // namespace MessagePort

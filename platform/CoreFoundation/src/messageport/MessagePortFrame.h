@@ -8,11 +8,18 @@
 //         12   message id, 32 bits, signed; 0 in replies
 //         16   length of the payload in bytes, 32 bits
 //
-// A local port that has read a request whole answers it or has ended: it never just closes the
-// connection. One that closes before it has read everything resets the connection, so the sender
-// knows that its last request was not performed.
+// A local port that has read a whole request answers it or ends; it never merely closes the
+// connection. If it closes a connection from which it has not read everything, the system resets
+// the connection, and so the sender knows that its last request was not performed.
 //
-// Neither class is thread-safe; neither blocks when the socket does not.
+//     FrameWriter writer(header, payload);
+//     writer.Write(socket);                                 // until it is complete
+//     FrameReader reader;
+//     if (reader.Read(socket) == FrameReader::Result::kComplete) {
+//         Use(reader.Header(), reader.TakePayload());
+//     }
+//
+// Neither class is thread-safe, and neither blocks if the socket does not.
 #pragma once
 
 #include <array>
@@ -25,11 +32,11 @@
 namespace MessagePort {
 
 enum class FrameKind : std::uint16_t {
-    kRequest = 1,    // wants an answer: one of the three below
-    kOneWay = 2,     // wants none
-    kReply = 3,      // with data, which may be empty
-    kEmptyReply = 4, // without data
-    kRefusal = 5,    // the request was performed, its reply cannot be sent
+    kRequest = 1,    // a request that wants an answer, which is one of the last three
+    kOneWay = 2,     // a request that wants none
+    kReply = 3,      // a reply with data, which may be empty
+    kEmptyReply = 4, // a reply without data
+    kRefusal = 5,    // the request was performed but its reply cannot be sent
 };
 
 struct FrameHeader {
@@ -44,18 +51,19 @@ inline constexpr std::size_t kMaximumPayload = std::size_t{1024} * 1024;
 
 std::array<std::uint8_t, kHeaderSize> EncodeHeader(const FrameHeader& header);
 
-// Null for anything but a header of this version whose payload is within the limit.
+// Returns nothing unless the bytes are a header of this version and its payload is within the
+// limit.
 std::optional<FrameHeader> DecodeHeader(std::span<const std::uint8_t, kHeaderSize> bytes);
 
-// Gathers one frame at a time from a non-blocking socket. Memory grows with what has arrived, not
-// with what the header promises.
+// A FrameReader gathers one frame at a time from a non-blocking socket. It takes memory for what
+// has arrived, not for what the header promises.
 class FrameReader {
 public:
     enum class Result {
         kIncomplete,
         kComplete,
-        kClosed, // by the other side, which had read all that it was sent
-        kReset,  // by the other side, which had not
+        kClosed, // the other side closed it, having read all that it was sent
+        kReset,  // the other side closed it, not having read all
         kMalformed,
     };
 
@@ -64,7 +72,7 @@ public:
 
     bool HasBegun() const { return mReceived != 0; }
 
-    // The complete frame; after taking its payload the next one is gathered.
+    // Give the complete frame. Once its payload is taken, the next frame is gathered.
     const FrameHeader& Header() const { return mHeader; }
     std::vector<std::uint8_t> TakePayload();
 
@@ -75,7 +83,7 @@ private:
     std::vector<std::uint8_t> mPayload;
 };
 
-// Sends one frame over a non-blocking socket, without ever raising SIGPIPE.
+// A FrameWriter sends one frame over a non-blocking socket. It never raises SIGPIPE.
 class FrameWriter {
 public:
     enum class Result { kIncomplete, kComplete, kFailed };

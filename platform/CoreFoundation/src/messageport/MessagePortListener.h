@@ -1,11 +1,21 @@
-// The serving side of a local message port: its socket, its connections, and the requests that have
-// arrived whole and wait to be performed.
+// A MessagePortListener is the serving side of a local message port: its socket, its connections,
+// and the requests that have arrived whole and wait to be performed.
 //
-// While attached to an io_context it accepts and reads there; every step is a non-blocking one. A
-// connection has one request at a time: it is not read from until that is answered, so what waits
-// in memory is bounded by the number of connections. Detached, it keeps connections and requests.
+// Everything that the listener waits for (its sockets and its next deadline) is gathered in one
+// epoll descriptor. Each run loop that the listener is attached to watches that one descriptor and
+// does what is ready; every step is a non-blocking one. A listener that is attached to no loop
+// keeps its connections and requests.
 //
-// Thread-safe: one mutex guards all state, handlers take it too. `onRequest` is called without it.
+// A connection has one request at a time: it is not read from until that one is answered. The
+// number of connections therefore bounds the memory that requests take.
+//
+//     const auto listener = MessagePortListener::Open(name, error);
+//     listener->Attach(loop, source); // signals the source when a request has arrived
+//     if (const auto request = listener->TakeRequest()) {
+//         listener->Answer(*request, MessagePort::FrameKind::kReply, bytes);
+//     }
+//
+// Thread-safe: one mutex guards all state.
 #pragma once
 
 #include "platform/CoreFoundation/src/messageport/MessagePortAddress.h"
@@ -13,14 +23,11 @@
 #include "platform/support/FileDescriptor.h"
 #include "platform/support/Mutex.h"
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/steady_timer.hpp>
+#include <CoreFoundation/CFRunLoop.h>
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
-#include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,87 +35,66 @@
 
 class MessagePortListener : public std::enable_shared_from_this<MessagePortListener> {
 public:
-    static constexpr std::size_t kMaximumConnections = 64;
-    static constexpr auto kFrameTimeout = std::chrono::seconds(5);
-    // A connection that was not served yet is not let go of for another one this long.
-    static constexpr auto kGracePeriod = std::chrono::seconds(1);
-
     struct Connection;
     struct Request {
-        std::shared_ptr<Connection> from;
+        Connection* from;
         MessagePort::FrameHeader header;
         std::vector<std::uint8_t> data;
     };
 
-    // Null with a reason when the socket cannot be made. `onRequest` is called after a request has
-    // been put into the queue, on the thread that runs the io_context.
-    static std::shared_ptr<MessagePortListener>
-    Open(const std::string& name, std::function<void()> onRequest, std::string& error);
+    // Returns null, and a reason in `error`, if the socket cannot be made.
+    static std::shared_ptr<MessagePortListener> Open(const std::string& name, std::string& error);
 
-    MessagePortListener(const std::string& path, FileDescriptor socket,
-                        const MessagePort::SocketIdentity& identity,
-                        std::function<void()> onRequest);
+    explicit MessagePortListener(const std::string& path);
     MessagePortListener(const MessagePortListener&) = delete;
     MessagePortListener& operator=(const MessagePortListener&) = delete;
     ~MessagePortListener();
 
-    // Contexts count: the first attached one serves until it has been detached as often as it was
-    // attached, then the next takes over.
-    void Attach(const std::shared_ptr<boost::asio::io_context>& context);
-    void Detach(const std::shared_ptr<boost::asio::io_context>& context);
+    // Serves on the loop's thread, until it was detached from there as often as it was attached,
+    // and signals the source after each request that arrives. Loop and source outlive that time.
+    // Throws std::bad_alloc, or a std::runtime_error if there is no descriptor left.
+    void Attach(CFRunLoopRef loop, CFRunLoopSourceRef source);
+    void Detach(CFRunLoopRef loop, CFRunLoopSourceRef source);
 
-    // The request that waits longest, null when none does. It must be answered or finished.
+    // Returns the request that waits longest, or nothing if none does. The caller calls either
+    // Answer or Finish (which sends no answer) for it.
     std::optional<Request> TakeRequest();
     bool HasRequest() const;
     void Answer(const Request& request, MessagePort::FrameKind kind,
                 std::vector<std::uint8_t> data);
-    void Finish(const Request& request); // without an answer
+    void Finish(const Request& request);
 
     // Removes the socket if it is still this one's and closes all connections; one whose request is
     // being performed is closed after its answer. Requests that wait are dropped.
     void Close();
 
 private:
-    struct Attachment {
-        std::shared_ptr<boost::asio::io_context> context;
-        std::size_t count;
-    };
+    using Time = std::chrono::steady_clock::time_point;
+    struct Watch; // of one loop
 
-    void Serve(const std::shared_ptr<boost::asio::io_context>& context) QUORVEL_REQUIRES(mMutex);
-    std::shared_ptr<boost::asio::io_context> StopServing() QUORVEL_REQUIRES(mMutex);
-    void WaitToAccept() QUORVEL_REQUIRES(mMutex);
-    void HoldAccepting(std::chrono::steady_clock::time_point until) QUORVEL_REQUIRES(mMutex);
-    void ResumeAccepting() QUORVEL_REQUIRES(mMutex);
-    bool SomebodyWaits() const QUORVEL_REQUIRES(mMutex);
-    void AcceptSome() QUORVEL_REQUIRES(mMutex);
+    void Arm(const std::shared_ptr<Watch>& watch) QUORVEL_REQUIRES(mMutex);
+    bool ServeWhatIsReady() QUORVEL_REQUIRES(mMutex);
+    void Accept() QUORVEL_REQUIRES(mMutex);
     bool MakeRoom() QUORVEL_REQUIRES(mMutex);
-    void Watch(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
-    void WatchOrDrop(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
-    void Unwatch(Connection& connection) QUORVEL_REQUIRES(mMutex);
-    void SetDeadline(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
-    void WatchDeadline(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
-    void ClearDeadline(Connection& connection) QUORVEL_REQUIRES(mMutex);
-    bool ReadFrom(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
-    void WriteTo(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
-    void BecomeIdle(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
-    void Drop(const std::shared_ptr<Connection>& connection) QUORVEL_REQUIRES(mMutex);
+    void AwaitPeer() QUORVEL_REQUIRES(mMutex);
+    void ResumeAccepting() QUORVEL_REQUIRES(mMutex);
+    void SetTimer() QUORVEL_REQUIRES(mMutex);
+    void Await(Connection& connection, std::uint32_t event) QUORVEL_REQUIRES(mMutex);
+    void ReadFrom(Connection& connection) QUORVEL_REQUIRES(mMutex);
+    void WriteTo(Connection& connection) QUORVEL_REQUIRES(mMutex);
+    void BecomeIdle(Connection& connection) QUORVEL_REQUIRES(mMutex);
+    void Drop(Connection& connection) QUORVEL_REQUIRES(mMutex);
 
     const std::string mPath;
-    const MessagePort::SocketIdentity mIdentity;
-    const std::function<void()> mOnRequest;
-
     mutable Mutex mMutex;
-    FileDescriptor mSocket QUORVEL_GUARDED_BY(mMutex);
-    bool mClosed QUORVEL_GUARDED_BY(mMutex) = false;
-    std::vector<Attachment> mAttachments QUORVEL_GUARDED_BY(mMutex);
-    // The one that serves.
-    std::shared_ptr<boost::asio::io_context> mContext QUORVEL_GUARDED_BY(mMutex);
-    // Counts periods of service: a handler of an earlier one finds that it is none of its business.
-    std::uint64_t mService QUORVEL_GUARDED_BY(mMutex) = 0;
-    std::optional<boost::asio::posix::stream_descriptor> mAcceptor QUORVEL_GUARDED_BY(mMutex);
-    std::optional<boost::asio::steady_timer> mAcceptTimer QUORVEL_GUARDED_BY(mMutex);
-    // There is no place, or no descriptor, for another connection.
-    bool mAcceptingHeld QUORVEL_GUARDED_BY(mMutex) = false;
-    std::vector<std::shared_ptr<Connection>> mConnections QUORVEL_GUARDED_BY(mMutex);
-    std::deque<std::shared_ptr<Connection>> mQueue QUORVEL_GUARDED_BY(mMutex);
+    MessagePort::SocketIdentity mIdentity QUORVEL_GUARDED_BY(mMutex);
+    FileDescriptor mSocket QUORVEL_GUARDED_BY(mMutex); // none once it is closed
+    // Every socket is registered for one event and, once that has come, anew for the next.
+    FileDescriptor mEvents QUORVEL_GUARDED_BY(mMutex);
+    FileDescriptor mTimer QUORVEL_GUARDED_BY(mMutex); // runs out at the next deadline
+    std::vector<std::shared_ptr<Watch>> mWatches QUORVEL_GUARDED_BY(mMutex);
+    std::list<Connection> mConnections QUORVEL_GUARDED_BY(mMutex);
+    std::uint64_t mArrivals QUORVEL_GUARDED_BY(mMutex) = 0; // of requests
+    // Set while there is no place, or no descriptor, for another connection: when to try again.
+    std::optional<Time> mHeldUntil QUORVEL_GUARDED_BY(mMutex);
 };

@@ -137,14 +137,12 @@ MessagePortSender::Result MessagePortSender::WriteAll(FrameWriter& writer, int s
 MessagePortSender::Result MessagePortSender::Send(MessagePort::FrameHeader header,
                                                   std::vector<std::uint8_t> payload,
                                                   Deadline deadline, bool mayReuse,
-                                                  std::shared_ptr<Connection>& connection,
-                                                  std::uint32_t& sequence) {
+                                                  std::shared_ptr<Connection>& connection) {
     const Result borrowed = Borrow(deadline, mayReuse, connection);
     if (borrowed != Result::kDone) {
         return borrowed;
     }
-    sequence = connection->nextSequence++;
-    header.sequence = sequence;
+    header.sequence = ++connection->sequence;
     FrameWriter writer(header, std::move(payload));
     const Result written = WriteAll(writer, connection->socket.Get(), deadline);
     if (written == Result::kTimedOut && !writer.HasBegun()) {
@@ -171,11 +169,7 @@ bool MessagePortSender::IsAlive() {
         }
         mIdle.reset();
     }
-    return CanBeReached();
-}
-
-// Told by a new connection: while the listener ends, a used one may still be open.
-bool MessagePortSender::CanBeReached() {
+    // A new connection tells: while the listener ends, a used one may still be open.
     std::shared_ptr<Connection> connection;
     const Result result = ConnectAnew(Clock::now(), connection);
     if (result == Result::kDone) {

@@ -1,6 +1,8 @@
 #include "platform/CoreFoundation/src/base/Deadline.h"
 #include "platform/CoreFoundation/src/runloop/CFRunLoopObject.h"
+#include "platform/support/FileDescriptor.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -43,9 +45,7 @@ const CFRunLoopMode kCFRunLoopDefaultMode = CFSTR("kCFRunLoopDefaultMode");
 const CFRunLoopMode kCFRunLoopCommonModes = CFSTR("kCFRunLoopCommonModes");
 
 __CFRunLoop::__CFRunLoop()
-    : CFRuntimeObject(CFRunLoopGetTypeID()),
-      mContext(std::make_shared<boost::asio::io_context>()),
-      mWorkGuard(mContext->get_executor()) {}
+    : CFRuntimeObject(CFRunLoopGetTypeID()), mWorkGuard(mContext.get_executor()) {}
 
 __CFRunLoop::~__CFRunLoop() = default;
 
@@ -155,7 +155,7 @@ void __CFRunLoop::WakeUp() {
     // The context stays stopped until the next pass of the loop restarts it, so that no wake-up is
     // lost: what was done before this call is seen by that pass. Unlike a posted handler, this
     // needs no memory, which matters since a source must come out of a loop without any.
-    mContext->stop();
+    mContext.stop();
 }
 
 CFRunLoopMode __CFRunLoop::CopyCurrentMode() const {
@@ -192,9 +192,16 @@ CFOwned<CFRunLoopSourceRef> __CFRunLoop::TakeDueSource(CFRunLoopMode mode) {
     return {};
 }
 
+boost::asio::posix::stream_descriptor __CFRunLoop::Watch(int descriptor) {
+    FileDescriptor duplicate(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    boost::asio::posix::stream_descriptor watch(mContext, duplicate.Get());
+    duplicate.Release();
+    return watch;
+}
+
 void __CFRunLoop::PollContext() {
     // A handler that lacks memory gives up what it would have done.
-    const auto pollOne = [this] { return mContext->poll_one() != 0; };
+    const auto pollOne = [this] { return mContext.poll_one() != 0; };
     for (int i = 0; i < kHandlersPerPass && CFRuntimeGuard(false, pollOne); ++i) {
     }
 }
@@ -215,7 +222,7 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
     }
     CFRunLoopRunResult result = 0;
     while (result == 0) {
-        mContext->restart();
+        mContext.restart();
         PollContext();
         const bool handled = PerformSources(mode);
         if (handled && returnAfterSourceHandled) {
@@ -229,7 +236,7 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
         } else if (!handled) {
             // A source that was performed may have signalled others, so another pass comes first.
             mWaiting.store(true, std::memory_order_relaxed);
-            CFRuntimeGuard([&] { mContext->run_one_until(deadline); });
+            CFRuntimeGuard([&] { mContext.run_one_until(deadline); });
             mWaiting.store(false, std::memory_order_relaxed);
         }
     }

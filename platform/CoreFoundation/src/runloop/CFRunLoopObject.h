@@ -13,9 +13,9 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
 
 #include <atomic>
-#include <memory>
 #include <vector>
 
 struct __CFRunLoopSource final : CFRuntimeObject {
@@ -72,10 +72,11 @@ struct __CFRunLoop final : CFRuntimeObject {
     // Removes every source; the loop accepts none any more. The loop's thread calls it as it ends.
     void TearDown();
 
-    // Returns the context of the descriptors that the loop watches. Its handlers run on the loop's
-    // thread whenever the loop runs, in any mode: they may signal sources but must not run
-    // callbacks.
-    const std::shared_ptr<boost::asio::io_context>& Context() const { return mContext; }
+    // Returns a duplicate of a descriptor, with which a caller waits for the descriptor to be
+    // ready. Its handlers run on the loop's thread whenever the loop runs, in any mode: they may
+    // signal sources but must not run callbacks. Closing the result cancels them. The loop must
+    // outlive it. Throws std::bad_alloc, or a std::runtime_error if there is no descriptor left.
+    boost::asio::posix::stream_descriptor Watch(int descriptor);
 
 private:
     // A source in a mode.
@@ -113,6 +114,6 @@ private:
     bool mDead QUORVEL_GUARDED_BY(mMutex) = false;
 
     std::atomic<bool> mWaiting{false};
-    const std::shared_ptr<boost::asio::io_context> mContext;
+    boost::asio::io_context mContext;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> mWorkGuard;
 };

@@ -2,13 +2,9 @@
 
 #include "platform/CoreFoundation/src/plugin/ModuleExtent.h"
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
-#include "platform/CoreFoundation/src/values/CFStringObject.h"
+#include "platform/CoreFoundation/src/propertylist/PropertyListFile.h"
 #include "platform/support/FileDescriptor.h"
 #include "platform/support/FileReading.h"
-
-#include <CoreFoundation/CFData.h>
-#include <CoreFoundation/CFError.h>
-#include <CoreFoundation/CFPropertyList.h>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -18,109 +14,62 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t kLongestList = std::size_t{1024} * 1024;
 
-CFDictionaryRef CopyDictionary(const std::string& bytes, std::string& reason) {
-    const CFOwned<CFDataRef> data(CFDataCreate(
-        nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
-    if (!data) {
-        throw std::bad_alloc();
+CFPropertyListRef CopyList(const std::string& path) {
+    const std::string expected = path + ": expected a bundle's property list: ";
+    std::string bytes;
+    if (const FileFailure failure = ReadWholeFile(path, kLongestList, bytes)) {
+        throw PlugInFault{expected + failure.text};
     }
-    CFErrorRef error = nullptr;
-    CFOwned<CFPropertyListRef> list(CFPropertyListCreateWithData(
-        nullptr, data.Get(), kCFPropertyListImmutable, nullptr, &error));
-    const CFOwned<CFErrorRef> ownedError(error);
-    if (!list && error == nullptr) {
-        throw std::bad_alloc(); // not the list's fault
-    }
+    CFPropertyListFormat format = 0;
+    PropertyListFailure failure;
+    CFOwned<CFPropertyListRef> list(ParsePropertyList(bytes, false, format, failure));
     if (!list) {
-        const CFOwned<CFStringRef> text(CFErrorCopyDescription(error));
-        reason = UTF8OfString(text.Get()).value_or("it cannot be read");
-        return nullptr;
+        throw PlugInFault{expected + failure.text};
     }
     if (CFRuntimeTypeOf(list.Get()) != kCFRuntimeDictionaryType) {
-        reason = "its top is no dictionary";
-        return nullptr;
+        throw PlugInFault{expected + "its top is no dictionary"};
     }
-    return static_cast<CFDictionaryRef>(list.Release());
+    return list.Release();
 }
 
 } // namespace
 
-std::shared_ptr<BundleModule> BundleModule::Read(const std::string& folder) {
-    const std::string listPath = folder + "/Contents/Info.plist";
-    std::string reason;
-    std::string bytes;
-    const FileFailure failure = ReadWholeFile(listPath, kLongestList, bytes);
-    CFOwned<CFDictionaryRef> info(failure ? nullptr : CopyDictionary(bytes, reason));
-    if (!info) {
-        SetPlugInError(listPath +
-                       ": expected a bundle's property list: " + (failure ? failure.text : reason));
-        return nullptr;
-    }
-    return std::make_shared<BundleModule>(folder, std::move(info));
+BundleModule::BundleModule(const std::string& folder)
+    : mFolder(folder), mListPath(folder + "/Contents/Info.plist"), mInfo(CopyList(mListPath)) {}
+
+std::string BundleModule::ExecutablePath() const {
+    return mFolder + "/Contents/Linux/" + ExecutableName(Info(), mListPath);
 }
 
-BundleModule::BundleModule(const std::string& folder, CFOwned<CFDictionaryRef> info)
-    : mFolder(folder), mInfo(std::move(info)) {}
-
-BundleModule::~BundleModule() = default;
-
-std::string BundleModule::ListPath() const {
-    return mFolder + "/Contents/Info.plist";
-}
-
-std::optional<std::string> BundleModule::ExecutablePath() const {
-    const auto name = RequiredString(Info(), "CFBundleExecutable", ListPath());
-    if (!name) {
-        return std::nullopt;
-    }
-    if (name->find('/') != std::string::npos) {
-        SetPlugInError(ListPath() + ": key CFBundleExecutable: expected a file name, found \"" +
-                       *name + "\"");
-        return std::nullopt;
-    }
-    return mFolder + "/Contents/Linux/" + *name;
-}
-
-bool BundleModule::Load() {
-    const MutexLock lock(mLoadMutex);
-    if (mHandle != nullptr) {
-        return true;
-    }
-    const auto path = ExecutablePath();
-    if (!path) {
-        return false;
-    }
+void BundleModule::Load() {
+    const std::string path = ExecutablePath();
+    const std::string expected =
+        "expected the module that key CFBundleExecutable of " + mListPath + " names";
     struct stat status {};
-    if (stat(path->c_str(), &status) != 0) {
-        return SetPlugInError(*path + ": " + std::strerror(errno) +
-                              "; expected the module that key CFBundleExecutable of " + ListPath() +
-                              " names");
+    if (stat(path.c_str(), &status) != 0) {
+        throw PlugInFault{path + ": " + std::strerror(errno) + "; " + expected};
     }
     if (!S_ISREG(status.st_mode)) {
-        return SetPlugInError(*path + ": expected the module that key CFBundleExecutable of " +
-                              ListPath() + " names, found no regular file");
+        throw PlugInFault{path + ": " + expected + ", found no regular file"};
     }
-    const FileDescriptor file(open(path->c_str(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     const std::uint64_t due = file ? ModuleExtent(file.Get()).value_or(0) : 0;
     if (due > static_cast<std::uint64_t>(status.st_size)) {
-        return SetPlugInError(*path + ": cut off: by its headers the module has " +
-                              std::to_string(due) + " bytes, the file has " +
-                              std::to_string(status.st_size));
+        throw PlugInFault{path + ": cut off: by its headers the module has " + std::to_string(due) +
+                          " bytes, the file has " + std::to_string(status.st_size)};
     }
-    mHandle = dlopen(path->c_str(), RTLD_NOW | RTLD_LOCAL);
+    mHandle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (mHandle == nullptr) {
         const char* const reason = dlerror();
-        return SetPlugInError(*path + ": expected a module that can be loaded: " +
-                              (reason == nullptr ? "no reason given" : reason));
+        throw PlugInFault{path + ": expected a module that can be loaded: " +
+                          (reason == nullptr ? "no reason given" : reason)};
     }
-    return true;
 }
 
 bool BundleModule::IsLoaded() const {
@@ -137,7 +86,10 @@ void BundleModule::Unload() {
 
 void* BundleModule::Find(const std::string& function) {
     const MutexLock lock(mLoadMutex);
-    return Load() ? dlsym(mHandle, function.c_str()) : nullptr;
+    if (mHandle == nullptr) {
+        Load();
+    }
+    return dlsym(mHandle, function.c_str());
 }
 
 BundleRegistry& BundleRegistry::Instance() {
@@ -146,15 +98,22 @@ BundleRegistry& BundleRegistry::Instance() {
     return *registry;
 }
 
-BundleRegistry::Entry* BundleRegistry::EntryWithFactory(const UuidBytes& factory) {
+bool BundleRegistry::Entry::IsUnused() const {
+    return bundle == nullptr && uses == 0 &&
+           std::all_of(factories.begin(), factories.end(),
+                       [](const PlugInFactory& factory) { return factory.instances == 0; });
+}
+
+template <typename Body>
+bool BundleRegistry::WithFactory(const UuidBytes& uuid, const Body& body) {
     for (Entry& entry : mEntries) {
-        for (const PlugInFactory& each : entry.factories) {
-            if (each.uuid == factory) {
-                return &entry;
+        for (PlugInFactory& factory : entry.factories) {
+            if (factory.uuid == uuid && body(entry, factory)) {
+                return true;
             }
         }
     }
-    return nullptr;
+    return false;
 }
 
 BundleRegistry::Entry* BundleRegistry::EntryOf(const BundleModule& module) {
@@ -175,14 +134,11 @@ CFBundleRef BundleRegistry::CopyOrMake(const std::string& folder) {
         }
         return known->bundle;
     }
-    auto module = BundleModule::Read(folder);
-    if (module == nullptr) {
-        return nullptr;
-    }
+    auto module = std::make_shared<BundleModule>(folder);
     // The place first: a bundle that was made is known, as its end takes the lock held here.
     mEntries.reserve(mEntries.size() + 1);
     auto* const bundle = new __CFBundle(module);
-    mEntries.push_back({std::move(module), bundle, {}, {}, 0});
+    mEntries.push_back({std::move(module), bundle, {}, 0});
     return bundle;
 }
 
@@ -196,10 +152,10 @@ void BundleRegistry::Released(CFBundleRef bundle, const std::shared_ptr<BundleMo
             return;
         }
         entry->bundle = nullptr;
-        if (!entry->instances.empty() || entry->uses != 0) {
+        if (!entry->IsUnused()) {
             return;
         }
-        mEntries.erase(mEntries.begin() + (entry - mEntries.data()));
+        Take(*entry);
     }
     module->Unload();
 }
@@ -227,65 +183,65 @@ std::vector<UuidBytes> BundleRegistry::FactoriesFor(const UuidBytes& type,
     return found;
 }
 
-std::optional<BundleRegistry::FactoryUse> BundleRegistry::BeginUse(const UuidBytes& factory) {
-    const MutexLock lock(mMutex);
-    for (Entry& entry : mEntries) {
-        for (const PlugInFactory& each : entry.factories) {
-            if (each.uuid == factory && entry.bundle != nullptr) {
-                FactoryUse use{entry.module, each};
-                ++entry.uses;
-                return use;
-            }
+BundleRegistry::FactoryUse::FactoryUse(const UuidBytes& uuid) {
+    BundleRegistry& registry = Instance();
+    const MutexLock lock(registry.mMutex);
+    const bool found = registry.WithFactory(uuid, [this](Entry& entry, const PlugInFactory& each) {
+        if (entry.bundle == nullptr) {
+            return false;
         }
+        factory = each;
+        module = entry.module;
+        ++entry.uses;
+        return true;
+    });
+    if (!found) {
+        throw PlugInFault{"expected a plug-in with factory " + UuidText(uuid) +
+                          " to have been created, found none"};
     }
-    return std::nullopt;
 }
 
-void BundleRegistry::EndUse(const FactoryUse& use) {
-    const MutexLock lock(mMutex);
-    if (Entry* const entry = EntryOf(*use.module)) {
+BundleRegistry::FactoryUse::~FactoryUse() {
+    BundleRegistry& registry = Instance();
+    const MutexLock lock(registry.mMutex);
+    if (Entry* const entry = registry.EntryOf(*module)) {
         --entry->uses;
     }
 }
 
 void BundleRegistry::AddInstance(const UuidBytes& factory) {
     const MutexLock lock(mMutex);
-    if (Entry* const entry = EntryWithFactory(factory)) {
-        entry->instances.push_back(factory);
-    }
+    WithFactory(factory, [](const Entry&, PlugInFactory& each) { return ++each.instances != 0; });
 }
 
 void BundleRegistry::RemoveInstance(const UuidBytes& factory) {
     const MutexLock lock(mMutex);
-    for (Entry& entry : mEntries) {
-        const auto instance = std::find(entry.instances.begin(), entry.instances.end(), factory);
-        if (instance != entry.instances.end()) {
-            entry.instances.erase(instance);
-            return;
-        }
-    }
+    WithFactory(factory, [](const Entry&, PlugInFactory& each) {
+        return each.instances != 0 && each.instances-- != 0;
+    });
 }
 
 std::size_t BundleRegistry::UnloadUnused() {
     std::size_t count = 0;
-    // One by one, since there may be no memory for a list of them; with the lock let go, since a
-    // module may have destructors that use bundles.
-    while (const std::shared_ptr<BundleModule> module = TakeUnused()) {
+    while (true) {
+        std::shared_ptr<BundleModule> module;
+        {
+            const MutexLock lock(mMutex);
+            const auto unused = std::find_if(mEntries.begin(), mEntries.end(),
+                                             [](const Entry& entry) { return entry.IsUnused(); });
+            if (unused == mEntries.end()) {
+                return count;
+            }
+            module = Take(*unused);
+        }
+        // With the lock let go, since a module may have destructors that use bundles.
         count += module->IsLoaded() ? 1U : 0U;
         module->Unload();
     }
-    return count;
 }
 
-std::shared_ptr<BundleModule> BundleRegistry::TakeUnused() {
-    const MutexLock lock(mMutex);
-    const auto unused = std::find_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) {
-        return entry.bundle == nullptr && entry.instances.empty() && entry.uses == 0;
-    });
-    if (unused == mEntries.end()) {
-        return nullptr;
-    }
-    std::shared_ptr<BundleModule> module = std::move(unused->module);
-    mEntries.erase(unused);
+std::shared_ptr<BundleModule> BundleRegistry::Take(const Entry& entry) {
+    std::shared_ptr<BundleModule> module = entry.module;
+    mEntries.erase(mEntries.begin() + (&entry - mEntries.data()));
     return module;
 }

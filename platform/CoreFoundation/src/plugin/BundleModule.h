@@ -2,8 +2,12 @@
 // if a host releases that while instances of the module live, the module has to stay, and the code
 // that removes the last instance has to find it.
 //
+//     const CFBundleRef bundle = BundleRegistry::Instance().CopyOrMake(folder);
+//     void* const symbol = bundle->mModule->Find("MakeInstance"); // loads the module
+//
 // Both classes are thread-safe. While the dynamic loader, the module's constructors or a factory
-// run, a thread holds no lock except the module's own recursive `mLoadMutex`.
+// run, a thread holds no lock except the module's own recursive `mLoadMutex`. Functions that fail
+// throw a PlugInFault.
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
@@ -15,36 +19,32 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 class BundleModule {
 public:
-    // Reads the bundle at a folder, which is given by its real path. If its property list cannot be
-    // read, sets the thread's plug-in error and returns null.
-    static std::shared_ptr<BundleModule> Read(const std::string& folder);
-
-    BundleModule(const std::string& folder, CFOwned<CFDictionaryRef> info);
+    // Reads the bundle at a folder, which is given by its real path.
+    explicit BundleModule(const std::string& folder);
     BundleModule(const BundleModule&) = delete;
     BundleModule& operator=(const BundleModule&) = delete;
-    ~BundleModule();
 
     const std::string& Folder() const { return mFolder; }
-    std::string ListPath() const;
-    CFDictionaryRef Info() const { return mInfo.Get(); }
+    const std::string& ListPath() const { return mListPath; }
+    CFDictionaryRef Info() const { return static_cast<CFDictionaryRef>(mInfo.Get()); }
+    std::string ExecutablePath() const;
 
-    // If the property list does not name it, sets the thread's plug-in error and returns nothing.
-    std::optional<std::string> ExecutablePath() const;
-
-    bool Load();
     bool IsLoaded() const;
     void Unload();
+    // Loads the module if it is not loaded, and returns a function of it or null.
     void* Find(const std::string& function);
 
 private:
+    void Load() QUORVEL_REQUIRES(mLoadMutex);
+
     const std::string mFolder;
-    const CFOwned<CFDictionaryRef> mInfo;
+    const std::string mListPath;
+    const CFOwned<CFPropertyListRef> mInfo; // a dictionary
     // Recursive: the module's constructors may ask for their own bundle.
     mutable RecursiveMutex mLoadMutex;
     void* mHandle QUORVEL_GUARDED_BY(mLoadMutex) = nullptr;
@@ -70,13 +70,16 @@ public:
     // Returns the module's factories that make a type.
     std::vector<UuidBytes> FactoriesFor(const UuidBytes& type, const BundleModule& module);
 
+    // A FactoryUse keeps the module of a factory from being unloaded as long as it exists.
     struct FactoryUse {
+        explicit FactoryUse(const UuidBytes& factory);
+        ~FactoryUse();
+        FactoryUse(const FactoryUse&) = delete;
+        FactoryUse& operator=(const FactoryUse&) = delete;
+
         std::shared_ptr<BundleModule> module;
         PlugInFactory factory;
     };
-    // Finds a factory and keeps its module from being unloaded until `EndUse`.
-    std::optional<FactoryUse> BeginUse(const UuidBytes& factory);
-    void EndUse(const FactoryUse& use);
 
     void AddInstance(const UuidBytes& factory);
     void RemoveInstance(const UuidBytes& factory);
@@ -89,14 +92,18 @@ private:
         std::shared_ptr<BundleModule> module;
         CFBundleRef bundle = nullptr; // no reference is held; null once released
         std::vector<PlugInFactory> factories;
-        std::vector<UuidBytes> instances; // the factory of each instance
         std::size_t uses = 0;
+
+        bool IsUnused() const;
     };
 
-    Entry* EntryWithFactory(const UuidBytes& factory) QUORVEL_REQUIRES(mMutex);
+    // Calls `body` with each entry that has a factory of this UUID, and with that factory, until it
+    // returns true; returns whether it did.
+    template <typename Body>
+    bool WithFactory(const UuidBytes& uuid, const Body& body) QUORVEL_REQUIRES(mMutex);
     Entry* EntryOf(const BundleModule& module) QUORVEL_REQUIRES(mMutex);
-    // Removes and returns a module that nobody holds any more, or null if there is none.
-    std::shared_ptr<BundleModule> TakeUnused();
+    // Removes an entry and returns its module.
+    std::shared_ptr<BundleModule> Take(const Entry& entry) QUORVEL_REQUIRES(mMutex);
 
     Mutex mMutex;
     std::vector<Entry> mEntries QUORVEL_GUARDED_BY(mMutex);

@@ -19,18 +19,16 @@ CFTypeID CFBundleGetTypeID() {
 
 CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL) {
     const bool isUrl = CFRuntimeIsArgument(bundleURL, kCFRuntimeURLType, "bundleURL");
-    return CFRuntimeGuard<CFBundleRef>(nullptr, [&]() -> CFBundleRef {
+    return AnswerPlugInCall([&] {
         char path[PATH_MAX];
         char folder[PATH_MAX];
         if (!isUrl || CFURLGetFileSystemRepresentation(
                           bundleURL, true, reinterpret_cast<UInt8*>(path), sizeof path) == 0) {
-            SetPlugInError("expected the URL of a bundle's folder, found none");
-            return nullptr;
+            throw PlugInFault{"expected the URL of a bundle's folder, found none"};
         }
         if (realpath(path, folder) == nullptr) {
-            SetPlugInError(std::string(path) + ": " + std::strerror(errno) +
-                           "; expected a bundle's folder");
-            return nullptr;
+            throw PlugInFault{std::string(path) + ": " + std::strerror(errno) +
+                              "; expected a bundle's folder"};
         }
         return BundleRegistry::Instance().CopyOrMake(folder);
     });

@@ -5,7 +5,9 @@
 #include <CoreFoundation/CFPlugIn.h>
 #include <CoreFoundation/CFPlugInHost.h>
 
+#include <algorithm>
 #include <cstring>
+#include <optional>
 
 const CFStringRef kCFPlugInDynamicRegistrationKey = CFSTR("CFPlugInDynamicRegistration");
 const CFStringRef kCFPlugInFactoriesKey = CFSTR("CFPlugInFactories");
@@ -46,45 +48,26 @@ CFArrayRef CopyUuidArray(const std::vector<UuidBytes>& uuids) {
                          &kCFTypeArrayCallBacks);
 }
 
-// Ends the use of a factory when it is destroyed, however the making of the instance ends.
-struct UseEnd {
-    const BundleRegistry::FactoryUse& use;
-    ~UseEnd() { BundleRegistry::Instance().EndUse(use); }
-};
-
-bool Makes(const PlugInFactory& factory, const UuidBytes& type) {
-    for (const UuidBytes& each : factory.types) {
-        if (each == type) {
-            return true;
-        }
-    }
-    return false;
-}
-
 void* MakeInstance(const BundleRegistry::FactoryUse& use, CFAllocatorRef allocator,
                    CFUUIDRef typeUUID, const UuidBytes& type) {
-    if (!Makes(use.factory, type)) {
-        SetPlugInError(use.module->ListPath() + ": key CFPlugInTypes: expected factory " +
-                       UuidText(use.factory.uuid) + " under type " + UuidText(type) +
-                       ", found it not there");
-        return nullptr;
+    const PlugInFactory& factory = use.factory;
+    BundleModule& module = *use.module;
+    if (std::count(factory.types.begin(), factory.types.end(), type) == 0) {
+        throw PlugInFault{module.ListPath() + ": key CFPlugInTypes: expected factory " +
+                          UuidText(factory.uuid) + " under type " + UuidText(type) +
+                          ", found it not there"};
     }
-    if (!use.module->Load()) {
-        return nullptr;
-    }
-    void* const symbol = use.module->Find(use.factory.function);
+    void* const symbol = module.Find(factory.function);
     if (symbol == nullptr) {
-        SetPlugInError(use.module->ExecutablePath().value_or("") + ": expected the function \"" +
-                       use.factory.function + "\" that key CFPlugInFactories/" +
-                       UuidText(use.factory.uuid) + " of " + use.module->ListPath() +
-                       " names, found no such symbol");
-        return nullptr;
+        throw PlugInFault{module.ExecutablePath() + ": expected the function \"" +
+                          factory.function + "\" that key CFPlugInFactories/" +
+                          UuidText(factory.uuid) + " of " + module.ListPath() +
+                          " names, found no such symbol"};
     }
-    const auto function = reinterpret_cast<CFPlugInFactoryFunction>(symbol);
-    void* const instance = function(allocator, typeUUID);
+    void* const instance = reinterpret_cast<CFPlugInFactoryFunction>(symbol)(allocator, typeUUID);
     if (instance == nullptr) {
-        SetPlugInError(use.module->ExecutablePath().value_or("") + ": the factory function \"" +
-                       use.factory.function + "\" made no instance of type " + UuidText(type));
+        throw PlugInFault{module.ExecutablePath() + ": the factory function \"" + factory.function +
+                          "\" made no instance of type " + UuidText(type)};
     }
     return instance;
 }
@@ -92,19 +75,12 @@ void* MakeInstance(const BundleRegistry::FactoryUse& use, CFAllocatorRef allocat
 } // namespace
 
 CFPlugInRef CFPlugInCreate(CFAllocatorRef allocator, CFURLRef plugInURL) {
-    return CFRuntimeGuard<CFPlugInRef>(nullptr, [&]() -> CFPlugInRef {
-        CFOwned<CFPlugInRef> plugIn(CFBundleCreate(allocator, plugInURL));
-        if (!plugIn) {
-            return nullptr;
-        }
+    CFOwned<CFPlugInRef> plugIn(CFBundleCreate(allocator, plugInURL));
+    return !plugIn ? nullptr : AnswerPlugInCall([&] {
         const auto& module = plugIn->mModule;
-        const auto factories = module->ExecutablePath()
-                                   ? PlugInFactories(module->Info(), module->ListPath())
-                                   : std::nullopt;
-        if (!factories) {
-            return nullptr;
-        }
-        BundleRegistry::Instance().Register(module, *factories);
+        module->ExecutablePath(); // is named
+        BundleRegistry::Instance().Register(module,
+                                            PlugInFactories(module->Info(), module->ListPath()));
         return plugIn.Release();
     });
 }
@@ -124,27 +100,17 @@ CFArrayRef CFPlugInFindFactoriesForPlugInTypeInPlugIn(CFUUIDRef typeUUID, CFPlug
 void* CFPlugInInstanceCreate(CFAllocatorRef allocator, CFUUIDRef factoryUUID, CFUUIDRef typeUUID) {
     const auto factory = BytesOf(factoryUUID, "factoryUUID");
     const auto type = BytesOf(typeUUID, "typeUUID");
-    if (!factory || !type) {
-        return CFRuntimeGuard<void*>(nullptr, []() -> void* {
-            SetPlugInError("expected the UUIDs of a factory and of a type, found none");
-            return nullptr;
-        });
-    }
-    return CFRuntimeGuard<void*>(nullptr, [&]() -> void* {
-        const auto use = BundleRegistry::Instance().BeginUse(*factory);
-        if (!use) {
-            SetPlugInError("expected a plug-in with factory " + UuidText(*factory) +
-                           " to have been created, found none");
-            return nullptr;
+    return AnswerPlugInCall([&] {
+        if (!factory || !type) {
+            throw PlugInFault{"expected the UUIDs of a factory and of a type, found none"};
         }
-        const UseEnd end{*use};
-        return MakeInstance(*use, allocator, typeUUID, *type);
+        return MakeInstance(BundleRegistry::FactoryUse(*factory), allocator, typeUUID, *type);
     });
 }
 
 void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
     if (const auto factory = BytesOf(factoryID, "factoryID")) {
-        CFRuntimeGuard([&] { BundleRegistry::Instance().AddInstance(*factory); });
+        BundleRegistry::Instance().AddInstance(*factory);
     }
 }
 

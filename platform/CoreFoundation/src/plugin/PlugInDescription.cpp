@@ -5,9 +5,7 @@
 #include "platform/CoreFoundation/src/values/CFStringObject.h"
 
 #include <CoreFoundation/CFArray.h>
-#include <CoreFoundation/CFData.h>
 #include <CoreFoundation/CFNumber.h>
-#include <CoreFoundation/CFString.h>
 
 #include <algorithm>
 #include <new>
@@ -20,172 +18,163 @@ constexpr const char* kTypesKey = "CFPlugInTypes";
 constexpr const char* kDynamicKey = "CFPlugInDynamicRegistration";
 
 std::string KindOf(CFTypeRef value) {
-    static const std::pair<CFTypeID, const char*> kKinds[] = {
-        {CFStringGetTypeID(), "a string"},         {CFArrayGetTypeID(), "an array"},
-        {CFDictionaryGetTypeID(), "a dictionary"}, {CFNumberGetTypeID(), "a number"},
-        {CFBooleanGetTypeID(), "a boolean"},       {CFDataGetTypeID(), "data"},
-    };
-    const CFTypeID type = CFGetTypeID(value);
-    for (const auto& [id, name] : kKinds) {
-        if (id == type) {
-            return name;
+    switch (CFRuntimeTypeOf(value)) {
+    case kCFRuntimeNotAType:
+        return "none";
+    case kCFRuntimeStringType:
+        return "a string";
+    case kCFRuntimeArrayType:
+        return "an array";
+    case kCFRuntimeDictionaryType:
+        return "a dictionary";
+    case kCFRuntimeNumberType:
+        return "a number";
+    case kCFRuntimeBooleanType:
+        return "a boolean";
+    case kCFRuntimeDataType:
+        return "data";
+    default:
+        return "another type";
+    }
+}
+
+// A property list and where it lies, for reading values and saying what is wrong with them.
+class Reader {
+public:
+    Reader(CFDictionaryRef info, const std::string& path) : mInfo(info), mPath(path) {}
+
+    std::string ExecutableName() const {
+        constexpr const char* kKey = "CFBundleExecutable";
+        const std::string name = Text(ValueOf(kKey), kKey, "a string", "");
+        if (name.empty()) {
+            Refuse(kKey, "a string", "an empty one");
+        }
+        if (name.find('/') != std::string::npos) {
+            Refuse(kKey, "a file name", "\"" + name + "\"");
+        }
+        return name;
+    }
+
+    void RequireStaticRegistration() const {
+        constexpr const char* kExpected = "NO (dynamic registration is not supported)";
+        const CFTypeRef value = ValueOf(kDynamicKey);
+        if (value == nullptr || value == kCFBooleanFalse) {
+            return;
+        }
+        if (value == kCFBooleanTrue) {
+            Refuse(kDynamicKey, kExpected, "YES");
+        }
+        const std::string text = Text(value, kDynamicKey, kExpected, "");
+        if (text != "NO" && text != "No" && text != "no") {
+            Refuse(kDynamicKey, kExpected, "\"" + text + "\"");
         }
     }
-    return "another type";
-}
 
-bool Fail(const std::string& listPath, const std::string& key, const std::string& expected,
-          const std::string& found) {
-    return SetPlugInError(listPath + ": key " + key + ": expected " + expected + ", found " +
-                          found);
-}
+    std::vector<PlugInFactory> Factories() const {
+        constexpr const char* kExpected = "the name of the factory function";
+        std::vector<PlugInFactory> factories;
+        for (const auto& [key, value] : Entries(kFactoriesKey)) {
+            const UuidBytes uuid = Uuid(key, kFactoriesKey);
+            const std::string place = std::string(kFactoriesKey) + "/" + key;
+            std::string function = Text(value, place, kExpected, "");
+            if (function.empty()) {
+                Refuse(place, kExpected, "an empty string");
+            }
+            factories.push_back({uuid, std::move(function), {}});
+        }
+        return factories;
+    }
 
-CFTypeRef ValueOf(CFDictionaryRef info, const char* key) {
-    const CFOwned<CFStringRef> name(CopyUTF8String(key));
-    if (!name) {
-        throw std::bad_alloc();
+    void AddTypes(std::vector<PlugInFactory>& factories) const {
+        constexpr const char* kExpected = "an array of factory UUIDs";
+        for (const auto& [key, value] : Entries(kTypesKey)) {
+            const UuidBytes type = Uuid(key, kTypesKey);
+            const std::string place = std::string(kTypesKey) + "/" + key;
+            if (CFRuntimeTypeOf(value) != kCFRuntimeArrayType) {
+                Refuse(place, kExpected, KindOf(value));
+            }
+            const auto* const array = static_cast<CFArrayRef>(value);
+            for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
+                const std::string text =
+                    Text(CFArrayGetValueAtIndex(array, i), place, kExpected, " in it");
+                const UuidBytes uuid = Uuid(text, place);
+                const auto factory =
+                    std::find_if(factories.begin(), factories.end(),
+                                 [&](const PlugInFactory& each) { return each.uuid == uuid; });
+                if (factory == factories.end()) {
+                    Refuse(place, std::string("a factory of key ") + kFactoriesKey,
+                           "\"" + text + "\"");
+                }
+                factory->types.push_back(type);
+            }
+        }
     }
-    return CFDictionaryGetValue(info, name.Get());
-}
 
-// The entries of the dictionary under a key, by their keys' texts.
-std::optional<std::vector<std::pair<std::string, CFTypeRef>>>
-Entries(CFDictionaryRef info, const char* key, const std::string& listPath) {
-    const CFTypeRef value = ValueOf(info, key);
-    if (value == nullptr || CFGetTypeID(value) != CFDictionaryGetTypeID()) {
-        Fail(listPath, key, "a dictionary", value == nullptr ? "none" : KindOf(value));
-        return std::nullopt;
+private:
+    [[noreturn]] void Refuse(const std::string& key, const std::string& expected,
+                             const std::string& found) const {
+        throw PlugInFault{mPath + ": key " + key + ": expected " + expected + ", found " + found};
     }
-    const auto dictionary = static_cast<CFDictionaryRef>(value);
-    const auto count = static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
-    if (count == 0) {
-        Fail(listPath, key, "at least one entry", "none");
-        return std::nullopt;
-    }
-    std::vector<const void*> keys(count);
-    std::vector<const void*> values(count);
-    CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
-    std::vector<std::pair<std::string, CFTypeRef>> entries;
-    for (std::size_t i = 0; i < count; ++i) {
-        entries.emplace_back(UTF8OfString(static_cast<CFStringRef>(keys[i])).value_or(""),
-                             values[i]);
-    }
-    return entries;
-}
 
-std::optional<UuidBytes> UuidOrFail(const std::string& text, const std::string& listPath,
-                                    const std::string& key) {
-    const auto uuid = ParseUuid(text);
-    if (!uuid) {
-        Fail(listPath, key, "a UUID", "\"" + text + "\"");
+    CFTypeRef ValueOf(const char* key) const {
+        const CFOwned<CFStringRef> name(CopyUTF8String(key));
+        if (!name) {
+            throw std::bad_alloc();
+        }
+        return CFDictionaryGetValue(mInfo, name.Get());
     }
-    return uuid;
-}
 
-bool AllowsStaticRegistrationOnly(CFDictionaryRef info, const std::string& listPath) {
-    const CFTypeRef value = ValueOf(info, kDynamicKey);
-    if (value == nullptr) {
-        return true;
+    // The text of a value that has to be a string; `where` says where the value is in the key's.
+    std::string Text(CFTypeRef value, const std::string& key, const std::string& expected,
+                     const char* where) const {
+        if (CFRuntimeTypeOf(value) != kCFRuntimeStringType) {
+            Refuse(key, expected, KindOf(value) + where);
+        }
+        return UTF8OfString(value).value_or("");
     }
-    static constexpr const char* kExpected = "NO (dynamic registration is not supported)";
-    if (CFGetTypeID(value) == CFBooleanGetTypeID()) {
-        return CFBooleanGetValue(static_cast<CFBooleanRef>(value)) == 0 ||
-               Fail(listPath, kDynamicKey, kExpected, "YES");
-    }
-    if (CFGetTypeID(value) != CFStringGetTypeID()) {
-        return Fail(listPath, kDynamicKey, kExpected, KindOf(value));
-    }
-    const std::string text = UTF8OfString(static_cast<CFStringRef>(value)).value_or("");
-    return text == "NO" || text == "No" || text == "no" ||
-           Fail(listPath, kDynamicKey, kExpected, "\"" + text + "\"");
-}
 
-bool ReadFactories(CFDictionaryRef info, const std::string& listPath,
-                   std::vector<PlugInFactory>& factories) {
-    const auto entries = Entries(info, kFactoriesKey, listPath);
-    if (!entries) {
-        return false;
-    }
-    for (const auto& [key, value] : *entries) {
-        const auto uuid = UuidOrFail(key, listPath, kFactoriesKey);
+    UuidBytes Uuid(const std::string& text, const std::string& key) const {
+        const auto uuid = ParseUuid(text);
         if (!uuid) {
-            return false;
+            Refuse(key, "a UUID", "\"" + text + "\"");
         }
-        const std::string place = std::string(kFactoriesKey) + "/" + key;
-        if (CFGetTypeID(value) != CFStringGetTypeID()) {
-            return Fail(listPath, place, "the name of the factory function", KindOf(value));
-        }
-        std::string function = UTF8OfString(static_cast<CFStringRef>(value)).value_or("");
-        if (function.empty()) {
-            return Fail(listPath, place, "the name of the factory function", "an empty string");
-        }
-        factories.push_back({*uuid, std::move(function), {}});
+        return *uuid;
     }
-    return true;
-}
 
-bool ReadTypes(CFDictionaryRef info, const std::string& listPath,
-               std::vector<PlugInFactory>& factories) {
-    const auto entries = Entries(info, kTypesKey, listPath);
-    if (!entries) {
-        return false;
+    // The entries of the dictionary under a key, by their keys' texts.
+    std::vector<std::pair<std::string, CFTypeRef>> Entries(const char* key) const {
+        const CFTypeRef value = ValueOf(key);
+        if (CFRuntimeTypeOf(value) != kCFRuntimeDictionaryType) {
+            Refuse(key, "a dictionary", KindOf(value));
+        }
+        std::vector<std::pair<std::string, CFTypeRef>> entries;
+        CFDictionaryApplyFunction(
+            static_cast<CFDictionaryRef>(value),
+            [](const void* name, const void* entry, void* list) {
+                static_cast<decltype(entries)*>(list)->emplace_back(UTF8OfString(name).value_or(""),
+                                                                    entry);
+            },
+            &entries);
+        if (entries.empty()) {
+            Refuse(key, "at least one entry", "none");
+        }
+        return entries;
     }
-    for (const auto& [key, value] : *entries) {
-        const auto type = UuidOrFail(key, listPath, kTypesKey);
-        if (!type) {
-            return false;
-        }
-        const std::string place = std::string(kTypesKey) + "/" + key;
-        if (CFGetTypeID(value) != CFArrayGetTypeID()) {
-            return Fail(listPath, place, "an array of factory UUIDs", KindOf(value));
-        }
-        const auto array = static_cast<CFArrayRef>(value);
-        for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
-            const CFTypeRef item = CFArrayGetValueAtIndex(array, i);
-            if (CFGetTypeID(item) != CFStringGetTypeID()) {
-                return Fail(listPath, place, "an array of factory UUIDs", KindOf(item) + " in it");
-            }
-            const std::string text = UTF8OfString(static_cast<CFStringRef>(item)).value_or("");
-            const auto uuid = UuidOrFail(text, listPath, place);
-            if (!uuid) {
-                return false;
-            }
-            const auto factory =
-                std::find_if(factories.begin(), factories.end(),
-                             [&](const PlugInFactory& each) { return each.uuid == *uuid; });
-            if (factory == factories.end()) {
-                return Fail(listPath, place, std::string("a factory of key ") + kFactoriesKey,
-                            "\"" + text + "\"");
-            }
-            factory->types.push_back(*type);
-        }
-    }
-    return true;
-}
+
+    const CFDictionaryRef mInfo;
+    const std::string& mPath;
+};
 
 } // namespace
 
-std::optional<std::string> RequiredString(CFDictionaryRef info, const char* key,
-                                          const std::string& listPath) {
-    const CFTypeRef value = ValueOf(info, key);
-    if (value == nullptr || CFGetTypeID(value) != CFStringGetTypeID()) {
-        Fail(listPath, key, "a string", value == nullptr ? "none" : KindOf(value));
-        return std::nullopt;
-    }
-    auto text = UTF8OfString(static_cast<CFStringRef>(value));
-    if (!text || text->empty()) {
-        Fail(listPath, key, "a string", "an empty one");
-        return std::nullopt;
-    }
-    return text;
+std::string ExecutableName(CFDictionaryRef info, const std::string& listPath) {
+    return Reader(info, listPath).ExecutableName();
 }
 
-std::optional<std::vector<PlugInFactory>> PlugInFactories(CFDictionaryRef info,
-                                                          const std::string& listPath) {
-    std::vector<PlugInFactory> factories;
-    if (!AllowsStaticRegistrationOnly(info, listPath) ||
-        !ReadFactories(info, listPath, factories) || !ReadTypes(info, listPath, factories)) {
-        return std::nullopt;
-    }
+std::vector<PlugInFactory> PlugInFactories(CFDictionaryRef info, const std::string& listPath) {
+    const Reader reader(info, listPath);
+    reader.RequireStaticRegistration();
+    std::vector<PlugInFactory> factories = reader.Factories();
+    reader.AddTypes(factories);
     return factories;
 }

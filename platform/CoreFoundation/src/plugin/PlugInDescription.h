@@ -1,11 +1,12 @@
-// These functions read and check what a plug-in's property list says about its factories.
+// These functions read and check what a bundle's property list says about a plug-in. They throw a
+// PlugInFault if a key is missing, has the wrong type or contradicts another.
 #pragma once
 
 #include "platform/CoreFoundation/src/values/UuidText.h"
 
 #include <CoreFoundation/CFDictionary.h>
 
-#include <optional>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -13,14 +14,11 @@ struct PlugInFactory {
     UuidBytes uuid;
     std::string function;
     std::vector<UuidBytes> types; // the types that it makes
+    std::size_t instances = 0;    // how many are registered
 };
 
-// Returns a string value of a property list. If the key is missing, or if its value is not a string
-// with at least one character, sets the thread's plug-in error and returns nothing.
-std::optional<std::string> RequiredString(CFDictionaryRef info, const char* key,
-                                          const std::string& listPath);
+// Returns the name of the bundle's module, which is a file name.
+std::string ExecutableName(CFDictionaryRef info, const std::string& listPath);
 
-// Returns the factories of a plug-in. If a key is missing, has the wrong type or contradicts
-// another, sets the thread's plug-in error and returns nothing.
-std::optional<std::vector<PlugInFactory>> PlugInFactories(CFDictionaryRef info,
-                                                          const std::string& listPath);
+// Returns the factories of a plug-in.
+std::vector<PlugInFactory> PlugInFactories(CFDictionaryRef info, const std::string& listPath);

@@ -1,19 +1,17 @@
 #include "platform/CoreFoundation/src/plugin/PlugInError.h"
 
+#include <algorithm>
+
 namespace {
 
 thread_local std::string tlsLastError;
 
 } // namespace
 
-bool SetPlugInError(const std::string& text) {
-    tlsLastError = text;
-    for (char& character : tlsLastError) {
-        if (character == '\n' || character == '\r') {
-            character = ' ';
-        }
-    }
-    return false;
+void KeepPlugInError(std::string text) noexcept {
+    const auto isLineBreak = [](char character) { return character == '\n' || character == '\r'; };
+    std::replace_if(text.begin(), text.end(), isLineBreak, ' ');
+    tlsLastError = std::move(text);
 }
 
 const std::string& LastPlugInError() {

@@ -109,20 +109,19 @@ inline const CFRuntimeObject* CFRuntimeObjectOf(CFTypeRef reference) {
     return static_cast<const CFRuntimeObject*>(reference);
 }
 
-// The reference as an object of the type, null when it is null or of another type. Const as the
-// reference is.
-template <typename Object, typename Reference>
-auto* CFRuntimeCast(Reference* reference) {
+// Returns the reference as an object of the type, or null if it is null or of another type. The
+// result is const if the reference is.
+template <typename Object>
+const Object* CFRuntimeCast(CFTypeRef reference) {
     static_assert(std::is_final_v<Object>, "types are compared exactly");
-    using Void = std::conditional_t<std::is_const_v<Reference>, const void, void>;
-    using Base =
-        std::conditional_t<std::is_const_v<Reference>, const CFRuntimeObject, CFRuntimeObject>;
-    using Result = std::conditional_t<std::is_const_v<Reference>, const Object, Object>;
-    auto* object = static_cast<Base*>(static_cast<Void*>(reference));
-    if (object == nullptr || typeid(*object) != typeid(Object)) {
-        return static_cast<Result*>(nullptr);
-    }
-    return static_cast<Result*>(object);
+    const auto* object = CFRuntimeObjectOf(reference);
+    return object == nullptr || typeid(*object) != typeid(Object)
+               ? nullptr
+               : static_cast<const Object*>(object);
+}
+template <typename Object>
+Object* CFRuntimeCast(void* reference) {
+    return const_cast<Object*>(CFRuntimeCast<Object>(static_cast<CFTypeRef>(reference)));
 }
 
 // The type of any object, 0 for null.

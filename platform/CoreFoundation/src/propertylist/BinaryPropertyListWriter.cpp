@@ -7,6 +7,7 @@
 #include <CoreFoundation/CFDate.h>
 #include <CoreFoundation/CFNumber.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <unordered_map>
@@ -64,13 +65,11 @@ std::string NumberBytes(CFNumberRef number) {
 }
 
 std::string StringBytes(CFTypeRef value) {
-    const auto& string = *CFRuntimeCast<__CFString>(value);
-    if (const std::string* text = string.ASCII()) {
-        return Counted(0x5, text->size()) + *text;
-    }
-    std::string bytes = Counted(0x6, string.Size());
-    for (std::size_t i = 0; i < string.Size(); ++i) {
-        bytes += BigEndian(string.At(i), 2);
+    const std::u16string& text = CFRuntimeCast<__CFString>(value)->mText;
+    const bool isASCII = std::all_of(text.begin(), text.end(), [](char16_t c) { return c < 0x80; });
+    std::string bytes = Counted(isASCII ? 0x5 : 0x6, text.size());
+    for (const char16_t unit : text) {
+        bytes += BigEndian(unit, isASCII ? 1 : 2);
     }
     return bytes;
 }

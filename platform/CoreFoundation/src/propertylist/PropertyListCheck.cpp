@@ -39,14 +39,11 @@ public:
 private:
     void CheckString(CFTypeRef value) {
         const auto* string = CFRuntimeCast<__CFString>(value);
-        const CFRange all = CFRangeMake(0, static_cast<CFIndex>(string->Size()));
+        const CFRange all = CFRangeMake(0, CFStringGetLength(string));
         CFIndex bytes = 0;
-        bool isText = CFStringGetBytes(string, all, kCFStringEncodingUTF8, 0, false, nullptr, 0,
-                                       &bytes) == all.length;
-        for (std::size_t i = 0; isText && i < string->Size(); ++i) {
-            isText = string->At(i) != u'\0';
-        }
-        if (!isText) {
+        if (CFStringGetBytes(string, all, kCFStringEncodingUTF8, 0, false, nullptr, 0, &bytes) !=
+                all.length ||
+            string->mText.find(u'\0') != std::u16string::npos) {
             throw PropertyListFault{"a string that is not valid Unicode or has a NUL"};
         }
         mBudget.TakeContents(static_cast<std::size_t>(bytes));

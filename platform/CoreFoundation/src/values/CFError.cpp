@@ -36,12 +36,12 @@ std::u16string __CFError::Description(unsigned /*depth*/) const {
                                        mUserInfo.Get(), kCFErrorLocalizedDescriptionKey))
                                  : nullptr;
     if (text != nullptr) {
-        return text->Text();
+        return text->mText;
     }
     const CFOwned<CFStringRef> made(CFStringCreateWithFormat(
         nullptr, nullptr, CFSTR("error %ld of %@"), static_cast<long>(mCode), mDomain.Get()));
     const auto* string = CFRuntimeCast<__CFString>(made.Get());
-    return string == nullptr ? u"error" : string->Text();
+    return string == nullptr ? u"error" : string->mText;
 }
 
 CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,

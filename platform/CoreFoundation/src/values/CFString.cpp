@@ -31,62 +31,13 @@ bool RangeIsWithin(CFRange range, std::size_t size) {
                size - static_cast<std::size_t>(range.location);
 }
 
-CFStringRef MakeString(CFAllocatorRef allocator, const std::u16string& text) {
-    return CFRuntimeCreate<__CFString>(allocator, text);
-}
-
 } // namespace
-
-__CFString::__CFString(std::u16string_view text) : CFRuntimeObject(kCFRuntimeStringType) {
-    Assign(text);
-}
-
-__CFString::__CFString(std::u16string_view text, CFRuntimeImmortal immortal)
-    : CFRuntimeObject(kCFRuntimeStringType, immortal) {
-    Assign(text);
-}
-
-void __CFString::Assign(std::u16string_view text) {
-    if (std::all_of(text.begin(), text.end(), [](char16_t c) { return c < 0x80; })) {
-        mNarrow.reserve(text.size());
-        for (const char16_t c : text) {
-            mNarrow += static_cast<char>(c);
-        }
-    } else {
-        mWide = text;
-    }
-}
-
-bool __CFString::Equals(const CFRuntimeObject& other) const {
-    const auto& string = static_cast<const __CFString&>(other);
-    return mNarrow == string.mNarrow && mWide == string.mWide;
-}
-
-CFHashCode __CFString::Hash() const {
-    return mWide.empty() ? CFRuntimeHash(mNarrow) : CFRuntimeHash(mWide);
-}
-
-std::u16string __CFString::Description(unsigned /*depth*/) const {
-    return Text();
-}
-
-std::u16string __CFString::Text() const {
-    return mWide.empty() ? UTF16FromASCII(mNarrow) : mWide;
-}
 
 std::optional<std::string> UTF8OfString(CFTypeRef string) {
     const auto* object = CFRuntimeCast<__CFString>(string);
-    if (object == nullptr) {
-        return std::nullopt;
-    }
-    if (object->ASCII() != nullptr) {
-        return *object->ASCII();
-    }
     std::string bytes;
-    if (!AppendUTF8(object->Text(), bytes)) {
-        return std::nullopt;
-    }
-    return bytes;
+    return object != nullptr && AppendUTF8(object->mText, bytes) ? std::optional(std::move(bytes))
+                                                                 : std::nullopt;
 }
 
 CFStringRef CopyUTF8String(std::string_view text) {
@@ -148,7 +99,8 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
     va_copy(copy, arguments);
     CFStringRef result = CFRuntimeGuard<CFStringRef>(nullptr, [&]() -> CFStringRef {
         std::u16string text;
-        return FormatString(string->Text(), copy, text) ? MakeString(alloc, text) : nullptr;
+        return FormatString(string->mText, copy, text) ? CFRuntimeCreate<__CFString>(alloc, text)
+                                                       : nullptr;
     });
     va_end(copy);
     return result;
@@ -156,15 +108,15 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc,
 
 CFIndex CFStringGetLength(CFStringRef theString) {
     const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
-    return string == nullptr ? 0 : static_cast<CFIndex>(string->Size());
+    return string == nullptr ? 0 : static_cast<CFIndex>(string->mText.size());
 }
 
 UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx) {
     const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
-    if (string == nullptr || idx < 0) {
-        return 0;
-    }
-    return static_cast<UniChar>(string->AtOrNothing(static_cast<std::size_t>(idx)));
+    const auto index = static_cast<std::size_t>(idx);
+    return string == nullptr || idx < 0 || index >= string->mText.size()
+               ? UniChar{0}
+               : static_cast<UniChar>(string->mText[index]);
 }
 
 Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize,
@@ -172,26 +124,17 @@ Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSi
     if (buffer == nullptr || bufferSize <= 0) {
         return false;
     }
-    const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
-    if (string == nullptr || !StringEncodingIsKnown(encoding)) {
-        buffer[0] = '\0';
-        return false;
+    CFIndex used = 0;
+    bool isWhole = false;
+    if (CFRuntimeIsArgument(theString, kCFRuntimeStringType, "theString") &&
+        StringEncodingIsKnown(encoding)) {
+        const CFRange all = CFRangeMake(0, CFStringGetLength(theString));
+        isWhole =
+            CFStringGetBytes(theString, all, encoding, 0, false, reinterpret_cast<UInt8*>(buffer),
+                             bufferSize - 1, &used) == all.length;
     }
-    const std::size_t room = static_cast<std::size_t>(bufferSize) - 1;
-    std::size_t used = 0;
-    for (std::size_t i = 0; i < string->Size();) {
-        const EncodedCharacter character =
-            EncodeCharacter(string->At(i), string->AtOrNothing(i + 1), encoding);
-        if (character.size == 0 || character.size > room - used) {
-            buffer[0] = '\0';
-            return false;
-        }
-        std::memcpy(buffer + used, character.bytes, character.size);
-        used += character.size;
-        i += character.units;
-    }
-    buffer[used] = '\0';
-    return true;
+    buffer[isWhole ? used : 0] = '\0';
+    return isWhole;
 }
 
 CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding,
@@ -202,7 +145,7 @@ CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding 
     }
     const auto* string = CFRuntimeArgument<__CFString>(theString, "theString");
     if (string == nullptr || !StringEncodingIsKnown(encoding) ||
-        !RangeIsWithin(range, string->Size()) || (buffer != nullptr && maxBufLen < 0)) {
+        !RangeIsWithin(range, string->mText.size()) || (buffer != nullptr && maxBufLen < 0)) {
         return 0;
     }
     const auto begin = static_cast<std::size_t>(range.location);
@@ -210,8 +153,9 @@ CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding 
     std::size_t position = begin;
     std::size_t used = 0;
     while (position < end) {
-        EncodedCharacter character = EncodeCharacter(
-            string->At(position), position + 1 < end ? string->At(position + 1) : u'\0', encoding);
+        EncodedCharacter character =
+            EncodeCharacter(string->mText[position],
+                            position + 1 < end ? string->mText[position + 1] : u'\0', encoding);
         if (character.size == 0) {
             if (lossByte == 0) {
                 break;
@@ -242,14 +186,14 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef alloc, CFString
         return nullptr;
     }
     return CFRuntimeGuard<CFArrayRef>(nullptr, [&]() -> CFArrayRef {
-        const std::u16string text = string->Text();
-        const std::u16string mark = separator->Text();
+        const std::u16string& text = string->mText;
+        const std::u16string& mark = separator->mText;
         std::vector<CFOwned<CFStringRef>> parts;
         std::vector<const void*> values;
         for (std::size_t begin = 0;;) {
             const std::size_t end = mark.empty() ? std::u16string::npos : text.find(mark, begin);
             const std::size_t size = end == std::u16string::npos ? end : end - begin;
-            CFOwned<CFStringRef> part(MakeString(alloc, text.substr(begin, size)));
+            CFOwned<CFStringRef> part(CFRuntimeCreate<__CFString>(alloc, text.substr(begin, size)));
             if (!part) {
                 return nullptr;
             }

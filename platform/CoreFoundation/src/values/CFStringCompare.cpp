@@ -27,16 +27,8 @@ CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString
     if (first == nullptr || second == nullptr) {
         return first == nullptr ? kCFCompareLessThan : kCFCompareGreaterThan;
     }
-    const std::size_t common = std::min(first->Size(), second->Size());
-    for (std::size_t i = 0; i < common; ++i) {
-        if (first->At(i) != second->At(i)) {
-            return first->At(i) < second->At(i) ? kCFCompareLessThan : kCFCompareGreaterThan;
-        }
-    }
-    if (first->Size() == second->Size()) {
-        return kCFCompareEqualTo;
-    }
-    return first->Size() < second->Size() ? kCFCompareLessThan : kCFCompareGreaterThan;
+    const int order = first->mText.compare(second->mText);
+    return order == 0 ? kCFCompareEqualTo : order < 0 ? kCFCompareLessThan : kCFCompareGreaterThan;
 }
 
 SInt32 CFStringGetIntValue(CFStringRef str) {
@@ -44,19 +36,19 @@ SInt32 CFStringGetIntValue(CFStringRef str) {
     if (string == nullptr) {
         return 0;
     }
-    std::size_t i = 0;
-    while (IsSpace(string->AtOrNothing(i))) {
-        ++i;
+    const char16_t* place = string->mText.c_str(); // which ends with a NUL
+    while (IsSpace(*place)) {
+        ++place;
     }
-    const bool negative = string->AtOrNothing(i) == u'-';
-    if (negative || string->AtOrNothing(i) == u'+') {
-        ++i;
+    const bool negative = *place == u'-';
+    if (negative || *place == u'+') {
+        ++place;
     }
     constexpr std::int64_t kLargest = std::numeric_limits<SInt32>::max();
     const std::int64_t limit = negative ? kLargest + 1 : kLargest;
     std::int64_t value = 0;
-    for (; string->AtOrNothing(i) >= u'0' && string->AtOrNothing(i) <= u'9'; ++i) {
-        value = std::min<std::int64_t>(value * 10 + (string->At(i) - u'0'), limit);
+    for (; *place >= u'0' && *place <= u'9'; ++place) {
+        value = std::min<std::int64_t>(value * 10 + (*place - u'0'), limit);
     }
     return static_cast<SInt32>(negative ? -value : value);
 }

@@ -5,22 +5,15 @@
 #include "platform/support/Mutex.h"
 
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 namespace {
 
-struct TextHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view text) const {
-        return std::hash<std::string_view>{}(text);
-    }
-};
 struct Constants {
     Mutex mutex;
-    std::unordered_map<std::string, CFStringRef, TextHash, std::equal_to<>>
-        byText QUORVEL_GUARDED_BY(mutex);
+    std::map<std::string, CFStringRef, std::less<>> byText QUORVEL_GUARDED_BY(mutex);
 };
 
 } // namespace

@@ -1,5 +1,7 @@
-// A string keeps one byte per character if all of its characters are ASCII, as in nearly all
-// strings, and UTF-16 otherwise.
+// The object behind a CFStringRef, and its conversions from and to UTF-8.
+//
+//     const auto* const string = CFRuntimeArgument<__CFString>(theString, "theString");
+//     const std::size_t units = string == nullptr ? 0 : string->mText.size();
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
@@ -11,30 +13,18 @@
 #include <string_view>
 
 struct __CFString final : CFRuntimeObject {
-    explicit __CFString(std::u16string_view text);
-    __CFString(std::u16string_view text, CFRuntimeImmortal);
+    explicit __CFString(std::u16string_view text)
+        : CFRuntimeObject(kCFRuntimeStringType), mText(text) {}
+    __CFString(std::u16string_view text, CFRuntimeImmortal immortal)
+        : CFRuntimeObject(kCFRuntimeStringType, immortal), mText(text) {}
 
-    bool Equals(const CFRuntimeObject& other) const override;
-    CFHashCode Hash() const override;
-    std::u16string Description(unsigned depth) const override;
-
-    std::size_t Size() const { return mWide.empty() ? mNarrow.size() : mWide.size(); }
-    char16_t At(std::size_t index) const {
-        return mWide.empty() ? static_cast<char16_t>(mNarrow[index]) : mWide[index];
+    bool Equals(const CFRuntimeObject& other) const override {
+        return mText == static_cast<const __CFString&>(other).mText;
     }
-    // Returns 0 beyond the end, so that a caller can look for a character of two units anywhere.
-    char16_t AtOrNothing(std::size_t index) const { return index < Size() ? At(index) : u'\0'; }
+    CFHashCode Hash() const override { return CFRuntimeHash(mText); }
+    std::u16string Description(unsigned /*depth*/) const override { return mText; }
 
-    std::u16string Text() const;
-    // Returns the text if it is all ASCII, else null.
-    const std::string* ASCII() const { return mWide.empty() ? &mNarrow : nullptr; }
-
-private:
-    void Assign(std::u16string_view text);
-
-    // One of these two is empty.
-    std::string mNarrow;
-    std::u16string mWide;
+    const std::u16string mText;
 };
 
 // Returns the text in UTF-8, or nothing if the object is not a string or if the text has a

@@ -48,10 +48,11 @@ CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef alloc, CFUUIDBytes bytes) {
 }
 
 CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef alloc, CFStringRef uuidStr) {
-    const auto* text = CFRuntimeArgument<__CFString>(uuidStr, "uuidStr");
-    const auto bytes =
-        text == nullptr || text->ASCII() == nullptr ? std::nullopt : ParseUuid(*text->ASCII());
-    return bytes ? CFRuntimeCreate<__CFUUID>(alloc, *bytes) : nullptr;
+    CFRuntimeIsArgument(uuidStr, kCFRuntimeStringType, "uuidStr");
+    return CFRuntimeGuard<CFUUIDRef>(nullptr, [&]() -> CFUUIDRef {
+        const auto bytes = ParseUuid(UTF8OfString(uuidStr).value_or(""));
+        return bytes ? CFRuntimeCreate<__CFUUID>(alloc, *bytes) : nullptr;
+    });
 }
 
 CFStringRef CFUUIDCreateString(CFAllocatorRef alloc, CFUUIDRef uuid) {

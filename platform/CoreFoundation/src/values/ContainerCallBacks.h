@@ -42,7 +42,7 @@ std::u16string ContainerDescription(const CallBacks& callBacks, const void* valu
     if (callBacks.copyDescription != nullptr) {
         const CFOwned<CFStringRef> text(callBacks.copyDescription(value));
         const auto* string = CFRuntimeCast<__CFString>(text.Get());
-        return string == nullptr ? u"(null)" : string->Text();
+        return string == nullptr ? u"(null)" : string->mText;
     }
     std::array<char, 32> address{};
     std::snprintf(address.data(), address.size(), "<%p>", value);

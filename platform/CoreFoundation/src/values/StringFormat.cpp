@@ -215,7 +215,7 @@ void AppendObject(const Conversion& conversion, Arguments& arguments, std::u16st
         throw std::bad_alloc();
     }
     const auto* string = CFRuntimeCast<__CFString>(description.Get());
-    std::u16string printed = string == nullptr ? u"(null)" : string->Text();
+    std::u16string printed = string == nullptr ? u"(null)" : string->mText;
     if (conversion.precision) {
         printed.resize(std::min(printed.size(), static_cast<std::size_t>(*conversion.precision)));
     }

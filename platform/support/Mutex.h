@@ -94,7 +94,6 @@ public:
         lock.release();
         return status == std::cv_status::no_timeout;
     }
-    void NotifyOne() { mCondition.notify_one(); }
     void NotifyAll() { mCondition.notify_all(); }
 
 private:

@@ -4,125 +4,83 @@
 
 #include <CoreServices/Multiprocessing.h>
 
-#include <atomic>
 #include <bit>
 #include <chrono>
 #include <cstdint>
-#include <limits>
 #include <type_traits>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The units in a semaphore or, below zero, the threads that wait for one. No wider than
-// MPSemaphoreCount, so that it is atomic without a lock on 32-bit platforms too.
-using Count = std::make_signed_t<MPSemaphoreCount>;
-
-Count CountOf(MPSemaphoreCount value) {
-    constexpr Count kMost = std::numeric_limits<Count>::max();
-    return value > MPSemaphoreCount{kMost} ? kMost : static_cast<Count>(value);
-}
-
-// Most calls need the count alone. A thread that finds no unit takes one off the count all the same
-// and then waits for a wake-up, which whoever adds one to a negative count owes it. So at every
-// moment
-//
-//     threads that wait = what the count is below zero by + wake-ups owed or given
-//
-// A thread that gives up waiting therefore adds its one back while the count is negative. If it is
-// not, each thread that waits has a wake-up to come, this one too, and it waits for that: for no
-// longer than the signal that is under way takes to give it.
-//
-// Ordering: a signal adds to the count with release, and a wait that finds a unit takes it with
-// acquire. As the count is changed by read-modify-writes alone, that wait sees what was done before
-// each of the signals that the count holds. The mutex orders a wake-up and the thread that takes
-// it.
+// The state is under one mutex, which costs no system call as long as nobody else holds it; nor
+// does a signal that nobody waits for. Each unit goes to whoever comes first: to a thread that
+// waits or, if one comes between, to that. A thread that gives up does so with the mutex held, so
+// that it either takes a unit that has come in time after all, or is no longer counted when the
+// next signal asks whether there is room.
 class Semaphore {
 public:
     // Begins a life; nobody else knows of the semaphore yet.
     void Begin(MPSemaphoreCount maximum, MPSemaphoreCount initial) {
-        mMaximum = CountOf(maximum);
-        mCount.store(CountOf(initial), std::memory_order_relaxed);
+        const MutexLock lock(mMutex);
+        mMaximum = maximum;
+        mUnits = initial;
     }
 
     // Returns false when the semaphore is full.
     bool Signal() {
-        Count count = mCount.load(std::memory_order_relaxed);
-        do {
-            // Never so below zero: a thread that waits is given its unit even at a maximum of 0.
-            if (count >= mMaximum) {
+        bool isAwaited = false;
+        {
+            const MutexLock lock(mMutex);
+            // A thread that waits is given its unit even at a maximum of 0.
+            if (mUnits >= mMaximum && mUnits >= mWaiting) {
                 return false;
             }
-        } while (!mCount.compare_exchange_weak(count, count + 1, std::memory_order_release,
-                                               std::memory_order_relaxed));
-        if (count < 0) {
-            {
-                const MutexLock lock(mMutex);
-                ++mWakeUps;
-            }
-            // Outside the mutex, which the waiter needs at once.
-            mWoken.NotifyOne();
+            ++mUnits;
+            isAwaited = mWaiting > 0;
+        }
+        // Outside the mutex, which the waiter needs at once. All are woken, because the condition
+        // variables of glibc before 2.41 can lose the wake-up of a single one among several.
+        if (isAwaited) {
+            mSignalled.NotifyAll();
         }
         return true;
     }
 
     // Returns false on time-out.
     bool Wait(Duration timeout) {
-        Count count = mCount.load(std::memory_order_relaxed);
-        while (count > 0) {
-            if (mCount.compare_exchange_weak(count, count - 1, std::memory_order_acquire,
-                                             std::memory_order_relaxed)) {
-                return true;
-            }
-        }
-        if (timeout == kDurationImmediate) {
-            return false;
-        }
-        const bool isForever = timeout == kDurationForever;
-        const Clock::time_point deadline =
-            isForever ? Clock::time_point() : Clock::now() + CoreServices::LengthOf(timeout);
-        // A unit that has come meanwhile is taken by this.
-        if (mCount.fetch_sub(1, std::memory_order_acquire) > 0) {
-            return true;
-        }
         const MutexLock lock(mMutex);
-        bool isInTime = true;
-        while (mWakeUps == 0 && isInTime) {
-            if (isForever) {
-                mWoken.Wait(mMutex);
-            } else {
-                isInTime = mWoken.WaitUntil(mMutex, deadline);
-            }
+        if (mUnits == 0 && timeout != kDurationImmediate) {
+            WaitForUnit(timeout);
         }
-        if (mWakeUps == 0 && GiveUp()) {
+        if (mUnits == 0) {
             return false;
         }
-        // In time after all; the thread that signals is about to take the mutex.
-        while (mWakeUps == 0) {
-            mWoken.Wait(mMutex);
-        }
-        --mWakeUps;
+        --mUnits;
         return true;
     }
 
 private:
-    // Undoes this thread's count as one that waits. Returns false if its wake-up is on its way.
-    bool GiveUp() {
-        Count count = mCount.load(std::memory_order_relaxed);
-        while (count < 0) {
-            if (mCount.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) {
-                return true;
+    // Returns when there is a unit, or on time-out.
+    void WaitForUnit(Duration timeout) QUORVEL_REQUIRES(mMutex) {
+        ++mWaiting;
+        if (timeout == kDurationForever) {
+            while (mUnits == 0) {
+                mSignalled.Wait(mMutex);
+            }
+        } else {
+            const Clock::time_point deadline = Clock::now() + CoreServices::LengthOf(timeout);
+            while (mUnits == 0 && mSignalled.WaitUntil(mMutex, deadline)) {
             }
         }
-        return false;
+        --mWaiting;
     }
 
-    std::atomic<Count> mCount{0};
-    Count mMaximum = 0;
     Mutex mMutex;
-    ConditionVariable mWoken;
-    MPSemaphoreCount mWakeUps QUORVEL_GUARDED_BY(mMutex) = 0;
+    ConditionVariable mSignalled;
+    MPSemaphoreCount mMaximum QUORVEL_GUARDED_BY(mMutex) = 0;
+    MPSemaphoreCount mUnits QUORVEL_GUARDED_BY(mMutex) = 0;
+    MPSemaphoreCount mWaiting QUORVEL_GUARDED_BY(mMutex) = 0;
 };
 
 using Semaphores = SlotTable<Semaphore, std::uintptr_t, 20>;

@@ -46,9 +46,8 @@ CORESERVICES_EXPORT OSStatus MPEnterCriticalRegion(MPCriticalRegionID criticalRe
 CORESERVICES_EXPORT OSStatus MPExitCriticalRegion(MPCriticalRegionID criticalRegion);
 
 // Makes a semaphore with `initialValue` units that never holds more than `maximumValue`, and
-// stores its identifier, never null. Counts above LONG_MAX are taken as LONG_MAX. Results: noErr;
-// paramErr (null pointer, or an initial value above the maximum); kMPInsufficientResourcesErr (out
-// of memory).
+// stores its identifier, never null. Results: noErr; paramErr (null pointer, or an initial value
+// above the maximum); kMPInsufficientResourcesErr (out of memory).
 CORESERVICES_EXPORT OSStatus MPCreateSemaphore(MPSemaphoreCount maximumValue,
                                                MPSemaphoreCount initialValue,
                                                MPSemaphoreID* semaphore);

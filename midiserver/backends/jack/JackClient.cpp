@@ -111,14 +111,14 @@ void JackClient::SetCallbacks() {
     failed |= jack_set_buffer_size_callback(
         mClient,
         [](jack_nframes_t frames, void* self) {
-            static_cast<JackClient*>(self)->mPeriodFrames = frames;
+            static_cast<JackClient*>(self)->SettingChanged(&JackClient::mPeriodFrames, frames);
             return 0;
         },
         this);
     failed |= jack_set_sample_rate_callback(
         mClient,
         [](jack_nframes_t rate, void* self) {
-            static_cast<JackClient*>(self)->mSampleRate = rate;
+            static_cast<JackClient*>(self)->SettingChanged(&JackClient::mSampleRate, rate);
             return 0;
         },
         this);
@@ -154,6 +154,12 @@ void JackClient::Activate() {
     if (jack_activate(mClient) != 0) {
         throw HostError("the JACK server does not activate the client");
     }
+}
+
+void JackClient::SettingChanged(std::atomic<jack_nframes_t> JackClient::*setting,
+                                jack_nframes_t value) {
+    (this->*setting).store(value, std::memory_order_relaxed);
+    mChanged.Raise();
 }
 
 void JackClient::GraphChanged() {

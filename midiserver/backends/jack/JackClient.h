@@ -78,6 +78,7 @@ private:
     void RunPeriod(jack_nframes_t frames);
     void SetCallbacks();
     void GraphChanged();
+    void SettingChanged(std::atomic<jack_nframes_t> JackClient::*setting, jack_nframes_t value);
 
     JackProcess& mProcess;
     WakeUpSignal& mChanged;

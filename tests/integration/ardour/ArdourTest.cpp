@@ -1,8 +1,8 @@
 // The running service between a real DAW and the control-surface application.
 #include "tests/integration/ardour/Ardour.h"
 
+#include "tests/integration/jack/JackService.h"
 #include "tests/integration/jack/TestServer.h"
-#include "tests/integration/midiserver/Midiserver.h"
 #include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
@@ -10,7 +10,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -21,7 +21,6 @@ namespace {
 
 using JackTest::Bytes;
 using JackTest::Peer;
-using QuorvelTest::Program;
 using QuorvelTest::ProgramResult;
 using TestSupport::WaitUntil;
 
@@ -72,50 +71,18 @@ protected:
         }
         mServer.Start();
         mSurface = std::make_unique<Peer>("surface", 2);
-        StartService();
+        mService.Start();
     }
 
     void TearDown() override {
         if (HasFailure() && mArdour) {
-            std::cerr << mArdour->Log() << mService->ErrorSoFar() << mServer.Log();
+            std::cerr << mArdour->Log() << mService.Log() << mServer.Log();
         }
         mArdour.reset();
-        mService.reset();
         mSurface.reset();
     }
 
-    std::vector<std::string> Environment() const {
-        return {"JOURNAL_STREAM=", "NOTIFY_SOCKET=", "QUORVEL_RUNTIME_DIR=" + Folder("runtime"),
-                "XDG_STATE_HOME=" + Folder("state")};
-    }
-
-    std::string Folder(const std::string& name) const { return (mFolder.Path() / name).string(); }
-
-    void StartService() {
-        mService = std::make_unique<Program>(
-            QuorvelTest::MidiserverCommand(
-                {"run", "--backend", "jack", "--prefs", mPreferences.Folder()}),
-            "", Environment());
-        ASSERT_TRUE(WaitUntil("it serves", [&] {
-            return mService->ErrorSoFar().find("\tserving ") != std::string::npos;
-        })) << mService->ErrorSoFar();
-        ASSERT_TRUE(WaitUntil("the backend is up",
-                              [&] { return Status()["backends"][0]["isUp"] == true; }));
-    }
-
-    void EndService() {
-        mService->Signal(SIGTERM);
-        EXPECT_EQ(mService->Wait().status, 0) << mService->ErrorSoFar();
-    }
-
-    ProgramResult Ask(const std::vector<std::string>& arguments) const {
-        return QuorvelTest::Midiserver(arguments, "", Environment());
-    }
-
-    nlohmann::json Status() const { return QuorvelTest::Summary(Ask({"status", "--json"})); }
-    nlohmann::json Port() const { return Status()["ports"][0]; }
-
-    std::size_t Connections() const { return Status()["backends"][0]["connections"].size(); }
+    std::size_t Connections() const { return mService.Backend()["connections"].size(); }
 
     void ConnectSurface() {
         ASSERT_TRUE(
@@ -126,7 +93,7 @@ protected:
 
     // As if the surface had been connected after the DAW, which then is connected again first.
     void PutFirstConnectionsLast() const {
-        const std::string file = Folder("state") + "/quorvel-midi/connections.json";
+        const std::filesystem::path file = mService.ConnectionsFile();
         nlohmann::json connections = nlohmann::json::parse(QuorvelTest::ContentOf(file));
         ASSERT_EQ(connections["jack"].size(), 4U);
         std::reverse(connections["jack"].begin(), connections["jack"].end());
@@ -136,7 +103,7 @@ protected:
     // Connects or disconnects both ways of the DAW's surface; one that is connected already stays.
     void WithArdour(const std::string& command) const {
         for (const char* port : {Ardour::kInput, Ardour::kOutput}) {
-            const ProgramResult result = Ask({command, "1", port});
+            const ProgramResult result = mService.Ask({command, "1", port});
             ASSERT_EQ(result.status, 0) << result.err;
         }
     }
@@ -167,11 +134,12 @@ protected:
                 }
                 std::this_thread::sleep_for(std::chrono::milliseconds(50));
             }
-            std::cout << "connecting anew: " << Status() << "\n";
+            std::cout << "connecting anew: " << mService.Status() << "\n";
             WithArdour("disconnect");
             WithArdour("connect");
         }
-        return testing::AssertionFailure() << "the DAW does not drive the surface: " << Status();
+        return testing::AssertionFailure()
+               << "the DAW does not drive the surface: " << mService.Status();
     }
 
     // Whether each message that came to the service is with the surface, and every query is
@@ -183,7 +151,7 @@ protected:
         std::vector<Bytes> received;
         EXPECT_TRUE(WaitUntil("everything is with the surface",
                               [&] {
-                                  port = Port();
+                                  port = mService.Port(1);
                                   received = mSurface->Received(kPrivateSource);
                                   received.erase(received.begin(),
                                                  received.begin() +
@@ -195,7 +163,7 @@ protected:
         EXPECT_EQ(port["in"]["bytes"], BytesOf(received));
         EXPECT_EQ(port["forwarded"]["bytes"], BytesOf(received));
         EXPECT_EQ(port["dropped"]["total"], 0) << port;
-        EXPECT_EQ(Status()["backends"][0]["lostToDaws"], 0);
+        EXPECT_EQ(mService.Backend()["lostToDaws"], 0);
         const std::vector<Bytes> answers = mSurface->Received(kAnswers);
         EXPECT_GE(answers.size(), mAnswersBefore + 2);
         EXPECT_EQ(port["answeredPings"], answers.size() - mAnswersBefore);
@@ -209,8 +177,8 @@ protected:
     const QuorvelTest::Preferences mPreferences{"1-4", "MackieControl"};
     const QuorvelTest::TemporaryFolder mFolder;
     JackTest::TestServer mServer;
+    JackTest::JackService mService{mPreferences.Folder()};
     std::unique_ptr<Peer> mSurface;
-    std::unique_ptr<Program> mService;
     std::unique_ptr<Ardour> mArdour;
     std::size_t mBefore = 0; // what the surface had when the service started
     std::size_t mAnswersBefore = 0;
@@ -218,7 +186,7 @@ protected:
 
 TEST_F(ArdourTest, DrivesTheSurfaceAndDoesSoAgainAfterARestartOfTheService) {
     ConnectSurface();
-    mArdour = std::make_unique<Ardour>(Folder("session"), *mSurface);
+    mArdour = std::make_unique<Ardour>((mFolder.Path() / "session").string(), *mSurface);
     WithArdour("connect");
     ASSERT_TRUE(IsDrivenAtLast());
     ExpectNothingLost();
@@ -226,12 +194,12 @@ TEST_F(ArdourTest, DrivesTheSurfaceAndDoesSoAgainAfterARestartOfTheService) {
     WithArdour("connect");
     ASSERT_TRUE(WaitUntil("they are connected", [&] { return Connections() == 4; }));
     ASSERT_TRUE(IsDrivenAtLast());
-    EndService();
+    mService.End();
     EXPECT_EQ(mSurface->Ask("lost"), "0"); // after which all that the service sent is here
     mBefore = mSurface->Received(kPrivateSource).size();
     mAnswersBefore = mSurface->Received(kAnswers).size();
     PutFirstConnectionsLast();
-    StartService();
+    mService.Start();
     EXPECT_TRUE(WaitUntil("the connections are back", [&] { return Connections() == 4; }));
     ASSERT_TRUE(IsDrivenAtLast());
     ExpectNothingLost();

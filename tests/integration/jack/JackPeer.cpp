@@ -4,13 +4,16 @@
 //
 // It has the MIDI ports "in 1", "out 1", ... and obeys lines on its standard input. It writes
 // "ready" when it stands, "ended" when the server has ended, and each event that comes as
-// "r PORT BYTES". What asks is answered by a line that starts with "=", after all that has come.
+// "r PORT FRAME BYTES" with the server's time of it. What asks is answered by a line that starts
+// with "=", after all that has come.
 //
 //     s PORT BYTES    sends an event, in pieces if it is larger than a period's buffer
 //     connect A|B     connects two ports by their names, if they are not; likewise disconnect
 //     ports           all ports, separated by '|'
 //     aliases PORT    those of a port, and "meta KEY PORT" a value of its metadata
 //     lost            the events that JACK lost on the way to the inputs
+//     flood PORT      sends more of F8 in one period than its buffer holds: how many did not fit
+//     period FRAMES   sets the server's period
 #include <jack/jack.h>
 #include <jack/metadata.h>
 #include <jack/midiport.h>
@@ -24,6 +27,7 @@
 #include <deque>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,10 +44,12 @@ struct Port {
     jack_port_t* in = nullptr;
     jack_port_t* out = nullptr;
     std::deque<Bytes> toSend;
+    bool isToFlood = false;
 };
 
 struct Received {
     std::size_t port;
+    jack_nframes_t frame;
     Bytes bytes;
 };
 
@@ -53,12 +59,29 @@ std::condition_variable written;
 std::vector<Port> ports;
 std::deque<Received> received;
 std::uint64_t lost = 0;
+std::optional<std::uint64_t> flooded; // what did not fit
 bool isWriting = false;
 bool ended = false;
 bool finished = false;
 
+void Flood(void* buffer) {
+    constexpr jack_midi_data_t kClock = 0xF8;
+    while (jack_midi_event_write(buffer, 0, &kClock, 1) == 0) {
+    }
+    constexpr std::uint64_t kMore = 9;
+    for (std::uint64_t i = 0; i < kMore; ++i) {
+        jack_midi_event_write(buffer, 0, &kClock, 1);
+    }
+    flooded = 1 + kMore;
+}
+
 void Send(Port& port, void* buffer) {
     jack_midi_clear_buffer(buffer);
+    if (port.isToFlood) {
+        port.isToFlood = false;
+        Flood(buffer);
+        return;
+    }
     std::size_t sent = 0;
     while (!port.toSend.empty() && sent < kMostInPeriod) {
         Bytes& event = port.toSend.front();
@@ -77,7 +100,8 @@ void Send(Port& port, void* buffer) {
     }
 }
 
-int Process(jack_nframes_t frames, void*) {
+int Process(jack_nframes_t frames, void* client) {
+    const jack_nframes_t first = jack_last_frame_time(static_cast<jack_client_t*>(client));
     const std::lock_guard lock(mutex);
     for (std::size_t i = 0; i < ports.size(); ++i) {
         Send(ports[i], jack_port_get_buffer(ports[i].out, frames));
@@ -86,11 +110,12 @@ int Process(jack_nframes_t frames, void*) {
         for (std::uint32_t j = 0; j < count; ++j) {
             jack_midi_event_t event;
             jack_midi_event_get(&event, buffer, j);
-            received.push_back({i, Bytes(event.buffer, event.buffer + event.size)});
+            received.push_back(
+                {i, first + event.time, Bytes(event.buffer, event.buffer + event.size)});
         }
         lost += jack_midi_get_lost_event_count(buffer);
     }
-    arrived.notify_one();
+    arrived.notify_all();
     return 0;
 }
 
@@ -108,7 +133,7 @@ void WriteReceived() {
         lock.unlock();
         text.clear();
         for (const Received& event : events) {
-            text += "r " + std::to_string(event.port + 1) + " ";
+            text += "r " + std::to_string(event.port + 1) + " " + std::to_string(event.frame) + " ";
             for (const std::uint8_t byte : event.bytes) {
                 constexpr const char* kDigits = "0123456789ABCDEF";
                 text += {kDigits[byte >> 4], kDigits[byte & 15]};
@@ -155,6 +180,14 @@ void TakeSend(const std::string& arguments) {
 std::uint64_t LostEvents() {
     const std::lock_guard lock(mutex);
     return lost;
+}
+
+std::uint64_t FloodPort(std::size_t port) {
+    std::unique_lock lock(mutex);
+    flooded.reset();
+    ports.at(port - 1).isToFlood = true;
+    arrived.wait(lock, [] { return flooded.has_value(); });
+    return *flooded;
 }
 
 std::string PortNames(jack_client_t* client) {
@@ -216,6 +249,11 @@ void Obey(jack_client_t* client, const std::string& line) {
         Answer(Metadata(client, arguments.substr(0, gap), arguments.substr(gap + 1)));
     } else if (command == "lost") {
         Answer(std::to_string(LostEvents()));
+    } else if (command == "flood") {
+        Answer(std::to_string(FloodPort(std::stoul(arguments))));
+    } else if (command == "period") {
+        const auto frames = static_cast<jack_nframes_t>(std::stoul(arguments));
+        Answer(std::to_string(jack_set_buffer_size(client, frames)));
     }
 }
 
@@ -243,7 +281,7 @@ int main(int, char** arguments) {
         ports[i].out = jack_port_register(client, ("out " + number).c_str(), JACK_DEFAULT_MIDI_TYPE,
                                           JackPortIsOutput, 0);
     }
-    jack_set_process_callback(client, Process, nullptr);
+    jack_set_process_callback(client, Process, client);
     jack_on_shutdown(
         client,
         [](void*) {

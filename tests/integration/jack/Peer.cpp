@@ -1,6 +1,7 @@
 #include "tests/integration/jack/Peer.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 
@@ -17,7 +18,9 @@ int Digit(char digit) {
 } // namespace
 
 Peer::Peer(const std::string& name, std::size_t ports)
-    : mProgram({JACK_PEER_PROGRAM, name, std::to_string(ports)}),
+    : mProgram({JACK_PEER_PROGRAM, name, std::to_string(ports)}, {},
+               // PipeWire's library would turn each note-on of velocity 0 into a note-off.
+               {{"PIPEWIRE_PROPS", "{ jack.fix-midi-events = false }"}}),
       mInputs(ports),
       mReader([this] { ReadLines(); }) {
     std::unique_lock lock(mMutex);
@@ -65,10 +68,11 @@ void Peer::ReadLines() {
 }
 
 void Peer::TakeEvent(const std::string& line) {
-    const std::size_t space = line.find(' ', 2);
-    Input& input = mInputs.at(std::stoul(line.substr(2)) - 1);
+    char* place = nullptr;
+    Input& input = mInputs.at(std::strtoul(line.c_str() + 2, &place, 10) - 1);
+    const auto frame = static_cast<std::uint32_t>(std::strtoul(place, &place, 10));
     Bytes bytes;
-    for (std::size_t i = space + 1; i + 1 < line.size(); i += 2) {
+    for (auto i = static_cast<std::size_t>(place + 1 - line.c_str()); i + 1 < line.size(); i += 2) {
         bytes.push_back(static_cast<std::uint8_t>(Digit(line[i]) * 16 + Digit(line[i + 1])));
     }
     ++input.events;
@@ -79,6 +83,7 @@ void Peer::TakeEvent(const std::string& line) {
         message.insert(message.end(), bytes.begin(), bytes.end());
     } else {
         input.messages.push_back(bytes);
+        input.frames.push_back(frame);
     }
     input.isOpen = (bytes.front() == 0xF0 || (goesOn && input.isOpen)) && bytes.back() != 0xF7;
 }
@@ -91,6 +96,16 @@ std::vector<Bytes> Peer::Received(std::size_t port) const {
         messages.pop_back();
     }
     return messages;
+}
+
+std::vector<std::uint32_t> Peer::FramesReceived(std::size_t port) const {
+    const std::lock_guard lock(mMutex);
+    const Input& input = mInputs.at(port - 1);
+    std::vector<std::uint32_t> frames = input.frames;
+    if (input.isOpen) {
+        frames.pop_back();
+    }
+    return frames;
 }
 
 std::size_t Peer::EventsReceived(std::size_t port) const {

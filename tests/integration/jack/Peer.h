@@ -27,6 +27,8 @@ public:
     void Send(std::size_t port, const Bytes& event);
     // What came so far on a port, pieces of System Exclusive messages joined.
     std::vector<Bytes> Received(std::size_t port) const;
+    // When each of them came, or its first piece: the server's frame times.
+    std::vector<std::uint32_t> FramesReceived(std::size_t port) const;
     // How many events came with pieces counted each.
     std::size_t EventsReceived(std::size_t port) const;
     std::size_t BytesReceived(std::size_t port) const;
@@ -40,6 +42,7 @@ public:
 private:
     struct Input {
         std::vector<Bytes> messages;
+        std::vector<std::uint32_t> frames; // one for each message
         std::size_t events = 0;
         std::size_t bytes = 0;
         bool isOpen = false; // the last message is not whole yet

@@ -85,7 +85,7 @@ TestServer::~TestServer() {
     close(mNameLock);
 }
 
-void TestServer::Start() {
+void TestServer::Start(int sampleRate) {
     const std::string log = mFolder.Path() + "/server.log";
     if (mIsPipeWire) {
         // Each ends with the one that started it, even if that is killed.
@@ -100,7 +100,8 @@ void TestServer::Start() {
     // Synchronous, so that a client that a busy machine runs late loses no period's events.
     mServer = std::make_unique<ChildProcess>(
         std::vector<std::string>{kJack, "-n", std::getenv("JACK_DEFAULT_SERVER"), "--no-realtime",
-                                 "-S", "-d", "dummy", "-r", "48000", "-p", std::to_string(mFrames)},
+                                 "-S", "-d", "dummy", "-r", std::to_string(sampleRate), "-p",
+                                 std::to_string(mFrames)},
         log);
 }
 

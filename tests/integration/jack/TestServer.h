@@ -22,8 +22,8 @@ public:
     // What is missing on this machine for a server, or an empty text.
     static std::string Missing();
 
-    void Start();
-    void Stop(); // by SIGTERM
+    void Start(int sampleRate = 48000); // which JACK alone follows
+    void Stop();                        // by SIGTERM
     void Kill();
     // What the server wrote.
     std::string Log() const;

@@ -1,0 +1,529 @@
+// The running service between an independent JACK client in the place of the DAWs and another in
+// the place of the surface.
+#include "tests/integration/jack/JackService.h"
+
+#include "midiserver/backends/jack/JackLibrary.h"
+#include "tests/integration/jack/Peer.h"
+#include "tests/integration/jack/TestServer.h"
+#include "tests/support/WaitUntil.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+namespace JackTest {
+namespace {
+
+using QuorvelTest::Preferences;
+using testing::Each;
+using testing::HasSubstr;
+using TestSupport::WaitUntil;
+
+const Bytes kHuiPing = {0x90, 0x00, 0x00};
+const Bytes kHuiAnswer = {0x90, 0x00, 0x7F};
+const Bytes kMackiePing = {0xF0, 0x00, 0x00, 0x66, 0x14, 0x00, 0xF7};
+
+// Ports from this one on are HUI's, those before it Mackie Control's.
+constexpr std::size_t kPorts = 32;
+constexpr std::size_t kFirstHuiPort = 17;
+
+bool IsPing(std::size_t port, const Bytes& message) {
+    if (port >= kFirstHuiPort) {
+        return message == kHuiPing;
+    }
+    Bytes otherDevice = kMackiePing;
+    otherDevice[4] = 0x15;
+    return message == kMackiePing || message == otherDevice;
+}
+
+std::string InputPort(std::size_t port) {
+    return fmt::format("Quorvel MIDI:Quorvel Port {:02} in", port);
+}
+
+std::string OutputPort(std::size_t port) {
+    return fmt::format("Quorvel MIDI:Quorvel Port {:02} out", port);
+}
+
+std::string PrivateSource(std::size_t port) {
+    return fmt::format("Quorvel MIDI private:Quorvel Virtual Source {:02}", port);
+}
+
+std::string PeerPort(const std::string& name, std::size_t port) {
+    return fmt::format("{} {}", name, port);
+}
+
+// A message that says its number, of those below 2097152.
+Bytes Numbered(std::size_t number) {
+    return {0xF0, static_cast<std::uint8_t>(number >> 14),
+            static_cast<std::uint8_t>((number >> 7) & 0x7F),
+            static_cast<std::uint8_t>(number & 0x7F), 0xF7};
+}
+
+std::vector<Bytes> ReadCapture(const std::string& name) {
+    std::vector<Bytes> messages;
+    std::istringstream lines(QuorvelTest::ContentOf(QuorvelTest::Capture(name)));
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::uint64_t time = 0;
+        words >> time >> std::hex;
+        Bytes message;
+        for (unsigned int byte = 0; words >> byte;) {
+            message.push_back(static_cast<std::uint8_t>(byte));
+        }
+        messages.push_back(std::move(message));
+    }
+    return messages;
+}
+
+std::size_t BytesOf(const std::vector<Bytes>& messages) {
+    std::size_t bytes = 0;
+    for (const Bytes& message : messages) {
+        bytes += message.size();
+    }
+    return bytes;
+}
+
+class JackServiceTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (const std::string missing = TestServer::Missing(); !missing.empty()) {
+            GTEST_SKIP() << missing << " is not installed";
+        }
+        // Ports come in blocks of four, each with a protocol.
+        for (std::size_t first = 5; first <= kPorts; first += 4) {
+            const std::string ports = fmt::format("{}-{}", first, first + 3);
+            const QuorvelTest::ProgramResult result = QuorvelTest::Midiserver(
+                {"prefs", "set", "Mixer " + ports, "--ports", ports, "--protocol",
+                 first < kFirstHuiPort ? "MackieControl" : "HUI", "--prefs",
+                 mPreferences.Folder()});
+            ASSERT_EQ(result.status, 0) << result.err;
+        }
+    }
+
+    void TearDown() override {
+        if (HasFailure() && mServer) {
+            std::cerr << mService.Log() << mServer->Log();
+        }
+        mServer.reset();
+    }
+
+    void Start(int frames = 1024) {
+        mServer = std::make_unique<TestServer>(frames);
+        mServer->Start();
+        mService.Start();
+    }
+
+    // The service keeps a connection a moment after it was made.
+    testing::AssertionResult WaitForConnections(std::size_t count) const {
+        return WaitUntil(fmt::format("{} connections are there and kept", count), [&] {
+            nlohmann::json kept = nlohmann::json::parse(
+                QuorvelTest::ContentOf(mService.ConnectionsFile()), nullptr, false);
+            return kept.is_object() && kept["jack"].size() == count &&
+                   mService.Backend()["connections"].size() == count;
+        });
+    }
+
+    // Returns when the way through a port carries both directions, and all that was sent to find
+    // that out has arrived: PipeWire's carries nothing until a connection has become active, some
+    // time after it was made.
+    void Settle(std::size_t port, Peer& daw, std::size_t dawOut, Peer& surface,
+                std::size_t surfaceIn, const std::function<bool()>& isAnswered) const {
+        const Bytes& ping = port < kFirstHuiPort ? kMackiePing : kHuiPing;
+        ASSERT_TRUE(WaitUntil("a ping is answered and forwarded", [&] {
+            daw.Send(dawOut, ping);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            return isAnswered() && surface.EventsReceived(surfaceIn) > 0;
+        })) << mService.Port(port);
+        // Nothing overtakes a message on its way to the driver but pings, which are all answered by
+        // then. What the service has played before the second one is with the DAW in its period.
+        for (std::size_t message = 1; message <= 2; ++message) {
+            daw.Send(dawOut, Numbered(message));
+            ASSERT_TRUE(WaitUntil("what was sent is there", [&] {
+                return surface.Received(surfaceIn).back() == Numbered(message);
+            }));
+            ASSERT_TRUE(WaitUntil("all pings are answered", [&] {
+                const nlohmann::json counters = mService.Port(port);
+                return counters["answeredPings"].get<std::size_t>() + message ==
+                       counters["in"]["messages"];
+            }));
+        }
+    }
+
+    const Preferences mPreferences{"1-4", "MackieControl"};
+    JackService mService{mPreferences.Folder()};
+    std::unique_ptr<TestServer> mServer;
+};
+
+// Plays a session into each port, as fast as it comes out of the private source again: no more
+// waits on its way than the service's queue takes.
+class Playback {
+public:
+    Playback(Peer& daw, Peer& surface) : mDaw(daw), mSurface(surface) {}
+
+    void Add(std::size_t port, const std::vector<Bytes>& session) {
+        mSessions.push_back({port, session, mSurface.BytesReceived(port)});
+    }
+
+    // Returns whether all of it has come out.
+    testing::AssertionResult Play() {
+        constexpr auto kPatience = std::chrono::minutes(2);
+        auto lastProgress = std::chrono::steady_clock::now();
+        std::size_t before = 0;
+        for (;;) {
+            std::size_t waiting = 0;
+            std::size_t received = 0;
+            for (Session& session : mSessions) {
+                received += Step(session);
+                waiting += session.bytesSent;
+                waiting += session.messages.size() - session.sent;
+            }
+            const auto now = std::chrono::steady_clock::now();
+            if (waiting == received) {
+                return testing::AssertionSuccess();
+            }
+            if (received != before) {
+                before = received;
+                lastProgress = now;
+            } else if (now - lastProgress > kPatience) {
+                return testing::AssertionFailure()
+                       << "nothing comes any more after " << received << " bytes";
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+
+private:
+    struct Session {
+        std::size_t port;
+        const std::vector<Bytes>& messages;
+        std::size_t bytesBefore; // that came out of the port
+        std::size_t sent = 0;
+        std::size_t bytesSent = 0;
+    };
+
+    // Sends what may be sent, and returns how many bytes have come out.
+    std::size_t Step(Session& session) {
+        constexpr std::size_t kMostOnItsWay = 24000;
+        const std::size_t received = mSurface.BytesReceived(session.port) - session.bytesBefore;
+        while (session.sent < session.messages.size() &&
+               session.bytesSent < received + kMostOnItsWay) {
+            const Bytes& message = session.messages[session.sent++];
+            session.bytesSent += message.size();
+            mDaw.Send(session.port, message);
+        }
+        return received;
+    }
+
+    Peer& mDaw;
+    Peer& mSurface;
+    std::vector<Session> mSessions;
+};
+
+TEST_F(JackServiceTest, CarriesRealSessionsThroughAllPortsAtOnceByteForByte) {
+    std::vector<Bytes> mixer = ReadCapture("ardour-mackie-a.txt");
+    const std::vector<Bytes> buttons = ReadCapture("ardour-buttons.txt");
+    const std::vector<Bytes> hui = ReadCapture("ardour-hui.txt");
+    ASSERT_EQ(mixer.size(), 74238U);
+    if (MidiServer::JackIsPipeWire()) {
+        mixer.resize(10000);
+    }
+    Start();
+    Peer daw("daw", kPorts);
+    Peer surface("surface", kPorts);
+    Playback playback(daw, surface);
+    std::map<std::size_t, const std::vector<Bytes>*> sessions;
+    std::map<std::size_t, std::ptrdiff_t> messagesBefore;
+    std::map<std::size_t, std::ptrdiff_t> answersBefore;
+    for (std::size_t port = 1; port <= kPorts; ++port) {
+        ASSERT_TRUE(surface.Connect(PrivateSource(port), PeerPort("surface:in", port)));
+        ASSERT_TRUE(daw.Connect(OutputPort(port), PeerPort("daw:in", port)));
+        ASSERT_TRUE(daw.Connect(PeerPort("daw:out", port), InputPort(port)));
+        const std::vector<Bytes>& other = port < kFirstHuiPort ? buttons : hui;
+        sessions[port] = port % 3 == 0 ? &mixer : &other;
+    }
+    ASSERT_TRUE(WaitForConnections(3 * kPorts));
+    for (std::size_t port = 1; port <= kPorts; ++port) {
+        Settle(port, daw, port, surface, port, [&] { return daw.EventsReceived(port) > 0; });
+        daw.Ask("lost"); // after which what it has received is here
+        messagesBefore[port] = std::ssize(surface.Received(port));
+        answersBefore[port] = std::ssize(daw.Received(port));
+        playback.Add(port, *sessions[port]);
+    }
+    const nlohmann::json lostBefore = mService.Backend()["lostToDaws"];
+    const nlohmann::json before = mService.Status()["ports"];
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(playback.Play());
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(daw.Ask("lost"), "0");
+    EXPECT_EQ(surface.Ask("lost"), "0");
+
+    const nlohmann::json status = mService.Status();
+    EXPECT_EQ(status["backends"][0]["lostToDaws"], lostBefore);
+    std::size_t messages = 0;
+    std::size_t bytes = 0;
+    std::size_t delayed = 0;
+    const Bytes mackieAnswer = daw.Received(1).front();
+    EXPECT_EQ(mackieAnswer.size(), 18U);
+    for (std::size_t port = 1; port <= kPorts; ++port) {
+        SCOPED_TRACE(fmt::format("port {}", port));
+        // A ping overtakes what waits; everything else keeps its order.
+        std::vector<Bytes> sent = *sessions[port];
+        std::vector<Bytes> received = surface.Received(port);
+        received.erase(received.begin(), received.begin() + messagesBefore[port]);
+        const auto isPing = [port](const Bytes& message) { return IsPing(port, message); };
+        const std::size_t pings = std::erase_if(sent, isPing);
+        EXPECT_EQ(std::erase_if(received, isPing), pings);
+        EXPECT_TRUE(received == sent);
+        std::vector<Bytes> answers = daw.Received(port);
+        EXPECT_EQ(std::ssize(answers), answersBefore[port] + static_cast<std::ptrdiff_t>(pings));
+        // Mackie Control's is one and the same for the whole process.
+        EXPECT_THAT(answers, Each(port < kFirstHuiPort ? mackieAnswer : kHuiAnswer));
+        const auto counted = [&](const char* counter, const char* unit) {
+            return status["ports"][port - 1][counter][unit].get<std::size_t>() -
+                   before[port - 1][counter][unit].get<std::size_t>();
+        };
+        const std::size_t sessionBytes = BytesOf(*sessions[port]);
+        EXPECT_EQ(counted("in", "messages"), sessions[port]->size());
+        EXPECT_EQ(counted("in", "bytes"), sessionBytes);
+        EXPECT_EQ(counted("forwarded", "messages"), sessions[port]->size());
+        EXPECT_EQ(counted("forwarded", "bytes"), sessionBytes);
+        const nlohmann::json& counters = status["ports"][port - 1];
+        EXPECT_EQ(counters["answeredPings"].get<std::size_t>(),
+                  before[port - 1]["answeredPings"].get<std::size_t>() + pings);
+        EXPECT_EQ(counters["dropped"]["total"], 0) << counters;
+        messages += sessions[port]->size();
+        bytes += sessionBytes;
+        delayed += counters["delayedMessages"].get<std::size_t>();
+    }
+    EXPECT_GT(delayed, 0U); // the ports were at their limit
+    std::cout << fmt::format("{} messages, {} bytes, {} waited for their port's rate, {:.1f} s\n",
+                             messages, bytes, delayed, took.count());
+}
+
+// One client asks, and another one hears both the question and the answer: it gets the question in
+// the period in which the service gets it, with the same frame time. The service plays an answer at
+// a period's beginning, so one within a period stands in the next one. How late a busy machine
+// runs the driver's threads is not judged, only that they hold up nothing by themselves: at least
+// half of the answers are in time.
+TEST_F(JackServiceTest, AnswersPingsWithinAPeriod) {
+    constexpr int kPeriod = 4096;
+    constexpr std::size_t kPings = 60;
+    Start(kPeriod);
+    Peer asker("asker", 2);
+    Peer listener("listener", 6);
+    const std::size_t ports[] = {1, kFirstHuiPort};
+    // The listener's inputs.
+    const std::size_t questions[] = {1, 2};
+    const std::size_t answers[] = {3, 4};
+    const std::size_t privateSources[] = {5, 6};
+    for (std::size_t i = 0; i < 2; ++i) {
+        const std::string from = PeerPort("asker:out", i + 1);
+        ASSERT_TRUE(listener.Connect(from, PeerPort("listener:in", questions[i])));
+        ASSERT_TRUE(listener.Connect(OutputPort(ports[i]), PeerPort("listener:in", answers[i])));
+        ASSERT_TRUE(
+            listener.Connect(PrivateSource(ports[i]), PeerPort("listener:in", privateSources[i])));
+        ASSERT_TRUE(asker.Connect(from, InputPort(ports[i])));
+    }
+    ASSERT_TRUE(WaitForConnections(6));
+    std::map<std::size_t, std::size_t> before; // what an input has received
+    for (std::size_t i = 0; i < 2; ++i) {
+        Settle(ports[i], asker, i + 1, listener, privateSources[i], [&] {
+            return listener.EventsReceived(answers[i]) > 0 &&
+                   listener.EventsReceived(questions[i]) > 0;
+        });
+        listener.Ask("lost"); // after which what it has received is here
+        before[answers[i]] = listener.Received(answers[i]).size();
+        before[questions[i]] = listener.Received(questions[i]).size();
+    }
+    for (std::size_t ping = 1; ping <= kPings; ++ping) {
+        asker.Send(1, kMackiePing);
+        asker.Send(2, kHuiPing);
+        ASSERT_TRUE(WaitUntil("both are heard and answered", [&] {
+            return std::all_of(before.begin(), before.end(), [&](const auto& input) {
+                return listener.EventsReceived(input.first) >= input.second + ping;
+            });
+        }));
+    }
+    for (std::size_t i = 0; i < 2; ++i) {
+        std::vector<std::uint32_t> asked = listener.FramesReceived(questions[i]);
+        std::vector<std::uint32_t> answered = listener.FramesReceived(answers[i]);
+        ASSERT_EQ(asked.size(), before[questions[i]] + kPings);
+        ASSERT_EQ(answered.size(), before[answers[i]] + kPings);
+        asked.erase(asked.begin(), asked.end() - kPings);
+        answered.erase(answered.begin(), answered.end() - kPings);
+        std::map<std::uint32_t, std::size_t> delays; // how many took so many frames
+        std::size_t inTime = 0;
+        for (std::size_t ping = 0; ping < kPings; ++ping) {
+            const std::uint32_t delay = answered[ping] - asked[ping];
+            ++delays[delay];
+            inTime += delay <= kPeriod ? 1 : 0;
+        }
+        std::cout << (i == 0 ? "Mackie Control" : "HUI") << ", answers after so many frames: ";
+        for (const auto& [delay, count] : delays) {
+            std::cout << delay << " (" << count << " times) ";
+        }
+        std::cout << "\n";
+        EXPECT_GE(inTime, kPings / 2);
+    }
+}
+
+TEST_F(JackServiceTest, LosesNothingUncountedWhenTheServerIsKilled) {
+    constexpr std::size_t kPort = 20;
+    constexpr std::size_t kRounds = 5;
+    constexpr std::size_t kMessages = 100;
+    constexpr std::size_t kOvertaken = 2000;
+    Start();
+    std::size_t sent = 0;
+    std::vector<Bytes> received;
+    for (std::size_t round = 0; round < kRounds; ++round) {
+        SCOPED_TRACE(fmt::format("round {}", round));
+        Peer daw("daw");
+        Peer surface("surface");
+        if (round == 0) {
+            ASSERT_TRUE(surface.Connect(PrivateSource(kPort), "surface:in 1"));
+            ASSERT_TRUE(daw.Connect("daw:out 1", InputPort(kPort)));
+        }
+        ASSERT_TRUE(WaitForConnections(2));
+        for (std::size_t i = 0; i < kMessages; ++i) {
+            daw.Send(1, Numbered(sent++));
+        }
+        ASSERT_TRUE(WaitUntil("they arrive", [&] {
+            return surface.Received(1).size() == kMessages;
+        })) << mService.Port(kPort);
+        // Some periods' traffic, in the middle of which the server ends.
+        for (std::size_t i = 0; i < kOvertaken; ++i) {
+            daw.Send(1, Numbered(sent++));
+        }
+        ASSERT_TRUE(WaitUntil("the first ones arrive",
+                              [&] { return surface.EventsReceived(1) > kMessages; }));
+        mServer->Kill();
+        ASSERT_TRUE(
+            WaitUntil("the service knows", [&] { return mService.Backend()["isUp"] == false; }));
+        surface.Ask("lost"); // after which all that came is here
+        const std::vector<Bytes> arrived = surface.Received(1);
+        received.insert(received.end(), arrived.begin(), arrived.end());
+        mServer->Start();
+        ASSERT_TRUE(
+            WaitUntil("its ports are there", [&] { return mService.Backend()["isUp"] == true; }));
+    }
+    // Numbers grow, so nothing is doubled.
+    EXPECT_TRUE(std::is_sorted(received.begin(), received.end(), std::less_equal<>()));
+    const nlohmann::json port = mService.Port(kPort);
+    const auto in = port["in"]["messages"].get<std::size_t>();
+    const auto forwarded = port["forwarded"]["messages"].get<std::size_t>();
+    const auto lost = mService.Backend()["lostToDaws"].get<std::size_t>();
+    EXPECT_EQ(in, forwarded + port["dropped"]["total"].get<std::size_t>()) << port;
+    // What a server had taken and not passed on when it ended, nobody else can count.
+    EXPECT_LE(in, sent);
+    EXPECT_GE(in + kRounds * kOvertaken, sent);
+    EXPECT_LE(received.size() + lost, forwarded);
+    EXPECT_GE(received.size() + lost + kRounds * kOvertaken, forwarded);
+    std::cout << fmt::format("{} sent, {} came in, {} went out, {} arrived, {} counted as lost\n",
+                             sent, in, forwarded, received.size(), lost);
+}
+
+TEST_F(JackServiceTest, FollowsTheServersPeriodAndRate) {
+    Start();
+    Peer daw("daw");
+    Peer surface("surface");
+    ASSERT_TRUE(surface.Connect(PrivateSource(1), "surface:in 1"));
+    ASSERT_TRUE(daw.Connect("daw:out 1", InputPort(1)));
+    ASSERT_TRUE(WaitForConnections(2));
+    std::vector<Bytes> sent;
+    for (const int frames : {512, 2048, 64}) {
+        SCOPED_TRACE(frames);
+        EXPECT_EQ(daw.Ask(fmt::format("period {}", frames)), "0");
+        EXPECT_TRUE(WaitUntil("the service says so", [&] {
+            return mService.Backend()["detail"] ==
+                   fmt::format("JACK, 48000 Hz, {} frames a period", frames);
+        })) << mService.Backend();
+        for (std::size_t i = 0; i < 300; ++i) {
+            sent.push_back(Numbered(sent.size()));
+            daw.Send(1, sent.back());
+        }
+        ASSERT_TRUE(WaitUntil("they arrive", [&] {
+            return surface.Received(1).size() == sent.size();
+        })) << surface.Received(1).size();
+    }
+    EXPECT_TRUE(surface.Received(1) == sent);
+
+    mServer->Stop();
+    mServer->Start(44100);
+    EXPECT_TRUE(WaitUntil("the service says so", [&] {
+        return mService.Backend()["detail"] == "JACK, 44100 Hz, 1024 frames a period";
+    })) << mService.Backend();
+}
+
+TEST_F(JackServiceTest, CountsWhatDidNotFitTheServersBuffer) {
+    Start();
+    Peer daw("daw");
+    Peer surface("surface");
+    ASSERT_TRUE(surface.Connect(PrivateSource(1), "surface:in 1"));
+    ASSERT_TRUE(daw.Connect("daw:out 1", InputPort(1)));
+    ASSERT_TRUE(WaitForConnections(2));
+    EXPECT_EQ(mService.Port(1)["dropped"]["total"], 0);
+    const std::string lost = daw.Ask("flood 1");
+    EXPECT_EQ(lost, "10");
+    EXPECT_TRUE(WaitUntil("it is counted", [&] {
+        return mService.Port(1)["dropped"]["lostInBackend"] == std::stoul(lost);
+    })) << mService.Port(1);
+    nlohmann::json port;
+    EXPECT_TRUE(WaitUntil("the rest arrives", [&] {
+        port = mService.Port(1);
+        return port["in"]["messages"] > 1000 &&
+               surface.Received(1).size() == port["in"]["messages"];
+    })) << port;
+    EXPECT_EQ(port["dropped"]["total"], std::stoul(lost));
+}
+
+// The session manager connects nothing anew by itself, and PipeWire comes back as JACK does.
+TEST_F(JackServiceTest, IsBackWithItsConnectionsWhenTheServerStartsAnew) {
+    Start();
+    std::size_t answered = 0;
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        Peer daw("daw");
+        Peer surface("surface");
+        if (round == 0) {
+            ASSERT_TRUE(surface.Connect(PrivateSource(kPorts), "surface:in 1"));
+            ASSERT_TRUE(daw.Connect("daw:out 1", InputPort(kPorts)));
+            ASSERT_TRUE(daw.Connect(OutputPort(kPorts), "daw:in 1"));
+        }
+        ASSERT_TRUE(WaitForConnections(3));
+        // PipeWire carries nothing until a connection has become active, some time after it was
+        // made.
+        ASSERT_TRUE(WaitUntil("a ping is answered", [&] {
+            daw.Send(1, kHuiPing);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            return daw.Received(1).size() > 0;
+        })) << mService.Port(kPorts);
+        ASSERT_TRUE(WaitUntil("and forwarded", [&] { return surface.Received(1).size() > 0; }));
+        EXPECT_THAT(daw.Received(1), Each(kHuiAnswer));
+        EXPECT_THAT(surface.Received(1), Each(kHuiPing));
+        answered += daw.Received(1).size();
+        if (round % 2 == 0) {
+            mServer->Kill();
+        } else {
+            mServer->Stop();
+        }
+        ASSERT_TRUE(
+            WaitUntil("the service knows", [&] { return mService.Backend()["isUp"] == false; }));
+        mServer->Start();
+        ASSERT_TRUE(
+            WaitUntil("its ports are there", [&] { return mService.Backend()["isUp"] == true; }));
+    }
+    EXPECT_GE(mService.Port(kPorts)["answeredPings"].get<std::size_t>(), answered);
+}
+
+} // namespace
+} // namespace JackTest

@@ -33,27 +33,30 @@ void DestroyVirtualEndpoint(Transaction& transaction, Endpoint& endpoint) noexce
 // Adds a virtual endpoint. `readProc` is null for a source.
 OSStatus AddVirtualEndpoint(MIDIClientRef client, Kind kind, CFStringRef name,
                             MIDIReadProc readProc, void* refCon, MIDIEndpointRef* out) {
-    Transaction transaction;
-    ServerState& state = ServerState::Get();
-    auto* const owner = state.Find<Client>(client);
-    if (owner == nullptr) {
-        return kMIDIInvalidClient;
+    if (!IsName(name) || out == nullptr) {
+        return paramErr;
     }
-    auto& endpoint = state.Add<Endpoint>(kind);
-    endpoint.mClient = client;
-    const OnFailure remove(
-        [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyVirtualEndpoint(transaction, endpoint); });
-    endpoint.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
-    state.mVirtualEndpoints.push_back(&endpoint);
-    owner->mEndpoints.push_back(endpoint.mReference);
-    if (readProc != nullptr) {
-        endpoint.mReceiver = std::make_shared<Connection>(endpoint.mReference, endpoint.mReference,
-                                                          readProc, refCon, nullptr);
-    }
-    UpdateRoutes(endpoint);
-    transaction.NotifyAdded(endpoint);
-    *out = endpoint.mReference;
-    return noErr;
+    return ChangeObject<Client>(
+        client, kMIDIInvalidClient,
+        [&](Transaction& transaction, Client& owner) QUORVEL_REQUIRES(sStateMutex) {
+            ServerState& state = ServerState::Get();
+            auto& endpoint = state.Add<Endpoint>(kind);
+            endpoint.mClient = client;
+            const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) {
+                DestroyVirtualEndpoint(transaction, endpoint);
+            });
+            endpoint.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
+            state.mVirtualEndpoints.push_back(&endpoint);
+            owner.mEndpoints.push_back(endpoint.mReference);
+            if (readProc != nullptr) {
+                endpoint.mReceiver = std::make_shared<Connection>(
+                    endpoint.mReference, endpoint.mReference, readProc, refCon, nullptr);
+            }
+            UpdateRoutes(endpoint);
+            transaction.NotifyAdded(endpoint);
+            *out = endpoint.mReference;
+            return noErr;
+        });
 }
 
 OSStatus AddPort(MIDIClientRef client, CFStringRef portName, Kind kind, MIDIReadProc readProc,
@@ -61,20 +64,18 @@ OSStatus AddPort(MIDIClientRef client, CFStringRef portName, Kind kind, MIDIRead
     if (!IsName(portName) || outPort == nullptr) {
         return paramErr;
     }
-    const Transaction transaction;
-    ServerState& state = ServerState::Get();
-    auto* const owner = state.Find<Client>(client);
-    if (owner == nullptr) {
-        return kMIDIInvalidClient;
-    }
-    auto& port = state.Add<Port>(kind);
-    const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { state.Remove(port); });
-    port.mClient = client;
-    port.mReadProcedure = readProc;
-    port.mRefCon = refCon;
-    owner->mPorts.push_back(port.mReference);
-    *outPort = port.mReference;
-    return noErr;
+    return ChangeObject<Client>(
+        client, kMIDIInvalidClient, [&](Transaction&, Client& owner) QUORVEL_REQUIRES(sStateMutex) {
+            ServerState& state = ServerState::Get();
+            auto& port = state.Add<Port>(kind);
+            const OnFailure remove([&]() QUORVEL_REQUIRES(sStateMutex) { state.Remove(port); });
+            port.mClient = client;
+            port.mReadProcedure = readProc;
+            port.mRefCon = refCon;
+            owner.mPorts.push_back(port.mReference);
+            *outPort = port.mReference;
+            return noErr;
+        });
 }
 
 // An input port and a source that a caller names, and the connection between them.
@@ -155,68 +156,48 @@ OSStatus MIDIClientDispose(MIDIClientRef client) {
 }
 
 OSStatus MIDISourceCreate(MIDIClientRef client, CFStringRef name, MIDIEndpointRef* outSrc) {
-    return Answer([&]() -> OSStatus {
-        if (!IsName(name) || outSrc == nullptr) {
-            return paramErr;
-        }
-        return AddVirtualEndpoint(client, Kind::kSource, name, nullptr, nullptr, outSrc);
-    });
+    return AddVirtualEndpoint(client, Kind::kSource, name, nullptr, nullptr, outSrc);
 }
 
 OSStatus MIDIDestinationCreate(MIDIClientRef client, CFStringRef name, MIDIReadProc readProc,
                                void* refCon, MIDIEndpointRef* outDest) {
-    return Answer([&]() -> OSStatus {
-        if (!IsName(name) || readProc == nullptr || outDest == nullptr) {
-            return paramErr;
-        }
-        return AddVirtualEndpoint(client, Kind::kDestination, name, readProc, refCon, outDest);
-    });
+    return readProc == nullptr
+               ? OSStatus{paramErr}
+               : AddVirtualEndpoint(client, Kind::kDestination, name, readProc, refCon, outDest);
 }
 
 OSStatus MIDIEndpointDispose(MIDIEndpointRef endpt) {
-    return Answer([&]() -> OSStatus {
-        ServerState& state = ServerState::Get();
-        Transaction transaction;
-        auto* const endpoint = state.Find<Endpoint>(endpt);
-        if (endpoint == nullptr) {
-            return kMIDIUnknownEndpoint;
-        }
-        if (endpoint->mEntity != nullptr) {
-            return kMIDINotPermitted;
-        }
-        transaction.NotifyRemoved(*endpoint);
-        DestroyVirtualEndpoint(transaction, *endpoint);
-        return noErr;
-    });
+    return ChangeObject<Endpoint>(endpt, kMIDIUnknownEndpoint,
+                                  [](Transaction& transaction, Endpoint& endpoint)
+                                      QUORVEL_REQUIRES(sStateMutex) -> OSStatus {
+                                          if (endpoint.mEntity != nullptr) {
+                                              return kMIDINotPermitted;
+                                          }
+                                          transaction.NotifyRemoved(endpoint);
+                                          DestroyVirtualEndpoint(transaction, endpoint);
+                                          return noErr;
+                                      });
 }
 
 OSStatus MIDIInputPortCreate(MIDIClientRef client, CFStringRef portName, MIDIReadProc readProc,
                              void* refCon, MIDIPortRef* outPort) {
-    return Answer([&]() -> OSStatus {
-        if (readProc == nullptr) {
-            return paramErr;
-        }
-        return AddPort(client, portName, Kind::kInputPort, readProc, refCon, outPort);
-    });
+    return readProc == nullptr
+               ? OSStatus{paramErr}
+               : AddPort(client, portName, Kind::kInputPort, readProc, refCon, outPort);
 }
 
 OSStatus MIDIOutputPortCreate(MIDIClientRef client, CFStringRef portName, MIDIPortRef* outPort) {
-    return Answer(
-        [&] { return AddPort(client, portName, Kind::kOutputPort, nullptr, nullptr, outPort); });
+    return AddPort(client, portName, Kind::kOutputPort, nullptr, nullptr, outPort);
 }
 
 OSStatus MIDIPortDispose(MIDIPortRef port) {
-    return Answer([&]() -> OSStatus {
-        ServerState& state = ServerState::Get();
-        Transaction transaction;
-        auto* const found = state.Find<Port>(port);
-        if (found == nullptr) {
-            return kMIDIInvalidPort;
-        }
-        std::erase(state.Find<Client>(found->mClient)->mPorts, port);
-        DestroyPort(transaction, *found);
-        return noErr;
-    });
+    return ChangeObject<Port>(
+        port, kMIDIInvalidPort,
+        [&](Transaction& transaction, Port& found) QUORVEL_REQUIRES(sStateMutex) {
+            std::erase(ServerState::Get().Find<Client>(found.mClient)->mPorts, port);
+            DestroyPort(transaction, found);
+            return noErr;
+        });
 }
 
 OSStatus MIDIPortConnectSource(MIDIPortRef port, MIDIEndpointRef source, void* connRefCon) {

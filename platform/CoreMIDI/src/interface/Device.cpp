@@ -35,129 +35,112 @@ OSStatus MIDIDeviceCreate(MIDIDriverRef owner, CFStringRef name, CFStringRef man
 }
 
 OSStatus MIDIDeviceDispose(MIDIDeviceRef device) {
-    return Answer([&]() -> OSStatus {
-        Transaction transaction;
-        auto* const found = ServerState::Get().Find<Device>(device);
-        if (found == nullptr) {
-            return kMIDIObjectNotFound;
-        }
-        if (found->mIsInSetup) {
-            return kMIDINotPermitted;
-        }
-        DestroyDevice(transaction, *found);
-        return noErr;
-    });
+    return ChangeObject<Device>(device, kMIDIObjectNotFound,
+                                [](Transaction& transaction, Device& found)
+                                    QUORVEL_REQUIRES(sStateMutex) -> OSStatus {
+                                        if (found.mIsInSetup) {
+                                            return kMIDINotPermitted;
+                                        }
+                                        DestroyDevice(transaction, found);
+                                        return noErr;
+                                    });
 }
 
 OSStatus MIDIDeviceAddEntity(MIDIDeviceRef device, CFStringRef name, Boolean embedded,
                              ItemCount numSourceEndpoints, ItemCount numDestinationEndpoints,
                              MIDIEntityRef* newEntity) {
-    return Answer([&]() -> OSStatus {
-        if (!IsName(name)) {
-            return paramErr;
-        }
-        Transaction transaction;
-        auto* const found = ServerState::Get().Find<Device>(device);
-        if (found == nullptr) {
-            return kMIDIObjectNotFound;
-        }
-        Entity& entity = AddEntity(*found);
-        const OnFailure remove(
-            [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyEntity(transaction, entity); });
-        entity.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
-        entity.mProperties[kEmbeddedProperty] =
-            CFOwned<CFPropertyListRef>(MakeNumber(embedded != 0 ? 1 : 0).Release());
-        for (ItemCount i = 0; i < numSourceEndpoints; ++i) {
-            AddEndpoint(entity, Kind::kSource);
-        }
-        for (ItemCount i = 0; i < numDestinationEndpoints; ++i) {
-            AddEndpoint(entity, Kind::kDestination);
-        }
-        transaction.NotifyAdded(entity);
-        transaction.SetupChanged(entity);
-        if (newEntity != nullptr) {
-            *newEntity = entity.mReference;
-        }
-        return noErr;
-    });
+    if (!IsName(name)) {
+        return paramErr;
+    }
+    return ChangeObject<Device>(
+        device, kMIDIObjectNotFound,
+        [&](Transaction& transaction, Device& found) QUORVEL_REQUIRES(sStateMutex) {
+            Entity& entity = AddEntity(found);
+            const OnFailure remove(
+                [&]() QUORVEL_REQUIRES(sStateMutex) { DestroyEntity(transaction, entity); });
+            entity.mProperties[kNameProperty] = CFOwned<CFPropertyListRef>::Retained(name);
+            entity.mProperties[kEmbeddedProperty] =
+                CFOwned<CFPropertyListRef>(MakeNumber(embedded != 0 ? 1 : 0).Release());
+            for (ItemCount i = 0; i < numSourceEndpoints; ++i) {
+                AddEndpoint(entity, Kind::kSource);
+            }
+            for (ItemCount i = 0; i < numDestinationEndpoints; ++i) {
+                AddEndpoint(entity, Kind::kDestination);
+            }
+            transaction.NotifyAdded(entity);
+            transaction.SetupChanged(entity);
+            if (newEntity != nullptr) {
+                *newEntity = entity.mReference;
+            }
+            return noErr;
+        });
 }
 
 OSStatus MIDIDeviceRemoveEntity(MIDIDeviceRef device, MIDIEntityRef entity) {
-    return Answer([&]() -> OSStatus {
-        Transaction transaction;
-        auto* const found = ServerState::Get().Find<Entity>(entity);
-        if (found == nullptr || found->mDevice->mReference != device) {
-            return kMIDIObjectNotFound;
-        }
-        transaction.NotifyRemoved(*found);
-        transaction.SetupChanged(*found);
-        DestroyEntity(transaction, *found);
-        return noErr;
-    });
+    return ChangeObject<Entity>(entity, kMIDIObjectNotFound,
+                                [&](Transaction& transaction, Entity& found)
+                                    QUORVEL_REQUIRES(sStateMutex) -> OSStatus {
+                                        if (found.mDevice->mReference != device) {
+                                            return kMIDIObjectNotFound;
+                                        }
+                                        transaction.NotifyRemoved(found);
+                                        transaction.SetupChanged(found);
+                                        DestroyEntity(transaction, found);
+                                        return noErr;
+                                    });
 }
 
 OSStatus MIDISetupAddDevice(MIDIDeviceRef device) {
-    return Answer([&]() -> OSStatus {
-        Transaction transaction;
-        ServerState& state = ServerState::Get();
-        auto* const found = state.Find<Device>(device);
-        if (found == nullptr) {
-            return kMIDIObjectNotFound;
-        }
-        if (!found->mIsInSetup) {
-            state.mSetupDevices.push_back(found);
-            found->mIsInSetup = true;
-            transaction.NotifyAdded(*found);
-            transaction.SetupChanged(*found);
-        }
-        return noErr;
-    });
+    return ChangeObject<Device>(device, kMIDIObjectNotFound,
+                                [](Transaction& transaction, Device& found)
+                                    QUORVEL_REQUIRES(sStateMutex) {
+                                        if (!found.mIsInSetup) {
+                                            ServerState::Get().mSetupDevices.push_back(&found);
+                                            found.mIsInSetup = true;
+                                            transaction.NotifyAdded(found);
+                                            transaction.SetupChanged(found);
+                                        }
+                                        return noErr;
+                                    });
 }
 
 OSStatus MIDISetupRemoveDevice(MIDIDeviceRef device) {
-    return Answer([&]() -> OSStatus {
-        Transaction transaction;
-        auto* const found = ServerState::Get().Find<Device>(device);
-        if (found == nullptr || !found->mIsInSetup) {
-            return kMIDIObjectNotFound;
-        }
-        transaction.NotifyRemoved(*found);
-        transaction.SetupChanged(*found);
-        DestroyDevice(transaction, *found);
-        return noErr;
-    });
+    return ChangeObject<Device>(device, kMIDIObjectNotFound,
+                                [](Transaction& transaction, Device& found)
+                                    QUORVEL_REQUIRES(sStateMutex) -> OSStatus {
+                                        if (!found.mIsInSetup) {
+                                            return kMIDIObjectNotFound;
+                                        }
+                                        transaction.NotifyRemoved(found);
+                                        transaction.SetupChanged(found);
+                                        DestroyDevice(transaction, found);
+                                        return noErr;
+                                    });
 }
 
 OSStatus MIDIEndpointSetRefCons(MIDIEndpointRef endpt, void* ref1, void* ref2) {
-    return Answer([&]() -> OSStatus {
-        const Transaction transaction;
-        auto* const endpoint = ServerState::Get().Find<Endpoint>(endpt);
-        if (endpoint == nullptr) {
-            return kMIDIUnknownEndpoint;
-        }
-        const auto before = std::exchange(endpoint->mRefCons, {ref1, ref2});
-        const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) { endpoint->mRefCons = before; });
-        UpdateRoutes(*endpoint);
-        return noErr;
-    });
+    return ChangeObject<Endpoint>(
+        endpt, kMIDIUnknownEndpoint,
+        [&](Transaction&, Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
+            const auto before = std::exchange(endpoint.mRefCons, {ref1, ref2});
+            const OnFailure undo([&]()
+                                     QUORVEL_REQUIRES(sStateMutex) { endpoint.mRefCons = before; });
+            UpdateRoutes(endpoint);
+            return noErr;
+        });
 }
 
 OSStatus MIDIEndpointGetRefCons(MIDIEndpointRef endpt, void** ref1, void** ref2) {
-    return Answer([&]() -> OSStatus {
-        ServerState& state = ServerState::Get();
-        const MutexLock lock(sStateMutex);
-        const auto* const endpoint = state.Find<Endpoint>(endpt);
-        if (endpoint == nullptr) {
-            return kMIDIUnknownEndpoint;
-        }
-        if (ref1 != nullptr) {
-            *ref1 = endpoint->mRefCons.first;
-        }
-        if (ref2 != nullptr) {
-            *ref2 = endpoint->mRefCons.second;
-        }
-        return noErr;
-    });
+    return WithObject<Endpoint>(endpt, kMIDIUnknownEndpoint,
+                                [&](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
+                                    if (ref1 != nullptr) {
+                                        *ref1 = endpoint.mRefCons.first;
+                                    }
+                                    if (ref2 != nullptr) {
+                                        *ref2 = endpoint.mRefCons.second;
+                                    }
+                                    return noErr;
+                                });
 }
 
 CFRunLoopRef MIDIGetDriverIORunLoop(void) {

@@ -6,47 +6,42 @@
 using namespace CoreMIDI;
 
 ItemCount MIDIDeviceListGetNumberOfDevices(MIDIDeviceListRef devList) {
-    return AnswerOrZero([&]() -> ItemCount {
-        ServerState& state = ServerState::Get();
-        const MutexLock lock(sStateMutex);
-        const auto* const list = state.Find<DeviceList>(devList);
-        return list == nullptr ? 0 : static_cast<ItemCount>(list->mDevices.size());
-    });
+    ItemCount count = 0;
+    WithObject<DeviceList>(devList, noErr,
+                           [&](const DeviceList& list) QUORVEL_REQUIRES(sStateMutex) {
+                               count = static_cast<ItemCount>(list.mDevices.size());
+                               return noErr;
+                           });
+    return count;
 }
 
 MIDIDeviceRef MIDIDeviceListGetDevice(MIDIDeviceListRef devList, ItemCount index0) {
-    return AnswerOrZero([&]() -> MIDIDeviceRef {
-        ServerState& state = ServerState::Get();
-        const MutexLock lock(sStateMutex);
-        const auto* const list = state.Find<DeviceList>(devList);
-        return list == nullptr || index0 >= list->mDevices.size() ? 0 : list->mDevices[index0];
-    });
+    MIDIDeviceRef device = 0;
+    WithObject<DeviceList>(devList, noErr,
+                           [&](const DeviceList& list) QUORVEL_REQUIRES(sStateMutex) {
+                               device = index0 < list.mDevices.size() ? list.mDevices[index0] : 0;
+                               return noErr;
+                           });
+    return device;
 }
 
 OSStatus MIDIDeviceListAddDevice(MIDIDeviceListRef devList, MIDIDeviceRef dev) {
-    return Answer([&]() -> OSStatus {
-        ServerState& state = ServerState::Get();
-        const MutexLock lock(sStateMutex);
-        auto* const list = state.Find<DeviceList>(devList);
-        if (list == nullptr || state.Find<Device>(dev) == nullptr) {
-            return kMIDIObjectNotFound;
-        }
-        list->mDevices.push_back(dev);
-        return noErr;
-    });
+    return WithObject<DeviceList>(devList, kMIDIObjectNotFound,
+                                  [&](DeviceList& list) QUORVEL_REQUIRES(sStateMutex) -> OSStatus {
+                                      if (ServerState::Get().Find<Device>(dev) == nullptr) {
+                                          return kMIDIObjectNotFound;
+                                      }
+                                      list.mDevices.push_back(dev);
+                                      return noErr;
+                                  });
 }
 
 OSStatus MIDIDeviceListDispose(MIDIDeviceListRef devList) {
-    return Answer([&]() -> OSStatus {
-        ServerState& state = ServerState::Get();
-        const MutexLock lock(sStateMutex);
-        auto* const list = state.Find<DeviceList>(devList);
-        if (list == nullptr) {
-            return kMIDIObjectNotFound;
-        }
-        state.Remove(*list);
-        return noErr;
-    });
+    return WithObject<DeviceList>(devList, kMIDIObjectNotFound,
+                                  [](DeviceList& list) QUORVEL_REQUIRES(sStateMutex) {
+                                      ServerState::Get().Remove(list);
+                                      return noErr;
+                                  });
 }
 
 MIDIDeviceListRef MIDIGetDriverDeviceList(MIDIDriverRef driver) {

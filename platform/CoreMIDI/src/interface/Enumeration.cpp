@@ -1,5 +1,5 @@
 // What there is, by index and by relation.
-#include "platform/CoreMIDI/src/state/ServerState.h"
+#include "platform/CoreMIDI/src/state/Routing.h"
 
 #include <CoreMIDI/MIDIServices.h>
 
@@ -17,56 +17,36 @@ Result LookAt(const Look& look) noexcept {
     });
 }
 
-// Calls `visit` for each listed endpoint of that kind, in order, until it returns true.
-template <typename Visit>
-void VisitListed(const ServerState& state, Kind kind, const Visit& visit)
-    QUORVEL_REQUIRES(sStateMutex) {
-    const auto isListed = [](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
-        return endpoint.Integer(kPrivateProperty) == 0 && endpoint.Integer(kOfflineProperty) == 0;
-    };
-    for (const Device* device : state.mSetupDevices) {
-        for (const Entity* entity : device->mEntities) {
-            for (const Endpoint* endpoint :
-                 kind == Kind::kSource ? entity->mSources : entity->mDestinations) {
-                if (isListed(*endpoint) && visit(*endpoint)) {
-                    return;
-                }
-            }
-        }
-    }
-    for (const Endpoint* endpoint : state.mVirtualEndpoints) {
-        if (ObjectRegistry::KindOf(endpoint->mReference) == kind && isListed(*endpoint) &&
-            visit(*endpoint)) {
-            return;
-        }
-    }
-}
-
-ItemCount CountListed(Kind kind) {
-    return LookAt<ItemCount>([kind](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
+// Counts the listed endpoints of a kind, and sets `found` to the one at an index if there is one.
+ItemCount Listed(Kind kind, ItemCount index, MIDIEndpointRef& found) {
+    return LookAt<ItemCount>([&](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
         ItemCount count = 0;
-        VisitListed(state, kind, [&count](const Endpoint&) {
-            ++count;
-            return false;
-        });
+        const auto look = [&](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
+            if (ObjectRegistry::KindOf(endpoint.mReference) == kind &&
+                endpoint.Integer(kPrivateProperty) == 0 &&
+                endpoint.Integer(kOfflineProperty) == 0 && count++ == index) {
+                found = endpoint.mReference;
+            }
+        };
+        for (const Device* device : state.mSetupDevices) {
+            ForEachEndpoint(*device, look);
+        }
+        for (const Endpoint* endpoint : state.mVirtualEndpoints) {
+            look(*endpoint);
+        }
         return count;
     });
 }
 
+ItemCount CountListed(Kind kind) {
+    MIDIEndpointRef unused = 0;
+    return Listed(kind, 0, unused);
+}
+
 MIDIEndpointRef ListedAt(Kind kind, ItemCount index) {
-    return LookAt<MIDIEndpointRef>(
-        [kind, index](const ServerState& state) QUORVEL_REQUIRES(sStateMutex) {
-            MIDIEndpointRef found = 0;
-            ItemCount count = 0;
-            VisitListed(state, kind, [&](const Endpoint& endpoint) QUORVEL_REQUIRES(sStateMutex) {
-                if (count++ != index) {
-                    return false;
-                }
-                found = endpoint.mReference;
-                return true;
-            });
-            return found;
-        });
+    MIDIEndpointRef found = 0;
+    Listed(kind, index, found);
+    return found;
 }
 
 // The number of an object's parts, and the part at an index, from the vector that `member` names.

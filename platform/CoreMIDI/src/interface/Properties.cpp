@@ -42,42 +42,37 @@ CFOwned<CFPropertyListRef> ValueOf(const PropertyObject& object, const std::stri
     return CFOwned<CFPropertyListRef>::Retained(object.Find(name));
 }
 
-OSStatus Get(MIDIObjectRef reference, CFStringRef propertyID, PropertyType type,
-             CFOwned<CFPropertyListRef>& value) {
-    const std::optional<std::string> name = TextOf(propertyID);
-    if (!name) {
-        return paramErr;
-    }
-    ServerState& state = ServerState::Get();
-    const MutexLock lock(sStateMutex);
-    const auto* const object = state.Find<PropertyObject>(reference);
-    if (object == nullptr) {
-        return kMIDIObjectNotFound;
-    }
-    value = ValueOf(*object, *name);
-    if (!value) {
-        return kMIDIUnknownProperty;
-    }
-    if (TypeOf(value.Get()) != type) {
-        return kMIDIWrongPropertyType;
-    }
-    return noErr;
+// Gets the value of a property. `give(value)` hands it to the caller of the interface function.
+template <typename Give>
+OSStatus Get(MIDIObjectRef reference, CFStringRef propertyID, PropertyType type, const void* out,
+             const Give& give) {
+    return Answer([&]() -> OSStatus {
+        const std::optional<std::string> name = TextOf(propertyID);
+        if (!name || out == nullptr) {
+            return paramErr;
+        }
+        return WithObject<PropertyObject>(
+            reference, kMIDIObjectNotFound,
+            [&](const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex) -> OSStatus {
+                CFOwned<CFPropertyListRef> value = ValueOf(object, *name);
+                if (!value) {
+                    return kMIDIUnknownProperty;
+                }
+                if (TypeOf(value.Get()) != type) {
+                    return kMIDIWrongPropertyType;
+                }
+                give(value);
+                return noErr;
+            });
+    });
 }
 
 // Gets a value that is an object; the caller of the interface function owns it.
 template <typename Reference>
 OSStatus GetObject(MIDIObjectRef reference, CFStringRef propertyID, PropertyType type,
                    Reference* out) {
-    return Answer([&]() -> OSStatus {
-        if (out == nullptr) {
-            return paramErr;
-        }
-        CFOwned<CFPropertyListRef> value;
-        const OSStatus status = Get(reference, propertyID, type, value);
-        if (status == noErr) {
-            *out = static_cast<Reference>(value.Release());
-        }
-        return status;
+    return Get(reference, propertyID, type, out, [out](CFOwned<CFPropertyListRef>& value) {
+        *out = static_cast<Reference>(value.Release());
     });
 }
 
@@ -160,17 +155,9 @@ OSStatus SetCopy(MIDIObjectRef reference, CFStringRef propertyID, CFPropertyList
 using namespace CoreMIDI;
 
 OSStatus MIDIObjectGetIntegerProperty(MIDIObjectRef obj, CFStringRef propertyID, SInt32* outValue) {
-    return Answer([&]() -> OSStatus {
-        if (outValue == nullptr) {
-            return paramErr;
-        }
-        CFOwned<CFPropertyListRef> value;
-        const OSStatus status = Get(obj, propertyID, PropertyType::kInteger, value);
-        if (status == noErr) {
-            *outValue = *NumberOf(value.Get());
-        }
-        return status;
-    });
+    return Get(
+        obj, propertyID, PropertyType::kInteger, outValue,
+        [&](const CFOwned<CFPropertyListRef>& value) { *outValue = *NumberOf(value.Get()); });
 }
 
 OSStatus MIDIObjectSetIntegerProperty(MIDIObjectRef obj, CFStringRef propertyID, SInt32 value) {
@@ -231,42 +218,37 @@ OSStatus MIDIObjectRemoveProperty(MIDIObjectRef obj, CFStringRef propertyID) {
         if (!name) {
             return paramErr;
         }
-        Transaction transaction;
-        auto* const object = ServerState::Get().Find<PropertyObject>(obj);
-        if (object == nullptr) {
-            return kMIDIObjectNotFound;
-        }
-        if (*name == kUniqueIDProperty || *name == kDisplayNameProperty ||
-            !RuleOf(*name).mIsSettable) {
-            return kMIDINotPermitted;
-        }
-        auto removed = object->mProperties.extract(*name);
-        if (removed.empty()) {
-            return kMIDIUnknownProperty;
-        }
-        const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) {
-            object->mProperties.insert(std::move(removed));
-        });
-        PropertyChanged(transaction, *object, *name);
-        return noErr;
+        return ChangeObject<PropertyObject>(
+            obj, kMIDIObjectNotFound,
+            [&](Transaction& transaction, PropertyObject& object)
+                QUORVEL_REQUIRES(sStateMutex) -> OSStatus {
+                    if (*name == kUniqueIDProperty || *name == kDisplayNameProperty ||
+                        !RuleOf(*name).mIsSettable) {
+                        return kMIDINotPermitted;
+                    }
+                    auto removed = object.mProperties.extract(*name);
+                    if (removed.empty()) {
+                        return kMIDIUnknownProperty;
+                    }
+                    const OnFailure undo([&]() QUORVEL_REQUIRES(sStateMutex) {
+                        object.mProperties.insert(std::move(removed));
+                    });
+                    PropertyChanged(transaction, object, *name);
+                    return noErr;
+                });
     });
 }
 
 OSStatus MIDIObjectGetProperties(MIDIObjectRef obj, CFPropertyListRef* outProperties,
                                  Boolean deep) {
-    return Answer([&]() -> OSStatus {
-        if (outProperties == nullptr) {
-            return paramErr;
-        }
-        ServerState& state = ServerState::Get();
-        const MutexLock lock(sStateMutex);
-        const auto* const object = state.Find<PropertyObject>(obj);
-        if (object == nullptr) {
-            return kMIDIObjectNotFound;
-        }
-        *outProperties = PropertiesOf(*object, deep != 0).Release();
-        return noErr;
-    });
+    if (outProperties == nullptr) {
+        return paramErr;
+    }
+    return WithObject<PropertyObject>(
+        obj, kMIDIObjectNotFound, [&](const PropertyObject& object) QUORVEL_REQUIRES(sStateMutex) {
+            *outProperties = PropertiesOf(object, deep != 0).Release();
+            return noErr;
+        });
 }
 
 OSStatus MIDIObjectFindByUniqueID(MIDIUniqueID inUniqueID, MIDIObjectRef* outObject,

@@ -66,7 +66,6 @@ public:
     std::vector<Device*> mSetupDevices QUORVEL_GUARDED_BY(sStateMutex);
     std::vector<Endpoint*> mVirtualEndpoints QUORVEL_GUARDED_BY(sStateMutex);
     std::vector<std::shared_ptr<DriverOutput>> mDrivers QUORVEL_GUARDED_BY(sStateMutex);
-    std::vector<Client*> mClients QUORVEL_GUARDED_BY(sStateMutex);
     SetupStore mSetup; // has a lock of its own
 
 private:
@@ -100,6 +99,19 @@ auto AnswerOrZero(const Body& body) noexcept -> decltype(body()) {
     } catch (const std::exception&) {
         return {};
     }
+}
+
+// Runs the body of an interface function that needs an object and no transaction: calls
+// `body(object)` under the lock of the state and returns its result, or returns `otherwise` if
+// there is no object of the type with that reference.
+template <typename Type, typename Body>
+OSStatus WithObject(MIDIObjectRef reference, OSStatus otherwise, const Body& body) noexcept {
+    return Answer([&]() -> OSStatus {
+        ServerState& state = ServerState::Get();
+        const MutexLock lock(sStateMutex);
+        auto* const object = state.Find<Type>(reference);
+        return object == nullptr ? otherwise : OSStatus{body(*object)};
+    });
 }
 
 } // namespace CoreMIDI

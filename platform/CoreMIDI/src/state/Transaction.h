@@ -60,4 +60,19 @@ private:
     bool mSetupChanged = false;
 };
 
+// Runs the body of an interface function that changes an object: calls `change(transaction,
+// object)` and returns its result, or returns `otherwise` if there is no object of the type with
+// that reference.
+//
+//     return ChangeObject<Device>(reference, kMIDIObjectNotFound,
+//                                 [](Transaction& transaction, Device& device) { ... });
+template <typename Type, typename Change>
+OSStatus ChangeObject(MIDIObjectRef reference, OSStatus otherwise, const Change& change) noexcept {
+    return Answer([&]() -> OSStatus {
+        Transaction transaction;
+        auto* const object = ServerState::Get().Find<Type>(reference);
+        return object == nullptr ? otherwise : OSStatus{change(transaction, *object)};
+    });
+}
+
 } // namespace CoreMIDI

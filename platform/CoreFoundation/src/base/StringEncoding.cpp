@@ -114,3 +114,11 @@ bool AppendUTF8(std::u16string_view text, std::string& bytes) {
     }
     return true;
 }
+
+bool AppendUTF8(std::uint32_t character, std::string& bytes) {
+    if (!boost::locale::utf::is_valid_codepoint(character)) {
+        return false;
+    }
+    UTF8::encode(character, std::back_inserter(bytes));
+    return true;
+}

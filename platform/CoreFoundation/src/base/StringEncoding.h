@@ -4,6 +4,7 @@
 #include <CoreFoundation/CFString.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -27,5 +28,7 @@ struct EncodedCharacter {
 // Encodes the character at the front of one or two units; `second` is 0 if there is no more.
 EncodedCharacter EncodeCharacter(char16_t first, char16_t second, CFStringEncoding encoding);
 
-// Appends the text in UTF-8. Returns false if it has a surrogate without its other half.
+// Append a text, or a character by its number, in UTF-8. Return false if there is a surrogate
+// without its other half, or no character of that number.
 bool AppendUTF8(std::u16string_view text, std::string& bytes);
+bool AppendUTF8(std::uint32_t character, std::string& bytes);

@@ -1,10 +1,13 @@
 #include "platform/CoreFoundation/src/messageport/MessagePortFrame.h"
 
+#include <endian.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 namespace MessagePort {
@@ -15,50 +18,39 @@ constexpr std::uint32_t kMagic = 0x514D5046; // "QMPF"
 constexpr std::uint16_t kVersion = 1;
 constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 
-void Put16(std::uint8_t* at, std::uint16_t value) {
-    at[0] = static_cast<std::uint8_t>(value >> 8);
-    at[1] = static_cast<std::uint8_t>(value & 0xFF);
-}
-
-void Put32(std::uint8_t* at, std::uint32_t value) {
-    Put16(at, static_cast<std::uint16_t>(value >> 16));
-    Put16(at + 2, static_cast<std::uint16_t>(value & 0xFFFF));
-}
-
-std::uint16_t Get16(const std::uint8_t* at) {
-    return static_cast<std::uint16_t>((unsigned{at[0]} << 8) | at[1]);
-}
-
-std::uint32_t Get32(const std::uint8_t* at) {
-    return (std::uint32_t{Get16(at)} << 16) | Get16(at + 2);
-}
+// A header as it lies on the socket; its numbers are big-endian.
+struct WireHeader {
+    std::uint32_t magic;
+    std::uint16_t version;
+    std::uint16_t kind;
+    std::uint32_t sequence;
+    std::uint32_t msgid;
+    std::uint32_t length;
+};
+static_assert(sizeof(WireHeader) == kHeaderSize);
 
 } // namespace
 
 std::array<std::uint8_t, kHeaderSize> EncodeHeader(const FrameHeader& header) {
-    std::array<std::uint8_t, kHeaderSize> bytes{};
-    Put32(bytes.data(), kMagic);
-    Put16(bytes.data() + 4, kVersion);
-    Put16(bytes.data() + 6, static_cast<std::uint16_t>(header.kind));
-    Put32(bytes.data() + 8, header.sequence);
-    Put32(bytes.data() + 12, static_cast<std::uint32_t>(header.msgid));
-    Put32(bytes.data() + 16, header.length);
-    return bytes;
+    const WireHeader wire{htobe32(kMagic),
+                          htobe16(kVersion),
+                          htobe16(static_cast<std::uint16_t>(header.kind)),
+                          htobe32(header.sequence),
+                          htobe32(static_cast<std::uint32_t>(header.msgid)),
+                          htobe32(header.length)};
+    return std::bit_cast<std::array<std::uint8_t, kHeaderSize>>(wire);
 }
 
 std::optional<FrameHeader> DecodeHeader(std::span<const std::uint8_t, kHeaderSize> bytes) {
-    const std::uint16_t kind = Get16(bytes.data() + 6);
-    FrameHeader header;
-    header.sequence = Get32(bytes.data() + 8);
-    header.msgid = static_cast<std::int32_t>(Get32(bytes.data() + 12));
-    header.length = Get32(bytes.data() + 16);
-    if (Get32(bytes.data()) != kMagic || Get16(bytes.data() + 4) != kVersion ||
-        kind < static_cast<std::uint16_t>(FrameKind::kRequest) ||
-        kind > static_cast<std::uint16_t>(FrameKind::kRefusal) || header.length > kMaximumPayload) {
-        return std::nullopt;
-    }
-    header.kind = static_cast<FrameKind>(kind);
-    return header;
+    WireHeader wire;
+    std::memcpy(&wire, bytes.data(), sizeof wire);
+    const FrameHeader header{static_cast<FrameKind>(be16toh(wire.kind)), be32toh(wire.sequence),
+                             static_cast<std::int32_t>(be32toh(wire.msgid)), be32toh(wire.length)};
+    const bool isKind = header.kind >= FrameKind::kRequest && header.kind <= FrameKind::kRefusal;
+    return be32toh(wire.magic) == kMagic && be16toh(wire.version) == kVersion && isKind &&
+                   header.length <= kMaximumPayload
+               ? std::optional(header)
+               : std::nullopt;
 }
 
 FrameReader::Result FrameReader::Read(int socket) {

@@ -49,11 +49,11 @@ struct DomainFile {
     std::string cause; // the reason why there is no dictionary
 };
 
-DomainFile ReadDomain(const PreferencesDomain& domain) {
+DomainFile ReadDomain(const std::string& path) {
     DomainFile file;
     std::string bytes;
     CFOwned<CFPropertyListRef> read;
-    if (const FileFailure unread = ReadWholeFile(domain.Path(), kPropertyListMaximumSize, bytes)) {
+    if (const FileFailure unread = ReadWholeFile(path, kPropertyListMaximumSize, bytes)) {
         file.cause = unread.text;
         if (unread.error == ENOENT) {
             file.contents = FileContents::kMissing;
@@ -110,15 +110,14 @@ void CheckDomain(CFStringRef applicationID, CFStringRef userName, CFStringRef ho
 // Lets `change` change the values of the domain's file, and writes them unless `change` returns
 // false. No other writer can come between. If that fails, returns false and sets `failure`.
 template <typename Change>
-bool ChangeFile(const PreferencesDomain& domain, const Change& change,
-                PropertyListFailure& failure) {
+bool ChangeFile(const std::string& path, const Change& change, PropertyListFailure& failure) {
     failure.code = kCFPreferencesHostWriteError;
-    LockedFile locked(domain.Path());
+    LockedFile locked(path);
     if (locked.Failure()) {
         failure.text = locked.Failure().text;
         return false;
     }
-    const DomainFile file = ReadDomain(domain);
+    const DomainFile file = ReadDomain(path);
     if (file.contents == FileContents::kUnusable) {
         failure = {kCFPreferencesHostUnusableFileError, file.cause};
         return false;
@@ -144,15 +143,15 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
     const bool isKey = CFRuntimeIsArgument(key, kCFRuntimeStringType, "key");
     CheckDomain(applicationID, userName, hostName);
     return CFRuntimeGuard<CFPropertyListRef>(nullptr, [&]() -> CFPropertyListRef {
-        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
-        if (!isKey || !domain) {
+        const auto path = PreferencesPath(applicationID, userName, hostName);
+        if (!isKey || !path) {
             return nullptr;
         }
         State& state = SharedState();
         const MutexLock lock(state.mutex);
         // The values of a file that cannot be used are empty.
-        const CFOwned<CFMutableDictionaryRef> values = ReadDomain(*domain).values;
-        const auto changes = state.changes.find(domain->Path());
+        const CFOwned<CFMutableDictionaryRef> values = ReadDomain(*path).values;
+        const auto changes = state.changes.find(*path);
         if (changes != state.changes.end()) {
             ApplyChanges(changes->second, values.Get());
         }
@@ -166,9 +165,9 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
     CFRuntimeIsArgument(key, kCFRuntimeStringType, "key");
     CheckDomain(applicationID, userName, hostName);
     CFRuntimeGuard(false, [&] {
-        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
+        const auto path = PreferencesPath(applicationID, userName, hostName);
         const std::optional<std::string> name = UTF8OfString(key);
-        if (!domain || !name || name->find('\0') != std::string::npos) {
+        if (!path || !name || name->find('\0') != std::string::npos) {
             syslog(LOG_ERR, "CFPreferencesSetValue: no such preferences domain or key");
             return false;
         }
@@ -187,7 +186,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
         }
         State& state = SharedState();
         const MutexLock lock(state.mutex);
-        state.changes[domain->Path()].insert_or_assign(*name, std::move(copy));
+        state.changes[*path].insert_or_assign(*name, std::move(copy));
         return true;
     });
 }
@@ -196,13 +195,13 @@ Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName
                                  CFStringRef hostName) {
     CheckDomain(applicationID, userName, hostName);
     return CFRuntimeGuard(false, [&] {
-        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
-        if (!domain) {
+        const auto path = PreferencesPath(applicationID, userName, hostName);
+        if (!path) {
             return false;
         }
         State& state = SharedState();
         const MutexLock lock(state.mutex);
-        const auto changes = state.changes.find(domain->Path());
+        const auto changes = state.changes.find(*path);
         if (changes == state.changes.end()) {
             return true;
         }
@@ -211,8 +210,8 @@ Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName
             return true;
         };
         PropertyListFailure failure;
-        if (!ChangeFile(*domain, change, failure)) {
-            syslog(LOG_ERR, "CFPreferencesSynchronize: %s: %s", domain->Path().c_str(),
+        if (!ChangeFile(*path, change, failure)) {
+            syslog(LOG_ERR, "CFPreferencesSynchronize: %s: %s", path->c_str(),
                    failure.text.c_str());
             return false;
         }
@@ -224,15 +223,11 @@ Boolean CFPreferencesSynchronize(CFStringRef applicationID, CFStringRef userName
 Boolean CFPreferencesHostGetPath(CFStringRef applicationID, CFStringRef userName,
                                  CFStringRef hostName, char* buffer, CFIndex bufferSize) {
     return CFRuntimeGuard(false, [&] {
-        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
-        if (!domain) {
+        const auto path = PreferencesPath(applicationID, userName, hostName);
+        if (!path || bufferSize < 0 || path->size() >= static_cast<std::size_t>(bufferSize)) {
             return false;
         }
-        const std::string path = domain->Path();
-        if (bufferSize < 0 || path.size() >= static_cast<std::size_t>(bufferSize)) {
-            return false;
-        }
-        buffer[path.copy(buffer, path.size())] = '\0';
+        buffer[path->copy(buffer, path->size())] = '\0';
         return true;
     });
 }
@@ -240,11 +235,11 @@ Boolean CFPreferencesHostGetPath(CFStringRef applicationID, CFStringRef userName
 CFDictionaryRef CFPreferencesHostCopyFile(CFStringRef applicationID, CFStringRef userName,
                                           CFStringRef hostName, CFErrorRef* error) {
     return CFRuntimeGuard<CFDictionaryRef>(nullptr, [&]() -> CFDictionaryRef {
-        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
-        if (!domain) {
+        const auto path = PreferencesPath(applicationID, userName, hostName);
+        if (!path) {
             return nullptr;
         }
-        DomainFile file = ReadDomain(*domain);
+        DomainFile file = ReadDomain(*path);
         if (file.contents != FileContents::kDictionary) {
             ReportError(error,
                         file.contents == FileContents::kMissing
@@ -261,13 +256,13 @@ Boolean CFPreferencesHostChangeFile(CFStringRef applicationID, CFStringRef userN
                                     CFStringRef hostName, CFPreferencesHostChangeCallBack change,
                                     void* info, CFErrorRef* error) {
     return CFRuntimeGuard(false, [&] {
-        const auto domain = FindPreferencesDomain(applicationID, userName, hostName);
-        if (!domain) {
+        const auto path = PreferencesPath(applicationID, userName, hostName);
+        if (!path) {
             return false;
         }
         PropertyListFailure failure;
         const bool changed = ChangeFile(
-            *domain, [&](CFMutableDictionaryRef values) { return change(values, info) != 0; },
+            *path, [&](CFMutableDictionaryRef values) { return change(values, info) != 0; },
             failure);
         if (!changed) {
             ReportError(error, failure.code, failure.text);

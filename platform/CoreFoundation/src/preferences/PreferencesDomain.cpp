@@ -52,8 +52,8 @@ std::optional<std::string> FileName(CFStringRef applicationID) {
 
 } // namespace
 
-std::optional<PreferencesDomain> FindPreferencesDomain(CFStringRef applicationID,
-                                                       CFStringRef userName, CFStringRef hostName) {
+std::optional<std::string> PreferencesPath(CFStringRef applicationID, CFStringRef userName,
+                                           CFStringRef hostName) {
     if (applicationID == nullptr || userName == nullptr || hostName == nullptr) {
         return std::nullopt;
     }
@@ -65,8 +65,5 @@ std::optional<PreferencesDomain> FindPreferencesDomain(CFStringRef applicationID
     }
     const std::optional<std::string> folder = Folder(anyUser, anyHost);
     const std::optional<std::string> name = FileName(applicationID);
-    if (!folder || !name) {
-        return std::nullopt;
-    }
-    return PreferencesDomain{*folder, *name};
+    return folder && name ? std::optional(*folder + "/" + *name) : std::nullopt;
 }

@@ -1,4 +1,3 @@
-// Where the preferences of a domain are kept.
 #pragma once
 
 #include <CoreFoundation/CFPreferences.h>
@@ -6,13 +5,7 @@
 #include <optional>
 #include <string>
 
-struct PreferencesDomain {
-    std::string folder;
-    std::string fileName;
-
-    std::string Path() const { return folder + "/" + fileName; }
-};
-
-// Nothing when the arguments name no domain, or the current user has no folder.
-std::optional<PreferencesDomain> FindPreferencesDomain(CFStringRef applicationID,
-                                                       CFStringRef userName, CFStringRef hostName);
+// Returns the path of the file that keeps a domain's preferences, whether there is a file or not.
+// Returns nothing if the arguments name no domain or the current user has no folder.
+std::optional<std::string> PreferencesPath(CFStringRef applicationID, CFStringRef userName,
+                                           CFStringRef hostName);

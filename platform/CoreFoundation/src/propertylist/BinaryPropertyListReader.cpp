@@ -1,6 +1,5 @@
-#include "platform/CoreFoundation/src/propertylist/BinaryPropertyListReader.h"
-
 #include "platform/CoreFoundation/src/base/StringEncoding.h"
+#include "platform/CoreFoundation/src/propertylist/PropertyListForms.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,7 +1,6 @@
-#include "platform/CoreFoundation/src/propertylist/BinaryPropertyListWriter.h"
-
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/propertylist/PropertyListEntries.h"
+#include "platform/CoreFoundation/src/propertylist/PropertyListForms.h"
 #include "platform/CoreFoundation/src/propertylist/PropertyListLimits.h"
 
 #include <CoreFoundation/CFDate.h>
@@ -150,27 +149,30 @@ private:
     }
 
     std::size_t AddArray(CFArrayRef array) {
-        const CFIndex count = CFArrayGetCount(array);
-        const std::size_t number = AddObject(Counted(0xA, static_cast<std::size_t>(count)));
-        std::vector<std::size_t> references;
-        references.reserve(static_cast<std::size_t>(count));
-        for (CFIndex i = 0; i < count; ++i) {
-            references.push_back(Add(CFArrayGetValueAtIndex(array, i)));
+        std::vector<CFTypeRef> members;
+        for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
+            members.push_back(CFArrayGetValueAtIndex(array, i));
         }
-        mObjects[number].references = std::move(references);
-        return number;
+        return AddContainer(Counted(0xA, members.size()), members);
     }
 
     std::size_t AddDictionary(CFDictionaryRef dictionary) {
         const std::vector<PropertyListEntry> entries = SortedEntries(dictionary);
-        const std::size_t number = AddObject(Counted(0xD, entries.size()));
-        std::vector<std::size_t> references;
-        references.reserve(2 * entries.size());
+        std::vector<CFTypeRef> members; // all keys, then all values
         for (const PropertyListEntry& entry : entries) {
-            references.push_back(Add(entry.key));
+            members.push_back(entry.key);
         }
         for (const PropertyListEntry& entry : entries) {
-            references.push_back(Add(entry.value));
+            members.push_back(entry.value);
+        }
+        return AddContainer(Counted(0xD, entries.size()), members);
+    }
+
+    std::size_t AddContainer(std::string bytes, const std::vector<CFTypeRef>& members) {
+        const std::size_t number = AddObject(std::move(bytes));
+        std::vector<std::size_t> references;
+        for (const CFTypeRef member : members) {
+            references.push_back(Add(member));
         }
         mObjects[number].references = std::move(references);
         return number;

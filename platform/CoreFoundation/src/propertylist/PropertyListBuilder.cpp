@@ -29,32 +29,33 @@ std::vector<const void*> References(const PropertyListValues& values) {
 
 } // namespace
 
-PropertyListValue PropertyListBuilder::Boolean(bool value) {
+PropertyListValue PropertyListBuilder::Counted(CFTypeRef made) {
+    PropertyListValue value = Made(made);
     mBudget.TakeValue();
-    return PropertyListValue(CFRetain(value ? kCFBooleanTrue : kCFBooleanFalse));
+    return value;
+}
+
+PropertyListValue PropertyListBuilder::Boolean(bool value) {
+    return Counted(CFRetain(value ? kCFBooleanTrue : kCFBooleanFalse));
 }
 
 PropertyListValue PropertyListBuilder::Integer(std::int64_t value) {
-    mBudget.TakeValue();
-    return Made(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
+    return Counted(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }
 
 PropertyListValue PropertyListBuilder::Real(double value) {
-    mBudget.TakeValue();
-    return Made(CFNumberCreate(nullptr, kCFNumberFloat64Type, &value));
+    return Counted(CFNumberCreate(nullptr, kCFNumberFloat64Type, &value));
 }
 
 PropertyListValue PropertyListBuilder::Date(double at) {
-    mBudget.TakeValue();
     PropertyListBudget::RequireDate(at);
-    return Made(CFDateCreate(nullptr, at));
+    return Counted(CFDateCreate(nullptr, at));
 }
 
 PropertyListValue PropertyListBuilder::Data(std::string_view bytes) {
-    mBudget.TakeValue();
     mBudget.TakeContents(bytes.size());
-    return Made(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
-                             static_cast<CFIndex>(bytes.size())));
+    return Counted(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
+                                static_cast<CFIndex>(bytes.size())));
 }
 
 PropertyListValue PropertyListBuilder::String(std::string_view utf8) {
@@ -71,30 +72,22 @@ PropertyListValue PropertyListBuilder::Key(std::string_view utf8) {
 }
 
 PropertyListValue PropertyListBuilder::Array(const PropertyListValues& members) {
-    mBudget.TakeValue();
     std::vector<const void*> values = References(members);
-    const CFOwned<CFArrayRef> array(CFArrayCreate(
+    PropertyListValue array = Counted(CFArrayCreate(
         nullptr, values.data(), static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks));
-    if (!array) {
-        throw std::bad_alloc();
-    }
-    return Made(mMutableContainers
-                    ? static_cast<CFTypeRef>(CFArrayCreateMutableCopy(nullptr, 0, array.Get()))
-                    : CFRetain(array.Get()));
+    return mMutableContainers
+               ? Made(CFArrayCreateMutableCopy(nullptr, 0, static_cast<CFArrayRef>(array.Get())))
+               : array;
 }
 
 PropertyListValue PropertyListBuilder::Dictionary(const PropertyListValues& keys,
                                                   const PropertyListValues& members) {
-    mBudget.TakeValue();
     std::vector<const void*> names = References(keys);
     std::vector<const void*> values = References(members);
-    const CFOwned<CFDictionaryRef> dictionary(CFDictionaryCreate(
+    PropertyListValue dictionary = Counted(CFDictionaryCreate(
         nullptr, names.data(), values.data(), static_cast<CFIndex>(values.size()),
         &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    if (!dictionary) {
-        throw std::bad_alloc();
-    }
-    return Made(mMutableContainers ? static_cast<CFTypeRef>(CFDictionaryCreateMutableCopy(
-                                         nullptr, 0, dictionary.Get()))
-                                   : CFRetain(dictionary.Get()));
+    return mMutableContainers ? Made(CFDictionaryCreateMutableCopy(
+                                    nullptr, 0, static_cast<CFDictionaryRef>(dictionary.Get())))
+                              : dictionary;
 }

@@ -17,15 +17,14 @@ struct PropertyListEntry {
 };
 
 inline std::vector<PropertyListEntry> SortedEntries(CFDictionaryRef dictionary) {
-    const auto count = static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
-    std::vector<const void*> keys(count);
-    std::vector<const void*> values(count);
-    CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
     std::vector<PropertyListEntry> entries;
-    entries.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        entries.push_back({UTF8OfString(keys[i]).value_or(std::string()), keys[i], values[i]});
-    }
+    CFDictionaryApplyFunction(
+        dictionary,
+        [](const void* key, const void* value, void* list) {
+            static_cast<decltype(entries)*>(list)->push_back(
+                {UTF8OfString(key).value_or(""), key, value});
+        },
+        &entries);
     std::sort(entries.begin(), entries.end(),
               [](const auto& a, const auto& b) { return a.name < b.name; });
     return entries;

@@ -1,10 +1,7 @@
 #include "platform/CoreFoundation/src/propertylist/PropertyListFile.h"
 
-#include "platform/CoreFoundation/src/propertylist/BinaryPropertyListReader.h"
-#include "platform/CoreFoundation/src/propertylist/BinaryPropertyListWriter.h"
 #include "platform/CoreFoundation/src/propertylist/PropertyListCheck.h"
-#include "platform/CoreFoundation/src/propertylist/XMLPropertyListReader.h"
-#include "platform/CoreFoundation/src/propertylist/XMLPropertyListWriter.h"
+#include "platform/CoreFoundation/src/propertylist/PropertyListForms.h"
 
 CFPropertyListRef ParsePropertyList(std::string_view bytes, bool mutableContainers,
                                     CFPropertyListFormat& format, PropertyListFailure& failure) {

@@ -1,6 +1,5 @@
-#include "platform/CoreFoundation/src/propertylist/XMLPropertyListReader.h"
-
 #include "platform/CoreFoundation/src/base/StringEncoding.h"
+#include "platform/CoreFoundation/src/propertylist/PropertyListForms.h"
 
 #include <CoreFoundation/CFDate.h>
 
@@ -45,11 +44,15 @@ bool ReadNumber(std::string_view text, Number& value, Format... format) {
     return result.ec == std::errc() && result.ptr == end;
 }
 
+// Takes a sign off the front; whether it is a minus.
+bool TakeSign(std::string_view& text) {
+    const std::string_view sign = text.substr(0, 1);
+    text.remove_prefix(sign == "-" || sign == "+" ? 1 : 0);
+    return sign == "-";
+}
+
 std::int64_t Integer(std::string_view text) {
-    const bool negative = !text.empty() && text.front() == '-';
-    if (negative || (!text.empty() && text.front() == '+')) {
-        text.remove_prefix(1);
-    }
+    const bool negative = TakeSign(text);
     const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
     text.remove_prefix(hexadecimal ? 2 : 0);
     std::uint64_t value = 0;
@@ -64,10 +67,7 @@ double Real(std::string_view text) {
     if (text == "nan") {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    const bool negative = !text.empty() && text.front() == '-';
-    if (negative || (!text.empty() && text.front() == '+')) {
-        text.remove_prefix(1);
-    }
+    const bool negative = TakeSign(text);
     double value = std::numeric_limits<double>::infinity();
     if (text != "inf" && text != "infinity" &&
         (text.empty() || !(IsDigit(text.front()) || text.front() == '.') ||
@@ -150,16 +150,8 @@ std::string Reference(std::string_view name) {
     std::string utf8;
     if (name.substr(0, 1) == "#" &&
         ReadNumber(name.substr(hexadecimal ? 2 : 1), value, hexadecimal ? 16 : 10) && value != 0 &&
-        value <= 0x10FFFF) {
-        std::u16string units;
-        if (value > 0xFFFF) {
-            units += static_cast<char16_t>(0xD800 + ((value - 0x10000) >> 10U));
-            value = 0xDC00 + ((value - 0x10000) & 0x3FFU);
-        }
-        units += static_cast<char16_t>(value);
-        if (AppendUTF8(units, utf8)) {
-            return utf8;
-        }
+        AppendUTF8(value, utf8)) {
+        return utf8;
     }
     Refuse("a character reference that makes no sense");
 }
@@ -387,16 +379,12 @@ private:
     PropertyListBuilder& mBuilder;
 };
 
-// Whether the text is UTF-8; held against the decoded text, which is given up at once.
-bool IsUTF8(std::string_view text) {
-    std::u16string decoded;
-    return AppendDecoded(text, kCFStringEncodingUTF8, decoded);
-}
-
 } // namespace
 
 PropertyListValue ReadXMLPropertyList(std::string_view text, PropertyListBuilder& builder) {
-    if (text.find('\0') != std::string_view::npos || !IsUTF8(text)) {
+    std::u16string decoded; // only to see whether it can be
+    if (text.find('\0') != std::string_view::npos ||
+        !AppendDecoded(text, kCFStringEncodingUTF8, decoded)) {
         Refuse("text that is not UTF-8");
     }
     return Reader(text, builder).Read();

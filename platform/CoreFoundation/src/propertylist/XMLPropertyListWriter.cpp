@@ -1,7 +1,6 @@
-#include "platform/CoreFoundation/src/propertylist/XMLPropertyListWriter.h"
-
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"
 #include "platform/CoreFoundation/src/propertylist/PropertyListEntries.h"
+#include "platform/CoreFoundation/src/propertylist/PropertyListForms.h"
 #include "platform/CoreFoundation/src/propertylist/PropertyListLimits.h"
 
 #include <CoreFoundation/CFDate.h>

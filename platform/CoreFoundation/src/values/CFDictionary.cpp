@@ -92,6 +92,17 @@ const __CFDictionary* Dictionary(CFDictionaryRef reference,
     return CFRuntimeArgument<__CFDictionary>(reference, "theDict", function);
 }
 
+// Returns where a key's value is kept, or null if there is no such key or dictionary.
+const void* const* PlaceOf(CFDictionaryRef reference, const void* key,
+                           const char* function = __builtin_FUNCTION()) {
+    const auto* dictionary = Dictionary(reference, function);
+    if (dictionary == nullptr) {
+        return nullptr;
+    }
+    const auto found = dictionary->mMap.find(key);
+    return found == dictionary->mMap.end() ? nullptr : &found->second;
+}
+
 // Returns a new dictionary with the entries of another, or null if that is not a dictionary or
 // there is no memory.
 __CFDictionary* CopyDictionary(CFAllocatorRef allocator, bool isMutable, CFDictionaryRef other,
@@ -194,31 +205,21 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef theDict) {
 }
 
 Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void* key) {
-    return Dictionary(theDict) != nullptr && CFDictionaryGetValueIfPresent(theDict, key, nullptr);
+    return PlaceOf(theDict, key) != nullptr;
 }
 
 const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key) {
-    const void* value = nullptr;
-    if (Dictionary(theDict) != nullptr) {
-        CFDictionaryGetValueIfPresent(theDict, key, &value);
-    }
-    return value;
+    const void* const* place = PlaceOf(theDict, key);
+    return place == nullptr ? nullptr : *place;
 }
 
 Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef theDict, const void* key,
                                       const void** value) {
-    const auto* dictionary = Dictionary(theDict);
-    if (dictionary == nullptr) {
-        return false;
+    const void* const* place = PlaceOf(theDict, key);
+    if (place != nullptr && value != nullptr) {
+        *value = *place;
     }
-    const auto found = dictionary->mMap.find(key);
-    if (found == dictionary->mMap.end()) {
-        return false;
-    }
-    if (value != nullptr) {
-        *value = found->second;
-    }
-    return true;
+    return place != nullptr;
 }
 
 void CFDictionaryGetKeysAndValues(CFDictionaryRef theDict, const void** keys, const void** values) {

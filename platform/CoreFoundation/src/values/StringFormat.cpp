@@ -25,20 +25,6 @@ struct Conversion {
     std::optional<int> precision;
     std::string size; // hh h l ll q j z t L
     char16_t letter = 0;
-
-    // Returns the conversion as snprintf knows it, with width and precision written out.
-    std::string Specification(const char* printedSize) const {
-        std::string result = "%" + flags;
-        if (width) {
-            result += std::to_string(*width);
-        }
-        if (precision) {
-            result += "." + std::to_string(*precision);
-        }
-        result += printedSize;
-        result += static_cast<char>(letter);
-        return result;
-    }
 };
 
 // Hands out the arguments one by one. It is a class because some platforms cannot pass a va_list on
@@ -132,20 +118,26 @@ private:
 
 template <typename T>
 void AppendNumber(const Conversion& conversion, const char* size, T value, std::u16string& text) {
-    const std::string specification = conversion.Specification(size);
+    const std::string specification =
+        "%" + conversion.flags + "*.*" + size + static_cast<char>(conversion.letter);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int length = std::snprintf(nullptr, 0, specification.c_str(), value);
+    const auto print = [&](char* into, std::size_t room) {
+        // To snprintf a negative precision is none.
+        return std::snprintf(into, room, specification.c_str(), conversion.width.value_or(0),
+                             conversion.precision.value_or(-1), value);
+    };
+#pragma GCC diagnostic pop
+    const int length = print(nullptr, 0);
     if (length < 0) {
         throw std::bad_alloc(); // snprintf needs memory of its own for wide numbers
     }
     std::string printed(static_cast<std::size_t>(length) + 1, '\0');
-    if (std::snprintf(printed.data(), printed.size(), specification.c_str(), value) != length) {
+    if (print(printed.data(), printed.size()) != length) {
         throw std::bad_alloc();
     }
     printed.pop_back();
     text += UTF16FromASCII(printed);
-#pragma GCC diagnostic pop
 }
 
 // Appends text, padded to the width. The caller has applied the precision.

@@ -1,13 +1,22 @@
-// What every object of the library is: a type, a count of references, and how objects of the type
-// are compared and described.
+// A CFRuntimeObject is what every object of the library is: it has a type and a count of
+// references, and knows how objects of the type are compared and described.
 //
-// A type derives a final struct named after its opaque reference type (`struct __CFUUID final :
-// CFRuntimeObject`) and gives its type number to the constructor: one of those below, or one from
-// `CFRuntimeRegisterType`. Exported functions turn their arguments into objects with
-// `CFRuntimeArgument`, which answers null for everything that is not an object of that type (and in
-// strict mode ends the process instead), and make objects with `CFRuntimeCreate`. What the library
-// itself has in hand may well be null or of another type: that is what `CFRuntimeCast` and
-// `CFRuntimeTypeOf` are for.
+//     struct __CFDate final : CFRuntimeObject { // named after its reference type, CFDateRef
+//         explicit __CFDate(CFAbsoluteTime at) : CFRuntimeObject(kCFRuntimeDateType), mAt(at) {}
+//         const CFAbsoluteTime mAt;
+//     };
+//     CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime at) {
+//         return CFRuntimeCreate<__CFDate>(allocator, at);
+//     }
+//     CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef theDate) {
+//         const auto* date = CFRuntimeArgument<__CFDate>(theDate, "theDate");
+//         return date == nullptr ? 0 : date->mAt;
+//     }
+//
+// The number of a type is one of those below or comes from `CFRuntimeRegisterType`.
+// `CFRuntimeArgument` checks what a caller passed: it returns null for everything that is not an
+// object of the type, or ends the process in strict mode. `CFRuntimeCast` and `CFRuntimeTypeOf` are
+// for references that may well be null or of another type.
 #pragma once
 
 #include "platform/support/CFOwned.h"
@@ -40,12 +49,12 @@ enum CFRuntimeBuiltInType : CFTypeID {
     kCFRuntimeFirstRegisteredType,
 };
 
-// A new type number; `name` must live as long as the process. 0 when the numbers (64) are used up.
-// Any thread. Kept in a function-local static by the type's `GetTypeID`.
+// Returns a new type number, or 0 if all 64 numbers are used up. `name` must live as long as the
+// process. A type's `GetTypeID` keeps the number in a static variable. Any thread may call.
 CFTypeID CFRuntimeRegisterType(const char* name);
 
-// Tells constructors that the object is never destroyed: it is not counted, and retaining and
-// releasing it do nothing.
+// This argument tells a constructor that the object is never destroyed: the object is not counted,
+// and retaining and releasing it do nothing.
 struct CFRuntimeImmortal {};
 
 class CFRuntimeObject {
@@ -56,21 +65,22 @@ public:
     CFTypeID TypeID() const { return mType; }
     bool IsImmortal() const { return mImmortal; }
 
-    // `other` is an object of the same type, and not this one.
+    // Returns whether the objects are equal. `other` has the same type and is not this object.
     virtual bool Equals(const CFRuntimeObject& other) const;
     virtual CFHashCode Hash() const;
-    // For people; `depth` is how many more levels of containers are described.
+    // Returns a text for people that describes at most `depth` further levels of containers.
     virtual std::u16string Description(unsigned depth) const;
 
-    // No ordering is needed to retain: whoever retains has a reference already.
+    // Retaining needs no ordering, because whoever retains has a reference already.
     void Retain() const {
         if (!mImmortal) {
             mReferences.fetch_add(1, std::memory_order_relaxed);
         }
     }
 
-    // For tables that find objects without owning a reference, under the lock that the object's
-    // destructor takes to leave the table: false when the object is being destroyed.
+    // Retains the object unless it is being destroyed; returns whether it did. A table that finds
+    // objects without owning a reference calls this under the lock that an object's destructor
+    // takes to leave the table.
     bool RetainIfAlive() const {
         std::uint32_t references = mReferences.load(std::memory_order_relaxed);
         while (!mImmortal && references != 0) {
@@ -82,8 +92,9 @@ public:
         return mImmortal;
     }
 
-    // Acquire and release: what each thread did to the object before its release happens before the
-    // destructor, which runs on the thread that gives up the last reference.
+    // The ordering is acquire and release: what each thread did to the object before it released
+    // the object happens before the destructor, which runs on the thread that gives up the last
+    // reference.
     void Release() const {
         if (!mImmortal && mReferences.fetch_sub(1, std::memory_order_acq_rel) == 1) {
             delete this;
@@ -104,7 +115,7 @@ private:
     const bool mImmortal;
 };
 
-// The reference of any type as an object; null stays null.
+// Returns a reference of any type as an object; null stays null.
 inline const CFRuntimeObject* CFRuntimeObjectOf(CFTypeRef reference) {
     return static_cast<const CFRuntimeObject*>(reference);
 }
@@ -124,22 +135,23 @@ Object* CFRuntimeCast(void* reference) {
     return const_cast<Object*>(CFRuntimeCast<Object>(static_cast<CFTypeRef>(reference)));
 }
 
-// The type of any object, 0 for null.
+// Returns the type of any object, and 0 for null.
 inline CFTypeID CFRuntimeTypeOf(CFTypeRef reference) {
     return reference == nullptr ? CFTypeID{kCFRuntimeNotAType}
                                 : CFRuntimeObjectOf(reference)->TypeID();
 }
 
-// What becomes of a call whose argument is not what it has to be: in strict mode it ends the
-// process with a line on standard error, else it goes on and is answered. `expected` says what the
-// argument should have been.
+// Reports a call whose argument is not what it has to be. In strict mode this ends the process with
+// a line on standard error; otherwise it does nothing and the caller answers the call. `expected`
+// says what the argument should have been.
 void CFRuntimeRefuse(CFTypeRef found, const char* expected, const char* argument,
                      const char* function) noexcept;
 void CFRuntimeRefuse(CFTypeRef found, const std::type_info& expected, const char* argument,
                      const char* function) noexcept;
 
-// An exported function's argument as an object, null when it is null or of another type. The last
-// parameter is the name of the calling function, which helpers pass on.
+// Returns an exported function's argument as an object. If the argument is null or of another type,
+// refuses it (see above) and returns null. The last parameter is the name of the calling function,
+// which helpers pass on.
 template <typename Object, typename Reference>
 auto* CFRuntimeArgument(Reference* reference, const char* argument,
                         const char* function = __builtin_FUNCTION()) {
@@ -150,7 +162,7 @@ auto* CFRuntimeArgument(Reference* reference, const char* argument,
     return object;
 }
 
-// The same for types that can be mutable; null for an immutable object too.
+// Does the same for types that can be mutable, and also refuses an immutable object.
 template <typename Object, typename Reference>
 Object* CFRuntimeMutableArgument(Reference* reference, const char* argument,
                                  const char* function = __builtin_FUNCTION()) {
@@ -162,8 +174,7 @@ Object* CFRuntimeMutableArgument(Reference* reference, const char* argument,
     return nullptr;
 }
 
-// The same for an object of any type, and for types whose objects are not known where they are
-// asked for.
+// These two do the same for an object of any type, and for a type that is known by its number only.
 inline const CFRuntimeObject* CFRuntimeArgument(CFTypeRef reference, const char* argument,
                                                 const char* function = __builtin_FUNCTION()) {
     if (reference == nullptr) {
@@ -173,18 +184,19 @@ inline const CFRuntimeObject* CFRuntimeArgument(CFTypeRef reference, const char*
 }
 bool CFRuntimeIsArgument(CFTypeRef reference, CFTypeID type, const char* argument,
                          const char* function = __builtin_FUNCTION());
-// Null is an answer that the function knows: only an object of another type is refused.
+// Does the same for an argument that may be null: only an object of another type is refused.
 inline bool CFRuntimeIsOptionalArgument(CFTypeRef reference, CFTypeID type, const char* argument,
                                         const char* function = __builtin_FUNCTION()) {
     return reference == nullptr || CFRuntimeIsArgument(reference, type, argument, function);
 }
 
-// The point at which CFRuntimeHash takes its polynomials: drawn once for the process.
+// Returns the point at which CFRuntimeHash evaluates its polynomials. It is drawn once for the
+// process.
 std::uint64_t CFRuntimeHashPoint() noexcept;
 
-// A hash over bytes or units: the polynomial that has them as its coefficients, at a secret point
-// of the field of 2^31 - 1 elements. Two sequences of n units agree at n points at most, so nobody
-// who does not know the point can fill a file with keys that collide.
+// Returns a hash of bytes or units: the value, at a secret point of the field of 2^31 - 1 elements,
+// of the polynomial that has them as its coefficients. Two sequences of n units agree at no more
+// than n points, so nobody who does not know the point can fill a file with keys that collide.
 template <typename Units>
 CFHashCode CFRuntimeHash(const Units& units) {
     constexpr std::uint64_t kElements = (std::uint64_t{1} << 31U) - 1;
@@ -196,11 +208,11 @@ CFHashCode CFRuntimeHash(const Units& units) {
     return static_cast<CFHashCode>(hash);
 }
 
-// Whether objects may be made with the allocator.
+// Returns whether objects may be made with the allocator.
 bool CFRuntimeCanAllocate(CFAllocatorRef allocator);
 
-// Calls `body` and gives its result, or `failure` when there was no memory for it, or the system
-// had nothing left of something else that it needs (descriptors).
+// Calls `body` and returns its result, or `failure` if there is no memory or the system has no more
+// of something else that `body` needs, such as descriptors.
 template <typename Result, typename Body>
 Result CFRuntimeGuard(Result failure, const Body& body) noexcept {
     try {
@@ -213,7 +225,7 @@ Result CFRuntimeGuard(Result failure, const Body& body) noexcept {
         return failure;
     }
 }
-// The same for what has no result.
+// Does the same for a body without a result.
 template <typename Body>
 void CFRuntimeGuard(const Body& body) noexcept {
     CFRuntimeGuard(false, [&] {
@@ -222,7 +234,7 @@ void CFRuntimeGuard(const Body& body) noexcept {
     });
 }
 
-// A new object with one reference, null when there is no memory.
+// Makes an object with one reference. Returns null if there is no memory.
 template <typename Object, typename... Arguments>
 Object* CFRuntimeCreate(CFAllocatorRef allocator, Arguments&&... arguments) noexcept {
     if (!CFRuntimeCanAllocate(allocator)) {
@@ -232,8 +244,8 @@ Object* CFRuntimeCreate(CFAllocatorRef allocator, Arguments&&... arguments) noex
         nullptr, [&] { return new Object(std::forward<Arguments>(arguments)...); });
 }
 
-// An object that is there before any code runs and that no static destructor ends, since threads
-// may still use it when the process exits.
+// A CFRuntimeConstant holds an object that exists before any code runs and that no static
+// destructor destroys, because threads may still use it while the process exits.
 template <typename Object>
 union CFRuntimeConstant {
     template <typename... Arguments>

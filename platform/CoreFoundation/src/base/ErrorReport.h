@@ -4,6 +4,6 @@
 
 #include <string>
 
-// Makes an error of the domain `kCFErrorDomainCocoa` with one line for people, which the caller
-// owns; does nothing for a null pointer. Null, too, when there is no memory.
+// Sets `*error` to a new error of the domain `kCFErrorDomainCocoa` with one line for people, or to
+// null if there is no memory. The caller owns the error. Does nothing if `error` is null.
 void ReportError(CFErrorRef* error, CFIndex code, const std::string& text);

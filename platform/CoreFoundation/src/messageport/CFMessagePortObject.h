@@ -1,5 +1,5 @@
-// A message port's inner state: a local port serves through a listener, a remote one asks through a
-// sender. Which of the two it has never changes.
+// The object behind a CFMessagePortRef. A local port serves through a listener, and a remote one
+// asks through a sender; which of the two it has never changes.
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"

@@ -2,6 +2,6 @@
 
 #include <CoreFoundation/CFPropertyList.h>
 
-// Throws `PropertyListFault` when the value is no property list, or not one within the limits that
-// both formats have.
+// Throws a PropertyListFault if the value is no property list within the limits of both formats.
+// Needs no memory.
 void CheckPropertyList(CFPropertyListRef propertyList);

@@ -1,5 +1,5 @@
-// A dictionary's entries in the order of their keys, so that the same dictionary always gives the
-// same bytes.
+// SortedEntries returns a dictionary's entries in the order of their keys, so that the same
+// dictionary always gives the same bytes.
 #pragma once
 
 #include "platform/CoreFoundation/src/values/CFStringObject.h"

@@ -1,4 +1,5 @@
-// Property lists as bytes, in either format: the one place where foreign bytes become values.
+// Reads and writes property lists as bytes, in either format. This is the one place where foreign
+// bytes become values.
 #pragma once
 
 #include <CoreFoundation/CFPropertyList.h>
@@ -11,10 +12,11 @@ struct PropertyListFailure {
     std::string text; // one line for people
 };
 
-// The property list in the bytes, which the caller owns; null, and a failure, when there is none.
+// Returns the property list in the bytes, which the caller owns. If there is none, returns null and
+// sets `failure`.
 CFPropertyListRef ParsePropertyList(std::string_view bytes, bool mutableContainers,
                                     CFPropertyListFormat& format, PropertyListFailure& failure);
 
-// False, and a failure, when the value is no property list or cannot be written.
+// Returns false and sets `failure` if the value is no property list or cannot be written.
 bool WritePropertyList(CFPropertyListRef propertyList, CFPropertyListFormat format,
                        std::string& bytes, PropertyListFailure& failure);

@@ -1,5 +1,5 @@
-// What a property list may ask for, whatever its format, so that no file can exhaust the memory or
-// the stack.
+// The limits of property lists, whatever their format. They keep a file from exhausting the memory
+// or the stack.
 #pragma once
 
 #include <cstddef>
@@ -13,17 +13,22 @@ constexpr unsigned kPropertyListMaximumDepth = 128; // levels of containers
 constexpr double kPropertyListFirstDate = -63113904000.0;
 constexpr double kPropertyListEndOfDates = 252423993600.0;
 
-// Why bytes are no property list, or a value cannot be one: thrown inside the library alone.
+// A PropertyListFault tells why bytes are no property list or why a value cannot be one. It is
+// thrown inside the library alone.
 struct PropertyListFault {
     const char* text; // for people
 };
 
-// Keeps count while a property list is read or looked through; throws `PropertyListFault` as soon
-// as a limit is passed. What is shared counts each time that it is reached, so that sharing and
-// cycles end here too.
+// A PropertyListBudget keeps count while a property list is read or looked through. Its functions
+// throw a PropertyListFault as soon as a limit is passed. A shared value counts each time that it
+// is reached; so sharing cannot multiply beyond the limits, and a cycle ends.
+//
+//     PropertyListBudget budget;
+//     const PropertyListBudget::Level level(budget); // for an array
+//     budget.TakeValue();                            // for each of its members
 class PropertyListBudget {
 public:
-    // A container that is open, for as long as this exists.
+    // A Level stands for one open container as long as it exists.
     class Level {
     public:
         explicit Level(PropertyListBudget& budget) : mBudget(budget) {
@@ -51,7 +56,7 @@ public:
         }
         mContents += bytes;
     }
-    // A date is one that both formats can hold.
+    // Throws unless both formats can hold the date.
     static void RequireDate(double at) {
         if (!(at >= kPropertyListFirstDate && at < kPropertyListEndOfDates)) {
             throw PropertyListFault{"a date out of range"};

@@ -1,4 +1,5 @@
-// What arrays and dictionaries do with their values, through callbacks that may be null.
+// These functions do with the values of arrays and dictionaries what the containers' callbacks ask
+// for. Each callback may be null.
 #pragma once
 
 #include "platform/CoreFoundation/src/base/CFRuntimeObject.h"

@@ -2,8 +2,8 @@
 
 #include <locale.h>
 
-// Makes the thread print and read numbers with a decimal point, whatever its locale, for as long as
-// this exists.
+// As long as a ScopedCLocale exists, its thread prints and reads numbers with a decimal point,
+// whatever its locale.
 class ScopedCLocale {
 public:
     ScopedCLocale() : mOwn(uselocale(CLocale())) {}

@@ -1,10 +1,10 @@
 // Arbitrary bytes, in one piece and in pieces, through the joining of messages: both must give the
 // same whole messages and the same counts. The first byte of the input gives the lengths of the
 // pieces.
-#include "midiserver/routing/MessageAssembler.h"
+#include "midiserver/midi/MessageAssembler.h"
 
 #include "fuzz/Require.h"
-#include "midiserver/replay/session/MidiMessage.h"
+#include "midiserver/midi/MidiMessage.h"
 
 #include <algorithm>
 #include <cstddef>

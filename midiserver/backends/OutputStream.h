@@ -1,7 +1,7 @@
 #pragma once
 
-#include "midiserver/backends/EventSplitter.h"
 #include "midiserver/backends/OutputQueue.h"
+#include "midiserver/midi/EventSplitter.h"
 
 #include <CoreMIDI/MIDIServices.h>
 

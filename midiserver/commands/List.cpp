@@ -1,7 +1,7 @@
 #include "midiserver/commands/List.h"
 
 #include "midiserver/errors/InputError.h"
-#include "midiserver/service/ControlClient.h"
+#include "midiserver/service/control/ControlClient.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

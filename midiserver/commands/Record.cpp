@@ -5,7 +5,7 @@
 #include "midiserver/errors/InputError.h"
 #include "midiserver/host/Interrupt.h"
 #include "midiserver/replay/session/CaptureWriter.h"
-#include "midiserver/service/ControlClient.h"
+#include "midiserver/service/control/ControlClient.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

@@ -2,9 +2,9 @@
 
 #include "midiserver/errors/ServiceStateError.h"
 #include "midiserver/host/Interrupt.h"
-#include "midiserver/service/ControlClient.h"
 #include "midiserver/service/ScreenText.h"
 #include "midiserver/service/StatusReport.h"
+#include "midiserver/service/control/ControlClient.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

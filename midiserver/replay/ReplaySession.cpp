@@ -3,7 +3,7 @@
 #include "midiserver/host/Interrupt.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
-#include "midiserver/replay/PacketList.h"
+#include "midiserver/midi/PacketList.h"
 #include "midiserver/routing/DriverPorts.h"
 #include "midiserver/routing/PrivateSources.h"
 

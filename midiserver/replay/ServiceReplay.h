@@ -1,7 +1,7 @@
 #pragma once
 
 #include "midiserver/replay/session/RecordedSession.h"
-#include "midiserver/service/ControlClient.h"
+#include "midiserver/service/control/ControlClient.h"
 
 #include <chrono>
 #include <cstdint>

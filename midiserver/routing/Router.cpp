@@ -2,17 +2,17 @@
 
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
-#include "midiserver/replay/PacketList.h"
+#include "midiserver/midi/MessageAssembler.h"
+#include "midiserver/midi/PacketList.h"
 #include "midiserver/routing/DriverLimits.h"
 #include "midiserver/routing/DriverPorts.h"
 #include "midiserver/routing/InputThread.h"
 #include "midiserver/routing/LatencyHistogram.h"
 #include "midiserver/routing/ListsInDriver.h"
-#include "midiserver/routing/MessageAssembler.h"
-#include "midiserver/routing/Pacer.h"
 #include "midiserver/routing/PingRestorer.h"
 #include "midiserver/routing/PrivateSources.h"
 #include "midiserver/routing/StallWatch.h"
+#include "midiserver/routing/pacing/Pacer.h"
 #include "platform/support/Mutex.h"
 
 #include <algorithm>

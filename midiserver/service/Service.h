@@ -7,12 +7,12 @@
 #include "midiserver/preferences/PortConfiguration.h"
 #include "midiserver/routing/Router.h"
 #include "midiserver/service/Backends.h"
-#include "midiserver/service/ControlPort.h"
-#include "midiserver/service/ControlProtocol.h"
 #include "midiserver/service/Recordings.h"
 #include "midiserver/service/ServiceLock.h"
 #include "midiserver/service/StatusReport.h"
-#include "midiserver/service/Watch.h"
+#include "midiserver/service/control/ControlPort.h"
+#include "midiserver/service/control/ControlProtocol.h"
+#include "midiserver/service/watch/Watch.h"
 
 #include <nlohmann/json_fwd.hpp>
 

@@ -1,7 +1,7 @@
 #include "midiserver/replay/session/CaptureFile.h"
 
 #include "midiserver/errors/InputError.h"
-#include "midiserver/replay/session/MidiMessage.h"
+#include "midiserver/midi/MidiMessage.h"
 
 #include <fmt/format.h>
 

@@ -5,9 +5,9 @@
 #include "midiserver/backends/embedded/EmbeddedBackend.h"
 #include "midiserver/errors/InputError.h"
 #include "midiserver/host/Setup.h"
+#include "midiserver/midi/PacketList.h"
 #include "midiserver/preferences/PreferencesEditor.h"
-#include "midiserver/replay/PacketList.h"
-#include "midiserver/routing/PacingQueue.h"
+#include "midiserver/routing/pacing/PacingQueue.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
 

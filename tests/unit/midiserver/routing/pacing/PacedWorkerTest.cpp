@@ -3,7 +3,7 @@
 
 #include "MidiDriver/worker/MidiCallbackWorker.h"
 #include "midiserver/replay/LatencyDistribution.h"
-#include "midiserver/routing/Pacer.h"
+#include "midiserver/routing/pacing/Pacer.h"
 #include "tests/support/platform/ControllableClock.h"
 #include "tests/support/platform/SyslogCapture.h"
 

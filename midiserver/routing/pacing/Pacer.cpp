@@ -1,4 +1,4 @@
-#include "midiserver/routing/Pacer.h"
+#include "midiserver/routing/pacing/Pacer.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "midiserver/service/Watch.h"
+#include "midiserver/service/watch/Watch.h"
 
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"

@@ -1,4 +1,4 @@
-#include "midiserver/routing/PacingWindow.h"
+#include "midiserver/routing/pacing/PacingWindow.h"
 
 namespace MidiServer {
 

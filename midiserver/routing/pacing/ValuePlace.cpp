@@ -1,4 +1,4 @@
-#include "midiserver/routing/ValuePlace.h"
+#include "midiserver/routing/pacing/ValuePlace.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "midiserver/routing/PacingQueue.h"
-#include "midiserver/routing/PacingWindow.h"
+#include "midiserver/routing/pacing/PacingQueue.h"
+#include "midiserver/routing/pacing/PacingWindow.h"
 #include "platform/packetlist/PacketListBuilder.h"
 
 #include <chrono>

@@ -1,7 +1,7 @@
-#include "midiserver/service/Watch.h"
+#include "midiserver/service/watch/Watch.h"
 
 #include "midiserver/errors/HostError.h"
-#include "midiserver/service/FileWatch.h"
+#include "midiserver/service/watch/FileWatch.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>

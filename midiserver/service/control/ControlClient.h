@@ -1,6 +1,6 @@
 #pragma once
 
-#include "midiserver/service/ControlProtocol.h"
+#include "midiserver/service/control/ControlProtocol.h"
 #include "platform/support/CFOwned.h"
 
 #include <CoreFoundation/CFMessagePort.h>

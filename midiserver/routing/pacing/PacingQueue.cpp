@@ -1,4 +1,4 @@
-#include "midiserver/routing/PacingQueue.h"
+#include "midiserver/routing/pacing/PacingQueue.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
-#include "midiserver/routing/MessageAssembler.h"
+#include "midiserver/midi/MessageAssembler.h"
 
-#include "midiserver/replay/session/MidiMessage.h"
+#include "midiserver/midi/MidiMessage.h"
 #include "tests/support/TestSeed.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
-#include "midiserver/backends/EventSplitter.h"
+#include "midiserver/midi/EventSplitter.h"
 
-#include "midiserver/replay/session/MidiMessage.h"
+#include "midiserver/midi/MidiMessage.h"
 
 #include <algorithm>
 

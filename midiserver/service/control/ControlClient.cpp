@@ -1,4 +1,4 @@
-#include "midiserver/service/ControlClient.h"
+#include "midiserver/service/control/ControlClient.h"
 
 #include "midiserver/errors/HostError.h"
 #include "midiserver/errors/InputError.h"

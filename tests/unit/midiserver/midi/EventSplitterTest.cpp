@@ -1,4 +1,4 @@
-#include "midiserver/backends/EventSplitter.h"
+#include "midiserver/midi/EventSplitter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

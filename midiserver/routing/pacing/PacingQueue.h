@@ -1,7 +1,7 @@
 #pragma once
 
 #include "midiserver/preferences/PingProtocol.h"
-#include "midiserver/routing/ValuePlace.h"
+#include "midiserver/routing/pacing/ValuePlace.h"
 
 #include <chrono>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "midiserver/service/ControlPort.h"
+#include "midiserver/service/control/ControlPort.h"
 
 #include "midiserver/errors/HostError.h"
 #include "midiserver/errors/InputError.h"

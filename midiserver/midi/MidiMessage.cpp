@@ -1,4 +1,4 @@
-#include "midiserver/replay/session/MidiMessage.h"
+#include "midiserver/midi/MidiMessage.h"
 
 namespace MidiServer {
 

@@ -1,4 +1,4 @@
-#include "midiserver/service/FileWatch.h"
+#include "midiserver/service/watch/FileWatch.h"
 
 #include "midiserver/errors/HostError.h"
 

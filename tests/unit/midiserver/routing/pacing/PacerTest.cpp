@@ -1,6 +1,6 @@
-#include "midiserver/routing/Pacer.h"
+#include "midiserver/routing/pacing/Pacer.h"
 
-#include "midiserver/replay/PacketList.h"
+#include "midiserver/midi/PacketList.h"
 #include "tests/support/TestSeed.h"
 
 #include <gmock/gmock.h>

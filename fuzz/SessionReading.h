@@ -3,7 +3,7 @@
 
 #include "fuzz/AllocationPeak.h"
 #include "fuzz/Require.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/replay/session/CaptureFile.h"
 
 #include <fmt/format.h>

@@ -1,14 +1,7 @@
-#include "midiserver/commands/Connect.h"
-#include "midiserver/commands/List.h"
-#include "midiserver/commands/Prefs.h"
-#include "midiserver/commands/Record.h"
-#include "midiserver/commands/Replay.h"
-#include "midiserver/commands/Run.h"
-#include "midiserver/commands/Status.h"
+#include "midiserver/commands/Commands.h"
 #include "midiserver/errors/ErrorOutput.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/errors/NoThreadText.h"
-#include "midiserver/errors/ServiceStateError.h"
 #include "runtime/thread/NyInit.h"
 
 #include <CLI/CLI.hpp>
@@ -22,7 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <initializer_list>
+#include <memory>
 #include <new>
 #include <sstream>
 #include <string>
@@ -114,22 +107,20 @@ int Run(int argumentCount, char** arguments) {
     CLI::App program("Runs the Quorvel MIDI driver plug-in on Linux.", "midiserver");
     program.set_version_flag("--version", "midiserver " MIDISERVER_VERSION);
     program.require_subcommand(1);
-    MidiServer::RunCommand run(program);
-    MidiServer::StatusCommand status(program);
-    MidiServer::ListCommand list(program);
-    MidiServer::ConnectCommand connect(program, MidiServer::ConnectCommand::Kind::kConnect);
-    MidiServer::ConnectCommand disconnect(program, MidiServer::ConnectCommand::Kind::kDisconnect);
-    MidiServer::RecordCommand record(program);
-    MidiServer::ReplayCommand replay(program);
-    MidiServer::PrefsCommand prefs(program);
+    // In the order in which --help lists them.
+    std::vector<std::unique_ptr<MidiServer::Command>> commands;
+    for (const auto make : {MidiServer::MakeRunCommand, MidiServer::MakeStatusCommand,
+                            MidiServer::MakeListCommand, MidiServer::MakeConnectCommand,
+                            MidiServer::MakeDisconnectCommand, MidiServer::MakeRecordCommand,
+                            MidiServer::MakeReplayCommand, MidiServer::MakePrefsCommand}) {
+        commands.push_back(make(program));
+    }
     RefuseEmptyValues(program);
     try {
         RefuseMissingValues(argumentCount, arguments);
         program.parse(argumentCount, arguments);
-        const std::initializer_list<MidiServer::Command*> commands = {
-            &run, &status, &list, &connect, &disconnect, &record, &replay, &prefs};
         return (*std::find_if(commands.begin(), commands.end(),
-                              [](const auto* command) { return command->WasGiven(); }))
+                              [](const auto& command) { return command->WasGiven(); }))
             ->Run();
     } catch (const CLI::Success& help) { // --help and --version
         std::ostringstream text;

@@ -32,7 +32,7 @@ struct BackendConnection {
     std::string peer; // the other program's, in the backend's own spelling
 };
 
-// What can be said of a backend at a moment.
+// The state of a backend at one moment.
 struct BackendState {
     bool isUp;          // its server answers and the ports are shown
     std::string detail; // one line: the server and its settings, or why the backend is down

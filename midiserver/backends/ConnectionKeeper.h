@@ -10,19 +10,20 @@
 
 namespace MidiServer {
 
-// Which ports and connections there are on a backend's server at a moment.
+// The ports and connections that there are on a backend's server at one moment.
 struct ConnectionGraph {
     std::set<std::string> ports;                // all programs' and ours
     std::vector<BackendConnection> connections; // of our ports
 };
 
-// Knows the connections that users want our ports to have: those that someone made, until someone
-// breaks them. A connection that ends because a program or the server ends stays wanted, and is to
-// be made again as soon as both its ports are there.
+// A ConnectionKeeper knows which connections users want our ports to have. A connection is wanted
+// from when someone makes it until someone breaks it. If it ends because a program or the server
+// ends, it stays wanted: the keeper asks for it again as soon as both its ports are there.
 //
-// Of a connection that ended while both its ports are still there it cannot be told at once who
-// broke it: a program that quits disconnects its ports first. So it is forgotten only when the
-// ports have stayed for kAfterthought more. Meanwhile it is not made again either.
+// A connection may also end while both its ports are still there. Nobody can tell at once who broke
+// it, because a program that quits disconnects its ports first. So the keeper waits for
+// kAfterthought. If the ports are still there by then, a user broke the connection, and the keeper
+// forgets it. It does not ask for the connection in the meantime.
 //
 //     ConnectionKeeper keeper(saved.Load());
 //     for (const BackendConnection& missing : keeper.Update(graph, now)) { Connect(missing); }
@@ -39,9 +40,9 @@ public:
 
     // Takes note of what there is now. Returns the wanted connections that have to be made.
     std::vector<BackendConnection> Update(const ConnectionGraph& graph, Time now);
-    // The server has ended, or our ports were taken away by ourselves.
+    // Says that the server has ended, or that we took our ports away ourselves.
     void PortsGone();
-    // The user breaks a connection through us, so there is no doubt.
+    // Says that the user broke a connection through us, so that there is no doubt about it.
     void Forget(const BackendConnection& connection);
 
     std::vector<BackendConnection> Wanted() const;

@@ -27,7 +27,7 @@ struct InputLoss {
     std::uint32_t upstream = 0; // the backend said so (CountLost)
 };
 
-// Carries what DAWs send from one backend to the input thread. It holds a ring of its own for each
+// An InputQueue carries what DAWs send from one backend to the input thread. It has a ring for each
 // port, so a port that floods takes no room from the others.
 //
 //     queue.Write(0, now, bytes); // in the process callback

@@ -8,9 +8,9 @@
 
 namespace MidiServer {
 
-// Carries MIDI events from the thread that emits them on a port to the one that plays them there,
-// for instance a JACK process thread. An event stays whole in the queue; the reader may take it in
-// pieces, because it may be larger than what a period carries.
+// An OutputQueue carries MIDI events from the thread that emits them on a port to the one that
+// plays them there, for instance a JACK process thread. The writer adds an event whole. The reader
+// may take it in pieces, because it may be larger than what one period carries.
 //
 //     queue.Write(event);                                  // the writer
 //     for (std::size_t size; (size = queue.Next()) != 0;) { // the reader

@@ -1,5 +1,6 @@
 #include "midiserver/backends/OutputStream.h"
 
+#include "midiserver/midi/MidiMessage.h"
 #include "platform/packetlist/PacketListWalk.h"
 
 namespace MidiServer {
@@ -25,7 +26,7 @@ void OutputStream::Emit(const MIDIPacketList& packets) {
 void OutputStream::Write(std::span<const std::uint8_t> event) {
     const std::uint32_t opening = mOpening.load(std::memory_order_relaxed);
     // A later piece of a System Exclusive message goes only where the pieces before it went.
-    const bool isContinued = event.front() < 0x80 || event.front() == 0xF7;
+    const bool isContinued = ContinuesExclusive(event);
     if (isContinued && (mMessageOpening == 0 || mMessageOpening != opening)) {
         if (mMessageOpening != 0) {
             mMessageOpening = 0;
@@ -37,7 +38,7 @@ void OutputStream::Write(std::span<const std::uint8_t> event) {
     if (!written) {
         mLost.fetch_add(1, std::memory_order_relaxed);
     }
-    if (isContinued || event.front() == 0xF0) {
+    if (isContinued || event.front() == kStartOfExclusive) {
         mMessageOpening = written ? opening : 0;
     }
 }

@@ -11,8 +11,9 @@
 
 namespace MidiServer {
 
-// What a driver emits on one port, on its way to a backend's server: the packet lists are split
-// into events, which wait in an OutputQueue. A message that cannot go is dropped whole and counted.
+// An OutputStream takes what a driver emits on one port to the thread that plays it for a backend.
+// It splits the packet lists into events, which wait in an OutputQueue. It drops a message that
+// cannot go whole, and counts it.
 //
 //     stream.Open();                // once the server is there
 //     stream.Emit(packets);         // the driver's thread

@@ -9,7 +9,6 @@
 #include <nlohmann/json.hpp>
 
 #include <cerrno>
-#include <optional>
 #include <utility>
 
 namespace MidiServer {
@@ -25,22 +24,14 @@ void LogFailure(const std::filesystem::path& file, const std::string& text) {
     Log(kConnectionsLog[HSL::kWarning], "%s %s", file.c_str(), text.c_str());
 }
 
-// Returns the file's object of lists, one for each backend; nothing if it holds anything else.
-std::optional<json> Parse(const std::string& bytes) {
-    json lists = json::parse(bytes, nullptr, false);
-    if (!lists.is_object()) {
-        return std::nullopt;
-    }
+// Throws json::exception if it is no object of lists of connections, one for each backend.
+json Parse(const std::string& bytes) {
+    json lists = json::parse(bytes);
+    lists.get_ref<const json::object_t&>();
     for (const json& list : lists) {
-        if (!list.is_array()) {
-            return std::nullopt;
-        }
-        for (const json& connection : list) {
-            if (!connection.is_object() || !connection.contains("port") ||
-                !connection["port"].is_string() || !connection.contains("peer") ||
-                !connection["peer"].is_string()) {
-                return std::nullopt;
-            }
+        for (const json& connection : list.get_ref<const json::array_t&>()) {
+            connection.at("port").get_ref<const std::string&>();
+            connection.at("peer").get_ref<const std::string&>();
         }
     }
     return lists;
@@ -52,9 +43,12 @@ json ReadLists(const std::filesystem::path& file, LockedFile& locked) {
     if (failure.error == ENOENT) {
         return json::object();
     }
-    std::optional<json> lists = failure ? std::nullopt : Parse(bytes);
-    if (lists) {
-        return *std::move(lists);
+    if (!failure) {
+        try {
+            return Parse(bytes);
+        } catch (const json::exception&) {
+            // It is moved aside below.
+        }
     }
     std::string aside;
     if (const FileFailure notMoved = locked.MoveAside(aside)) {

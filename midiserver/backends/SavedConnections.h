@@ -8,14 +8,15 @@
 
 namespace MidiServer {
 
-// The connections that a backend keeps from one run to the next, by the ports' names: a file for
-// all backends, in which each has a list of its own.
+// A SavedConnections keeps a backend's connections from one run to the next, by the names of their
+// ports. All backends share one file, in which each has a list of its own.
 //
 //     const SavedConnections saved(SavedConnections::DefaultFile(), "jack");
 //     for (const BackendConnection& connection : saved.Load()) { ... }
 //     saved.Store(connections);
 //
-// The calls block for the disk. What goes wrong is logged and no error: a service goes on without.
+// The calls block for the disk. They log what goes wrong and throw nothing, because a service can
+// do without its saved connections.
 class SavedConnections {
 public:
     // An empty path keeps nothing.

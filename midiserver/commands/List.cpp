@@ -1,10 +1,9 @@
-#include "midiserver/commands/List.h"
-
-#include "midiserver/errors/InputError.h"
+#include "midiserver/commands/Commands.h"
+#include "midiserver/errors/Errors.h"
+#include "midiserver/json/Json.h"
 #include "midiserver/service/control/ControlClient.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <string>
@@ -12,8 +11,6 @@
 namespace MidiServer {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string Text(const Json& value) {
     return OneLine(value.get<std::string>());
@@ -40,23 +37,35 @@ void PrintText(const Json& list) {
     }
 }
 
+// The command `midiserver list` shows the ports of the service that runs, the ports of other
+// programs that they can be connected to, and the connections.
+class ListCommand : public Command {
+public:
+    explicit ListCommand(CLI::App& program)
+        : Command(program, "list",
+                  "Show the service's ports, those of other programs, and the connections") {
+        mCommand->add_flag("--json", mJson, "Print one JSON document");
+    }
+
+    int Run() override {
+        Json list = ControlClient().Ask(ControlRequest::kList, Json::object());
+        if (mJson) {
+            list.erase("ok");
+            fmt::print("{}", JsonText(list));
+        } else {
+            PrintText(list);
+        }
+        return EXIT_SUCCESS;
+    }
+
+private:
+    bool mJson = false;
+};
+
 } // namespace
 
-ListCommand::ListCommand(CLI::App& program)
-    : Command(program, "list",
-              "Show the service's ports, those of other programs, and the connections") {
-    mCommand->add_flag("--json", mJson, "Print one JSON document");
-}
-
-int ListCommand::Run() {
-    Json list = ControlClient().Ask(ControlRequest::kList, Json::object());
-    if (mJson) {
-        list.erase("ok");
-        fmt::print("{}\n", list.dump(2));
-    } else {
-        PrintText(list);
-    }
-    return EXIT_SUCCESS;
+std::unique_ptr<Command> MakeListCommand(CLI::App& program) {
+    return std::make_unique<ListCommand>(program);
 }
 
 } // namespace MidiServer

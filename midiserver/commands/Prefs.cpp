@@ -1,14 +1,14 @@
-#include "midiserver/commands/Prefs.h"
-
+#include "midiserver/commands/Commands.h"
 #include "midiserver/errors/ErrorOutput.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
+#include "midiserver/json/Json.h"
 #include "midiserver/preferences/PreferencesEditor.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 
 namespace MidiServer {
 
@@ -17,10 +17,6 @@ namespace {
 // The text that is shown for a value that an entry does not have.
 std::string ValueText(const std::optional<std::string>& value) {
     return value ? OneLine(*value) : "-";
-}
-
-nlohmann::ordered_json ValueJson(const std::optional<std::string>& value) {
-    return value ? nlohmann::ordered_json(*value) : nullptr;
 }
 
 void PrintText(const PreferencesEditor& preferences, const PortConfiguration& configuration) {
@@ -51,109 +47,125 @@ void PrintText(const PreferencesEditor& preferences, const PortConfiguration& co
 }
 
 void PrintJson(const PreferencesEditor& preferences, const PortConfiguration& configuration) {
-    nlohmann::ordered_json applications = nlohmann::ordered_json::array();
+    Json applications = Json::array();
     for (const PreferenceEntry& entry : preferences.Entries()) {
-        applications.push_back({{"name", ValueJson(entry.name)},
-                                {"ports", ValueJson(entry.ports)},
-                                {"protocol", ValueJson(entry.protocol)}});
+        applications.push_back({{"name", OrNull(entry.name)},
+                                {"ports", OrNull(entry.ports)},
+                                {"protocol", OrNull(entry.protocol)}});
     }
-    nlohmann::ordered_json ports = nlohmann::ordered_json::array();
+    Json ports = Json::array();
     for (unsigned port = 0; port < configuration.publishedPorts; ++port) {
-        const Protocol protocol = configuration.protocols[port];
-        ports.push_back({{"port", port + 1},
-                         {"protocol", protocol == Protocol::kNone
-                                          ? nlohmann::ordered_json(nullptr)
-                                          : nlohmann::ordered_json(ProtocolName(protocol))}});
+        ports.push_back(
+            {{"port", port + 1}, {"protocol", ProtocolJson(configuration.protocols[port])}});
     }
-    nlohmann::ordered_json notices = nlohmann::ordered_json::array();
+    Json notices = Json::array();
     for (const PreferenceNotice& notice : configuration.notices) {
         notices.push_back(
-            {{"entry", notice.entry ? nlohmann::ordered_json(*notice.entry + 1) : nullptr},
-             {"text", notice.text}});
+            {{"entry", notice.entry ? Json(*notice.entry + 1) : nullptr}, {"text", notice.text}});
     }
-    const nlohmann::ordered_json document = {
-        {"file", preferences.File().string()},
-        {"applications", std::move(applications)},
-        {"driver",
-         {{"portCount", configuration.publishedPorts},
-          {"portCountFromPreferences", configuration.portsFromPreferences},
-          {"ports", std::move(ports)}}},
-        {"notices", std::move(notices)}};
-    fmt::print("{}\n",
-               document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    const Json document = {{"file", preferences.File().string()},
+                           {"applications", std::move(applications)},
+                           {"driver",
+                            {{"portCount", configuration.publishedPorts},
+                             {"portCountFromPreferences", configuration.portsFromPreferences},
+                             {"ports", std::move(ports)}}},
+                           {"notices", std::move(notices)}};
+    fmt::print("{}", JsonText(document));
 }
+
+// The command `midiserver prefs show|set|clear` shows and changes that part of the control-surface
+// system's preferences that the driver reads.
+class PrefsCommand : public Command {
+public:
+    explicit PrefsCommand(CLI::App& program)
+        : Command(program, "prefs", "Show and change the control-surface system's preferences"),
+          mShow(mCommand->add_subcommand("show",
+                                         "Show the applications and what the driver makes of "
+                                         "them")),
+          mSet(mCommand->add_subcommand("set", "Set an application's ports and protocol")),
+          mClear(mCommand->add_subcommand("clear", "Remove an application, or all of them")) {
+        mCommand->require_subcommand(1);
+        for (CLI::App* command : {mShow, mSet, mClear}) {
+            command->add_option("--prefs", mFolder, "Folder of the preferences");
+        }
+        mShow->add_flag("--json", mJson, "Print one JSON document");
+        mSet->add_option("APP", mApplication, "Name of the application")->required();
+        mSet->add_option(
+            "--ports", mPorts,
+            "First and last port: 1-4, 5-8, ... 29-32. Any other range gives its ports\n"
+            "the protocol and does not count for the number of ports");
+        mSet->add_option("--protocol", mProtocol, "HUI or MackieControl");
+        mSet->add_flag("--force", mForce, "Write a protocol that the driver does not know");
+        mClear->add_option("APP", mApplication, "Name of the application; without it, all");
+    }
+
+    int Run() override {
+        if (mFolder) {
+            UsePreferencesFolder(*mFolder);
+        }
+        if (mShow->parsed()) {
+            Show();
+        } else if (mSet->parsed()) {
+            Set();
+        } else {
+            Clear();
+        }
+        return EXIT_SUCCESS;
+    }
+
+private:
+    void Show() const {
+        PreferencesEditor preferences;
+        preferences.Load();
+        if (mFolder && !std::filesystem::is_directory(*mFolder)) {
+            throw InputError(fmt::format("{}: there is no such folder", *mFolder));
+        }
+        const PortConfiguration configuration = preferences.Configuration();
+        if (mJson) {
+            PrintJson(preferences, configuration);
+        } else {
+            PrintText(preferences, configuration);
+        }
+    }
+
+    void Set() const {
+        if (mApplication.empty()) {
+            throw InputError("the application needs a name");
+        }
+        RequirePlainText("the application's name", mApplication);
+        if (!mPorts && !mProtocol) {
+            throw InputError("nothing to set: give --ports, --protocol or both");
+        }
+        for (const std::string& warning : CheckPreferenceValues(mPorts, mProtocol, mForce)) {
+            ErrorOutput::Write(fmt::format("midiserver: warning: {}\n", OneLine(warning)));
+        }
+        PreferencesEditor::Set(mApplication, mPorts, mProtocol);
+    }
+
+    void Clear() const {
+        if (mClear->count("APP") == 0) {
+            PreferencesEditor::ClearAll();
+        } else if (!PreferencesEditor::Clear(mApplication)) {
+            throw InputError(fmt::format("{}: there is no application \"{}\"",
+                                         PreferencesEditor::File().string(), mApplication));
+        }
+    }
+
+    CLI::App* mShow;
+    CLI::App* mSet;
+    CLI::App* mClear;
+    std::optional<std::string> mFolder;
+    bool mJson = false;
+    std::string mApplication;
+    std::optional<std::string> mPorts;
+    std::optional<std::string> mProtocol;
+    bool mForce = false;
+};
 
 } // namespace
 
-PrefsCommand::PrefsCommand(CLI::App& program)
-    : Command(program, "prefs", "Show and change the control-surface system's preferences"),
-      mShow(mCommand->add_subcommand("show", "Show the applications and what the driver makes of "
-                                             "them")),
-      mSet(mCommand->add_subcommand("set", "Set an application's ports and protocol")),
-      mClear(mCommand->add_subcommand("clear", "Remove an application, or all of them")) {
-    mCommand->require_subcommand(1);
-    for (CLI::App* command : {mShow, mSet, mClear}) {
-        command->add_option("--prefs", mFolder, "Folder of the preferences");
-    }
-    mShow->add_flag("--json", mJson, "Print one JSON document");
-    mSet->add_option("APP", mApplication, "Name of the application")->required();
-    mSet->add_option("--ports", mPorts,
-                     "First and last port: 1-4, 5-8, ... 29-32. Any other range gives its ports\n"
-                     "the protocol and does not count for the number of ports");
-    mSet->add_option("--protocol", mProtocol, "HUI or MackieControl");
-    mSet->add_flag("--force", mForce, "Write a protocol that the driver does not know");
-    mClear->add_option("APP", mApplication, "Name of the application; without it, all");
-}
-
-int PrefsCommand::Run() {
-    if (mFolder) {
-        UsePreferencesFolder(*mFolder);
-    }
-    if (mShow->parsed()) {
-        Show();
-    } else if (mSet->parsed()) {
-        Set();
-    } else {
-        Clear();
-    }
-    return EXIT_SUCCESS;
-}
-
-void PrefsCommand::Show() const {
-    PreferencesEditor preferences;
-    preferences.Load();
-    if (mFolder && !std::filesystem::is_directory(*mFolder)) {
-        throw InputError(fmt::format("{}: there is no such folder", *mFolder));
-    }
-    const PortConfiguration configuration = preferences.Configuration();
-    if (mJson) {
-        PrintJson(preferences, configuration);
-    } else {
-        PrintText(preferences, configuration);
-    }
-}
-
-void PrefsCommand::Set() const {
-    if (mApplication.empty()) {
-        throw InputError("the application needs a name");
-    }
-    RequirePlainText("the application's name", mApplication);
-    if (!mPorts && !mProtocol) {
-        throw InputError("nothing to set: give --ports, --protocol or both");
-    }
-    for (const std::string& warning : CheckPreferenceValues(mPorts, mProtocol, mForce)) {
-        ErrorOutput::Write(fmt::format("midiserver: warning: {}\n", OneLine(warning)));
-    }
-    PreferencesEditor::Set(mApplication, mPorts, mProtocol);
-}
-
-void PrefsCommand::Clear() const {
-    if (mClear->count("APP") == 0) {
-        PreferencesEditor::ClearAll();
-    } else if (!PreferencesEditor::Clear(mApplication)) {
-        throw InputError(fmt::format("{}: there is no application \"{}\"",
-                                     PreferencesEditor::File().string(), mApplication));
-    }
+std::unique_ptr<Command> MakePrefsCommand(CLI::App& program) {
+    return std::make_unique<PrefsCommand>(program);
 }
 
 } // namespace MidiServer

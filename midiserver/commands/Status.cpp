@@ -1,13 +1,12 @@
-#include "midiserver/commands/Status.h"
-
-#include "midiserver/errors/ServiceStateError.h"
+#include "midiserver/commands/Commands.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Interrupt.h"
+#include "midiserver/json/Json.h"
 #include "midiserver/service/ScreenText.h"
 #include "midiserver/service/StatusReport.h"
 #include "midiserver/service/control/ControlClient.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -21,8 +20,6 @@
 namespace MidiServer {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr std::chrono::seconds kInterval(1);
 // The longest time that a wait goes on without looking at the interrupt count.
@@ -63,23 +60,37 @@ void WatchStatus() {
     }
 }
 
+// The command `midiserver status` shows what the service that runs does, once or until it is
+// interrupted.
+class StatusCommand : public Command {
+public:
+    explicit StatusCommand(CLI::App& program)
+        : Command(program, "status", "Show what the service that runs does") {
+        CLI::Option* json = mCommand->add_flag("--json", mJson, "Print one JSON document");
+        mCommand
+            ->add_flag("--watch", mWatch, "Show the traffic anew every second until interrupted")
+            ->excludes(json);
+    }
+
+    int Run() override {
+        if (mWatch) {
+            WatchStatus();
+        } else {
+            const Json status = AskForStatus();
+            fmt::print("{}", mJson ? JsonText(status) : StatusText(status));
+        }
+        return EXIT_SUCCESS;
+    }
+
+private:
+    bool mJson = false;
+    bool mWatch = false;
+};
+
 } // namespace
 
-StatusCommand::StatusCommand(CLI::App& program)
-    : Command(program, "status", "Show what the service that runs does") {
-    CLI::Option* json = mCommand->add_flag("--json", mJson, "Print one JSON document");
-    mCommand->add_flag("--watch", mWatch, "Show the traffic anew every second until interrupted")
-        ->excludes(json);
-}
-
-int StatusCommand::Run() {
-    if (mWatch) {
-        WatchStatus();
-    } else {
-        const Json status = AskForStatus();
-        fmt::print("{}", mJson ? status.dump(2) + '\n' : StatusText(status));
-    }
-    return EXIT_SUCCESS;
+std::unique_ptr<Command> MakeStatusCommand(CLI::App& program) {
+    return std::make_unique<StatusCommand>(program);
 }
 
 } // namespace MidiServer

@@ -1,6 +1,6 @@
 #include "midiserver/host/AddressSpace.h"
 
-#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/Errors.h"
 
 #include <fmt/format.h>
 

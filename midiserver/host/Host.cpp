@@ -39,6 +39,14 @@ std::string NameOf(MIDIObjectRef object, CFStringRef property) {
     return TextOf(CFOwned<CFStringRef>(value).Get());
 }
 
+std::optional<std::int32_t> UniqueIdOf(MIDIObjectRef object) {
+    SInt32 id = 0;
+    if (MIDIObjectGetIntegerProperty(object, kMIDIPropertyUniqueID, &id) != noErr) {
+        return std::nullopt;
+    }
+    return id;
+}
+
 } // namespace
 
 Host::Host(const std::filesystem::path& bundle, const Setup& setup)
@@ -96,9 +104,15 @@ void Host::ListPorts() {
             continue;
         }
         for (ItemCount e = 0; e < MIDIDeviceGetNumberOfEntities(device); ++e) {
+            if (mPorts.empty()) {
+                mDeviceName = NameOf(device, kMIDIPropertyName);
+                mDeviceId = UniqueIdOf(device);
+            }
             const MIDIEntityRef entity = MIDIDeviceGetEntity(device, e);
-            mPorts.push_back({NameOf(entity, kMIDIPropertyName), MIDIEntityGetSource(entity, 0),
-                              MIDIEntityGetDestination(entity, 0)});
+            const MIDIEndpointRef source = MIDIEntityGetSource(entity, 0);
+            const MIDIEndpointRef destination = MIDIEntityGetDestination(entity, 0);
+            mPorts.push_back({NameOf(entity, kMIDIPropertyName), source, destination,
+                              UniqueIdOf(source), UniqueIdOf(destination)});
             Log(kHostLog[HSL::kChatty], "port %u: %s", mPorts.size(), mPorts.back().name);
         }
     }

@@ -1,12 +1,14 @@
 #pragma once
 
-#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/PlugInLoader.h"
 #include "midiserver/host/Setup.h"
 
 #include <CoreMIDI/MIDIServices.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,9 @@ struct DriverPort {
     std::string name;
     MIDIEndpointRef source;      // carries MIDI from the driver to a DAW; 0 if there is none
     MIDIEndpointRef destination; // carries MIDI from a DAW to the driver; 0 if there is none
+    // The endpoints' unique IDs; empty if there is no endpoint.
+    std::optional<std::int32_t> sourceId;
+    std::optional<std::int32_t> destinationId;
 };
 
 // A host loads a driver plug-in and runs it as a MIDI server does: it hands the driver the devices
@@ -55,6 +60,9 @@ public:
     // The name under which the driver owns its devices (see PlugInLoader.h).
     const std::string& Identity() const { return mLoader.Identity(); }
     const std::vector<DriverPort>& Ports() const { return mPorts; }
+    // The name and the unique ID of the device that the first port belongs to.
+    const std::string& DeviceName() const { return mDeviceName; }
+    std::optional<std::int32_t> DeviceId() const { return mDeviceId; }
 
 private:
     void ListPorts();
@@ -64,6 +72,8 @@ private:
     bool mAttached = false;
     bool mRunning = false;
     std::vector<DriverPort> mPorts;
+    std::string mDeviceName;
+    std::optional<std::int32_t> mDeviceId;
 };
 
 } // namespace MidiServer

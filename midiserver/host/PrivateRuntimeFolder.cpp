@@ -1,6 +1,6 @@
 #include "midiserver/host/PrivateRuntimeFolder.h"
 
-#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Environment.h"
 #include "platform/support/FileDescriptor.h"
 

@@ -6,8 +6,8 @@
 
 namespace MidiServer {
 
-// The setup of this process's MIDI server: the drivers' devices with their unique IDs. It is kept
-// in a file from one run to the next, or forgotten.
+// A Setup holds the drivers' devices with their unique IDs for this process's MIDI server. It keeps
+// them in a file from one run to the next, or forgets them.
 //
 //     const Setup setup("/home/user/.local/state/quorvel-midi/setup.plist");
 //     Host host(bundle, setup);

@@ -1,6 +1,6 @@
 #include "midiserver/log/LogLine.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/log/LogCategories.h"
 
 #include <fmt/chrono.h>
@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <ctime>
 #include <vector>
 
@@ -51,21 +52,10 @@ std::optional<HSL::tLevel> MostSevereLevel(std::span<const unsigned char> catego
 }
 
 int SyslogPriority(std::optional<HSL::tLevel> level) {
-    switch (level.value_or(HSL::kInfo)) {
-    case HSL::kCatastrophy:
-        return 2;
-    case HSL::kError:
-        return 3;
-    case HSL::kWarning:
-        return 4;
-    case HSL::kInfo:
-        return 6;
-    case HSL::kChatty:
-    case HSL::kVerbose:
-    case HSL::kUltraVerbose:
-        break;
-    }
-    return 7;
+    // From ultra-verbose, verbose and chatty to catastrophy.
+    constexpr std::array kPriorities = {7, 7, 7, 6, 4, 3, 2};
+    static_assert(kPriorities.size() == kLogLevelNames.size());
+    return kPriorities.at(level.value_or(HSL::kInfo));
 }
 
 std::string PlainLogLine(std::string_view line) {

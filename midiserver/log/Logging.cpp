@@ -1,7 +1,7 @@
 #include "midiserver/log/Logging.h"
 
 #include "midiserver/errors/ErrorOutput.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/LogLine.h"
 

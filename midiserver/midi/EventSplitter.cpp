@@ -6,21 +6,6 @@
 
 namespace MidiServer {
 
-namespace {
-
-constexpr std::uint8_t kSystemExclusive = 0xF0;
-constexpr std::uint8_t kEndOfExclusive = 0xF7;
-
-bool IsData(std::uint8_t byte) {
-    return byte < 0x80;
-}
-
-bool IsRealTime(std::uint8_t byte) {
-    return byte >= 0xF8;
-}
-
-} // namespace
-
 void EventSplitter::Split(std::span<const std::uint8_t> bytes, const Visit& visit) {
     while (!bytes.empty()) {
         const std::uint8_t first = bytes.front();
@@ -29,15 +14,14 @@ void EventSplitter::Split(std::span<const std::uint8_t> bytes, const Visit& visi
             bytes = bytes.subspan(1);
             continue;
         }
-        if (first == kSystemExclusive || (mInSystemExclusive && IsData(first)) ||
-            (mInSystemExclusive && first == kEndOfExclusive)) {
+        if (first == kStartOfExclusive || (mInSystemExclusive && ContinuesExclusive(bytes))) {
             // One piece for all that lies together.
             mInSystemExclusive = first != kEndOfExclusive;
             mRunningStatus = 0;
             mFilled = 0;
             auto end = bytes.begin() + 1;
             if (mInSystemExclusive) {
-                end = std::find_if_not(end, bytes.end(), IsData);
+                end = std::find_if_not(end, bytes.end(), IsDataByte);
                 if (end != bytes.end() && *end == kEndOfExclusive) {
                     mInSystemExclusive = false;
                     ++end;
@@ -48,7 +32,7 @@ void EventSplitter::Split(std::span<const std::uint8_t> bytes, const Visit& visi
             bytes = bytes.subspan(size);
             continue;
         }
-        if (IsData(first)) {
+        if (IsDataByte(first)) {
             TakeData(first, visit);
         } else {
             TakeStatus(first, visit);
@@ -66,7 +50,7 @@ void EventSplitter::TakeStatus(std::uint8_t status, const Visit& visit) {
     }
     mMessage[0] = status;
     mLength = MidiMessageLength(status).value_or(1);
-    if (status < kSystemExclusive) {
+    if (status < kStartOfExclusive) {
         mRunningStatus = status;
     }
     if (mLength == 1) {

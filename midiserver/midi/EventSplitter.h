@@ -8,10 +8,10 @@
 
 namespace MidiServer {
 
-// Splits what a driver emits on a port into events as other programs want them: a whole message
-// each, with its status byte, or a piece of a System Exclusive message. A piece begins with 0xF0 if
-// it is the message's first and ends with 0xF7 if it is the last. A real-time message in the midst
-// of another one becomes an event of its own, ahead of what is left of the other.
+// An EventSplitter splits what a driver emits on a port into events as other programs want them. An
+// event is a whole message with its status byte, or a piece of a System Exclusive message. The
+// message's first piece begins with 0xF0, and its last one ends with 0xF7. A real-time message in
+// the midst of another one becomes an event of its own, ahead of what is left of the other.
 //
 //     splitter.Split(bytes, [&](std::span<const std::uint8_t> event) { queue.Write(event); });
 //

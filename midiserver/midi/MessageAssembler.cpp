@@ -6,11 +6,6 @@ namespace MidiServer {
 
 namespace {
 
-constexpr std::uint8_t kFirstStatus = 0x80;
-constexpr std::uint8_t kFirstSystemCommon = 0xF0;
-constexpr std::uint8_t kEndOfExclusive = 0xF7;
-constexpr std::uint8_t kFirstRealTime = 0xF8;
-
 // Room that is kept from one message to the next.
 constexpr std::size_t kKeptCapacity = 4096;
 
@@ -18,12 +13,12 @@ constexpr std::size_t kKeptCapacity = 4096;
 
 void MessageAssembler::Add(std::span<const std::uint8_t> bytes, const Take& take) {
     for (const std::uint8_t& byte : bytes) {
-        if (byte >= kFirstRealTime) {
+        if (IsRealTime(byte)) {
             take({&byte, 1});
-        } else if (byte >= kFirstStatus) {
-            AddStatus(byte, take);
-        } else {
+        } else if (IsDataByte(byte)) {
             AddData(byte, take);
+        } else {
+            AddStatus(byte, take);
         }
     }
 }
@@ -80,7 +75,7 @@ void MessageAssembler::NoteLoss() {
 
 void MessageAssembler::Begin(std::uint8_t status) {
     mPassingOver = false;
-    mRunningStatus = status < kFirstSystemCommon ? status : 0;
+    mRunningStatus = status < kStartOfExclusive ? status : 0;
     mLength = MidiMessageLength(status);
     mMessage.assign(1, status);
 }

@@ -9,8 +9,9 @@
 
 namespace MidiServer {
 
-// Makes whole messages of the bytes that come from one DAW on one port, however these are cut:
-// joins the pieces of System Exclusive messages and splits events that hold several messages.
+// A MessageAssembler makes whole messages of the bytes that come from one DAW on one port, however
+// these are cut. It joins the pieces of System Exclusive messages, and it splits events that hold
+// several messages.
 //
 //     assembler.Add(event.bytes, [&](std::span<const std::uint8_t> message) { Queue(message); });
 //
@@ -34,8 +35,8 @@ public:
 
     void Add(std::span<const std::uint8_t> bytes, const Take& take);
 
-    // Says that bytes are missing here: what has begun stays incomplete, and what may be the rest
-    // of it is passed over.
+    // Says that bytes are missing here. The message that has begun is dropped as incomplete, and
+    // the data bytes that come next are passed over, because they may be the rest of it.
     void NoteLoss();
 
     // The bytes of the message that has begun and is not complete yet.

@@ -1,7 +1,6 @@
 #include "midiserver/preferences/PingProtocol.h"
 
 #include <algorithm>
-#include <array>
 
 namespace MidiServer {
 
@@ -52,6 +51,15 @@ bool IsPing(Protocol protocol, std::span<const std::uint8_t> packet) {
         break;
     }
     return false;
+}
+
+std::optional<std::array<std::uint8_t, 3>> RestoredPing(Protocol protocol,
+                                                        std::span<const std::uint8_t> message) {
+    if (protocol == Protocol::kHui && message.size() == 3 && message[0] == 0x80 &&
+        message[1] == 0x00 && (message[2] == 0x40 || message[2] == 0x00)) {
+        return kHuiPing;
+    }
+    return std::nullopt;
 }
 
 std::optional<std::vector<std::uint8_t>>

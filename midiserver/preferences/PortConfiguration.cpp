@@ -40,7 +40,6 @@ int LeadingNumber(std::string_view text) {
 class Derivation {
 public:
     PortConfiguration Derive(const std::vector<PreferenceEntry>& entries) {
-        mOwners.fill(nullptr);
         for (std::size_t i = 0; i < entries.size(); ++i) {
             mIndex = i;
             mEntry = &entries[i];
@@ -104,15 +103,14 @@ private:
                              "ping is answered on its ports",
                              *mEntry->protocol));
         }
-        const PreferenceEntry* overridden = nullptr;
+        bool overrides = false;
         for (int port = range.first - 1; port < range.last; ++port) {
             const auto i = static_cast<std::size_t>(port);
-            overridden = overridden == nullptr ? mOwners[i] : overridden;
-            mOwners[i] = mEntry;
-            mOwnerIndex[i] = mIndex;
+            overrides = overrides || mOwners[i];
+            mOwners[i] = mIndex;
             mResult.protocols[i] = protocol;
         }
-        if (overridden != nullptr) {
+        if (overrides) {
             Note("takes ports over from an entry before it: the later entry wins");
         }
     }
@@ -120,8 +118,9 @@ private:
     void NoteUnpublishedPorts(const std::vector<PreferenceEntry>& entries) {
         std::optional<std::size_t> noted;
         for (std::size_t i = mResult.publishedPorts; i < kMaximumPorts; ++i) {
-            if (mOwners[i] != nullptr && noted != mOwnerIndex[i]) {
-                noted = mIndex = mOwnerIndex[i];
+            if (mOwners[i] && noted != mOwners[i]) {
+                noted = mOwners[i];
+                mIndex = *noted;
                 mLabel = entries[mIndex].Label(mIndex);
                 Note(fmt::format("reaches beyond the {} ports that are published",
                                  mResult.publishedPorts));
@@ -140,8 +139,7 @@ private:
 
     PortConfiguration mResult;
     unsigned mBlockEnd = 0;
-    std::array<const PreferenceEntry*, kMaximumPorts> mOwners{};
-    std::array<std::size_t, kMaximumPorts> mOwnerIndex{};
+    std::array<std::optional<std::size_t>, kMaximumPorts> mOwners; // the entry of each port
     std::size_t mIndex = 0;
     const PreferenceEntry* mEntry = nullptr;
     std::string mLabel;

@@ -1,6 +1,6 @@
 #include "midiserver/preferences/PreferencesEditor.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/CFText.h"
 #include "midiserver/host/Environment.h"
 

@@ -4,8 +4,7 @@
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 #include "midiserver/midi/PacketList.h"
-#include "midiserver/routing/DriverPorts.h"
-#include "midiserver/routing/PrivateSources.h"
+#include "midiserver/routing/DriverConnection.h"
 
 #include <fmt/format.h>
 
@@ -57,35 +56,34 @@ ReplaySession::ReplaySession(const RecordedSession& recording, const ReplayOptio
 }
 
 ReplayReport ReplaySession::Run() {
-    PrivateSources application([this](unsigned port, const MIDIPacketList& packets) {
-        const Clock::time_point now = Clock::now();
-        const MutexLock lock(mMutex);
-        mStatistics.Forwarded(port, now, PacketsOf(packets));
-        mLastArrival = now;
-        mArrived.NotifyAll();
-    });
-    DriverPorts driver([this](std::size_t port, const MIDIPacketList& packets) {
+    const auto replied = [this](std::size_t port, const MIDIPacketList& packets) {
         const Clock::time_point now = Clock::now();
         const MutexLock lock(mMutex);
         mStatistics.Replied(static_cast<unsigned>(port), now, PacketsOf(packets));
         mArrived.NotifyAll();
-    });
-    application.Connect(static_cast<unsigned>(mHost.Ports().size()));
-    driver.Connect(mHost.Ports());
+    };
+    const auto forwarded = [this](std::size_t port, const MIDIPacketList& packets) {
+        const Clock::time_point now = Clock::now();
+        const MutexLock lock(mMutex);
+        mStatistics.Forwarded(static_cast<unsigned>(port), now, PacketsOf(packets));
+        mLastArrival = now;
+        mArrived.NotifyAll();
+    };
+    std::optional<DriverConnection> driver(std::in_place, mHost.Ports(),
+                                           DriverConnection::Listeners{replied, forwarded});
     const Clock::time_point start = Clock::now();
     {
         const MutexLock lock(mMutex);
         mStart = mLastArrival = start;
     }
-    SendAll(driver, start);
+    SendAll(*driver, start);
     LogSent();
     WaitForTheRest();
-    driver.Disconnect();
-    application.Disconnect();
+    driver.reset();
     return Report();
 }
 
-void ReplaySession::SendAll(DriverPorts& driver, Clock::time_point start) {
+void ReplaySession::SendAll(const DriverConnection& driver, Clock::time_point start) {
     RecordedSession::Iterator message = mRecording.begin();
     const std::uint64_t first = message->microseconds;
     std::size_t offset = 0;
@@ -129,7 +127,7 @@ bool ReplaySession::WaitUntilDue(Clock::time_point due) {
 
 // Sends one packet list with the messages that are due at the time of `message`, from `offset` of
 // it on, as far as they fit, and moves both on. Returns false if the session has to end.
-bool ReplaySession::SendNextList(DriverPorts& driver, RecordedSession::Iterator& message,
+bool ReplaySession::SendNextList(const DriverConnection& driver, RecordedSession::Iterator& message,
                                  std::size_t& offset) {
     const std::uint64_t time = message->microseconds;
     mList.Clear();
@@ -222,26 +220,19 @@ void ReplaySession::WaitForTheRest() {
 
 ReplayReport ReplaySession::Report() const {
     ReplayReport report;
-    LatencyDistribution forwarding;
-    LatencyDistribution replies;
-    LatencyDistribution throttled;
+    std::optional<ReplayStatistics> statistics;
     {
         const MutexLock lock(mMutex);
         report = mReport;
         if (!mFinished) {
             report.elapsed = Clock::now() - mStart;
         }
-        report.bytesInFlight = mStatistics.BytesInFlight();
-        report.dataBytesInFlight = mStatistics.DataBytesInFlight();
-        report.findings = mStatistics.Counts();
-        forwarding = mStatistics.Forwarding();
-        replies = mStatistics.Replies();
-        throttled = mStatistics.Throttled();
+        statistics = mStatistics;
     }
-    // Sorting takes long, and the driver's threads would wait for the lock.
-    report.findings.forwarding = forwarding.Summary();
-    report.findings.replies = replies.Summary();
-    report.findings.throttled = throttled.Summary();
+    report.bytesInFlight = statistics->BytesInFlight();
+    report.dataBytesInFlight = statistics->DataBytesInFlight();
+    // Of the copy: sorting takes long, and the driver's threads would wait for the lock.
+    report.findings = statistics->Findings();
     return report;
 }
 

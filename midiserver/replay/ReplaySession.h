@@ -13,7 +13,7 @@
 
 namespace MidiServer {
 
-class DriverPorts;
+class DriverConnection;
 
 struct ReplayOptions {
     std::string file;            // as the user named it, for the report
@@ -61,8 +61,9 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void SendAll(DriverPorts& driver, Clock::time_point start);
-    bool SendNextList(DriverPorts& driver, RecordedSession::Iterator& message, std::size_t& offset);
+    void SendAll(const DriverConnection& driver, Clock::time_point start);
+    bool SendNextList(const DriverConnection& driver, RecordedSession::Iterator& message,
+                      std::size_t& offset);
     bool WaitUntilDue(Clock::time_point due);
     bool IsRoomFor(std::size_t listBytes) const QUORVEL_REQUIRES(mMutex);
     bool WaitForRoom(std::size_t listBytes) QUORVEL_REQUIRES(mMutex);

@@ -183,17 +183,12 @@ void ReplayStatistics::Replied(unsigned port, TimePoint when, const Packets& pac
     }
 }
 
-ReplayFindings ReplayStatistics::Counts() const {
+ReplayFindings ReplayStatistics::Findings() const {
     ReplayFindings findings = mFindings;
     const std::uint64_t altered = std::min<std::uint64_t>(mUnknown, mExpected.size());
     findings.altered += altered;
     findings.surplus += mUnknown - altered;
     findings.lost = mExpected.size() - altered + mPassedOver.size();
-    return findings;
-}
-
-ReplayFindings ReplayStatistics::Findings() const {
-    ReplayFindings findings = Counts();
     findings.forwarding = mForwarding.Summary();
     findings.replies = mReplies.Summary();
     findings.throttled = mThrottled.Summary();

@@ -85,17 +85,9 @@ public:
     std::uint64_t DataBytesInFlight() const { return mDataBytesInFlight; }
     std::uint64_t PingsOutstanding() const { return mDueReplies.size(); }
 
-    // Returns the findings so far, without the latencies. Packets that are still to arrive count as
-    // lost.
-    ReplayFindings Counts() const;
-    // Returns the findings so far with the latencies, of which it sorts copies.
+    // Returns the findings so far. Packets that are still to arrive count as lost. Sorts copies of
+    // the latencies, which takes long after many messages.
     ReplayFindings Findings() const;
-
-    // The latencies from sending a packet to its arrival, from sending a ping to its answer, and
-    // from sending an item that the throttle delayed to its arrival.
-    const LatencyDistribution& Forwarding() const { return mForwarding; }
-    const LatencyDistribution& Replies() const { return mReplies; }
-    const LatencyDistribution& Throttled() const { return mThrottled; }
 
 private:
     struct ExpectedPacket {
@@ -137,6 +129,8 @@ private:
     bool mLastListThrottled = false;
     TimePoint mLastArrival{};
 
+    // The latencies from sending a packet to its arrival, from sending a ping to its answer, and
+    // from sending an item that the throttle delayed to its arrival.
     LatencyDistribution mForwarding;
     LatencyDistribution mReplies;
     LatencyDistribution mThrottled;

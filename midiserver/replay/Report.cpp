@@ -1,19 +1,15 @@
 #include "midiserver/replay/Report.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
+#include "midiserver/json/Json.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <cmath>
 
 namespace MidiServer {
 
 namespace {
-
-double Milliseconds(std::chrono::nanoseconds time) {
-    return std::chrono::duration<double, std::milli>(time).count();
-}
 
 double Seconds(std::chrono::nanoseconds time) {
     return std::chrono::duration<double>(time).count();
@@ -135,14 +131,6 @@ std::string VerdictText(const ReplayReport& report) {
     return text;
 }
 
-nlohmann::ordered_json DistributionJson(const LatencyDistribution::Percentiles& latency) {
-    return {{"count", latency.count},
-            {"p50", Milliseconds(latency.p50)},
-            {"p90", Milliseconds(latency.p90)},
-            {"p99", Milliseconds(latency.p99)},
-            {"max", Milliseconds(latency.max)}};
-}
-
 std::string PhaseText(const ReplayReport& report) {
     switch (report.phase) {
     case ReplayPhase::kSending:
@@ -219,7 +207,7 @@ std::string SummaryText(const ReplayReport& report) {
 
 std::string SummaryJson(const ReplayReport& report) {
     const ReplayFindings& findings = report.findings;
-    nlohmann::ordered_json ports = nlohmann::ordered_json::array();
+    Json ports = Json::array();
     for (std::size_t i = 0; i < findings.ports.size(); ++i) {
         const PortTraffic& traffic = findings.ports[i];
         ports.push_back(
@@ -228,18 +216,18 @@ std::string SummaryJson(const ReplayReport& report) {
              {"out", {{"messages", traffic.messagesOut}, {"bytes", traffic.bytesOut}}},
              {"replies", {{"messages", traffic.repliesOut}, {"bytes", traffic.replyBytesOut}}}});
     }
-    nlohmann::ordered_json notExercised = nullptr;
+    Json notExercised = nullptr;
     if (report.UnexercisedProtocol() != Protocol::kNone) {
         notExercised = {{"protocol", ProtocolName(report.UnexercisedProtocol())},
                         {"count", UnexercisedPings(report)}};
     }
-    nlohmann::ordered_json throttle = DistributionJson(findings.throttled);
+    Json throttle = LatencyJson(findings.throttled);
     throttle.erase("count");
-    const nlohmann::ordered_json document = {
+    const Json document = {
         {"file", report.file},
         {"port", report.port + 1},
         {"protocol", ProtocolName(report.protocol)},
-        {"speed", report.speed ? nlohmann::ordered_json(*report.speed) : nullptr},
+        {"speed", OrNull(report.speed)},
         {"seconds", Seconds(report.elapsed)},
         {"messages", {{"inFile", report.messages}, {"sent", report.sent}}},
         {"ports", std::move(ports)},
@@ -248,8 +236,8 @@ std::string SummaryJson(const ReplayReport& report) {
           {"answered", findings.answered},
           {"wrongReplies", findings.surplusReplies},
           {"notExercised", std::move(notExercised)},
-          {"latencyMilliseconds", DistributionJson(findings.replies)}}},
-        {"forwarding", {{"latencyMilliseconds", DistributionJson(findings.forwarding)}}},
+          {"latencyMilliseconds", LatencyJson(findings.replies)}}},
+        {"forwarding", {{"latencyMilliseconds", LatencyJson(findings.forwarding)}}},
         {"throttle",
          {{"items", findings.items},
           {"delayed", findings.throttled.count},
@@ -266,8 +254,7 @@ std::string SummaryJson(const ReplayReport& report) {
         {"interrupted", report.interrupted},
         {"stalled", report.stalled},
         {"passed", report.Clean()}};
-    // A file may be named by bytes that are no UTF-8.
-    return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return JsonText(document);
 }
 
 std::vector<std::string> StatusBlock(const ReplayReport& report) {

@@ -1,10 +1,11 @@
 #include "midiserver/replay/ServiceReplay.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Interrupt.h"
+#include "midiserver/json/Json.h"
+#include "midiserver/midi/HexText.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <limits>
 #include <thread>
@@ -14,8 +15,6 @@ namespace MidiServer {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // The bytes of a request's messages, of which each takes three characters. A single message may be
 // longer, as far as a request can hold it at all.
 constexpr std::size_t kRequestBytes = 16384;
@@ -23,10 +22,6 @@ constexpr std::size_t kLongestMessage = 300'000;
 // How long to wait for room, and the longest time without a look at the interrupt count.
 constexpr std::chrono::milliseconds kRetry(20);
 constexpr std::chrono::milliseconds kLookout(50);
-
-std::string Hex(std::span<const std::uint8_t> bytes) {
-    return fmt::format("{:02X}", fmt::join(bytes, " "));
-}
 
 std::string SpeedText(const std::optional<double>& speed) {
     return speed ? fmt::format("at {:g} times the recorded speed", *speed)
@@ -88,7 +83,7 @@ void ServiceReplay::SendDue(RecordedSession::Iterator& message, std::uint64_t du
         if (!messages.empty() && bytes > kRequestBytes) {
             break;
         }
-        messages.push_back(Hex(next->bytes));
+        messages.push_back(HexText(next->bytes));
     }
     const std::size_t count = messages.size();
     const Json reply =
@@ -119,13 +114,13 @@ std::string SummaryText(const std::string& file, const ServiceReplayReport& repo
 std::string SummaryJson(const std::string& file, const ServiceReplayReport& report) {
     const Json document = {{"file", file},
                            {"port", report.port},
-                           {"speed", report.speed ? Json(*report.speed) : Json(nullptr)},
+                           {"speed", OrNull(report.speed)},
                            {"messages", report.messages},
                            {"sent", report.sent},
                            {"heldBack", report.heldBack},
                            {"interrupted", report.interrupted},
                            {"seconds", Seconds(report.elapsed)}};
-    return document.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+    return JsonText(document);
 }
 
 } // namespace MidiServer

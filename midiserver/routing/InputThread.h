@@ -10,15 +10,14 @@
 
 namespace MidiServer {
 
-// The thread that takes what DAWs send and gives it to the driver, and the only one that sends to
-// the driver. It calls `pass` when the signal is raised and when the time comes that `pass` named;
-// in between it sleeps, for ever if that time is time_point::max().
+// An InputThread runs the thread that takes what DAWs send and gives it to the driver. No other
+// thread sends to the driver. It calls `pass` when the signal is raised, and at the time that
+// `pass` returned last. In between it sleeps, for ever if that time is time_point::max().
 //
 //     InputThread thread(signal, priority, [&] { SendWhatIsDue(); return NextDue(); });
 //
-// Construction starts it, with a first pass at once, and destruction ends it after the pass that
-// goes on, if one does. The thread takes the priority before its first pass. `signal` and
-// `priority` must outlive it.
+// The constructor starts the thread, which takes the priority and makes its first pass at once. The
+// destructor waits for a pass that goes on. `signal` and `priority` must outlive the object.
 class InputThread {
 public:
     using Pass = std::function<std::chrono::steady_clock::time_point()>;

@@ -7,9 +7,14 @@
 
 namespace MidiServer {
 
-// Tells how durations are distributed, as LatencyDistribution does, but in a fixed amount of
-// memory, for programs that run for months. Count, maximum and total are exact; a percentile is at
-// most 1/32 above the value that it stands for. Not synchronised.
+// A LatencyHistogram tells how durations are distributed, as LatencyDistribution does, but in a
+// fixed amount of memory, for programs that run for months. Count, maximum and total are exact. A
+// percentile is at most 1/32 above the value that it stands for.
+//
+//     histogram.Add(now - arrived);
+//     histogram.Summary().p99;
+//
+// Not synchronised.
 class LatencyHistogram {
 public:
     using Duration = LatencyDistribution::Duration;

@@ -9,9 +9,14 @@
 
 namespace MidiServer {
 
-// The packet lists of one port that the driver was sent and has not forwarded yet. It forwards them
-// in order and as they are, so a list that comes out is known by its size, and those that it passes
-// over are lost. Not synchronised.
+// A ListsInDriver holds the packet lists of one port that were sent to the driver and that it has
+// not forwarded yet. The driver forwards lists in order and as they are. So the size of a list that
+// comes out tells which one it is, and the lists before it that did not come out are lost.
+//
+//     inDriver.Sent({list.ByteSize(), dataBytes, arrived});
+//     if (const auto forwarded = inDriver.TakeForwarded(dataBytes)) { ... }
+//
+// Not synchronised.
 class ListsInDriver {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;

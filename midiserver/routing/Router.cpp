@@ -2,145 +2,26 @@
 
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
-#include "midiserver/midi/MessageAssembler.h"
 #include "midiserver/midi/PacketList.h"
 #include "midiserver/routing/DriverLimits.h"
-#include "midiserver/routing/DriverPorts.h"
-#include "midiserver/routing/InputThread.h"
-#include "midiserver/routing/LatencyHistogram.h"
-#include "midiserver/routing/ListsInDriver.h"
-#include "midiserver/routing/PingRestorer.h"
-#include "midiserver/routing/PrivateSources.h"
-#include "midiserver/routing/StallWatch.h"
-#include "midiserver/routing/pacing/Pacer.h"
-#include "platform/support/Mutex.h"
 
 #include <algorithm>
-#include <array>
-#include <optional>
 #include <utility>
 
 namespace MidiServer {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using TimePoint = Clock::time_point;
-using Message = std::span<const std::uint8_t>;
-
 // A backend's server may smooth its times, which then lie a little ahead.
-TimePoint ArrivalTime(std::uint64_t nanoseconds) {
-    return std::min(TimePoint(std::chrono::nanoseconds(nanoseconds)), Clock::now());
-}
-
-std::int32_t UniqueIdOf(MIDIEndpointRef endpoint) {
-    SInt32 id = 0;
-    MIDIObjectGetIntegerProperty(endpoint, kMIDIPropertyUniqueID, &id);
-    return id;
+std::chrono::steady_clock::time_point ArrivalTime(std::uint64_t nanoseconds) {
+    using Clock = std::chrono::steady_clock;
+    return std::min(Clock::time_point(std::chrono::nanoseconds(nanoseconds)), Clock::now());
 }
 
 } // namespace
 
-class Router::Routing {
-public:
-    Routing(std::vector<RoutedBackend> backends, WakeUpSignal& signal, const RouterOptions& options,
-            std::function<void()> stalled);
-    ~Routing() { Stop(); }
-    Routing(const Routing&) = delete;
-    Routing& operator=(const Routing&) = delete;
-
-    void Start(const std::vector<DriverPort>& ports, std::span<const Protocol> protocols);
-    void Suspend();
-    void Stop();
-    std::vector<PortCounters> Counters() const;
-    const std::vector<BackendPort>& ShownPorts() const { return mShownPorts; }
-    std::uint64_t Stalls() const;
-    Injection Inject(std::size_t port, Message message);
-    std::shared_ptr<StreamTap> Tap(std::size_t port, StreamDirection direction,
-                                   std::size_t capacity);
-
-private:
-    // What comes from one backend on one port.
-    struct Input {
-        MessageAssembler assembler;
-        InputEvent event;                  // read from the queue last
-        bool isHeld = false;               // the event waits for room in the pacing queue
-        MessageAssembler::Dropped counted; // what of the assembler's counts is in the port's
-    };
-
-    struct Port {
-        Protocol protocol = Protocol::kNone;
-        PortCounters counters;
-        LatencyHistogram forwarding;
-        ListsInDriver inDriver;
-        bool hasToldOfRestoredPing = false;
-        bool hasToldOfFullQueue = false; // since the queue was empty last
-    };
-
-    struct TapPlace {
-        std::size_t port;
-        StreamDirection direction;
-        std::weak_ptr<StreamTap> tap;
-    };
-
-    // The input thread's.
-    TimePoint Pass();
-    bool TakeList(TimePoint now, PacedList& list) QUORVEL_REQUIRES(mMutex);
-    void Refused(std::size_t port);
-    bool IsStalledNow(TimePoint now) QUORVEL_REQUIRES(mMutex);
-
-    void TakeInput() QUORVEL_REQUIRES(mMutex);
-    void TakeInput(const RoutedBackend& backend, Input& input, std::size_t port)
-        QUORVEL_REQUIRES(mMutex);
-    bool IsRoomFor(const Input& input, std::size_t port) const QUORVEL_REQUIRES(mMutex);
-    void AddEvent(Input& input, std::size_t port) QUORVEL_REQUIRES(mMutex);
-    void AddDropped(Input& input, std::size_t port) QUORVEL_REQUIRES(mMutex);
-    void AddMessage(std::size_t port, Message message, TimePoint arrived) QUORVEL_REQUIRES(mMutex);
-    void TellOfRestoredPing(std::size_t port) QUORVEL_REQUIRES(mMutex);
-
-    // The driver's threads'.
-    void Forwarded(std::size_t port, const MIDIPacketList& packets);
-    void Replied(std::size_t port, const MIDIPacketList& packets);
-
-    void CopyToTaps(std::size_t port, StreamDirection direction, const MIDIPacketList& packets)
-        QUORVEL_REQUIRES(mMutex);
-    void CountLostInDriver(Port& port, const std::vector<ListsInDriver::List>& lists, TimePoint now)
-        QUORVEL_REQUIRES(mMutex);
-    void SetPorts(std::size_t count, std::span<const Protocol> protocols) QUORVEL_REQUIRES(mMutex);
-    void DropWaiting(std::size_t port) QUORVEL_REQUIRES(mMutex);
-    std::vector<BackendPort> PortsToShow(const std::vector<DriverPort>& ports) const;
-    void DisconnectFromDriver();
-    void WaitForDriver();
-
-    const std::vector<RoutedBackend> mBackends;
-    WakeUpSignal& mSignal;
-    const RouterOptions mOptions;
-    const std::function<void()> mStalled;
-
-    mutable Mutex mMutex;
-    ConditionVariable mDriverIsEmpty;
-    std::vector<Port> mPorts QUORVEL_GUARDED_BY(mMutex); // never fewer than before
-    Pacer mPacer QUORVEL_GUARDED_BY(mMutex);             // its ports are those that there are now
-    std::vector<std::vector<Input>> mInputs QUORVEL_GUARDED_BY(mMutex); // by backend, then by port
-    StallWatch mStallWatch QUORVEL_GUARDED_BY(mMutex);
-    std::size_t mBytesInDriver QUORVEL_GUARDED_BY(mMutex) = 0;
-    bool mIsDriverFull QUORVEL_GUARDED_BY(mMutex) = false; // the input thread waits for room in it
-    bool mHasStalled QUORVEL_GUARDED_BY(mMutex) = false;   // since the start
-    std::uint64_t mStalls QUORVEL_GUARDED_BY(mMutex) = 0;
-    std::vector<TapPlace> mTaps QUORVEL_GUARDED_BY(mMutex);
-
-    // The main thread's, and in between the threads' that the members themselves make.
-    bool mIsPublished = false;
-    std::vector<BackendPort> mShownPorts;
-    std::optional<PrivateSources> mPrivateSources;
-    std::optional<DriverPorts> mDriverPorts;
-    PacedList mList;                                // the input thread's
-    RealTimePriority mPriority{"the input thread"}; // likewise
-    std::optional<InputThread> mThread;
-};
-
-Router::Routing::Routing(std::vector<RoutedBackend> backends, WakeUpSignal& signal,
-                         const RouterOptions& options, std::function<void()> stalled)
+Router::Router(std::vector<RoutedBackend> backends, WakeUpSignal& signal,
+               const RouterOptions& options, std::function<void()> stalled)
     : mBackends(std::move(backends)),
       mSignal(signal),
       mOptions(options),
@@ -148,20 +29,13 @@ Router::Routing::Routing(std::vector<RoutedBackend> backends, WakeUpSignal& sign
       mInputs(mBackends.size()),
       mStallWatch(options.stallTime) {}
 
-void Router::Routing::Start(const std::vector<DriverPort>& ports,
-                            std::span<const Protocol> protocols) {
+void Router::Start(const std::vector<DriverPort>& ports, std::span<const Protocol> protocols) {
     Suspend();
-    mPrivateSources.emplace(
-        [this](unsigned port, const MIDIPacketList& packets) { Forwarded(port, packets); });
-    mDriverPorts.emplace(
-        [this](std::size_t port, const MIDIPacketList& packets) { Replied(port, packets); });
-    try {
-        mPrivateSources->Connect(static_cast<unsigned>(ports.size()));
-        mDriverPorts->Connect(ports);
-    } catch (...) {
-        DisconnectFromDriver();
-        throw;
-    }
+    mDriver.emplace(
+        ports,
+        DriverConnection::Listeners{
+            [this](std::size_t port, const MIDIPacketList& packets) { Replied(port, packets); },
+            [this](std::size_t port, const MIDIPacketList& packets) { Forwarded(port, packets); }});
     {
         const MutexLock lock(mMutex);
         SetPorts(ports.size(), protocols);
@@ -177,7 +51,7 @@ void Router::Routing::Start(const std::vector<DriverPort>& ports,
     Log(kRoutingLog[HSL::kInfo], "routing %u ports", ports.size());
 }
 
-void Router::Routing::SetPorts(std::size_t count, std::span<const Protocol> protocols) {
+void Router::SetPorts(std::size_t count, std::span<const Protocol> protocols) {
     for (std::size_t port = count; port < mPacer.Ports(); ++port) {
         DropWaiting(port);
         // The queue goes, with its own counts.
@@ -197,42 +71,37 @@ void Router::Routing::SetPorts(std::size_t count, std::span<const Protocol> prot
     }
 }
 
-std::vector<BackendPort> Router::Routing::PortsToShow(const std::vector<DriverPort>& ports) const {
-    const std::vector<SInt32>& privateIds = mPrivateSources->UniqueIds();
+std::vector<BackendPort> Router::PortsToShow(const std::vector<DriverPort>& ports) const {
     std::vector<BackendPort> shown;
-    for (std::size_t port = 0; port < ports.size(); ++port) {
-        shown.push_back({ports[port].name, UniqueIdOf(ports[port].source), privateIds[port]});
+    for (const DriverPort& port : ports) {
+        shown.push_back(
+            {port.name, port.sourceId.value_or(0), mDriver->PrivateIds()[shown.size()]});
     }
     return shown;
 }
 
-void Router::Routing::Suspend() {
+void Router::Suspend() {
     if (!mThread) {
         return;
     }
     mThread.reset();
     WaitForDriver();
-    DisconnectFromDriver();
+    // What the driver's threads are just handing over is handed over when this returns.
+    mDriver.reset();
     const MutexLock lock(mMutex);
     for (Port& port : mPorts) {
         CountLostInDriver(port, port.inDriver.TakeAll(), Clock::now());
     }
 }
 
-void Router::Routing::WaitForDriver() {
+void Router::WaitForDriver() {
     const TimePoint deadline = Clock::now() + mOptions.drainTime;
     const MutexLock lock(mMutex);
     while (mBytesInDriver > 0 && mDriverIsEmpty.WaitUntil(mMutex, deadline)) {
     }
 }
 
-// What the driver's threads are just handing over is handed over when this returns.
-void Router::Routing::DisconnectFromDriver() {
-    mPrivateSources.reset();
-    mDriverPorts.reset();
-}
-
-void Router::Routing::Stop() {
+void Router::Stop() {
     Suspend();
     if (!mIsPublished) {
         return;
@@ -254,7 +123,7 @@ void Router::Routing::Stop() {
     }
 }
 
-void Router::Routing::DropWaiting(std::size_t port) {
+void Router::DropWaiting(std::size_t port) {
     mPorts[port].counters.dropped.stopped += mPacer.Queue(port).Messages();
     mPacer.Clear(port);
     for (std::vector<Input>& inputs : mInputs) {
@@ -267,7 +136,7 @@ void Router::Routing::DropWaiting(std::size_t port) {
 }
 
 // Sends all that may go, and returns when there may be more.
-TimePoint Router::Routing::Pass() {
+Router::TimePoint Router::Pass() {
     bool hasStalled = false;
     TimePoint due;
     for (;;) {
@@ -283,7 +152,7 @@ TimePoint Router::Routing::Pass() {
                 break;
             }
         }
-        if (mDriverPorts->Send(mList.port, *mList.list.List()) != noErr) {
+        if (mDriver->Send(mList.port, *mList.list.List()) != noErr) {
             Refused(mList.port);
         }
     }
@@ -295,7 +164,7 @@ TimePoint Router::Routing::Pass() {
     return due;
 }
 
-bool Router::Routing::TakeList(TimePoint now, PacedList& list) {
+bool Router::TakeList(TimePoint now, PacedList& list) {
     mIsDriverFull = mBytesInDriver >= kMostBytesInDriver;
     if (mIsDriverFull || !mPacer.Next(now, list)) {
         return false;
@@ -308,7 +177,7 @@ bool Router::Routing::TakeList(TimePoint now, PacedList& list) {
     return true;
 }
 
-void Router::Routing::Refused(std::size_t port) {
+void Router::Refused(std::size_t port) {
     const MutexLock lock(mMutex);
     if (const std::optional<ListsInDriver::List> list = mPorts[port].inDriver.TakeLast()) {
         mPorts[port].counters.dropped.refused += list->arrived.size();
@@ -317,7 +186,7 @@ void Router::Routing::Refused(std::size_t port) {
     }
 }
 
-bool Router::Routing::IsStalledNow(TimePoint now) {
+bool Router::IsStalledNow(TimePoint now) {
     if (mHasStalled || now < mStallWatch.Deadline()) {
         return false;
     }
@@ -326,7 +195,7 @@ bool Router::Routing::IsStalledNow(TimePoint now) {
     return true;
 }
 
-void Router::Routing::TakeInput() {
+void Router::TakeInput() {
     for (std::size_t backend = 0; backend < mBackends.size(); ++backend) {
         for (std::size_t port = 0; port < mPacer.Ports(); ++port) {
             TakeInput(mBackends[backend], mInputs[backend][port], port);
@@ -334,7 +203,7 @@ void Router::Routing::TakeInput() {
     }
 }
 
-void Router::Routing::TakeInput(const RoutedBackend& backend, Input& input, std::size_t port) {
+void Router::TakeInput(const RoutedBackend& backend, Input& input, std::size_t port) {
     const InputLoss loss = backend.input->TakeLoss(port);
     mPorts[port].counters.dropped.lostInBackend += std::uint64_t{loss.noRoom} + loss.upstream;
     for (;;) {
@@ -350,12 +219,12 @@ void Router::Routing::TakeInput(const RoutedBackend& backend, Input& input, std:
 }
 
 // The messages of an event are at most as long as the event and what came before it together.
-bool Router::Routing::IsRoomFor(const Input& input, std::size_t port) const {
+bool Router::IsRoomFor(const Input& input, std::size_t port) const {
     return mPacer.Queue(port).Empty() ||
            input.assembler.PendingBytes() + input.event.bytes.size() <= mPacer.Queue(port).Room();
 }
 
-void Router::Routing::AddEvent(Input& input, std::size_t port) {
+void Router::AddEvent(Input& input, std::size_t port) {
     if (input.event.followsLoss) {
         input.assembler.NoteLoss();
     }
@@ -366,7 +235,7 @@ void Router::Routing::AddEvent(Input& input, std::size_t port) {
     AddDropped(input, port);
 }
 
-void Router::Routing::AddDropped(Input& input, std::size_t port) {
+void Router::AddDropped(Input& input, std::size_t port) {
     const MessageAssembler::Dropped& now = input.assembler.Counts();
     DroppedMessages& dropped = mPorts[port].counters.dropped;
     dropped.tooLong += now.tooLong - input.counted.tooLong;
@@ -375,7 +244,7 @@ void Router::Routing::AddDropped(Input& input, std::size_t port) {
     input.counted = now;
 }
 
-void Router::Routing::AddMessage(std::size_t port, Message message, TimePoint arrived) {
+void Router::AddMessage(std::size_t port, Message message, TimePoint arrived) {
     Port& to = mPorts[port];
     const auto restored = RestoredPing(to.protocol, message);
     if (restored) {
@@ -399,14 +268,14 @@ void Router::Routing::AddMessage(std::size_t port, Message message, TimePoint ar
     }
 }
 
-void Router::Routing::TellOfRestoredPing(std::size_t port) {
+void Router::TellOfRestoredPing(std::size_t port) {
     if (!std::exchange(mPorts[port].hasToldOfRestoredPing, true)) {
         Log(kRoutingLog[HSL::kWarning],
             "port %u: a bridge turns the HUI pings into note-offs; they are turned back", port + 1);
     }
 }
 
-void Router::Routing::Forwarded(std::size_t port, const MIDIPacketList& packets) {
+void Router::Forwarded(std::size_t port, const MIDIPacketList& packets) {
     for (const RoutedBackend& routed : mBackends) {
         routed.backend->EmitFromPrivateSource(port, packets);
     }
@@ -441,8 +310,8 @@ void Router::Routing::Forwarded(std::size_t port, const MIDIPacketList& packets)
     }
 }
 
-void Router::Routing::CountLostInDriver(Port& port, const std::vector<ListsInDriver::List>& lists,
-                                        TimePoint now) {
+void Router::CountLostInDriver(Port& port, const std::vector<ListsInDriver::List>& lists,
+                               TimePoint now) {
     for (const ListsInDriver::List& list : lists) {
         port.counters.dropped.lostInDriver += list.arrived.size();
         Log(kRoutingLog[HSL::kError], "the driver lost %u messages", list.arrived.size());
@@ -451,7 +320,7 @@ void Router::Routing::CountLostInDriver(Port& port, const std::vector<ListsInDri
     }
 }
 
-void Router::Routing::Replied(std::size_t port, const MIDIPacketList& packets) {
+void Router::Replied(std::size_t port, const MIDIPacketList& packets) {
     for (const RoutedBackend& routed : mBackends) {
         routed.backend->EmitFromPort(port, packets);
     }
@@ -462,8 +331,8 @@ void Router::Routing::Replied(std::size_t port, const MIDIPacketList& packets) {
     }
 }
 
-void Router::Routing::CopyToTaps(std::size_t port, StreamDirection direction,
-                                 const MIDIPacketList& packets) {
+void Router::CopyToTaps(std::size_t port, StreamDirection direction,
+                        const MIDIPacketList& packets) {
     if (mTaps.empty()) {
         return;
     }
@@ -480,7 +349,7 @@ void Router::Routing::CopyToTaps(std::size_t port, StreamDirection direction,
     }
 }
 
-std::vector<PortCounters> Router::Routing::Counters() const {
+std::vector<PortCounters> Router::Counters() const {
     const MutexLock lock(mMutex);
     std::vector<PortCounters> counters;
     for (std::size_t port = 0; port < mPorts.size(); ++port) {
@@ -498,12 +367,12 @@ std::vector<PortCounters> Router::Routing::Counters() const {
     return counters;
 }
 
-std::uint64_t Router::Routing::Stalls() const {
+std::uint64_t Router::Stalls() const {
     const MutexLock lock(mMutex);
     return mStalls;
 }
 
-Injection Router::Routing::Inject(std::size_t port, Message message) {
+Injection Router::Inject(std::size_t port, Message message) {
     Injection result{false, 0};
     {
         const MutexLock lock(mMutex);
@@ -529,52 +398,12 @@ Injection Router::Routing::Inject(std::size_t port, Message message) {
     return result;
 }
 
-std::shared_ptr<StreamTap> Router::Routing::Tap(std::size_t port, StreamDirection direction,
-                                                std::size_t capacity) {
+std::shared_ptr<StreamTap> Router::Tap(std::size_t port, StreamDirection direction,
+                                       std::size_t capacity) {
     auto tap = std::make_shared<StreamTap>(capacity);
     const MutexLock lock(mMutex);
     mTaps.push_back({port, direction, tap});
     return tap;
-}
-
-Router::Router(std::vector<RoutedBackend> backends, WakeUpSignal& signal,
-               const RouterOptions& options, std::function<void()> stalled)
-    : mRouting(
-          std::make_unique<Routing>(std::move(backends), signal, options, std::move(stalled))) {}
-
-Router::~Router() = default;
-
-void Router::Start(const std::vector<DriverPort>& ports, std::span<const Protocol> protocols) {
-    mRouting->Start(ports, protocols);
-}
-
-void Router::Suspend() {
-    mRouting->Suspend();
-}
-
-void Router::Stop() {
-    mRouting->Stop();
-}
-
-std::vector<PortCounters> Router::Counters() const {
-    return mRouting->Counters();
-}
-
-const std::vector<BackendPort>& Router::ShownPorts() const {
-    return mRouting->ShownPorts();
-}
-
-std::uint64_t Router::Stalls() const {
-    return mRouting->Stalls();
-}
-
-Injection Router::Inject(std::size_t port, std::span<const std::uint8_t> message) {
-    return mRouting->Inject(port, message);
-}
-
-std::shared_ptr<StreamTap> Router::Tap(std::size_t port, StreamDirection direction,
-                                       std::size_t capacity) {
-    return mRouting->Tap(port, direction, capacity);
 }
 
 } // namespace MidiServer

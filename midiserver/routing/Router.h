@@ -4,9 +4,17 @@
 #include "midiserver/backends/InputQueue.h"
 #include "midiserver/backends/WakeUpSignal.h"
 #include "midiserver/host/Host.h"
+#include "midiserver/midi/MessageAssembler.h"
 #include "midiserver/preferences/PortConfiguration.h"
+#include "midiserver/routing/DriverConnection.h"
+#include "midiserver/routing/InputThread.h"
+#include "midiserver/routing/LatencyHistogram.h"
+#include "midiserver/routing/ListsInDriver.h"
 #include "midiserver/routing/PortCounters.h"
+#include "midiserver/routing/StallWatch.h"
 #include "midiserver/routing/StreamTap.h"
+#include "midiserver/routing/pacing/Pacer.h"
+#include "platform/support/Mutex.h"
 
 #include <bitset>
 #include <chrono>
@@ -14,6 +22,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -75,7 +84,7 @@ public:
     Router(std::vector<RoutedBackend> backends, WakeUpSignal& signal, const RouterOptions& options,
            std::function<void()> stalled);
     // Stops.
-    ~Router();
+    ~Router() { Stop(); }
     Router(const Router&) = delete;
     Router& operator=(const Router&) = delete;
 
@@ -104,7 +113,7 @@ public:
     std::vector<PortCounters> Counters() const;
 
     // The ports as the last Start published them. The main thread calls.
-    const std::vector<BackendPort>& ShownPorts() const;
+    const std::vector<BackendPort>& ShownPorts() const { return mShownPorts; }
 
     // How often `stalled` was called.
     std::uint64_t Stalls() const;
@@ -120,9 +129,85 @@ public:
                                    std::size_t capacity);
 
 private:
-    class Routing;
+    using Clock = std::chrono::steady_clock;
+    using TimePoint = Clock::time_point;
+    using Message = std::span<const std::uint8_t>;
 
-    std::unique_ptr<Routing> mRouting;
+    // What comes from one backend on one port.
+    struct Input {
+        MessageAssembler assembler;
+        InputEvent event;                  // read from the queue last
+        bool isHeld = false;               // the event waits for room in the pacing queue
+        MessageAssembler::Dropped counted; // what of the assembler's counts is in the port's
+    };
+
+    struct Port {
+        Protocol protocol = Protocol::kNone;
+        PortCounters counters;
+        LatencyHistogram forwarding;
+        ListsInDriver inDriver;
+        bool hasToldOfRestoredPing = false;
+        bool hasToldOfFullQueue = false; // since the queue was empty last
+    };
+
+    struct TapPlace {
+        std::size_t port;
+        StreamDirection direction;
+        std::weak_ptr<StreamTap> tap;
+    };
+
+    // The input thread's.
+    TimePoint Pass();
+    bool TakeList(TimePoint now, PacedList& list) QUORVEL_REQUIRES(mMutex);
+    void Refused(std::size_t port);
+    bool IsStalledNow(TimePoint now) QUORVEL_REQUIRES(mMutex);
+
+    void TakeInput() QUORVEL_REQUIRES(mMutex);
+    void TakeInput(const RoutedBackend& backend, Input& input, std::size_t port)
+        QUORVEL_REQUIRES(mMutex);
+    bool IsRoomFor(const Input& input, std::size_t port) const QUORVEL_REQUIRES(mMutex);
+    void AddEvent(Input& input, std::size_t port) QUORVEL_REQUIRES(mMutex);
+    void AddDropped(Input& input, std::size_t port) QUORVEL_REQUIRES(mMutex);
+    void AddMessage(std::size_t port, Message message, TimePoint arrived) QUORVEL_REQUIRES(mMutex);
+    void TellOfRestoredPing(std::size_t port) QUORVEL_REQUIRES(mMutex);
+
+    // The driver's threads'.
+    void Forwarded(std::size_t port, const MIDIPacketList& packets);
+    void Replied(std::size_t port, const MIDIPacketList& packets);
+
+    void CopyToTaps(std::size_t port, StreamDirection direction, const MIDIPacketList& packets)
+        QUORVEL_REQUIRES(mMutex);
+    void CountLostInDriver(Port& port, const std::vector<ListsInDriver::List>& lists, TimePoint now)
+        QUORVEL_REQUIRES(mMutex);
+    void SetPorts(std::size_t count, std::span<const Protocol> protocols) QUORVEL_REQUIRES(mMutex);
+    void DropWaiting(std::size_t port) QUORVEL_REQUIRES(mMutex);
+    std::vector<BackendPort> PortsToShow(const std::vector<DriverPort>& ports) const;
+    void WaitForDriver();
+
+    const std::vector<RoutedBackend> mBackends;
+    WakeUpSignal& mSignal;
+    const RouterOptions mOptions;
+    const std::function<void()> mStalled;
+
+    mutable Mutex mMutex;
+    ConditionVariable mDriverIsEmpty;
+    std::vector<Port> mPorts QUORVEL_GUARDED_BY(mMutex); // never fewer than before
+    Pacer mPacer QUORVEL_GUARDED_BY(mMutex);             // its ports are those that there are now
+    std::vector<std::vector<Input>> mInputs QUORVEL_GUARDED_BY(mMutex); // by backend, then by port
+    StallWatch mStallWatch QUORVEL_GUARDED_BY(mMutex);
+    std::size_t mBytesInDriver QUORVEL_GUARDED_BY(mMutex) = 0;
+    bool mIsDriverFull QUORVEL_GUARDED_BY(mMutex) = false; // the input thread waits for room in it
+    bool mHasStalled QUORVEL_GUARDED_BY(mMutex) = false;   // since the start
+    std::uint64_t mStalls QUORVEL_GUARDED_BY(mMutex) = 0;
+    std::vector<TapPlace> mTaps QUORVEL_GUARDED_BY(mMutex);
+
+    // The main thread's, and in between the threads' that the members themselves make.
+    bool mIsPublished = false;
+    std::vector<BackendPort> mShownPorts;
+    std::optional<DriverConnection> mDriver;
+    PacedList mList;                                // the input thread's
+    RealTimePriority mPriority{"the input thread"}; // likewise
+    std::optional<InputThread> mThread;
 };
 
 } // namespace MidiServer

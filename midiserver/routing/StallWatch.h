@@ -5,8 +5,12 @@
 
 namespace MidiServer {
 
-// Notices that a driver forwards nothing any more. Its worker does so for good once one of its
-// rings has overflowed; it goes on taking what it is sent.
+// A StallWatch notices that a driver forwards nothing any more. A driver stalls for good once a
+// ring of its worker has overflowed, although it goes on taking what it is sent.
+//
+//     watch.Sent(now);
+//     ...
+//     if (now >= watch.Deadline()) { Restart(); }
 //
 // The caller supplies the times, which must not decrease. Not synchronised.
 class StallWatch {
@@ -15,13 +19,13 @@ public:
 
     explicit StallWatch(std::chrono::nanoseconds stallTime) : mStallTime(stallTime) {}
 
-    // A list went to the driver.
+    // Says that a list went to the driver.
     void Sent(TimePoint now) {
         if (mOutstanding++ == 0) {
             mSince = now;
         }
     }
-    // Lists came out of the driver, or are known to be lost; or were refused.
+    // Says that lists came out of the driver, are known to be lost, or were refused.
     void Done(TimePoint now, std::uint64_t lists) {
         mOutstanding -= lists;
         mSince = now;

@@ -23,9 +23,13 @@ struct TappedMessage {
     std::vector<std::uint8_t> bytes; // a packet of the stream: a message, or a piece of a long one
 };
 
-// A tap keeps a copy of a port's stream until somebody takes it, up to a number of bytes. What does
-// not fit is counted and not kept, so that a reader that lags holds nothing up. Any thread may call
-// any function.
+// A StreamTap keeps a copy of a port's stream until somebody takes it, up to a number of bytes. A
+// packet that does not fit is counted and not kept, so that a slow reader holds nothing up.
+//
+//     tap.Add(now, packet);                           // whoever carries the stream
+//     for (const TappedMessage& message : tap.Take(4096)) { ... } // whoever records it
+//
+// Any thread may call any function.
 class StreamTap {
 public:
     explicit StreamTap(std::size_t capacity) : mCapacity(capacity) {}

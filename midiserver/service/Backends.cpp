@@ -9,7 +9,7 @@
 #endif
 #include "midiserver/backends/SavedConnections.h"
 #include "midiserver/backends/embedded/EmbeddedBackend.h"
-#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/Errors.h"
 
 #include <fmt/format.h>
 

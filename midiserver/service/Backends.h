@@ -12,7 +12,7 @@
 
 namespace MidiServer {
 
-// The backends of a service, each with the queue that it writes into.
+// A Backends holds the backends of a service, each with the queue that it writes into.
 //
 //     WakeUpSignal signal;
 //     Backends backends(ChooseBackends({"auto"}, Backends::Survey()), signal);
@@ -23,10 +23,10 @@ class Backends {
 public:
     // The backends that this program was built with.
     static std::vector<std::string> Offered();
-    // To be called in a process before another thread runs and before anything else here but
-    // Offered: JACK's library is configured through the environment.
+    // Configures JACK's library, which takes that from the environment. A process calls it before
+    // another thread runs, and before anything else here but Offered.
     static void Prepare();
-    // Looks what there is on the machine. Blocks for some round trips to a JACK server.
+    // Looks which servers there are on the machine. Blocks for some round trips to a JACK server.
     static BackendSurvey Survey();
 
     // `signal` must outlive the object. `choices` are of Offered.

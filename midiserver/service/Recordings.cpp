@@ -1,9 +1,9 @@
 #include "midiserver/service/Recordings.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
+#include "midiserver/midi/HexText.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -11,11 +11,7 @@
 
 namespace MidiServer {
 
-namespace {
-
 using Json = nlohmann::ordered_json;
-
-} // namespace
 
 std::uint64_t Recordings::Start(std::shared_ptr<StreamTap> tap, Time now) {
     ForgetOld(now);
@@ -33,7 +29,7 @@ Json Recordings::Take(std::uint64_t number, Time now) {
     for (const TappedMessage& message : recording.tap->Take(kReplyBytes)) {
         const auto time = std::chrono::duration_cast<std::chrono::microseconds>(
             std::max(message.time, recording.started) - recording.started);
-        messages.push_back({time.count(), fmt::format("{:02X}", fmt::join(message.bytes, " "))});
+        messages.push_back({time.count(), HexText(message.bytes)});
     }
     return {{"messages", std::move(messages)}, {"lost", recording.tap->Lost()}};
 }

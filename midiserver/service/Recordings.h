@@ -11,8 +11,15 @@
 
 namespace MidiServer {
 
-// The recordings that clients have started and take (see ControlProtocol.h). One that nobody takes
-// from for kPatience is forgotten, as its client has ended. Not synchronised.
+// Recordings holds what the service records for its clients, who start a recording, take its
+// messages bit by bit and end it (see ControlProtocol.h). A recording that nobody takes from for
+// kPatience is forgotten, because its client has ended.
+//
+//     const std::uint64_t number = recordings.Start(router.Tap(...), now);
+//     reply = recordings.Take(number, now);
+//     reply = recordings.End(number);
+//
+// Not synchronised.
 class Recordings {
 public:
     using Time = std::chrono::steady_clock::time_point;

@@ -1,6 +1,6 @@
 #include "midiserver/service/RuntimeFolder.h"
 
-#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/CFText.h"
 
 #include <CoreFoundation/CFMessagePortHost.h>

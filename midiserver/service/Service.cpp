@@ -1,7 +1,6 @@
 #include "midiserver/service/Service.h"
 
-#include "midiserver/errors/HostError.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/AddressSpace.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"

@@ -34,8 +34,9 @@ struct ServiceOptions {
     bool preferencesFolderWasGiven = false;
 };
 
-// The service that `midiserver run` is: keeps the driver running between the backends, restarts it
-// when its preferences change or it forwards nothing any more, and answers the control port.
+// A Service does what `midiserver run` is for. It keeps the driver running between the backends,
+// restarts it when its preferences change or when it forwards nothing any more, and answers the
+// control port.
 //
 //     Service service(options);
 //     service.Run(); // until SIGTERM or SIGINT

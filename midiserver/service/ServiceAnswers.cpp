@@ -1,61 +1,20 @@
 // What the service answers on the control port.
-#include "midiserver/errors/HostError.h"
-#include "midiserver/errors/InputError.h"
-#include "midiserver/host/CFText.h"
+#include "midiserver/errors/Errors.h"
+#include "midiserver/json/Json.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
+#include "midiserver/midi/HexText.h"
 #include "midiserver/preferences/PreferencesEditor.h"
 #include "midiserver/service/Service.h"
 
-#include <CoreMIDI/MIDIServices.h>
-
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 
 namespace MidiServer {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-std::vector<std::uint8_t> Bytes(const std::string& hex) {
-    std::vector<std::uint8_t> bytes;
-    for (std::size_t at = 0; at < hex.size(); at += 3) {
-        const std::string digits = hex.substr(at, 2);
-        if (digits.size() != 2 || digits.find_first_not_of("0123456789ABCDEF") < 2) {
-            throw InputError("a message is no hexadecimal bytes");
-        }
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits, nullptr, 16)));
-    }
-    return bytes;
-}
-
-std::optional<std::int32_t> UniqueIdOf(MIDIObjectRef object) {
-    SInt32 id = 0;
-    if (MIDIObjectGetIntegerProperty(object, kMIDIPropertyUniqueID, &id) != noErr) {
-        return std::nullopt;
-    }
-    return id;
-}
-
-MIDIDeviceRef DeviceOf(const DriverPort& port) {
-    MIDIEntityRef entity = 0;
-    MIDIDeviceRef device = 0;
-    MIDIEndpointGetEntity(port.source, &entity);
-    MIDIEntityGetDevice(entity, &device);
-    return device;
-}
-
-std::string NameOf(MIDIObjectRef object) {
-    CFStringRef name = nullptr;
-    if (MIDIObjectGetStringProperty(object, kMIDIPropertyName, &name) != noErr) {
-        return {};
-    }
-    return TextOf(CFOwned<CFStringRef>(name).Get());
-}
 
 bool Contains(const std::vector<std::string>& names, const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
@@ -99,22 +58,16 @@ Json Service::List() const {
     Json ports = Json::array();
     for (const std::string& name : PortNames()) {
         const Protocol protocol = mConfiguration.protocols.at(ports.size());
-        ports.push_back({{"name", name},
-                         {"protocol", protocol == Protocol::kNone ? Json(nullptr)
-                                                                  : Json(ProtocolName(protocol))}});
+        ports.push_back({{"name", name}, {"protocol", ProtocolJson(protocol)}});
     }
     Json backends = Json::array();
     for (const auto& backend : mBackends.All()) {
         const BackendState state = backend->State();
-        Json connections = Json::array();
-        for (const BackendConnection& connection : backend->Connections()) {
-            connections.push_back({{"port", connection.port}, {"peer", connection.peer}});
-        }
         backends.push_back({{"name", backend->Name()},
                             {"isUp", state.isUp},
                             {"detail", state.detail},
                             {"peers", backend->Peers()},
-                            {"connections", std::move(connections)}});
+                            {"connections", ConnectionsJson(backend->Connections())}});
     }
     return {{"ports", std::move(ports)}, {"backends", std::move(backends)}};
 }
@@ -145,7 +98,7 @@ Json Service::Inject(const Json& arguments) {
     const std::size_t port = PortIndex(arguments.at("port").get<std::string>());
     std::size_t taken = 0;
     for (const Json& message : arguments.at("messages")) {
-        if (!mRouter.Inject(port, Bytes(message.get<std::string>())).taken) {
+        if (!mRouter.Inject(port, BytesOfHexText(message.get<std::string>())).taken) {
             break;
         }
         ++taken;
@@ -195,8 +148,8 @@ std::vector<PortStatus> Service::PortStates() const {
         PortStatus& status = ports.emplace_back();
         status.name = port.name;
         status.protocol = mConfiguration.protocols.at(index);
-        status.sourceId = UniqueIdOf(port.source);
-        status.destinationId = UniqueIdOf(port.destination);
+        status.sourceId = port.sourceId;
+        status.destinationId = port.destinationId;
         if (index < mRouter.ShownPorts().size()) {
             status.privateSourceId = mRouter.ShownPorts()[index].privateId;
         }
@@ -217,9 +170,8 @@ ServiceStatus Service::Status() const {
     status.setupFile = mOptions.setup ? mOptions.setup->string() : std::string();
     status.preferencesFile = PreferencesEditor::File().string();
     if (!mHosts.empty() && !mHosts.front()->Ports().empty()) {
-        const MIDIDeviceRef device = DeviceOf(mHosts.front()->Ports().front());
-        status.deviceName = NameOf(device);
-        status.deviceId = UniqueIdOf(device);
+        status.deviceName = mHosts.front()->DeviceName();
+        status.deviceId = mHosts.front()->DeviceId();
     }
     for (const auto& host : mHosts) {
         status.plugIns.push_back(host->Identity());

@@ -1,6 +1,6 @@
 #include "midiserver/service/ServiceManagerNotice.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 
 #include <fmt/format.h>
 

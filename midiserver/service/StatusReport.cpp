@@ -1,10 +1,9 @@
 #include "midiserver/service/StatusReport.h"
 
-#include "midiserver/errors/HostError.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
+#include "midiserver/json/Json.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <unistd.h>
 
@@ -16,41 +15,30 @@ namespace MidiServer {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr int kSchema = 1;
 
-// The reasons for which a message is lost: the member in JSON, and what people read.
-constexpr std::array<std::pair<const char*, const char*>, 8> kReasons = {{
-    {"queueFull", "the port's queue was full"},
-    {"tooLong", "too long"},
-    {"incomplete", "System Exclusive cut off"},
-    {"malformed", "no MIDI message"},
-    {"lostInBackend", "lost before they came here"},
-    {"refused", "refused by the driver's server"},
-    {"lostInDriver", "lost in the driver"},
-    {"stopped", "waiting when the driver was stopped or the port went away"},
-}};
-
-std::array<std::uint64_t, kReasons.size()> ByReason(const DroppedMessages& dropped) {
-    return {dropped.queueFull,     dropped.tooLong, dropped.incomplete,   dropped.malformed,
-            dropped.lostInBackend, dropped.refused, dropped.lostInDriver, dropped.stopped};
-}
-
-double Milliseconds(std::chrono::nanoseconds time) {
-    return std::chrono::duration<double, std::milli>(time).count();
-}
-
-template <typename Value>
-Json OrNull(const std::optional<Value>& value) {
-    return value ? Json(*value) : Json(nullptr);
-}
+// The reasons for which a message is lost: the count, its member in JSON, and what people read.
+struct Reason {
+    std::uint64_t DroppedMessages::*count;
+    const char* member;
+    const char* text;
+};
+constexpr std::array kReasons = {
+    Reason{&DroppedMessages::queueFull, "queueFull", "the port's queue was full"},
+    Reason{&DroppedMessages::tooLong, "tooLong", "too long"},
+    Reason{&DroppedMessages::incomplete, "incomplete", "System Exclusive cut off"},
+    Reason{&DroppedMessages::malformed, "malformed", "no MIDI message"},
+    Reason{&DroppedMessages::lostInBackend, "lostInBackend", "lost before they came here"},
+    Reason{&DroppedMessages::refused, "refused", "refused by the driver's server"},
+    Reason{&DroppedMessages::lostInDriver, "lostInDriver", "lost in the driver"},
+    Reason{&DroppedMessages::stopped, "stopped",
+           "waiting when the driver was stopped or the port went away"},
+};
 
 Json DroppedJson(const DroppedMessages& dropped) {
     Json json = {{"total", dropped.Total()}};
-    const auto byReason = ByReason(dropped);
-    for (std::size_t i = 0; i < kReasons.size(); ++i) {
-        json[kReasons.at(i).first] = byReason.at(i);
+    for (const Reason& reason : kReasons) {
+        json[reason.member] = dropped.*reason.count;
     }
     return json;
 }
@@ -61,8 +49,7 @@ Json PortJson(const PortStatus& port, std::size_t index,
     return {
         {"port", index + 1},
         {"name", port.name},
-        {"protocol",
-         port.protocol == Protocol::kNone ? Json(nullptr) : Json(ProtocolName(port.protocol))},
+        {"protocol", ProtocolJson(port.protocol)},
         {"sourceId", OrNull(port.sourceId)},
         {"destinationId", OrNull(port.destinationId)},
         {"privateSourceId", OrNull(port.privateSourceId)},
@@ -77,24 +64,15 @@ Json PortJson(const PortStatus& port, std::size_t index,
         {"queued", {{"messages", counters.queuedMessages}, {"bytes", counters.queuedBytes}}},
         {"messagesInDriver", counters.messagesInDriver},
         {"dropped", DroppedJson(counters.dropped)},
-        {"forwardingMs",
-         {{"count", counters.forwarding.count},
-          {"p50", Milliseconds(counters.forwarding.p50)},
-          {"p90", Milliseconds(counters.forwarding.p90)},
-          {"p99", Milliseconds(counters.forwarding.p99)},
-          {"max", Milliseconds(counters.forwarding.max)}}}};
+        {"forwardingMs", LatencyJson(counters.forwarding)}};
 }
 
 Json BackendJson(const BackendStatus& backend) {
-    Json connections = Json::array();
-    for (const BackendConnection& connection : backend.connections) {
-        connections.push_back({{"port", connection.port}, {"peer", connection.peer}});
-    }
     return {{"name", backend.name},
             {"isUp", backend.state.isUp},
             {"detail", backend.state.detail},
             {"lostToDaws", backend.lostToDaws},
-            {"connections", std::move(connections)}};
+            {"connections", ConnectionsJson(backend.connections)}};
 }
 
 // At most five characters.
@@ -226,8 +204,9 @@ std::string Remarks(const Json& port) {
             text += fmt::format("port {}: {} {}\n", port.at("port").get<unsigned>(), count, what);
         }
     };
-    for (const auto& [member, reason] : kReasons) {
-        remark(port.at("dropped").at(member).get<std::uint64_t>(), fmt::format("LOST: {}", reason));
+    for (const Reason& reason : kReasons) {
+        remark(port.at("dropped").at(reason.member).get<std::uint64_t>(),
+               fmt::format("LOST: {}", reason.text));
     }
     remark(port.at("restoredPings").get<std::uint64_t>(),
            "pings restored that a bridge had rewritten");

@@ -32,7 +32,7 @@ struct PortStatus {
     PortCounters counters;
 };
 
-// What can be said of the service at a moment.
+// The state of the service at one moment.
 struct ServiceStatus {
     std::chrono::steady_clock::time_point now;
     std::chrono::steady_clock::time_point started;

@@ -1,6 +1,6 @@
 #include "midiserver/backends/alsa/AlsaBackend.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Host.h"
 #include "midiserver/host/RealTimePriority.h"
 #include "midiserver/log/LogCategories.h"

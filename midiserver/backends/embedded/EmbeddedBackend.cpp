@@ -1,6 +1,6 @@
 #include "midiserver/backends/embedded/EmbeddedBackend.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 #include "midiserver/backends/jack/JackBackend.h"
 
 #include "midiserver/backends/jack/JackLibrary.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Host.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"

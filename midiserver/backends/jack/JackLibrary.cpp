@@ -1,6 +1,6 @@
 #include "midiserver/backends/jack/JackLibrary.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 

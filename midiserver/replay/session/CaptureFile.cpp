@@ -1,6 +1,6 @@
 #include "midiserver/replay/session/CaptureFile.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/midi/MidiMessage.h"
 
 #include <fmt/format.h>
@@ -112,7 +112,7 @@ private:
             Fail("no bytes after the time: the file is cut off here or damaged");
         }
         const std::uint8_t status = mMessage.front();
-        if (status < 0x80 || status == 0xF7) {
+        if (ContinuesExclusive(mMessage)) {
             Fail(fmt::format("the message starts with {:02X}, which is no status byte", status));
         }
         const std::optional<std::size_t> length = MidiMessageLength(status);
@@ -125,13 +125,13 @@ private:
             Fail(fmt::format("a message with status {:02X} has {} bytes, here are {}", status,
                              *length, mMessage.size()));
         }
-        if (!length && (mMessage.size() < 2 || mMessage.back() != 0xF7)) {
+        if (!length && (mMessage.size() < 2 || mMessage.back() != kEndOfExclusive)) {
             Fail("the System Exclusive message does not end with F7: the file is cut off here or "
                  "damaged");
         }
         const std::size_t dataEnd = length ? mMessage.size() : mMessage.size() - 1;
         for (std::size_t i = 1; i < dataEnd; ++i) {
-            if (mMessage[i] >= 0x80) {
+            if (!IsDataByte(mMessage[i])) {
                 Fail(fmt::format("{:02X} stands where a data byte below 80 is due", mMessage[i]));
             }
         }

@@ -1,28 +1,21 @@
 #include "midiserver/replay/session/CaptureWriter.h"
 
+#include "midiserver/midi/HexText.h"
+#include "midiserver/midi/MidiMessage.h"
+
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 namespace MidiServer {
-
-namespace {
-
-constexpr std::uint8_t kStartOfExclusive = 0xF0;
-constexpr std::uint8_t kEndOfExclusive = 0xF7;
-constexpr std::uint8_t kFirstRealTime = 0xF8;
-constexpr std::uint8_t kFirstStatus = 0x80;
-
-} // namespace
 
 std::string CaptureWriter::Add(std::uint64_t microseconds, std::span<const std::uint8_t> bytes) {
     if (bytes.empty()) {
         return {};
     }
     const std::uint8_t first = bytes.front();
-    if (first >= kFirstRealTime) { // may come amidst System Exclusive
+    if (IsRealTime(first)) { // may come amidst System Exclusive
         return Line(microseconds, bytes);
     }
-    const bool continues = first < kFirstStatus || first == kEndOfExclusive;
+    const bool continues = ContinuesExclusive(bytes);
     if (mUnfinished.empty() == continues) { // cut off, or without a beginning
         ++mLeftOut;
         mUnfinished.clear();
@@ -47,7 +40,7 @@ std::string CaptureWriter::Add(std::uint64_t microseconds, std::span<const std::
 
 std::string CaptureWriter::Line(std::uint64_t microseconds, std::span<const std::uint8_t> bytes) {
     ++mLines;
-    return fmt::format("{} {:02X}\n", microseconds, fmt::join(bytes, " "));
+    return fmt::format("{} {}\n", microseconds, HexText(bytes));
 }
 
 } // namespace MidiServer

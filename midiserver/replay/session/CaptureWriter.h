@@ -7,7 +7,7 @@
 
 namespace MidiServer {
 
-// Turns a recorded stream of MIDI into the lines of a capture (see CaptureFile.h).
+// A CaptureWriter turns a recorded stream of MIDI into the lines of a capture (CaptureFile.h).
 //
 //     CaptureWriter writer;
 //     text += writer.Add(250, bytes); // 250 microseconds after the start

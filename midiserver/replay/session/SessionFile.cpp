@@ -1,6 +1,6 @@
 #include "midiserver/replay/session/SessionFile.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/replay/session/CaptureFile.h"
 #include "midiserver/replay/session/StandardMidiFile.h"
 #include "platform/support/FileDescriptor.h"

@@ -1,6 +1,6 @@
 #include "midiserver/replay/session/StandardMidiFile.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/midi/MidiMessage.h"
 
 #include <fmt/format.h>
@@ -208,20 +208,13 @@ private:
         mTicksPerBeat = frames * ticksPerFrame;
     }
 
-    // Reads a track to its end, so that a damaged one is known before anything else is made of it,
-    // and remembers it if it has something to say.
+    // Reads a track to its end, so that a damaged one is known before anything else is made of it.
     void CheckTrack(Cursor chunk, std::uint16_t track) {
         TrackPosition position;
         position.track = track;
         ReadTime(chunk, position);
-        const TrackPosition first = position;
-        bool speaks = false;
-        for (Event event; event.kind != Event::Kind::kEndOfTrack;) {
-            event = ReadEvent(chunk, position);
-            speaks |= event.kind != Event::Kind::kNothing && event.kind != Event::Kind::kEndOfTrack;
-        }
-        if (speaks) {
-            mTracks.push_back(first);
+        mTracks.push_back(position);
+        while (ReadEvent(chunk, position).kind != Event::Kind::kEndOfTrack) {
         }
     }
 
@@ -239,7 +232,7 @@ private:
         const std::uint8_t status = cursor.Byte("event");
         if (status == 0xFF) {
             event = ReadMetaEvent(cursor, position);
-        } else if (status == 0xF0 || status == 0xF7) {
+        } else if (status == kStartOfExclusive || status == kEndOfExclusive) {
             event = ReadSysexEvent(cursor, position, status);
         } else {
             CheckSysexEnded(cursor, position);
@@ -286,7 +279,7 @@ private:
         const std::size_t start = cursor.Offset();
         const std::span<const std::uint8_t> data = cursor.Bytes(length, "System Exclusive event");
         Event event;
-        if (status == 0xF0) {
+        if (status == kStartOfExclusive) {
             CheckSysexEnded(cursor, position);
             position.sysexStart = position.offset;
             position.sysexLength = 1;
@@ -296,9 +289,9 @@ private:
             event.escaped = data;
             return event;
         }
-        const bool ends = !data.empty() && data.back() == 0xF7;
+        const bool ends = !data.empty() && data.back() == kEndOfExclusive;
         for (std::size_t i = 0; i < data.size() - (ends ? 1 : 0); ++i) {
-            if (data[i] >= 0x80) {
+            if (!IsDataByte(data[i])) {
                 cursor.FailAt(start + i,
                               fmt::format("{:02X} inside a System Exclusive message", data[i]));
             }
@@ -323,14 +316,12 @@ private:
     static std::size_t EscapedMessageLength(const Cursor& cursor, std::size_t start,
                                             std::span<const std::uint8_t> bytes) {
         const std::uint8_t status = bytes.front();
-        if (status < 0x80 || status == 0xF7) {
+        if (ContinuesExclusive(bytes)) {
             cursor.FailAt(start,
                           fmt::format("{:02X} stands in an escape where a message starts", status));
         }
-        const std::size_t end =
-            static_cast<std::size_t>(std::find_if(bytes.begin() + 1, bytes.end(),
-                                                  [](std::uint8_t byte) { return byte >= 0x80; }) -
-                                     bytes.begin());
+        const auto end = static_cast<std::size_t>(
+            std::find_if_not(bytes.begin() + 1, bytes.end(), IsDataByte) - bytes.begin());
         if (const std::optional<std::size_t> due = MidiMessageLength(status)) {
             if (end < *due) {
                 cursor.FailAt(start, fmt::format("a message with status {:02X} has {} bytes, in "
@@ -339,7 +330,7 @@ private:
             }
             return *due;
         }
-        if (end == bytes.size() || bytes[end] != 0xF7) {
+        if (end == bytes.size() || bytes[end] != kEndOfExclusive) {
             cursor.FailAt(start, "the System Exclusive message that starts here is not ended in "
                                  "its escape");
         }
@@ -446,7 +437,7 @@ private:
     // Copies a message from the events over which it is split, the first of which is at `start`.
     void JoinSysex(std::size_t start, std::span<std::uint8_t> message) const {
         Cursor cursor = mFile.At(start);
-        message.front() = 0xF0;
+        message.front() = kStartOfExclusive;
         for (std::size_t have = 1; have < message.size();) {
             if (cursor.Byte("event") == 0xFF) {
                 cursor.Byte("meta event");
@@ -466,8 +457,7 @@ private:
 
     Cursor mFile;
     const std::string& mName;
-    // Those that have something to say. In pieces, so that it grows without a copy.
-    std::deque<TrackPosition> mTracks;
+    std::deque<TrackPosition> mTracks; // in pieces, so that it grows without a copy
 
     // A tick is mMicrosecondsNumerator / mTicksPerBeat microseconds; with an SMPTE division "beat"
     // is the division's second and the tempo has no say.

@@ -14,17 +14,21 @@
 
 namespace MidiServer {
 
-// The messages of one port that wait for its rate, in the order in which they came, with two
-// exceptions.
+// A PacingQueue holds the messages of one port until the port's rate lets them go. They go in the
+// order in which they came, with two exceptions.
 //
-// Pings of the port's protocol may overtake the others when these have to wait: they carry no
-// state, and a DAW that gets no answer in time gives the surface up. They do not break into a
+// Pings of the port's protocol may overtake the others when these have to wait: a ping carries no
+// state, and a DAW that gets no answer in time gives the surface up. A ping does not break into a
 // message that has begun to go out.
 //
-// With coalescing, a value that waits (see ValuePlace.h) is replaced, at its place in the order, by
-// a later one for the same fader, ring or display cells. Text is replaced only if no other text for
-// some of its cells came in between. So a surface that has taken the whole queue shows the same
-// with coalescing as without it. A HUI fader's two messages are replaced together.
+// With coalescing, a later value for the same fader, ring or display cells (see ValuePlace.h) takes
+// the place of an earlier one that still waits. Text is replaced only if no other text for some of
+// its cells came in between. So a surface that has taken the whole queue shows the same with
+// coalescing as without it. A HUI fader's two messages are replaced together.
+//
+//     queue.Add(message, now);
+//     Send(queue.Next().rest.first(size));
+//     queue.Advance(size);
 //
 // A queue takes kCapacity bytes. A message that does not fit is refused whole, but an empty queue
 // takes one message of any length, and a full one takes a ping as long as fewer than

@@ -8,10 +8,16 @@
 
 namespace MidiServer {
 
-// What may be sent to a port without its throttle in the driver having to hold it back. The driver
-// lets kBytes bytes of MIDI data through in any second and counts them as it lets them through.
-// This window counts them as they are sent, which is a little earlier; it is wider than a second by
-// kSlack, so bytes may reach the throttle later than others by as much before any has to wait.
+// A PacingWindow tells how much may be sent to a port so that the driver need not hold the port
+// back. The driver lets kBytes bytes of MIDI data through in any second, and counts them when it
+// lets them through. This window counts them when they are sent, which is a little earlier. It is
+// wider than a second by kSlack, the time by which one byte may take longer to the driver's
+// throttle than another before any byte has to wait there.
+//
+//     if (bytes <= window.Room(now)) {
+//         Send();
+//         window.Add(now, bytes);
+//     }
 //
 // The caller supplies the times, which must not decrease. Not synchronised.
 class PacingWindow {

@@ -1,15 +1,12 @@
 #include "midiserver/service/control/ControlClient.h"
 
-#include "midiserver/errors/HostError.h"
-#include "midiserver/errors/InputError.h"
-#include "midiserver/errors/ServiceStateError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/CFText.h"
 #include "midiserver/service/RuntimeFolder.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <new>
 #include <string>
 
 namespace MidiServer {
@@ -25,15 +22,6 @@ std::string NoService() {
     return fmt::format("no service runs in {}; start one with \"midiserver run\"", RuntimeFolder());
 }
 
-Json Parse(CFDataRef data) {
-    const UInt8* const bytes = CFDataGetBytePtr(data);
-    Json reply = Json::parse(bytes, bytes + CFDataGetLength(data), nullptr, false);
-    if (!reply.is_object() || !reply.contains("ok") || !reply["ok"].is_boolean()) {
-        throw HostError("the service's answer is not understood; is it of another version?");
-    }
-    return reply;
-}
-
 } // namespace
 
 ControlClient::ControlClient() {
@@ -45,13 +33,7 @@ ControlClient::ControlClient() {
 }
 
 Json ControlClient::Ask(ControlRequest request, const Json& arguments) const {
-    const std::string text = arguments.dump(-1, ' ', false, Json::error_handler_t::replace);
-    const CFOwned<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
-                                               reinterpret_cast<const UInt8*>(text.data()),
-                                               static_cast<CFIndex>(text.size())));
-    if (!data) {
-        throw std::bad_alloc();
-    }
+    const CFOwned<CFDataRef> data = ControlData(arguments);
     CFDataRef answer = nullptr;
     const SInt32 result = CFMessagePortSendRequest(mPort.Get(), static_cast<SInt32>(request),
                                                    data.Get(), kPatienceSeconds, kPatienceSeconds,
@@ -63,7 +45,10 @@ Json ControlClient::Ask(ControlRequest request, const Json& arguments) const {
     if (result != kCFMessagePortSuccess || !owned) {
         throw HostError(fmt::format("the service does not answer (result {})", result));
     }
-    Json reply = Parse(owned.Get());
+    Json reply = ControlMessage(owned.Get());
+    if (!reply.is_object() || !reply.contains("ok") || !reply["ok"].is_boolean()) {
+        throw HostError("the service's answer is not understood; is it of another version?");
+    }
     if (!reply["ok"].get<bool>()) {
         throw InputError(reply.value("error", "the service refuses without a reason"));
     }

@@ -9,7 +9,7 @@
 
 namespace MidiServer {
 
-// Asks the service that runs in this user's runtime folder (see ControlProtocol.h).
+// A ControlClient asks the service that runs in this user's runtime folder (see ControlProtocol.h).
 //
 //     const ControlClient service;
 //     service.Ask(ControlRequest::kStatus, nlohmann::ordered_json::object())["status"];

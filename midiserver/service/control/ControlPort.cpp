@@ -1,7 +1,6 @@
 #include "midiserver/service/control/ControlPort.h"
 
-#include "midiserver/errors/HostError.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/CFText.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
@@ -20,24 +19,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json Parse(CFDataRef data) {
-    const UInt8* const bytes = CFDataGetBytePtr(data);
-    Json arguments = Json::parse(bytes, bytes + CFDataGetLength(data), nullptr, false);
-    if (!arguments.is_object()) {
-        throw InputError("the request is no JSON object");
-    }
-    return arguments;
-}
-
 Json Refusal(const std::string& why) {
     return {{"ok", false}, {"error", OneLine(why)}};
-}
-
-CFDataRef DataOf(const Json& reply) {
-    // A name may hold anything; what is no UTF-8 in it is replaced.
-    const std::string text = reply.dump(-1, ' ', false, Json::error_handler_t::replace);
-    return CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                        static_cast<CFIndex>(text.size()));
 }
 
 } // namespace
@@ -64,7 +47,7 @@ ControlPort::~ControlPort() {
 CFDataRef ControlPort::Called(CFMessagePortRef, SInt32 request, CFDataRef data, void* info) {
     // No exception may pass through the run loop. A reply for which there is no memory is none.
     try {
-        return DataOf(static_cast<ControlPort*>(info)->ReplyTo(request, data));
+        return ControlData(static_cast<ControlPort*>(info)->ReplyTo(request, data)).Release();
     } catch (const std::exception&) {
         return nullptr;
     }
@@ -72,8 +55,12 @@ CFDataRef ControlPort::Called(CFMessagePortRef, SInt32 request, CFDataRef data, 
 
 Json ControlPort::ReplyTo(SInt32 request, CFDataRef data) const {
     try {
+        const Json arguments = ControlMessage(data);
+        if (!arguments.is_object()) {
+            throw InputError("the request is no JSON object");
+        }
         Json reply = {{"ok", true}};
-        reply.update(mAnswer(static_cast<ControlRequest>(request), Parse(data)));
+        reply.update(mAnswer(static_cast<ControlRequest>(request), arguments));
         return reply;
     } catch (const Json::exception& error) {
         return Refusal(fmt::format("the request is not understood: {}", error.what()));

@@ -11,8 +11,8 @@
 
 namespace MidiServer {
 
-// The service's end of the control port (ControlProtocol.h). The run loop of the thread that makes
-// it serves it, in the default mode, until it is destroyed on that thread.
+// A ControlPort is the service's end of the control port (ControlProtocol.h). The thread that makes
+// it serves it with its run loop, in the default mode, and destroys it.
 //
 //     const ControlPort port([](ControlRequest request, const nlohmann::ordered_json& arguments) {
 //         return nlohmann::ordered_json{{"status", ...}};

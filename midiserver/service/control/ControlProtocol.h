@@ -1,6 +1,10 @@
 #pragma once
 
-#include <CoreFoundation/CFBase.h>
+#include "platform/support/CFOwned.h"
+
+#include <CoreFoundation/CFData.h>
+
+#include <nlohmann/json_fwd.hpp>
 
 namespace MidiServer {
 
@@ -28,5 +32,11 @@ enum class ControlRequest : SInt32 {
     // {port, messages: ["90 00 7F"]} -> {port: its name, taken: how many of the messages}
     kInject = 8,
 };
+
+// Returns a request or a reply as the port carries it. A name in it may hold anything; what is not
+// UTF-8 is replaced. Throws std::bad_alloc.
+CFOwned<CFDataRef> ControlData(const nlohmann::ordered_json& message);
+// Returns what the port has carried; a value that is no object if it is no JSON.
+nlohmann::ordered_json ControlMessage(CFDataRef data);
 
 } // namespace MidiServer

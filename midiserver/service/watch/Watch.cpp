@@ -1,6 +1,6 @@
 #include "midiserver/service/watch/Watch.h"
 
-#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/service/watch/FileWatch.h"
 
 #include <boost/asio/io_context.hpp>

@@ -2,7 +2,7 @@
 // side. Runs in the emulated machine of scripts/alsa-machine, as root.
 #include "midiserver/backends/alsa/AlsaBackend.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "platform/packetlist/PacketListBuilder.h"
 #include "tests/integration/alsa/SequencerPeer.h"
 #include "tests/support/Program.h"

@@ -4,7 +4,7 @@
 #include "tests/integration/alsa/AlsaFaults.h"
 
 #include "midiserver/backends/alsa/AlsaBackend.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Host.h"
 #include "platform/packetlist/PacketListBuilder.h"
 #include "tests/support/Program.h"

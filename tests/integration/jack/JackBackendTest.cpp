@@ -1,4 +1,4 @@
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Host.h"
 #include "tests/integration/jack/BackendFixture.h"
 

@@ -2,8 +2,7 @@
 // other side are programs of their own, because all calls of this one are the backend's.
 #include "tests/integration/jack/JackFaults.h"
 
-#include "midiserver/errors/HostError.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/log/Logging.h"
 #include "runtime/thread/NyInit.h"
 #include "tests/integration/jack/BackendFixture.h"

@@ -3,7 +3,7 @@
 #include "midiserver/routing/Router.h"
 
 #include "midiserver/backends/embedded/EmbeddedBackend.h"
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Setup.h"
 #include "midiserver/midi/PacketList.h"
 #include "midiserver/preferences/PreferencesEditor.h"

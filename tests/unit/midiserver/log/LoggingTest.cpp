@@ -1,6 +1,6 @@
 #include "midiserver/log/Logging.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/log/LogCategories.h"
 #include "runtime/thread/NyInit.h"
 

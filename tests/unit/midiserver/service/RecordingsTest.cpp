@@ -1,6 +1,6 @@
 #include "midiserver/service/Recordings.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

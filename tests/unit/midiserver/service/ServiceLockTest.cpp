@@ -1,7 +1,6 @@
 #include "midiserver/service/ServiceLock.h"
 
-#include "midiserver/errors/HostError.h"
-#include "midiserver/errors/ServiceStateError.h"
+#include "midiserver/errors/Errors.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 #include "midiserver/service/StatusReport.h"
 
-#include "midiserver/errors/HostError.h"
+#include "midiserver/errors/Errors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "midiserver/replay/session/CaptureFile.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 #include "tests/unit/midiserver/replay/session/RecordedMessages.h"
 
 #include <gmock/gmock.h>

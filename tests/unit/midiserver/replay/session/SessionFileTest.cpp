@@ -1,6 +1,6 @@
 #include "midiserver/replay/session/SessionFile.h"
 
-#include "midiserver/errors/InputError.h"
+#include "midiserver/errors/Errors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -291,6 +291,31 @@ std::function<int()> Server(CFStringRef name, int ready) {
     };
 }
 
+// A child process that waits until it is told to run its body: all children have to be made before
+// this process uses a thread.
+class WaitingChild {
+public:
+    explicit WaitingChild(std::function<int()> body)
+        : mStart(MakePipe()), mChild([this, body = std::move(body)] {
+              char byte = 0;
+              return read(mStart[0], &byte, 1) == 1 ? body() : 1;
+          }) {}
+
+    void Start() { ASSERT_EQ(write(mStart[1], "s", 1), 1); }
+    void Kill() { mChild.Kill(); }
+    void Wait() { mChild.Wait(); }
+
+private:
+    static std::array<int, 2> MakePipe() {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe(ends.data()), 0);
+        return ends;
+    }
+
+    std::array<int, 2> mStart;
+    Child mChild;
+};
+
 void AwaitByte(int descriptor) {
     char byte = 0;
     ASSERT_EQ(read(descriptor, &byte, 1), 1);
@@ -299,13 +324,8 @@ void AwaitByte(int descriptor) {
 TEST_F(CFMessagePortTest, RemoteBecomesInvalidForGoodWhenItsProcessDies) {
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
-    int again[2];
-    ASSERT_EQ(pipe(again), 0);
     Child first(Server(CFSTR("mortal"), ready[1]));
-    Child second([&] {
-        char byte = 0;
-        return read(again[0], &byte, 1) == 1 ? Server(CFSTR("mortal"), ready[1])() : 1;
-    });
+    WaitingChild second(Server(CFSTR("mortal"), ready[1]));
     AwaitByte(ready[0]);
     const Port remote = MakeRemote(CFSTR("mortal"));
     ASSERT_TRUE(remote);
@@ -316,7 +336,7 @@ TEST_F(CFMessagePortTest, RemoteBecomesInvalidForGoodWhenItsProcessDies) {
     // can be taken.
     EXPECT_EQ(MakeRemote(CFSTR("mortal")).Get(), nullptr);
     EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
-    ASSERT_EQ(write(again[1], "a", 1), 1);
+    second.Start();
     AwaitByte(ready[0]);
     EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortIsInvalid);
     EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
@@ -1225,17 +1245,12 @@ TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledWhileRequests
     constexpr std::size_t kRounds = 20;
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
-    std::vector<std::array<int, 2>> starts(kRounds);
-    std::vector<std::unique_ptr<Child>> children;
-    for (std::array<int, 2>& start : starts) {
-        ASSERT_EQ(pipe(start.data()), 0);
-        children.push_back(std::make_unique<Child>([&ready, &start] {
-            char byte = 0;
-            return read(start[0], &byte, 1) == 1 ? Server(CFSTR("killed"), ready[1])() : 1;
-        }));
-    }
+    std::vector<std::unique_ptr<WaitingChild>> children;
     for (std::size_t round = 0; round < kRounds; ++round) {
-        ASSERT_EQ(write(starts[round][1], "s", 1), 1);
+        children.push_back(std::make_unique<WaitingChild>(Server(CFSTR("killed"), ready[1])));
+    }
+    for (const std::unique_ptr<WaitingChild>& child : children) {
+        child->Start();
         AwaitByte(ready[0]);
         const Port shared = MakeRemote(CFSTR("killed"));
         ASSERT_TRUE(shared);
@@ -1254,7 +1269,7 @@ TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledWhileRequests
         }
         EXPECT_TRUE(
             TestSupport::WaitUntil("three requests are answered", [&] { return answered >= 3; }));
-        children[round]->Kill();
+        child->Kill();
         for (std::thread& thread : threads) {
             thread.join();
         }
@@ -1265,15 +1280,9 @@ TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledInTheMiddleOf
     constexpr std::size_t kRounds = 20;
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
-    std::vector<std::array<int, 2>> starts(kRounds);
-    std::vector<std::unique_ptr<Child>> children;
-    for (std::array<int, 2>& start : starts) {
-        ASSERT_EQ(pipe(start.data()), 0);
-        children.push_back(std::make_unique<Child>([this, &ready, &start] {
-            char byte = 0;
-            if (read(start[0], &byte, 1) != 1) {
-                return 1;
-            }
+    std::vector<std::unique_ptr<WaitingChild>> children;
+    for (std::size_t round = 0; round < kRounds; ++round) {
+        children.push_back(std::make_unique<WaitingChild>([this, &ready] {
             const PlayedPort played(SocketPath("half"));
             if (write(ready[1], "r", 1) != 1) {
                 return 1;
@@ -1284,14 +1293,14 @@ TEST_F(CFMessagePortTest, FindsThePortInvalidWhenItsProcessIsKilledInTheMiddleOf
             return raise(SIGKILL);
         }));
     }
-    for (std::size_t round = 0; round < kRounds; ++round) {
-        ASSERT_EQ(write(starts[round][1], "s", 1), 1);
+    for (const std::unique_ptr<WaitingChild>& child : children) {
+        child->Start();
         AwaitByte(ready[0]);
         const Port remote = MakeRemote(CFSTR("half"));
         ASSERT_TRUE(remote);
         EXPECT_EQ(Ask(remote.Get(), 1).result, kCFMessagePortBecameInvalidError);
         EXPECT_FALSE(CFMessagePortIsValid(remote.Get()));
-        children[round]->Wait();
+        child->Wait();
         unlink(SocketPath("half").c_str()); // which the next process makes anew
     }
 }

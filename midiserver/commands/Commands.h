@@ -2,16 +2,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <memory>
 #include <string>
 
 namespace MidiServer {
 
 // A command of the program: `midiserver NAME ...`.
 //
-//     StatusCommand status(program); // program is the CLI::App
+//     const std::unique_ptr<Command> status = MakeStatusCommand(program);
 //     program.parse(argc, argv);
-//     if (status.WasGiven()) {
-//         return status.Run();
+//     if (status->WasGiven()) {
+//         return status->Run();
 //     }
 class Command {
 public:
@@ -33,5 +34,15 @@ protected:
 
     CLI::App* mCommand;
 };
+
+// Each makes the command that it is named after, in a file of that name.
+std::unique_ptr<Command> MakeConnectCommand(CLI::App& program);
+std::unique_ptr<Command> MakeDisconnectCommand(CLI::App& program);
+std::unique_ptr<Command> MakeListCommand(CLI::App& program);
+std::unique_ptr<Command> MakePrefsCommand(CLI::App& program);
+std::unique_ptr<Command> MakeRecordCommand(CLI::App& program);
+std::unique_ptr<Command> MakeReplayCommand(CLI::App& program);
+std::unique_ptr<Command> MakeRunCommand(CLI::App& program);
+std::unique_ptr<Command> MakeStatusCommand(CLI::App& program);
 
 } // namespace MidiServer

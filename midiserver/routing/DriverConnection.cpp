@@ -1,7 +1,6 @@
-#include "midiserver/routing/PrivateSources.h"
+#include "midiserver/routing/DriverConnection.h"
 
 #include "midiserver/host/CFText.h"
-#include "midiserver/host/Host.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 
@@ -36,7 +35,7 @@ const char* Meaning(SInt32 result) {
 }
 
 // Asks for the IDs of four ports, `port` (1-based) and the three after it.
-IdBlock AskForIds(CFMessagePortRef messagePort, unsigned port) {
+IdBlock AskForIds(CFMessagePortRef messagePort, std::size_t port) {
     CFDataRef data = nullptr;
     const SInt32 result =
         CFMessagePortSendRequest(messagePort, static_cast<SInt32>(port), nullptr, kTimeoutSeconds,
@@ -63,48 +62,58 @@ IdBlock AskForIds(CFMessagePortRef messagePort, unsigned port) {
 
 } // namespace
 
-struct PrivateSources::Connection {
-    unsigned port;
-};
-
-PrivateSources::PrivateSources(Received received) : mReceived(std::move(received)) {}
-
-PrivateSources::~PrivateSources() {
-    Disconnect();
+DriverConnection::DriverConnection(const std::vector<DriverPort>& ports, Listeners listeners)
+    : mListeners(std::move(listeners)) {
+    const CFOwned<CFStringRef> name = MakeCFString("midiserver");
+    const auto receive = [](const MIDIPacketList* packets, void*, void* connection) {
+        const auto& source = *static_cast<const Source*>(connection);
+        source.receive(source.port, *packets);
+    };
+    OSStatus status = MIDIClientCreate(name.Get(), nullptr, nullptr, &mClient.reference);
+    if (status == noErr) {
+        status = MIDIOutputPortCreate(mClient.reference, name.Get(), &mOutput);
+    }
+    if (status == noErr) {
+        status = MIDIInputPortCreate(mClient.reference, name.Get(), receive, nullptr, &mInput);
+    }
+    if (status != noErr) {
+        throw HostError(fmt::format("the host's MIDI client cannot be made (status {})", status));
+    }
+    ConnectPrivateSources(ports.size());
+    for (const DriverPort& port : ports) {
+        if (port.source != 0) {
+            status = Listen(port.source, mListeners.fromPort, mDestinations.size());
+        }
+        if (status != noErr) {
+            throw HostError(
+                fmt::format("the driver's sources cannot be listened to (status {})", status));
+        }
+        mDestinations.push_back(port.destination);
+    }
 }
 
-void PrivateSources::Connect(unsigned portCount) {
-    const CFOwned<CFStringRef> portName = MakeCFString(kMessagePortName);
+void DriverConnection::ConnectPrivateSources(std::size_t count) {
+    const CFOwned<CFStringRef> name = MakeCFString(kMessagePortName);
     const CFOwned<CFMessagePortRef> messagePort(
-        CFMessagePortCreateRemote(kCFAllocatorDefault, portName.Get()));
+        CFMessagePortCreateRemote(kCFAllocatorDefault, name.Get()));
     if (!messagePort) {
         throw HostError(
             fmt::format("the driver's message port \"{}\" is not there", kMessagePortName));
     }
-    const CFOwned<CFStringRef> name = MakeCFString("midiserver private sources");
-    OSStatus status = MIDIClientCreate(name.Get(), nullptr, nullptr, &mClient);
-    if (status == noErr) {
-        status = MIDIInputPortCreate(mClient, name.Get(), ReadProcedure, this, &mInput);
-    }
-    if (status != noErr) {
-        throw HostError(fmt::format(
-            "the MIDI client of the private sources cannot be made (status {})", status));
-    }
     IdBlock ids{};
-    for (unsigned port = 0; port < portCount; ++port) {
+    for (std::size_t port = 0; port < count; ++port) {
         if (port % kIdsPerReply == 0) {
             ids = AskForIds(messagePort.Get(), port + 1);
         }
-        const SInt32 id = ids[port % kIdsPerReply];
+        const SInt32 id = ids.at(port % kIdsPerReply);
         MIDIObjectRef source = 0;
         MIDIObjectType type = kMIDIObjectType_Other;
-        status = MIDIObjectFindByUniqueID(id, &source, &type);
+        OSStatus status = MIDIObjectFindByUniqueID(id, &source, &type);
         if (status == noErr && type != kMIDIObjectType_Source) {
             status = kMIDIObjectNotFound;
         }
         if (status == noErr) {
-            mConnections.push_back(std::make_unique<Connection>(Connection{port}));
-            status = MIDIPortConnectSource(mInput, source, mConnections.back().get());
+            status = Listen(source, mListeners.fromPrivateSource, port);
         }
         if (status != noErr) {
             throw HostError(
@@ -112,27 +121,15 @@ void PrivateSources::Connect(unsigned portCount) {
                             "be connected (status {})",
                             port + 1, id, status));
         }
-        mUniqueIds.push_back(id);
+        mPrivateIds.push_back(id);
         Log(kRoutingLog[HSL::kChatty], "listening to private source %d of port %u", id, port + 1);
     }
 }
 
-void PrivateSources::Disconnect() {
-    if (mInput != 0) {
-        MIDIPortDispose(mInput);
-        mInput = 0;
-    }
-    if (mClient != 0) {
-        MIDIClientDispose(mClient);
-        mClient = 0;
-    }
-    mConnections.clear();
-    mUniqueIds.clear();
-}
-
-void PrivateSources::ReadProcedure(const MIDIPacketList* packets, void* sources, void* connection) {
-    static_cast<PrivateSources*>(sources)->mReceived(static_cast<Connection*>(connection)->port,
-                                                     *packets);
+OSStatus DriverConnection::Listen(MIDIEndpointRef source, const Receive& receive,
+                                  std::size_t port) {
+    mSources.push_back({receive, port});
+    return MIDIPortConnectSource(mInput, source, &mSources.back());
 }
 
 } // namespace MidiServer

@@ -26,6 +26,11 @@ inline bool ContinuesExclusive(std::span<const std::uint8_t> piece) {
     return IsDataByte(piece.front()) || piece.front() == kEndOfExclusive;
 }
 
+// Whether such a piece is a System Exclusive message or a part of one.
+inline bool IsExclusive(std::span<const std::uint8_t> piece) {
+    return piece.front() == kStartOfExclusive || ContinuesExclusive(piece);
+}
+
 // Returns the number of bytes of a MIDI message with this status byte (0x80 to 0xFF, not 0xF7), or
 // nothing for System Exclusive, whose last byte ends it.
 std::optional<std::size_t> MidiMessageLength(std::uint8_t status);

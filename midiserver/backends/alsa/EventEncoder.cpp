@@ -1,5 +1,7 @@
 #include "midiserver/backends/alsa/EventEncoder.h"
 
+#include "midiserver/midi/MidiMessage.h"
+
 #include <new>
 
 namespace MidiServer {
@@ -18,7 +20,7 @@ bool EventEncoder::Encode(std::span<const std::uint8_t> bytes, snd_seq_event_t& 
         return false;
     }
     // A piece may begin with a data byte, or be nothing but the end.
-    if (bytes[0] < 0x80 || bytes[0] == 0xF0 || bytes[0] == 0xF7) {
+    if (IsExclusive(bytes)) {
         event.type = SND_SEQ_EVENT_SYSEX;
         // The interface knows no constant data; the sequencer only reads it.
         snd_seq_ev_set_variable(&event, static_cast<unsigned>(bytes.size()),

@@ -1,5 +1,7 @@
 #include "midiserver/backends/alsa/PortOutput.h"
 
+#include "midiserver/midi/MidiMessage.h"
+
 #include <algorithm>
 #include <span>
 
@@ -55,7 +57,7 @@ bool PortOutput::Next() {
             return false;
         }
         mStream.Events().Take(std::span(mBytes).first(mFilled));
-        if (mBytes[0] == 0xF0) {
+        if (mBytes[0] == kStartOfExclusive) {
             mMessageIsCounted = false;
         }
     }
@@ -76,8 +78,7 @@ bool PortOutput::WaitsForRoom(const SequencerClient& client, unsigned cells, Tim
 }
 
 void PortOutput::CountRefused() {
-    const std::uint8_t first = mBytes[0];
-    const bool isPiece = first < 0x80 || first == 0xF0 || first == 0xF7;
+    const bool isPiece = IsExclusive(mBytes);
     if (!isPiece || !mMessageIsCounted) {
         mRefused.fetch_add(1, std::memory_order_relaxed);
         mMessageIsCounted = isPiece;

@@ -1,5 +1,7 @@
 #include "midiserver/backends/alsa/SenderTurns.h"
 
+#include "midiserver/midi/MidiMessage.h"
+
 namespace MidiServer {
 
 bool SenderTurns::Take(PortAddress sender, Time now, std::span<const std::uint8_t> bytes,
@@ -7,7 +9,7 @@ bool SenderTurns::Take(PortAddress sender, Time now, std::span<const std::uint8_
     if (bytes.empty()) {
         return true;
     }
-    if (bytes[0] >= 0xF8 || !mOpen || *mOpen == sender) {
+    if (IsRealTime(bytes[0]) || !mOpen || *mOpen == sender) {
         Pass(sender, now, bytes, deliver);
         PassWaiting(deliver);
         return true;
@@ -22,9 +24,10 @@ bool SenderTurns::Take(PortAddress sender, Time now, std::span<const std::uint8_
 
 void SenderTurns::Pass(PortAddress sender, Time time, std::span<const std::uint8_t> bytes,
                        const Deliver& deliver) {
-    if (bytes[0] < 0xF8) {
-        const bool isPiece = bytes[0] == 0xF0 || (bytes[0] < 0x80 && mOpen == sender);
-        if (isPiece && bytes.back() != 0xF7) {
+    if (!IsRealTime(bytes[0])) {
+        const bool isPiece =
+            bytes[0] == kStartOfExclusive || (IsDataByte(bytes[0]) && mOpen == sender);
+        if (isPiece && bytes.back() != kEndOfExclusive) {
             mOpen = sender;
             mLastPiece = time;
         } else {

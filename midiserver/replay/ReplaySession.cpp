@@ -165,38 +165,28 @@ bool ReplaySession::SendNextList(const DriverConnection& driver, RecordedSession
     return true;
 }
 
-bool ReplaySession::IsRoomFor(std::size_t listBytes) const {
-    return mStatistics.BytesInFlight() + listBytes <= kFlowControlBytes;
-}
-
 // Returns false if the driver lets nothing through any more, or if the wait was interrupted.
 bool ReplaySession::WaitForRoom(std::size_t listBytes) {
-    if (IsRoomFor(listBytes)) {
+    const auto isRoom = [this, listBytes]() QUORVEL_REQUIRES(mMutex) {
+        return mStatistics.BytesInFlight() + listBytes <= kFlowControlBytes;
+    };
+    if (isRoom()) {
         return true;
     }
     const Clock::time_point start = Clock::now();
     mReport.phase = ReplayPhase::kHeldBack;
     ++mReport.heldBack;
-    const bool isRoom = WaitWhileHeldBack(listBytes);
-    mReport.heldBackTime += Clock::now() - start;
-    mReport.phase = ReplayPhase::kSending;
-    return isRoom;
-}
-
-bool ReplaySession::WaitWhileHeldBack(std::size_t listBytes) {
-    const Clock::time_point start = Clock::now();
-    while (!IsRoomFor(listBytes)) {
+    while (!isRoom() && !mReport.stalled && Interrupt::Count() == 0) {
         const Clock::time_point now = Clock::now();
         if (now - std::max(start, mLastArrival) > ThrottleTime(kLargestList) + kGrace) {
             mReport.stalled = true;
-            return false;
+        } else {
+            mArrived.WaitUntil(mMutex, now + kLookout);
         }
-        if (Interrupt::Count() > 0) {
-            return false;
-        }
-        mArrived.WaitUntil(mMutex, now + kLookout);
     }
-    return true;
+    mReport.heldBackTime += Clock::now() - start;
+    mReport.phase = ReplayPhase::kSending;
+    return isRoom() && !mReport.stalled;
 }
 
 void ReplaySession::WaitForTheRest() {

@@ -65,9 +65,7 @@ private:
     bool SendNextList(const DriverConnection& driver, RecordedSession::Iterator& message,
                       std::size_t& offset);
     bool WaitUntilDue(Clock::time_point due);
-    bool IsRoomFor(std::size_t listBytes) const QUORVEL_REQUIRES(mMutex);
     bool WaitForRoom(std::size_t listBytes) QUORVEL_REQUIRES(mMutex);
-    bool WaitWhileHeldBack(std::size_t listBytes) QUORVEL_REQUIRES(mMutex);
     void LogSent() const;
     void WaitForTheRest();
 

@@ -234,10 +234,14 @@ TEST_F(JackServiceTest, CarriesRealSessionsThroughAllPortsAtOnceByteForByte) {
     const std::vector<Bytes> buttons = ReadCapture("ardour-buttons.txt");
     const std::vector<Bytes> hui = ReadCapture("ardour-hui.txt");
     ASSERT_EQ(mixer.size(), 74238U);
+    // JACK's server waits for its clients here; PipeWire does not, and what it carries in a period
+    // that a busy machine runs too late is lost. So it has long periods, and less of them.
     if (MidiServer::JackIsPipeWire()) {
-        mixer.resize(10000);
+        mixer.resize(4000);
+        Start(4096);
+    } else {
+        Start();
     }
-    Start();
     Peer daw("daw", kPorts);
     Peer surface("surface", kPorts);
     Playback playback(daw, surface);

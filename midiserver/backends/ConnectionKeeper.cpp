@@ -31,6 +31,10 @@ std::vector<BackendConnection> ConnectionKeeper::Update(const ConnectionGraph& g
         const bool isThere = Contains(graph.connections, wish.connection);
         const bool arePortsThere = graph.ports.count(wish.connection.port) != 0 &&
                                    graph.ports.count(wish.connection.peer) != 0;
+        if (graph.wereAway.count(wish.connection.peer) != 0) {
+            wish.isMade = false;
+            wish.brokenSince.reset();
+        }
         if (isThere || !arePortsThere) {
             wish.isMade = isThere;
             wish.brokenSince.reset();

@@ -14,6 +14,8 @@ namespace MidiServer {
 struct ConnectionGraph {
     std::set<std::string> ports;                // all programs' and ours
     std::vector<BackendConnection> connections; // of our ports
+    // Ports of other programs that were taken away since the last look, also if they are back.
+    std::set<std::string> wereAway;
 };
 
 // A ConnectionKeeper knows which connections users want our ports to have. A connection is wanted
@@ -23,7 +25,8 @@ struct ConnectionGraph {
 // A connection may also end while both its ports are still there. Nobody can tell at once who broke
 // it, because a program that quits disconnects its ports first. So the keeper waits for
 // kAfterthought. If the ports are still there by then, a user broke the connection, and the keeper
-// forgets it. It does not ask for the connection in the meantime.
+// forgets it. It does not ask for the connection in the meantime. A port that was away between two
+// looks was not there all the time, so nobody need wait for it.
 //
 //     ConnectionKeeper keeper(saved.Load());
 //     for (const BackendConnection& missing : keeper.Update(graph, now)) { Connect(missing); }

@@ -4,6 +4,7 @@
 #include "midiserver/host/StateFolder.h"
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
+#include "midiserver/preferences/PortList.h"
 #include "midiserver/preferences/PreferencesEditor.h"
 #include "midiserver/service/Service.h"
 
@@ -41,6 +42,9 @@ public:
         mCommand->add_option("--setup", mSetup,
                              "File that keeps the driver's device for the next run, by default\n"
                              "$XDG_STATE_HOME/quorvel-midi/setup.plist");
+        mCommand->add_option("--coalesce", mCoalesce,
+                             "Ports (\"all\", or \"1,3-5\") on which a fader's, pot ring's or\n"
+                             "display's value is left out if a later one comes while it waits");
         // A service's life is to be seen in its log.
         mLog.level = "info";
         AddLogOptions(*mCommand, mLog);
@@ -86,6 +90,9 @@ private:
                      "neither XDG_STATE_HOME nor HOME names a folder: the device's unique "
                      "IDs are not kept for the next run");
         }
+        if (mCoalesce) {
+            options.coalescing = ParsePortList(*mCoalesce);
+        }
         options.preferencesFolderWasGiven = mPreferences.has_value();
         Service(options).Run();
     }
@@ -94,6 +101,7 @@ private:
     std::vector<std::string> mPlugIns;
     std::optional<std::string> mPreferences;
     std::optional<std::string> mSetup;
+    std::optional<std::string> mCoalesce;
     LogOptions mLog;
 };
 

@@ -1,5 +1,6 @@
 #include "midiserver/host/Host.h"
 
+#include "midiserver/errors/Errors.h"
 #include "midiserver/errors/NoThreadText.h"
 #include "midiserver/host/CFText.h"
 #include "midiserver/log/LogCategories.h"
@@ -55,6 +56,12 @@ Host::Host(const std::filesystem::path& bundle, const Setup& setup)
     const OSStatus status = MIDIServerHostAttachDriver(mLoader.Driver(), identity.Get());
     if (status == kMIDIServerStartErr) {
         throw HostError(NoThreadText("the one that calls the driver"));
+    }
+    if (status == kMIDINotPermitted) {
+        throw InputError(fmt::format(
+            "plug-in {}: another one with the same identifier ({}) runs already in this program; "
+            "give only one of them, or an identifier of its own to the other",
+            bundle.string(), mLoader.Identity()));
     }
     RequireNoErr(status, "the driver cannot be attached");
     mAttached = true;

@@ -20,7 +20,7 @@ Service::Service(const ServiceOptions& options)
     : mOptions(options),
       mSetup(options.setup),
       mBackends(options.backends, mInputSignal),
-      mRouter(mBackends.Routed(), mInputSignal, {},
+      mRouter(mBackends.Routed(), mInputSignal, {.coalescing = options.coalescing},
               [this] { mControl.Post([this] { Wake(mStalled); }); }) {
     RequireAddressSpace();
     if (mSetup.Warning()) {

@@ -16,6 +16,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <bitset>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -32,6 +33,7 @@ struct ServiceOptions {
     std::vector<std::filesystem::path> plugIns;
     std::optional<std::filesystem::path> setup; // without it the devices are forgotten
     bool preferencesFolderWasGiven = false;
+    std::bitset<kMaximumPorts> coalescing; // see RouterOptions
 };
 
 // A Service does what `midiserver run` is for. It keeps the driver running between the backends,

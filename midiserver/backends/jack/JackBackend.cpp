@@ -246,6 +246,7 @@ void JackBackend::UpdateConnections(Time now) {
         graph.ports.insert(std::move(name));
     }
     graph.connections = ConnectionsNow();
+    graph.wereAway = mDaws.client->TakeRemovedPorts();
     const auto isInput = [this](const BackendConnection& connection) {
         const jack_port_t* const port = mDaws.client->FindPort(connection.port);
         return port != nullptr && (jack_port_flags(port) & JackPortIsInput) != 0;

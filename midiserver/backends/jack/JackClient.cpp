@@ -16,6 +16,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <utility>
 
 namespace MidiServer {
 
@@ -98,7 +99,7 @@ JackClient::JackClient(const std::string& name, JackProcess& process, WakeUpSign
 
 void JackClient::SetCallbacks() {
     // The library calls all of them on threads of its own. They leave a note and wake the backend;
-    // from within them no other call to the library would be safe.
+    // from within them no call that asks the server would be safe.
     jack_on_shutdown(
         mClient,
         [](void* self) {
@@ -130,7 +131,13 @@ void JackClient::SetCallbacks() {
         this);
     failed |= jack_set_port_registration_callback(
         mClient,
-        [](jack_port_id_t, int, void* self) { static_cast<JackClient*>(self)->GraphChanged(); },
+        [](jack_port_id_t port, int isThere, void* self) {
+            auto& client = *static_cast<JackClient*>(self);
+            if (isThere == 0) {
+                client.NoteRemoval(jack_port_by_id(client.mClient, port));
+            }
+            client.GraphChanged();
+        },
         this);
     if (failed != 0) {
         throw HostError("the JACK server refuses a callback");
@@ -165,6 +172,19 @@ void JackClient::SettingChanged(std::atomic<jack_nframes_t> JackClient::*setting
 void JackClient::GraphChanged() {
     mGraphChanged.store(true, std::memory_order_release);
     mChanged.Raise();
+}
+
+void JackClient::NoteRemoval(const jack_port_t* port) {
+    std::string name = port == nullptr ? "" : NameOf(port);
+    const MutexLock lock(mRemovedMutex);
+    if (!name.empty()) {
+        mRemoved.insert(std::move(name));
+    }
+}
+
+std::set<std::string> JackClient::TakeRemovedPorts() {
+    const MutexLock lock(mRemovedMutex);
+    return std::exchange(mRemoved, {});
 }
 
 // JACK's library ends this thread by cancelling it, at any instruction (asynchronously), and when

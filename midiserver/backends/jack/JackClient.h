@@ -3,11 +3,13 @@
 #include "midiserver/backends/WakeUpSignal.h"
 #include "midiserver/backends/jack/JackProcess.h"
 #include "midiserver/host/Host.h"
+#include "platform/support/Mutex.h"
 
 #include <jack/jack.h>
 
 #include <atomic>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -71,6 +73,8 @@ public:
     bool HasStopped() const { return mStopped.load(std::memory_order_acquire); }
     jack_nframes_t PeriodFrames() const { return mPeriodFrames.load(std::memory_order_relaxed); }
     jack_nframes_t SampleRate() const { return mSampleRate.load(std::memory_order_relaxed); }
+    // The names of the ports that were taken away from the server since the last call.
+    std::set<std::string> TakeRemovedPorts();
     bool TakeGraphChange() { return mGraphChanged.exchange(false, std::memory_order_acquire); }
 
 private:
@@ -79,11 +83,14 @@ private:
     void SetCallbacks();
     void GraphChanged();
     void SettingChanged(std::atomic<jack_nframes_t> JackClient::*setting, jack_nframes_t value);
+    void NoteRemoval(const jack_port_t* port);
 
     JackProcess& mProcess;
     WakeUpSignal& mChanged;
     jack_client_t* mClient = nullptr;
     std::vector<jack_port_t*> mPorts; // those that are registered
+    Mutex mRemovedMutex;
+    std::set<std::string> mRemoved QUORVEL_GUARDED_BY(mRemovedMutex);
     // From the server's clock to the monotonic one, in nanoseconds: they are the same unless the
     // server was told to use another.
     std::int64_t mClockOffset = 0;

@@ -34,6 +34,8 @@
     FALLIBLE(jack_midi_data_t*, jack_midi_event_reserve, (void* a, jack_nframes_t b, size_t c),    \
              (a, b, c), nullptr)                                                                   \
     FALLIBLE(size_t, jack_midi_max_event_size, (void* a), (a), 0)                                  \
+    FALLIBLE(jack_port_t*, jack_port_by_id, (jack_client_t * a, jack_port_id_t b), (a, b),         \
+             nullptr)                                                                              \
     FALLIBLE(jack_port_t*, jack_port_by_name, (jack_client_t * a, const char* b), (a, b), nullptr) \
     FALLIBLE(int, jack_port_flags, (const jack_port_t* a), (a), 0)                                 \
     FALLIBLE(int, jack_port_get_aliases, (const jack_port_t* a, char* const b[2]), (a, b), -1)     \

@@ -70,6 +70,7 @@ const std::vector<Fault> kFaultsWhileRunning = {
     {"jack_midi_event_get", ""},
     {"jack_midi_event_reserve", ""},
     {"jack_midi_max_event_size", ""},
+    {"jack_port_by_id", ""},
     {"jack_port_by_name", "the JACK server does not find port daw:in 2"},
     {"jack_port_flags", ""},
     {"jack_port_get_aliases", ""},

@@ -11,6 +11,7 @@
 //     connect A|B     connects two ports by their names, if they are not; likewise disconnect
 //     ports           all ports, separated by '|'
 //     aliases PORT    those of a port, and "meta KEY PORT" a value of its metadata
+//     renew           takes its ports away and puts them up again at once
 //     lost            the events that JACK lost on the way to the inputs
 //     flood PORT      sends more of F8 in one period than its buffer holds: how many did not fit
 //     period FRAMES   sets the server's period
@@ -227,6 +228,27 @@ std::string Metadata(jack_client_t* client, const std::string& key, const std::s
     return text;
 }
 
+void RegisterPorts(jack_client_t* client) {
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        const std::string number = std::to_string(i + 1);
+        ports[i].in = jack_port_register(client, ("in " + number).c_str(), JACK_DEFAULT_MIDI_TYPE,
+                                         JackPortIsInput, 0);
+        ports[i].out = jack_port_register(client, ("out " + number).c_str(), JACK_DEFAULT_MIDI_TYPE,
+                                          JackPortIsOutput, 0);
+    }
+}
+
+// Takes all ports away and puts them up again at once, as a program does that is started anew.
+int RenewPorts(jack_client_t* client) {
+    jack_deactivate(client);
+    for (const Port& port : ports) {
+        jack_port_unregister(client, port.in);
+        jack_port_unregister(client, port.out);
+    }
+    RegisterPorts(client);
+    return jack_activate(client);
+}
+
 void Obey(jack_client_t* client, const std::string& line) {
     const std::size_t space = line.find(' ');
     const std::string command = line.substr(0, space);
@@ -247,6 +269,8 @@ void Obey(jack_client_t* client, const std::string& line) {
     } else if (command == "meta") {
         const std::size_t gap = arguments.find(' ');
         Answer(Metadata(client, arguments.substr(0, gap), arguments.substr(gap + 1)));
+    } else if (command == "renew") {
+        Answer(std::to_string(RenewPorts(client)));
     } else if (command == "lost") {
         Answer(std::to_string(LostEvents()));
     } else if (command == "flood") {
@@ -274,13 +298,7 @@ int main(int, char** arguments) {
         return EXIT_FAILURE;
     }
     ports.resize(std::stoul(arguments[2]));
-    for (std::size_t i = 0; i < ports.size(); ++i) {
-        const std::string number = std::to_string(i + 1);
-        ports[i].in = jack_port_register(client, ("in " + number).c_str(), JACK_DEFAULT_MIDI_TYPE,
-                                         JackPortIsInput, 0);
-        ports[i].out = jack_port_register(client, ("out " + number).c_str(), JACK_DEFAULT_MIDI_TYPE,
-                                          JackPortIsOutput, 0);
-    }
+    RegisterPorts(client);
     jack_set_process_callback(client, Process, client);
     jack_on_shutdown(
         client,

@@ -150,6 +150,19 @@ TEST_F(JackServerRestartTest, RestoresConnectionsWhenTheirProgramComesBack) {
     EXPECT_TRUE(WaitForConnections(2));
 }
 
+TEST_F(JackServerRestartTest, RestoresTheConnectionOfAPortThatIsBackAtOnce) {
+    mServer->Start();
+    Publish(1);
+    ASSERT_TRUE(WaitUntilUp());
+    Peer daw("daw");
+    mBackend->Connect(0, "daw:in 1");
+    mBackend->Connect(0, "daw:out 1");
+    ASSERT_EQ(daw.Ask("renew"), "0");
+    ASSERT_TRUE(WaitForConnections(2));
+    daw.Send(1, Message(1));
+    EXPECT_TRUE(WaitUntil("it arrives", [&] { return Input(0).size() == 1; }));
+}
+
 TEST_F(JackServerRestartTest, MakesNoConnectionThatAnotherProgramBroke) {
     mServer->Start();
     Publish(1);

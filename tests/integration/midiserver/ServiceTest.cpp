@@ -2,6 +2,7 @@
 #include "tests/integration/midiserver/Midiserver.h"
 #include "tests/support/WaitUntil.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -373,6 +374,100 @@ TEST_F(ServiceTest, SaysWhatItCannotUse) {
     EXPECT_EQ(backend.status, 2);
     EXPECT_THAT(backend.err, HasSubstr("embedded"));
     EXPECT_TRUE(IsOneLine(backend.err));
+}
+
+TEST_F(ServiceTest, LeavesSupersededValuesOutOnThePortsThatWereNamed) {
+    const auto service = Start({"--coalesce", "2,4"});
+    // A dozen seconds' worth of a line of the display, and a little more than a second's of a
+    // fader.
+    std::string characters;
+    for (int i = 0; i < 26; ++i) {
+        characters += " 2A";
+    }
+    std::string display;
+    for (int i = 0; i < 5000; ++i) {
+        display += fmt::format("0 F0 00 00 66 14 12 00{} {:02X} {:02X} F7\n", characters, i % 128,
+                               i / 128);
+    }
+    std::string fader;
+    for (int i = 0; i < 6000; ++i) {
+        fader += fmt::format("0 E0 {:02X} {:02X}\n", i % 128, i / 128);
+    }
+    for (const auto& [port, session] : {std::pair("1", fader), std::pair("2", display)}) {
+        const ProgramResult replay = Midiserver(
+            {"replay", "-", "--to", port, "--as-fast-as-possible"}, session, Environment());
+        EXPECT_EQ(replay.status, 0) << replay.err;
+    }
+    nlohmann::json ports;
+    ASSERT_TRUE(WaitUntil("everything is forwarded", [&] {
+        ports = Status()["ports"];
+        const std::uint64_t coalesced = ports[1]["coalescedMessages"];
+        return ports[0]["forwarded"]["messages"] == 6000 &&
+               ports[1]["forwarded"]["messages"] == 5000 - coalesced;
+    })) << ports;
+
+    EXPECT_EQ(ports[0]["coalescedMessages"], 0);
+    EXPECT_GT(ports[1]["coalescedMessages"], 1000);
+    EXPECT_EQ(ports[1]["dropped"]["total"], 0);
+}
+
+TEST_F(ServiceTest, RefusesPortsThatThereAreNotForCoalescing) {
+    const ProgramResult result =
+        Ask({"run", "--backend", "embedded", "--prefs", mPreferences.Folder(), "--coalesce", "33"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "midiserver: \"33\" names no ports; ports are \"all\", or numbers from 1 "
+                          "to 32 and ranges, such as \"1,3-5\"\n");
+}
+
+TEST_F(ServiceTest, SaysThatTwoBundlesHaveOneIdentifier) {
+    const std::string copy = Folder("Copy.plugin");
+    std::filesystem::copy(PlugInBundle(), copy, std::filesystem::copy_options::recursive);
+    std::vector<std::string> arguments = RunArguments();
+    arguments.insert(arguments.end(), {"--plugin", PlugInBundle(), "--plugin", copy});
+    const ProgramResult result = Ask(arguments);
+
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(
+        result.err,
+        testing::EndsWith(
+            "midiserver: plug-in " + copy +
+            ": another one with the same identifier (com.quorvel.QuorvelMIDI) runs already in this "
+            "program; give only one of them, or an identifier of its own to the other\n"));
+}
+
+TEST_F(ServiceTest, RestartsADriverThatForwardsNothingAnyMore) {
+    std::vector<std::string> arguments = RunArguments();
+    arguments.insert(arguments.end(), {"--plugin", MIDISERVER_FAULTY_PLUGIN});
+    std::vector<std::string> environment = Environment();
+    environment.emplace_back("FAULTY_DRIVER=stall"); // from the third list on
+    const Program service(MidiserverCommand(arguments), "", environment);
+    ASSERT_TRUE(Says(service, "\tserving 4 ports\n"));
+    const std::string message = mFolder.Write("message.txt", "0 90 01 7F\n");
+    const auto send = [&] {
+        const ProgramResult replay = Ask({"replay", message, "--to", "1", "--as-fast-as-possible"});
+        EXPECT_EQ(replay.status, 0) << replay.err;
+    };
+    for (int i = 0; i < 3; ++i) {
+        send();
+    }
+    nlohmann::json status;
+    ASSERT_TRUE(WaitUntil("the driver is restarted", [&] {
+        status = Status();
+        return status["service"]["driverStarts"] == 2;
+    }));
+    EXPECT_EQ(status["service"]["driverStalls"], 1);
+    EXPECT_EQ(status["service"]["failure"], nullptr);
+    const std::uint64_t lost = status["ports"][0]["dropped"]["lostInDriver"];
+    const std::uint64_t forwarded = status["ports"][0]["forwarded"]["messages"];
+    EXPECT_GE(lost, 1U);
+    EXPECT_EQ(lost + forwarded, 3U);
+    EXPECT_TRUE(Says(service,
+                     "\tthe driver forwards nothing any more; it is restarted, and what it "
+                     "had is lost\n"));
+    send();
+    EXPECT_TRUE(WaitUntil("the new driver forwards", [&] {
+        return Status()["ports"][0]["forwarded"]["messages"] == forwarded + 1;
+    }));
 }
 
 // The socket of a service manager.

@@ -80,22 +80,31 @@ ULONG Release(void* object) {
     return 0;
 }
 
-OSStatus Start(MIDIDriverRef self, MIDIDeviceListRef) {
+MIDIEntityRef AddPort(const FaultyDriver& driver, MIDIDeviceRef device, unsigned index) {
+    CFStringRef name = CFStringCreateWithFormat(
+        nullptr, nullptr, driver.fault == "no-names" ? CFSTR("Port %d") : CFSTR("Quorvel Port %d"),
+        static_cast<int>(index + 1));
+    MIDIEntityRef entity = 0;
+    MIDIDeviceAddEntity(device, name, false, 1, 1, &entity);
+    CFRelease(name);
+    return entity;
+}
+
+OSStatus Start(MIDIDriverRef self, MIDIDeviceListRef devices) {
     FaultyDriver* driver = Self(self);
     if (driver->fault == "no-start") {
         return -1;
     }
-    MIDIDeviceRef device = 0;
-    MIDIDeviceCreate(self, CFSTR("Faulty"), CFSTR("Quorvel"), CFSTR("Test"), &device);
+    // The device of the last start serves again.
+    const bool isNew = MIDIDeviceListGetNumberOfDevices(devices) == 0;
+    MIDIDeviceRef device = isNew ? 0 : MIDIDeviceListGetDevice(devices, 0);
+    if (isNew) {
+        MIDIDeviceCreate(self, CFSTR("Faulty"), CFSTR("Quorvel"), CFSTR("Test"), &device);
+    }
     MIDIClientCreate(CFSTR("faulty driver"), nullptr, nullptr, &driver->client);
     for (unsigned i = 0; i < kPorts; ++i) {
-        CFStringRef name = CFStringCreateWithFormat(
-            nullptr, nullptr,
-            driver->fault == "no-names" ? CFSTR("Port %d") : CFSTR("Quorvel Port %d"),
-            static_cast<int>(i + 1));
-        MIDIEntityRef entity = 0;
-        MIDIDeviceAddEntity(device, name, false, 1, 1, &entity);
-        CFRelease(name);
+        const MIDIEntityRef entity =
+            isNew ? AddPort(*driver, device, i) : MIDIDeviceGetEntity(device, i);
         MIDIEndpointSetRefCons(MIDIEntityGetDestination(entity, 0), driver,
                                reinterpret_cast<void*>(std::uintptr_t{i}));
         driver->ownSources[i] = MIDIEntityGetSource(entity, 0);
@@ -103,7 +112,9 @@ OSStatus Start(MIDIDriverRef self, MIDIDeviceListRef) {
         MIDIObjectGetIntegerProperty(driver->privateSources[i], kMIDIPropertyUniqueID,
                                      &driver->ids[i]);
     }
-    MIDISetupAddDevice(device);
+    if (isNew) {
+        MIDISetupAddDevice(device);
+    }
     if (driver->fault != "no-message-port") {
         driver->messagePort = CFMessagePortCreateLocal(
             nullptr, CFSTR("Quorvel Virtual Source IDs Port"), AnswerWithIds, nullptr, nullptr);

@@ -24,7 +24,7 @@ class ConnectionKeeperTest : public testing::Test {
 protected:
     std::vector<BackendConnection> Update(const std::set<std::string>& ports,
                                           const std::vector<BackendConnection>& connections) {
-        return mKeeper.Update({ports, connections}, mNow);
+        return mKeeper.Update({ports, connections, {}}, mNow);
     }
 
     ConnectionKeeper mKeeper{{}};
@@ -62,6 +62,22 @@ TEST_F(ConnectionKeeperTest, RestoresThemWhenTheProgramDisconnectedBeforeItLeft)
     EXPECT_THAT(Update(kOurs, {}), IsEmpty());
     mNow += seconds(100);
     EXPECT_THAT(Update(kAll, {}), ElementsAre(kIn));
+}
+
+TEST_F(ConnectionKeeperTest, RestoresThemWhenTheProgramWasAwayBetweenTwoLooks) {
+    Update(kAll, {kIn, kOut});
+    EXPECT_THAT(mKeeper.Update({kAll, {kOut}, {"daw:out"}}, mNow), ElementsAre(kIn));
+    EXPECT_FALSE(mKeeper.NextUpdate());
+    EXPECT_THAT(Update(kAll, {kIn, kOut}), IsEmpty());
+    // Also if it was seen as it disconnected.
+    EXPECT_THAT(Update(kAll, {}), IsEmpty());
+    EXPECT_THAT(mKeeper.Update({kAll, {}, {"daw:in", "daw:out"}}, mNow), ElementsAre(kIn, kOut));
+}
+
+TEST_F(ConnectionKeeperTest, DoesNotTakeAnotherProgramsEndForThatOfThePeer) {
+    Update(kAll, {kIn});
+    EXPECT_THAT(mKeeper.Update({kAll, {}, {"other:out"}}, mNow), IsEmpty());
+    EXPECT_EQ(mKeeper.NextUpdate(), mNow + ConnectionKeeper::kAfterthought);
 }
 
 TEST_F(ConnectionKeeperTest, ForgetsWhatSomeoneDisconnected) {

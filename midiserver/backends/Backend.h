@@ -83,6 +83,9 @@ public:
     // server refuses.
     virtual void Connect(std::size_t port, const std::string& peer) = 0;
     virtual void Disconnect(std::size_t port, const std::string& peer) = 0;
+    // Makes no connections again of the port and its private source with a peer, which may not be
+    // there. Returns whether it would have. Does not ask the server.
+    virtual bool Forget(std::size_t port, const std::string& peer) = 0;
 
     // Messages that were lost between the driver and other programs since the start: by the
     // backend's own queues and by its server.

@@ -67,10 +67,11 @@ void ConnectionKeeper::PortsGone() {
     }
 }
 
-void ConnectionKeeper::Forget(const BackendConnection& connection) {
+bool ConnectionKeeper::Forget(const BackendConnection& connection) {
     const std::size_t erased = std::erase_if(
         mWishes, [&](const Wish& wish) { return IsSame(wish.connection, connection); });
     mChanged = mChanged || erased != 0;
+    return erased != 0;
 }
 
 std::vector<BackendConnection> ConnectionKeeper::Wanted() const {

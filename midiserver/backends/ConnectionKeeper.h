@@ -46,7 +46,8 @@ public:
     // Says that the server has ended, or that we took our ports away ourselves.
     void PortsGone();
     // Says that the user broke a connection through us, so that there is no doubt about it.
-    void Forget(const BackendConnection& connection);
+    // Returns whether it was wanted.
+    bool Forget(const BackendConnection& connection);
 
     std::vector<BackendConnection> Wanted() const;
     // Whether what is wanted has changed since the last call.

@@ -33,8 +33,12 @@ public:
         const nlohmann::ordered_json reply =
             ControlClient().Ask(connect ? ControlRequest::kConnect : ControlRequest::kDisconnect,
                                 {{"port", mPort}, {"peer", mPeer}});
-        fmt::print("{} {} {} ({})\n", OneLine(reply.at("port").get<std::string>()),
-                   connect ? "is connected with" : "is no longer connected with",
+        const char* const what = connect ? "{} is connected with {} ({})\n"
+                                 : reply.value("wasThere", true)
+                                     ? "{} is no longer connected with {} ({})\n"
+                                     : "{} will not be connected again with {}, "
+                                       "which is not there ({})\n";
+        fmt::print(fmt::runtime(what), OneLine(reply.at("port").get<std::string>()),
                    OneLine(reply.at("peer").get<std::string>()),
                    OneLine(reply.at("backend").get<std::string>()));
         return EXIT_SUCCESS;

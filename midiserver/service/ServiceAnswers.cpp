@@ -88,6 +88,16 @@ Json Service::Connect(ControlRequest request, const Json& arguments) const {
             connect ? "connected with" : "disconnected from", peer);
         return {{"port", PortNames()[port]}, {"peer", peer}, {"backend", backend->Name()}};
     }
+    for (const auto& backend : mBackends.All()) {
+        if (request == ControlRequest::kDisconnect && backend->Forget(port, peer)) {
+            Log(kServiceLog[HSL::kInfo], "%s port %u: the connection with %s is not kept any more",
+                backend->Name(), port + 1, peer);
+            return {{"port", PortNames()[port]},
+                    {"peer", peer},
+                    {"backend", backend->Name()},
+                    {"wasThere", false}};
+        }
+    }
     throw InputError(fmt::format("no other program has a port \"{}\"; there {}", peer,
                                  allPeers.empty()
                                      ? std::string("are none")

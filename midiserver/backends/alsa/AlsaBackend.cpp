@@ -553,4 +553,15 @@ void AlsaBackend::Disconnect(std::size_t port, const std::string& peer) {
     mGraphChange.Raise();
 }
 
+bool AlsaBackend::Forget(std::size_t port, const std::string& peer) {
+    const MutexLock lock(mMutex);
+    bool forgotten = mKeeper.Forget({PrivateName(port), peer});
+    if (port < mPublished.size()) {
+        forgotten |= mKeeper.Forget({mPublished[port].name + " in", peer});
+        forgotten |= mKeeper.Forget({mPublished[port].name + " out", peer});
+    }
+    mGraphChange.Raise(); // to store it
+    return forgotten;
+}
+
 } // namespace MidiServer

@@ -57,6 +57,7 @@ public:
     std::vector<std::string> Peers() const override;
     void Connect(std::size_t port, const std::string& peer) override;
     void Disconnect(std::size_t port, const std::string& peer) override;
+    bool Forget(std::size_t port, const std::string& peer) override;
     std::uint64_t LostToDaws() const override;
 
 private:

@@ -47,6 +47,7 @@ public:
     // There is nothing to connect to, so both throw an InputError.
     void Connect(std::size_t port, const std::string& peer) override;
     void Disconnect(std::size_t port, const std::string& peer) override;
+    bool Forget(std::size_t, const std::string&) override { return false; }
     std::uint64_t LostToDaws() const override { return 0; }
 
 private:

@@ -267,6 +267,10 @@ void JackBackend::UpdateConnections(Time now) {
         ++mRetries;
         mNextLook = now + kRetry;
     }
+    StoreConnections();
+}
+
+void JackBackend::StoreConnections() {
     if (mKeeper.TakeChange()) {
         mSaved.Store(mKeeper.Wanted());
     }
@@ -394,6 +398,16 @@ void JackBackend::Disconnect(std::size_t port, const std::string& peer) {
     }
     mKeeper.Forget({link.ours, peer});
     UpdateConnections(Clock::now());
+}
+
+bool JackBackend::Forget(std::size_t port, const std::string& peer) {
+    const MutexLock lock(mMutex);
+    const std::string daws = std::string(kClientName) + ":";
+    bool forgotten = mKeeper.Forget({daws + InputName(port), peer});
+    forgotten |= mKeeper.Forget({daws + OutputName(port), peer});
+    forgotten |= mKeeper.Forget({std::string(kPrivateClientName) + ":" + PrivateName(port), peer});
+    StoreConnections();
+    return forgotten;
 }
 
 std::uint64_t JackBackend::LostToDaws() const {

@@ -47,6 +47,7 @@ public:
     std::vector<std::string> Peers() const override;
     void Connect(std::size_t port, const std::string& peer) override;
     void Disconnect(std::size_t port, const std::string& peer) override;
+    bool Forget(std::size_t port, const std::string& peer) override;
     std::uint64_t LostToDaws() const override;
 
 private:
@@ -76,6 +77,7 @@ private:
     void ShowPort(std::size_t index) QUORVEL_REQUIRES(mMutex);
     void HidePorts(std::size_t first) QUORVEL_REQUIRES(mMutex);
     void UpdateConnections(Time now) QUORVEL_REQUIRES(mMutex);
+    void StoreConnections() QUORVEL_REQUIRES(mMutex);
     std::vector<BackendConnection> ConnectionsNow() const QUORVEL_REQUIRES(mMutex);
     std::vector<std::string> PeersNow() const QUORVEL_REQUIRES(mMutex);
     // Returns our port and the peer as the ends of a connection.

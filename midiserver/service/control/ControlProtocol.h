@@ -20,6 +20,8 @@ enum class ControlRequest : SInt32 {
     kList = 2,
     // {port, peer} -> {port, peer, backend}
     kConnect = 3,
+    // likewise; with `wasThere`: false, there was no such port of another program, and a connection
+    // that was kept for it is forgotten
     kDisconnect = 4,
     // {port} -> {recording: a number, port: its name}
     kStartRecording = 5,

@@ -163,6 +163,18 @@ TEST_F(JackServerRestartTest, RestoresTheConnectionOfAPortThatIsBackAtOnce) {
     EXPECT_TRUE(WaitUntil("it arrives", [&] { return Input(0).size() == 1; }));
 }
 
+TEST_F(JackServerRestartTest, ForgetsTheConnectionWithAnAbsentProgramWhenItIsAsked) {
+    const MidiServer::SavedConnections saved(mFolder.Path() + "/state.json", "jack");
+    saved.Store({{"Quorvel MIDI:Quorvel Port 01 out", "daw:in 1"},
+                 {"Quorvel MIDI:Quorvel Port 02 out", "daw:in 1"}});
+    MakeBackend();
+    EXPECT_FALSE(mBackend->Forget(0, "daw:out 1"));
+    EXPECT_TRUE(mBackend->Forget(0, "daw:in 1"));
+    EXPECT_FALSE(mBackend->Forget(0, "daw:in 1"));
+    ASSERT_EQ(saved.Load().size(), 1U);
+    EXPECT_EQ(saved.Load()[0].port, "Quorvel MIDI:Quorvel Port 02 out");
+}
+
 TEST_F(JackServerRestartTest, MakesNoConnectionThatAnotherProgramBroke) {
     mServer->Start();
     Publish(1);

@@ -95,6 +95,10 @@ TEST_P(AlsaFaultsAtTheStartTest, AreSaidInALineAndOvercome) {
     AlsaFaults::FailNext(GetParam());
     Make();
     ASSERT_TRUE(WaitUntil("it has failed", [] { return AlsaFaults::HasFailed(); }));
+    // The thread that reads says so a moment later.
+    if (GetParam() == "snd_seq_event_input") {
+        ASSERT_TRUE(WaitUntil("it is down", [&] { return !mBackend->State().isUp; }));
+    }
     if (!mBackend->State().isUp) {
         ExpectALine();
         mBackend->Publish(DriversPorts(4)); // which looks for the sequencer at once

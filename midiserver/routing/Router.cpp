@@ -73,6 +73,7 @@ void Router::SetPorts(std::size_t count, std::span<const Protocol> protocols) {
 
 std::vector<BackendPort> Router::PortsToShow(const std::vector<DriverPort>& ports) const {
     std::vector<BackendPort> shown;
+    shown.reserve(ports.size());
     for (const DriverPort& port : ports) {
         shown.push_back(
             {port.name, port.sourceId.value_or(0), mDriver->PrivateIds()[shown.size()]});

@@ -45,7 +45,7 @@ public:
 
     std::string ExecutableName() const {
         constexpr const char* kKey = "CFBundleExecutable";
-        const std::string name = Text(ValueOf(kKey), kKey, "a string", "");
+        std::string name = Text(ValueOf(kKey), kKey, "a string", "");
         if (name.empty()) {
             Refuse(kKey, "a string", "an empty one");
         }

@@ -159,6 +159,7 @@ private:
     std::size_t AddDictionary(CFDictionaryRef dictionary) {
         const std::vector<PropertyListEntry> entries = SortedEntries(dictionary);
         std::vector<CFTypeRef> members; // all keys, then all values
+        members.reserve(2 * entries.size());
         for (const PropertyListEntry& entry : entries) {
             members.push_back(entry.key);
         }
@@ -171,6 +172,7 @@ private:
     std::size_t AddContainer(std::string bytes, const std::vector<CFTypeRef>& members) {
         const std::size_t number = AddObject(std::move(bytes));
         std::vector<std::size_t> references;
+        references.reserve(members.size());
         for (const CFTypeRef member : members) {
             references.push_back(Add(member));
         }

@@ -20,6 +20,7 @@ namespace ArdourTest {
 namespace {
 
 using JackTest::Bytes;
+using JackTest::BytesOf;
 using JackTest::Peer;
 using QuorvelTest::ProgramResult;
 using TestSupport::WaitUntil;
@@ -48,14 +49,6 @@ bool IsFader(const Bytes& message) {
 bool IsAnswer(const Bytes& message) {
     return message.size() == 18 && StartsWith(message, {0xF0, 0x00, 0x00, 0x66}) &&
            message[5] == 0x01;
-}
-
-std::size_t BytesOf(const std::vector<Bytes>& messages) {
-    std::size_t bytes = 0;
-    for (const Bytes& message : messages) {
-        bytes += message.size();
-    }
-    return bytes;
 }
 
 class ArdourTest : public testing::Test {

@@ -85,14 +85,6 @@ std::vector<Bytes> ReadCapture(const std::string& name) {
     return messages;
 }
 
-std::size_t BytesOf(const std::vector<Bytes>& messages) {
-    std::size_t bytes = 0;
-    for (const Bytes& message : messages) {
-        bytes += message.size();
-    }
-    return bytes;
-}
-
 class JackServiceTest : public testing::Test {
 protected:
     void SetUp() override {

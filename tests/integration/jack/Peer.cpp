@@ -148,4 +148,12 @@ std::vector<std::string> Peer::Ports() {
     return names;
 }
 
+std::size_t BytesOf(const std::vector<Bytes>& messages) {
+    std::size_t bytes = 0;
+    for (const Bytes& message : messages) {
+        bytes += message.size();
+    }
+    return bytes;
+}
+
 } // namespace JackTest

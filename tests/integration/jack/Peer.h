@@ -13,6 +13,9 @@ namespace JackTest {
 
 using Bytes = std::vector<std::uint8_t>;
 
+// How many bytes all messages have together.
+std::size_t BytesOf(const std::vector<Bytes>& messages);
+
 // Another program on the server (JackPeer.cpp), with the MIDI ports "NAME:in 1", "NAME:out 1", ...
 // One thread uses the object.
 class Peer {

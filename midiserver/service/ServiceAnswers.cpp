@@ -31,6 +31,15 @@ std::vector<std::string> PeersOf(const Backend& backend) {
     return peers;
 }
 
+// The JSON library would convert any number, also one that no integer can hold.
+std::uint64_t RecordingNumber(const Json& arguments) {
+    const Json& number = arguments.at("recording");
+    if (!number.is_number_unsigned()) {
+        throw InputError("\"recording\" must be a whole number");
+    }
+    return number.get<std::uint64_t>();
+}
+
 } // namespace
 
 Json Service::Answer(ControlRequest request, const Json& arguments) {
@@ -45,9 +54,9 @@ Json Service::Answer(ControlRequest request, const Json& arguments) {
     case ControlRequest::kStartRecording:
         return StartRecording(arguments);
     case ControlRequest::kTakeRecorded:
-        return mRecordings.Take(arguments.at("recording").get<std::uint64_t>(), Clock::now());
+        return mRecordings.Take(RecordingNumber(arguments), Clock::now());
     case ControlRequest::kEndRecording:
-        return mRecordings.End(arguments.at("recording").get<std::uint64_t>());
+        return mRecordings.End(RecordingNumber(arguments));
     case ControlRequest::kInject:
         return Inject(arguments);
     }

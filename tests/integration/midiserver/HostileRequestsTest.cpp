@@ -162,6 +162,16 @@ TEST_F(HostileRequestsTest, AreAnsweredAndChangeNothing) {
     EXPECT_EQ(mService->Wait().status, 0);
 }
 
+TEST_F(HostileRequestsTest, NameRecordingsByWholeNumbersOnly) {
+    for (const json& number : {json(1e300), json(-1e300), json(1.5), json(-1), json("1"), json()}) {
+        for (const SInt32 request : {6, 7}) {
+            EXPECT_EQ(Ask(request, json{{"recording", number}}.dump())["error"],
+                      "\"recording\" must be a whole number")
+                << number;
+        }
+    }
+}
+
 TEST_F(HostileRequestsTest, MayBeDeepAndLong) {
     for (const std::string& open : {std::string("["), std::string("{\"a\":")}) {
         std::string deep;

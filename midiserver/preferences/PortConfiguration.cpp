@@ -1,9 +1,10 @@
 #include "midiserver/preferences/PortConfiguration.h"
 
+#include "midiserver/host/CFText.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <climits>
 
 namespace MidiServer {
 
@@ -21,20 +22,8 @@ unsigned BlockEnd(std::string_view text) {
     return 0;
 }
 
-// The number at the start of a text as CFString reads it: leading blanks and a plus sign are
-// skipped, what follows the digits is left out, and no digits mean 0. A minus sign cannot occur,
-// the text was split at it.
-int LeadingNumber(std::string_view text) {
-    std::size_t i = text.find_first_not_of(" \t\r\n");
-    if (i != std::string_view::npos && text[i] == '+') {
-        ++i;
-    }
-    int value = 0;
-    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-        const int digit = text[i] - '0';
-        value = value > (INT_MAX - digit) / 10 ? INT_MAX : value * 10 + digit;
-    }
-    return value;
+int LeadingNumber(const std::string& text) {
+    return CFStringGetIntValue(MakeCFString(text).Get());
 }
 
 class Derivation {
@@ -152,9 +141,9 @@ std::string PreferenceEntry::Label(std::size_t index) const {
                 : fmt::format("entry {}", index + 1);
 }
 
-std::optional<PortRange> ParsePortRange(std::string_view text) {
+std::optional<PortRange> ParsePortRange(const std::string& text) {
     const std::size_t dash = text.find('-');
-    if (dash == std::string_view::npos || text.find('-', dash + 1) != std::string_view::npos) {
+    if (dash == std::string::npos || text.find('-', dash + 1) != std::string::npos) {
         return std::nullopt;
     }
     const PortRange range{LeadingNumber(text.substr(0, dash)),

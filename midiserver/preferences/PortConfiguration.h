@@ -35,7 +35,7 @@ struct PreferenceNotice {
 };
 
 // What the driver makes of the preferences: its ports and their protocols. The host works this out
-// independently of the driver.
+// without the driver, and reads texts as the driver does, through CFString.
 struct PortConfiguration {
     unsigned publishedPorts = kDefaultPorts;
     bool portsFromPreferences = false; // otherwise publishedPorts is the driver's default
@@ -50,8 +50,9 @@ struct PortRange {
 };
 
 // Reads "first-last" as leniently as the driver does: blanks before a number and text after it are
-// accepted. Returns nothing if the driver would assign no protocol from the text.
-std::optional<PortRange> ParsePortRange(std::string_view text);
+// accepted. Returns nothing if the driver would assign no protocol from the text. The text
+// must be UTF-8; std::bad_alloc is thrown if it is not.
+std::optional<PortRange> ParsePortRange(const std::string& text);
 
 // Whether the text is one of "1-4", "5-8", ... "29-32". Only these count for the number of ports.
 bool IsPortBlock(std::string_view text);

@@ -105,9 +105,9 @@ TEST_F(PreferencesAgreementTest, HoldsForEveryTextOfPorts) {
     const auto seed = TestSeed();
     SCOPED_TRACE(DescribeSeed(seed));
     std::mt19937_64 random(seed);
-    const char* const parts[] = {"0",  "1",          "2",      "4", "5",        "9", "32",
-                                 "33", "4294967297", "-",      "-", "+",        " ", "&#9;",
-                                 "\n", "x",          "&#xA0;", "é", "&#xFF11;", "."};
+    const char* const parts[] = {"0",          "1", "2",        "4", "5",  "9",    "32", "33",
+                                 "4294967297", "-", "-",        "+", " ",  "&#9;", "\n", "x",
+                                 "&#xA0;",     "é", "&#xFF11;", ".", "\v", "\f"};
     for (int round = 0; round < 3000; ++round) {
         std::string ports;
         for (std::size_t i = random() % 6; i > 0; --i) {

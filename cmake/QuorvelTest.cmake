@@ -1,7 +1,8 @@
 # quorvel_test(NAME SOURCES... LIBRARIES... [LABELS...] [TIMEOUT seconds] [ENVIRONMENT...] [SERIAL]
-#              [ALSO_PADDED filter])
+#              [RESOURCE_LOCK name] [ALSO_PADDED filter])
 #
 # One test program; every test in it becomes a ctest entry "NAME.Suite.Test" in a process of its own.
+# Tests with the same RESOURCE_LOCK run one at a time.
 # Tests that match the ALSO_PADDED filter run once more as "NAME.padded.Suite.Test", the same program
 # with the CoreMIDI library that pads packet lists.
 include(GoogleTest)
@@ -19,7 +20,7 @@ else()
 endif()
 
 function(quorvel_test name)
-    cmake_parse_arguments(ARG "SERIAL" "TIMEOUT;ALSO_PADDED" "SOURCES;LIBRARIES;LABELS;ENVIRONMENT" ${ARGN})
+    cmake_parse_arguments(ARG "SERIAL" "TIMEOUT;RESOURCE_LOCK;ALSO_PADDED" "SOURCES;LIBRARIES;LABELS;ENVIRONMENT" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 300)
     endif()
@@ -40,6 +41,9 @@ function(quorvel_test name)
     endif()
     if(ARG_ENVIRONMENT)
         list(APPEND properties ENVIRONMENT "${ARG_ENVIRONMENT}")
+    endif()
+    if(ARG_RESOURCE_LOCK)
+        list(APPEND properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
     endif()
     if(ARG_SERIAL)
         list(APPEND properties RUN_SERIAL ON)

@@ -150,7 +150,12 @@ JackBackend::Time JackBackend::KeepConnections(Time now) {
         mNextLook.reset();
         UpdateConnections(now);
     }
-    return std::min(mNextLook.value_or(Time::max()), mKeeper.NextUpdate().value_or(Time::max()));
+    if (!mIncomplete.empty() && now >= mNextShow) {
+        ShowIncompletePorts();
+        mNextShow = now + kRetry;
+    }
+    return std::min({mNextLook.value_or(Time::max()), mKeeper.NextUpdate().value_or(Time::max()),
+                     mIncomplete.empty() ? Time::max() : mNextShow});
 }
 
 void JackBackend::Open() {
@@ -175,46 +180,60 @@ void JackBackend::Close() {
             side->ports.Stream(i).Close();
         }
     }
+    mIncomplete.clear();
     mNextLook.reset();
     mKeeper.PortsGone();
 }
 
 void JackBackend::ShowPorts() {
     HidePorts(mPublished.size());
+    mIncomplete.clear();
     for (std::size_t i = 0; i < mPublished.size(); ++i) {
         ShowPort(i);
+    }
+    mNextShow = Clock::now() + kRetry;
+}
+
+void JackBackend::ShowIncompletePorts() {
+    const std::set<std::size_t> incomplete = mIncomplete;
+    for (const std::size_t index : incomplete) {
+        ShowPort(index);
+        if (!mIncomplete.contains(index)) {
+            Log(kJackLog[HSL::kInfo], "port %u is complete now", index + 1);
+        }
     }
 }
 
 void JackBackend::ShowPort(std::size_t index) {
-    const BackendPort& port = mPublished[index];
-    const auto show = [index](Side& side, jack_port_t* present, const std::string& name,
-                              JackPortFlags direction) {
-        jack_port_t* const shown =
-            present == nullptr ? side.client->RegisterPort(name, direction) : present;
-        if (shown == nullptr) {
-            Log(kJackLog[HSL::kError], "the server refuses port %s", name.c_str());
-        } else if (present == nullptr && direction == JackPortIsInput) {
-            side.ports.SetInput(index, shown);
-        } else if (present == nullptr) {
-            side.ports.SetOutput(index, shown);
+    const bool wasIncomplete = mIncomplete.erase(index) != 0;
+    bool isComplete = true;
+    const auto show = [&](Side& side, JackPortFlags direction, const std::string& name,
+                          const std::string& prettyName, std::optional<std::int32_t> uniqueId) {
+        const bool isInput = direction == JackPortIsInput;
+        jack_port_t* port = isInput ? side.ports.Input(index) : side.ports.Output(index);
+        if (port == nullptr) {
+            port = side.client->RegisterPort(name, direction);
+            isInput ? side.ports.SetInput(index, port) : side.ports.SetOutput(index, port);
         }
-        return shown;
+        if (port == nullptr) {
+            isComplete = false;
+            Log(kJackLog[wasIncomplete ? HSL::kChatty : HSL::kError],
+                "the server refuses port %s; trying again every second", name);
+        } else if (!side.client->DescribePort(port, uniqueId ? AliasOf(*uniqueId) : "", prettyName,
+                                              uniqueId ? std::to_string(*uniqueId) : "")) {
+            isComplete = false;
+            Log(kJackLog[wasIncomplete ? HSL::kChatty : HSL::kWarning],
+                "the server takes no description of %s; trying again every second",
+                JackClient::NameOf(port));
+        }
     };
-    if (jack_port_t* const shown =
-            show(mDaws, mDaws.ports.Input(index), InputName(index), JackPortIsInput)) {
-        mDaws.client->DescribePort(shown, "", port.name, "");
-    }
-    if (jack_port_t* const shown =
-            show(mDaws, mDaws.ports.Output(index), OutputName(index), JackPortIsOutput)) {
-        mDaws.client->DescribePort(shown, AliasOf(port.sourceId), port.name,
-                                   std::to_string(port.sourceId));
-    }
-    if (jack_port_t* const shown =
-            show(mPrivate, mPrivate.ports.Output(index), PrivateName(index), JackPortIsOutput)) {
-        mPrivate.client->DescribePort(shown, AliasOf(port.privateId),
-                                      fmt::format("Quorvel Virtual Source {}", index + 1),
-                                      std::to_string(port.privateId));
+    const BackendPort& port = mPublished[index];
+    show(mDaws, JackPortIsInput, InputName(index), port.name, std::nullopt);
+    show(mDaws, JackPortIsOutput, OutputName(index), port.name, port.sourceId);
+    show(mPrivate, JackPortIsOutput, PrivateName(index),
+         fmt::format("Quorvel Virtual Source {}", index + 1), port.privateId);
+    if (!isComplete) {
+        mIncomplete.insert(index);
     }
 }
 

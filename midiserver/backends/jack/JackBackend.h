@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -74,7 +75,9 @@ private:
     void Open() QUORVEL_REQUIRES(mMutex);
     void Close() QUORVEL_REQUIRES(mMutex);
     void ShowPorts() QUORVEL_REQUIRES(mMutex);
+    // What the server refuses of a port is said once and tried again every second.
     void ShowPort(std::size_t index) QUORVEL_REQUIRES(mMutex);
+    void ShowIncompletePorts() QUORVEL_REQUIRES(mMutex);
     void HidePorts(std::size_t first) QUORVEL_REQUIRES(mMutex);
     void UpdateConnections(Time now) QUORVEL_REQUIRES(mMutex);
     void StoreConnections() QUORVEL_REQUIRES(mMutex);
@@ -98,6 +101,9 @@ private:
     Side mPrivate; // likewise
     ConnectionKeeper mKeeper QUORVEL_GUARDED_BY(mMutex);
     std::vector<BackendPort> mPublished QUORVEL_GUARDED_BY(mMutex);
+    // Ports of which the server has refused something, and when they are shown again.
+    std::set<std::size_t> mIncomplete QUORVEL_GUARDED_BY(mMutex);
+    Time mNextShow QUORVEL_GUARDED_BY(mMutex){};
     Time mNextAttempt QUORVEL_GUARDED_BY(mMutex){};
     std::optional<Time> mNextLook QUORVEL_GUARDED_BY(mMutex); // at the connections
     Time mLastLook QUORVEL_GUARDED_BY(mMutex){};

@@ -249,7 +249,7 @@ void JackClient::UnregisterPort(jack_port_t* port) {
     std::erase(mPorts, port);
 }
 
-void JackClient::DescribePort(jack_port_t* port, const std::string& alias,
+bool JackClient::DescribePort(jack_port_t* port, const std::string& alias,
                               const std::string& prettyName, const std::string& uniqueId) {
     const jack_uuid_t uuid = jack_port_uuid(port);
     // Without the port's own, its description would become one of nothing.
@@ -278,9 +278,7 @@ void JackClient::DescribePort(jack_port_t* port, const std::string& alias,
         }
         failed |= isSet ? 0 : jack_port_set_alias(port, alias.c_str());
     }
-    if (failed != 0) {
-        Log(kJackLog[HSL::kWarning], "the server takes no description of %s", NameOf(port));
-    }
+    return failed == 0;
 }
 
 std::string JackClient::NameOf(const jack_port_t* port) {

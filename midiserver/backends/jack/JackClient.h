@@ -46,8 +46,9 @@ public:
     // server refuses, and then the port is there until the object is destroyed.
     void UnregisterPort(jack_port_t* port);
     // Gives a port a further name, which other programs can connect it by, and what else they may
-    // show or search for. What the server does not take is logged.
-    void DescribePort(jack_port_t* port, const std::string& alias, const std::string& prettyName,
+    // show or search for. Returns whether the server has taken all of it; the same call may be made
+    // again.
+    bool DescribePort(jack_port_t* port, const std::string& alias, const std::string& prettyName,
                       const std::string& uniqueId);
 
     // Returns when a period that began after the call has ended, or, as the server may stop

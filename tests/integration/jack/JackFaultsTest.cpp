@@ -17,6 +17,7 @@ namespace JackTest {
 namespace {
 
 using MidiServer::BackendPort;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
@@ -217,6 +218,34 @@ INSTANTIATE_TEST_SUITE_P(EachCall, JackFaultsAtTheStartTest, testing::ValuesIn(k
                          FunctionOf);
 INSTANTIATE_TEST_SUITE_P(EachCall, JackFaultsWhileRunningTest,
                          testing::ValuesIn(kFaultsWhileRunning), FunctionOf);
+
+// Nothing but the server's answer says that a refusal is over, so the backend asks again.
+TEST_F(JackFaultsTest, OfWhatAPortNeedsAreMadeGoodWithoutANewStartOfTheDriver) {
+    const std::string key = "urn:quorvel:midi:unique-id";
+    for (const std::string function :
+         {"jack_port_register", "jack_set_property", "jack_port_set_alias"}) {
+        SCOPED_TRACE(function);
+        const std::string lines = LinesOf([&] {
+            JackFaults::FailNext(function);
+            Publish(2);
+            ASSERT_TRUE(WaitUntil("it has failed", [] { return JackFaults::HasFailed(); }));
+            for (const std::string& port : {kOurInput, kOurOutput}) {
+                EXPECT_TRUE(WaitUntil(port, [&] {
+                    return !mDaw->Ask("meta http://jackaudio.org/metadata/pretty-name " + port)
+                                .empty();
+                }));
+            }
+            EXPECT_TRUE(WaitUntil("the unique ID is there", [&] {
+                return mDaw->Ask("meta " + key + " " + kOurOutput) == "1001" &&
+                       mDaw->Ask("aliases " + kOurOutput).find("Quorvel MIDI ID:1001") !=
+                           std::string::npos;
+            }));
+            mBackend->Withdraw();
+        });
+        EXPECT_THAT(lines, AllOf(HasSubstr("; trying again every second"),
+                                 HasSubstr("port 1 is complete now")));
+    }
+}
 
 // Whose name is taken is asked only then.
 TEST_F(JackFaultsTest, OfTheQuestionWhoseNameIsTakenAreSaidInALineAndOvercome) {

@@ -22,13 +22,13 @@
 #define QUORVEL_THREAD_SAFETY(annotation)
 #endif
 
-// On data: read and written only with the mutex held; the second, what a pointer leads to.
+// Mark data that may be used only with the mutex held: a variable, or what a pointer leads to.
 #define QUORVEL_GUARDED_BY(mutex) QUORVEL_THREAD_SAFETY(guarded_by(mutex))
 #define QUORVEL_POINTEE_GUARDED_BY(mutex) QUORVEL_THREAD_SAFETY(pt_guarded_by(mutex))
-// On functions: called only with the mutexes held, and only without them.
+// Mark functions that may be called only with the mutexes held, or only without them.
 #define QUORVEL_REQUIRES(...) QUORVEL_THREAD_SAFETY(requires_capability(__VA_ARGS__))
 #define QUORVEL_EXCLUDES(...) QUORVEL_THREAD_SAFETY(locks_excluded(__VA_ARGS__))
-// On classes like MutexLock, and on what takes and gives back a mutex.
+// Mark classes like MutexLock, and functions that lock or unlock a mutex.
 #define QUORVEL_SCOPED_LOCK QUORVEL_THREAD_SAFETY(scoped_lockable)
 #define QUORVEL_ACQUIRE(...) QUORVEL_THREAD_SAFETY(acquire_capability(__VA_ARGS__))
 #define QUORVEL_RELEASE(...) QUORVEL_THREAD_SAFETY(release_capability(__VA_ARGS__))
@@ -51,7 +51,7 @@ private:
 };
 
 using Mutex = CheckedMutex<std::mutex>;
-// One that the thread that holds it may take again.
+// A mutex that the thread that holds it may lock again.
 using RecursiveMutex = CheckedMutex<std::recursive_mutex>;
 
 // Holds a mutex from its construction to its destruction, or to Unlock.
@@ -67,7 +67,7 @@ public:
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;
 
-    // Once at most.
+    // Unlocks early. May be called once.
     void Unlock() QUORVEL_RELEASE() {
         mMutex->Unlock();
         mMutex = nullptr;
@@ -77,8 +77,8 @@ private:
     AnyMutex* mMutex;
 };
 
-// A standard condition variable. A wait lets the mutex go meanwhile, and may end for nothing: the
-// caller looks at its condition again, in a loop, where the analysis sees it.
+// A standard condition variable. A wait unlocks the mutex while it lasts and may end without a
+// notification, so the caller waits in a loop until its condition holds.
 class ConditionVariable {
 public:
     void Wait(Mutex& mutex) QUORVEL_REQUIRES(mutex) {
@@ -86,7 +86,7 @@ public:
         mCondition.wait(lock);
         lock.release();
     }
-    // False when the time has come.
+    // Returns false if the time came first.
     bool WaitUntil(Mutex& mutex, std::chrono::steady_clock::time_point time)
         QUORVEL_REQUIRES(mutex) {
         std::unique_lock lock(mutex.mMutex, std::adopt_lock);

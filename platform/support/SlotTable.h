@@ -9,8 +9,8 @@
 #include <limits>
 #include <new>
 
-// A table that gives its contents identifiers and tells those that still name something from those
-// that no longer do, or never did.
+// A table of objects ("contents") that are known by identifiers. It tells whether an identifier
+// names a content, has ceased to, or never did.
 //
 //     constinit SlotTable<Region, std::uintptr_t, 20> sRegions;
 //     const std::uintptr_t identifier = sRegions.Add([](Region& region, std::uintptr_t) {...});
@@ -18,13 +18,13 @@
 //     sRegions.Remove(identifier);
 //
 // A content lives in a slot, from Add to Remove. Its identifier holds the slot's number, a tag of
-// the caller's choice and the slot's generation, which changes with every life: so a slot that is
-// used again does not answer to the identifiers of its earlier lives. Slots are used again in the
-// order in which they became free, and an identifier comes round after some 16 million further
-// lives at the earliest, as long as there are memory and numbers for that.
+// the caller's choice and the slot's generation. Every Add gives the slot another generation, so a
+// slot that is used again does not answer to its earlier identifiers. The slot that has been free
+// longest is used first. An identifier recurs after 16 million further Adds at the earliest, as
+// long as there are memory and numbers for that.
 //
 // Contents are made 256 at a time, by their default constructor, and never destroyed. A pointer to
-// one therefore stays good for ever, and each life finds what the last one has left in its slot.
+// a content therefore stays valid for ever, and Add finds what the slot's last user left in it.
 //
 // Any thread may call. Only Add allocates; only Add and Remove take a lock, for a few
 // instructions. What Add did to a content is visible to whoever finds it.
@@ -39,8 +39,8 @@ public:
         return (identifier >> kIndexBits) & ((Identifier{1} << kTagBits) - 1);
     }
 
-    // Begins a life and returns its identifier, never 0. `begin(content, identifier)` prepares the
-    // content before anybody can find it. Returns 0, without a call of `begin`, when memory or
+    // Uses a free slot and returns its identifier, never 0. `begin(content, identifier)` prepares
+    // the content before anybody can find it. Returns 0, without calling `begin`, when memory or
     // numbers are used up.
     template <typename Begin>
     Identifier Add(const Begin& begin, Identifier tag = 0) {
@@ -58,8 +58,8 @@ public:
         return slot->mLast;
     }
 
-    // Ends a life. Returns false when the identifier names nothing; of several threads that remove
-    // the same, one is told true.
+    // Frees the slot. Returns false if the identifier names no content. Of several threads that
+    // remove the same content, one gets true.
     bool Remove(Identifier identifier) {
         const MutexLock lock(mMutex);
         if (!IsLive(identifier)) {
@@ -80,13 +80,13 @@ public:
                slot->mLiving.load(std::memory_order_acquire) == identifier;
     }
 
-    // The content that an identifier names, or null. It is up to the caller that nobody removes it
-    // meanwhile.
+    // Returns the content that an identifier names, or null. The caller sees to it that nobody
+    // removes the content meanwhile.
     Content* Find(Identifier identifier) const {
         return IsLive(identifier) ? &SlotOf(identifier)->mContent : nullptr;
     }
 
-    // What lies in the identifier's slot, in whatever life; null where there are no slots yet.
+    // Returns what lies in the identifier's slot, whoever uses it now; null if it was never made.
     Content* FindInAnyLife(Identifier identifier) const {
         Slot* const slot = SlotOf(identifier);
         return slot == nullptr ? nullptr : &slot->mContent;
@@ -100,8 +100,8 @@ private:
         std::numeric_limits<Identifier>::max() >> kGenerationShift;
     static constexpr std::uint32_t kSlotCount = std::uint32_t{1} << kIndexBits;
     static constexpr std::uint32_t kBlockSize = 256;
-    // How many slots stay free at the least, for the 16 million lives between two of one
-    // identifier.
+    // The least number of slots that stay free, so that an identifier does not recur within 16
+    // million Adds.
     static constexpr std::uint32_t kMinimumFree =
         kGenerationBits < 24 ? std::uint32_t{1} << (24 - kGenerationBits) : 0;
     static constexpr std::size_t kCacheLine = 64;
@@ -109,8 +109,8 @@ private:
     // In a cache line of its own, so that contents in use at once do not slow each other down.
     struct alignas(kCacheLine) Slot {
         std::atomic<Identifier> mLiving{0}; // 0 while the slot is free
-        // The identifier of the slot's latest life; only its number before the first. It belongs to
-        // the one that took the slot from the free ones, and so does the next field to the table.
+        // The slot's latest identifier; before the first Add, its number alone. Only the thread
+        // that took the slot from the free ones uses it. The next field is the table's.
         Identifier mLast = 0;
         Slot* mNextFree = nullptr;
         Content mContent;
@@ -164,7 +164,7 @@ private:
     std::array<std::atomic<Block*>, kSlotCount / kBlockSize> mBlocks{};
     Mutex mMutex;
     std::uint32_t mUsed QUORVEL_GUARDED_BY(mMutex) = 0; // slots that were ever used
-    // Of these, free now: the list from the longest free to the latest.
+    // Those that are free now, in a list that begins with the one that has been free longest.
     std::uint32_t mFree QUORVEL_GUARDED_BY(mMutex) = 0;
     Slot* mFirstFree QUORVEL_GUARDED_BY(mMutex) = nullptr;
     Slot* mLastFree QUORVEL_GUARDED_BY(mMutex) = nullptr;

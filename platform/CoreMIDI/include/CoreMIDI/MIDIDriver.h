@@ -67,7 +67,7 @@ struct MIDIDriverInterface {
     CFUUIDGetConstantUUIDWithBytes(NULL, 0x43, 0xC9, 0x8C, 0x3C, 0x30, 0x6C, 0x11, 0xD5, 0xAF,     \
                                    0x73, 0x00, 0x30, 0x65, 0xA8, 0x30, 0x1E)
 
-// The functions below: any thread; block only for the time of other changes; allocate.
+// Any thread may call the functions below. They wait for other changes only, and allocate.
 
 // Makes a device, which is not part of the setup yet. `owner` is its driver, or null if no driver
 // serves it; the texts are strings. Packets are handed to the owner while it is attached

@@ -1,0 +1,31 @@
+// The version stands in the project's CMakeLists.txt, and everything else follows it.
+#include "tests/support/Program.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace {
+
+using QuorvelTest::ContentOf;
+using QuorvelTest::RunProgram;
+
+TEST(VersionTest, IsPrintedByTheProgram) {
+    EXPECT_EQ(RunProgram({MIDISERVER_PROGRAM, "--version"}).out,
+              "midiserver " QUORVEL_VERSION "\n");
+}
+
+TEST(VersionTest, IsThatOfTheChangelogsNewestHeading) {
+    std::istringstream changelog(ContentOf(QUORVEL_SOURCE_DIR "/CHANGELOG.md"));
+    std::string line;
+    while (std::getline(changelog, line) && !line.starts_with("## ")) {
+    }
+    std::istringstream heading(line);
+    std::string marks;
+    std::string version;
+    heading >> marks >> version;
+    EXPECT_EQ(version, QUORVEL_VERSION) << line;
+}
+
+} // namespace

@@ -37,14 +37,16 @@ bool PacingQueue::IsShortPing(std::span<const std::uint8_t> message) const {
     return message.size() <= kLongestPing && IsPing(mProtocol, message);
 }
 
-// Returns false if the message has to be queued.
+// Returns false if the message has to be queued. So has one that is not as long as the one before:
+// digits come alone and several in one message.
 bool PacingQueue::Coalesce(std::span<const std::uint8_t> message) {
     if (LowHalfPlace(mProtocol, message)) {
         return CoalesceHalves(message);
     }
     const std::optional<ValuePlace> place = PlaceOf(mProtocol, message);
     const auto earlier = place ? mPlaces.find(*place) : mPlaces.end();
-    if (earlier == mPlaces.end() || HasLaterOverlap(*place, earlier->second)) {
+    if (earlier == mPlaces.end() || HasLaterOverlap(*place, earlier->second) ||
+        At(earlier->second).bytes.size() != message.size()) {
         return false;
     }
     At(earlier->second).bytes.assign(message.begin(), message.end());

@@ -21,10 +21,11 @@ namespace MidiServer {
 // state, and a DAW that gets no answer in time gives the surface up. A ping does not break into a
 // message that has begun to go out.
 //
-// With coalescing, a later value for the same fader, ring or display cells (see ValuePlace.h) takes
-// the place of an earlier one that still waits. Text is replaced only if no other text for some of
-// its cells came in between. So a surface that has taken the whole queue shows the same with
-// coalescing as without it. A HUI fader's two messages are replaced together.
+// With coalescing, a later value for the same fader, ring, digits or display cells (see
+// ValuePlace.h) takes the place of an earlier one that still waits. Text and digits are replaced
+// only if no others for some of their cells came in between. So a surface that has taken the whole
+// queue shows the same with coalescing as without it. A HUI fader's two messages are replaced
+// together.
 //
 //     queue.Add(message, now);
 //     Send(queue.Next().rest.first(size));

@@ -1,7 +1,9 @@
 #include "midiserver/routing/pacing/ValuePlace.h"
 
+#include "surface/hui/HuiDecoder.h"
+#include "surface/mackie/MackieDecoder.h"
+
 #include <algorithm>
-#include <array>
 
 namespace MidiServer {
 
@@ -9,66 +11,65 @@ namespace {
 
 // The kinds of groups, above the number of the fader, ring or display.
 constexpr std::uint32_t kFader = 0x100;
-constexpr std::uint32_t kController = 0x200;
-constexpr std::uint32_t kMackieText = 0x300;
-constexpr std::uint32_t kHuiSmallDisplay = 0x400;
-constexpr std::uint32_t kHuiMainDisplay = 0x500;
-
-constexpr std::uint8_t kLastMackieFader = 0xE8;
-constexpr std::uint8_t kControlChange = 0xB0;
-constexpr std::array<std::uint8_t, 4> kMakerHeader = {0xF0, 0x00, 0x00, 0x66};
-constexpr std::size_t kMackieTextHeader = 7; // up to the offset
-constexpr std::uint8_t kLastHuiFader = 8;
-
-bool IsWithin(std::uint8_t value, std::uint8_t first, std::uint8_t last) {
-    return value >= first && value <= last;
-}
-
-bool HasMakerHeader(std::span<const std::uint8_t> message) {
-    return message.size() > kMakerHeader.size() + 3 &&
-           std::equal(kMakerHeader.begin(), kMakerHeader.end(), message.begin());
-}
+constexpr std::uint32_t kRing = 0x200;
+constexpr std::uint32_t kText = 0x300;
+constexpr std::uint32_t kMainZones = 0x400;
+constexpr std::uint32_t kDigits = 0x500;
 
 ValuePlace Single(std::uint32_t group) {
     return {group, 0, 0};
 }
 
-std::optional<ValuePlace> MackiePlace(std::span<const std::uint8_t> message) {
-    if (message.size() == 3 && IsWithin(message[0], 0xE0, kLastMackieFader)) {
-        return Single(kFader | message[0]);
+// Returns the place that an event sets by itself. A HUI fader takes two messages.
+struct PlaceOfEvent {
+    std::optional<ValuePlace> operator()(const Surface::FaderMoved& event) const {
+        return Single(kFader | event.fader);
     }
-    if (message.size() == 3 && message[0] == kControlChange &&
-        (IsWithin(message[1], 0x30, 0x37) || IsWithin(message[1], 0x40, 0x4B))) {
-        return Single(kController | message[1]);
+    std::optional<ValuePlace> operator()(const Surface::PotRingSet& event) const {
+        return Single(kRing | event.pot);
     }
-    if (HasMakerHeader(message) && IsWithin(message[4], 0x14, 0x15) && message[5] == 0x12 &&
-        message.size() > kMackieTextHeader + 1) {
-        const auto characters = static_cast<std::uint32_t>(message.size() - kMackieTextHeader - 1);
-        return ValuePlace{kMackieText | message[4], message[6], message[6] + characters - 1};
+    std::optional<ValuePlace> operator()(const Surface::DigitsSet& event) const {
+        return ValuePlace{kDigits | static_cast<std::uint32_t>(event.display), event.first,
+                          event.first + event.count - 1U};
     }
-    return std::nullopt;
+    std::optional<ValuePlace> operator()(const Surface::TextWritten& event) const {
+        const auto cells = static_cast<std::uint32_t>(event.text.size());
+        return ValuePlace{kText | static_cast<std::uint32_t>(event.display), event.first,
+                          event.first + cells - 1U};
+    }
+    std::optional<ValuePlace> operator()(const Surface::ZonesWritten& event) const {
+        // Several zones need not lie side by side. So that only messages for the same ones have the
+        // same place, these are in the number of the last cell; it being high, the place overlaps
+        // all from the first one on.
+        std::uint32_t first = Surface::ZonesWritten::kZones;
+        std::uint32_t last = 0;
+        std::uint32_t all = 0;
+        for (std::size_t at = 0; at < event.zones.size(); at += Surface::ZonesWritten::kBytes) {
+            const std::uint32_t zone = event.zones[at];
+            first = std::min(first, zone);
+            last = std::max(last, zone);
+            all |= 1U << zone;
+        }
+        return ValuePlace{kMainZones, first, first == last ? last : all << 8U};
+    }
+    template <class Event>
+    std::optional<ValuePlace> operator()(const Event& /*event*/) const {
+        return std::nullopt;
+    }
+};
+
+// A decoder that knows nothing of the messages before: it still tells a fader's halves apart.
+Surface::SurfaceEvent HuiEvent(std::span<const std::uint8_t> message) {
+    return Surface::Hui::HuiDecoder().Decode(message);
 }
 
-std::optional<ValuePlace> HuiPlace(std::span<const std::uint8_t> message) {
-    if (message.size() == 3 && message[0] == kControlChange && IsWithin(message[1], 0x10, 0x1B)) {
-        return Single(kController | message[1]);
-    }
-    if (HasMakerHeader(message) && message[4] == 0x05 && message[5] == 0x00) {
-        if (message[6] == 0x10 && message.size() == 13) {
-            return ValuePlace{kHuiSmallDisplay, message[7], message[7]};
+template <class Half>
+std::optional<ValuePlace> HalfPlace(Protocol protocol, std::span<const std::uint8_t> message) {
+    if (protocol == Protocol::kHui) {
+        const Surface::SurfaceEvent event = HuiEvent(message);
+        if (const auto* half = std::get_if<Half>(&event)) {
+            return Single(kFader | half->fader);
         }
-        if (message[6] == 0x12 && message.size() == 19) {
-            return ValuePlace{kHuiMainDisplay, message[7], message[7]};
-        }
-    }
-    return std::nullopt;
-}
-
-std::optional<ValuePlace> HalfPlace(Protocol protocol, std::span<const std::uint8_t> message,
-                                    std::uint8_t first) {
-    if (protocol == Protocol::kHui && message.size() == 3 && message[0] == kControlChange &&
-        IsWithin(message[1], first, static_cast<std::uint8_t>(first + kLastHuiFader))) {
-        return Single(kFader | static_cast<std::uint32_t>(message[1] - first));
     }
     return std::nullopt;
 }
@@ -78,9 +79,12 @@ std::optional<ValuePlace> HalfPlace(Protocol protocol, std::span<const std::uint
 std::optional<ValuePlace> PlaceOf(Protocol protocol, std::span<const std::uint8_t> message) {
     switch (protocol) {
     case Protocol::kMackieControl:
-        return MackiePlace(message);
+        return std::visit(PlaceOfEvent(), Surface::Mackie::Decode(message));
     case Protocol::kHui:
-        return HuiPlace(message);
+        if (!LowHalfPlace(protocol, message)) {
+            return std::visit(PlaceOfEvent(), HuiEvent(message));
+        }
+        break;
     case Protocol::kNone:
         break;
     }
@@ -88,11 +92,11 @@ std::optional<ValuePlace> PlaceOf(Protocol protocol, std::span<const std::uint8_
 }
 
 std::optional<ValuePlace> HighHalfPlace(Protocol protocol, std::span<const std::uint8_t> message) {
-    return HalfPlace(protocol, message, 0x00);
+    return HalfPlace<Surface::FaderHalfReceived>(protocol, message);
 }
 
 std::optional<ValuePlace> LowHalfPlace(Protocol protocol, std::span<const std::uint8_t> message) {
-    return HalfPlace(protocol, message, 0x20);
+    return HalfPlace<Surface::FaderMoved>(protocol, message);
 }
 
 } // namespace MidiServer

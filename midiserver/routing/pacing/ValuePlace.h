@@ -12,7 +12,7 @@ namespace MidiServer {
 // A ValuePlace is what a message sets on a control surface: a fader, a pot's ring or some cells of
 // a display. A later message for the same place makes an earlier one pointless.
 struct ValuePlace {
-    std::uint32_t group; // a fader, a ring, a digit, or the whole of a display
+    std::uint32_t group; // a fader, a ring, or the whole of a display
     std::uint32_t first; // the cells that are set, by their numbers within the group
     std::uint32_t last;
 
@@ -26,13 +26,9 @@ struct ValuePlace {
     }
 };
 
-// Returns the place that a message of an emulated protocol sets, or nothing if it sets no place
-// that is known. With kNone no place is known.
-//
-//   Mackie Control  faders E0 to E8; pot rings B0 30 to 37; digits of time code and assignment
-//                   B0 40 to 4B; text F0 00 00 66 14|15 12 offset characters F7
-//   HUI             pot rings B0 10 to 1B; small displays F0 00 00 66 05 00 10 zone (4 characters)
-//                   F7; the main display's zones F0 00 00 66 05 00 12 zone (10 characters) F7
+// Returns the place that a message of an emulated protocol sets: a fader, a pot's ring, digits, or
+// cells of a display, as the surface's decoders understand it (docs/surface.md lists the messages).
+// Returns nothing for any other message, and with kNone.
 std::optional<ValuePlace> PlaceOf(Protocol protocol, std::span<const std::uint8_t> message);
 
 // Return the place of a HUI fader. Its position comes in two messages: B0 0z and the high bits,

@@ -125,7 +125,8 @@ void SurfaceModel::Apply(const SurfaceEvent& event, Time now) {
 }
 
 void SurfaceModel::Advance(Time now) {
-    mNow = std::max(mNow, now);
+    // The next fall must be a time, too.
+    mNow = std::max(mNow, std::min(now, kNeverFalls - kMeterStep));
     for (std::size_t strip = 0; strip < kStripCount; ++strip) {
         for (std::size_t side = 0; side < mMeters[strip].size(); ++side) {
             Meter& meter = mMeters[strip][side];
@@ -133,9 +134,8 @@ void SurfaceModel::Advance(Time now) {
             if (meter.level == 0 || next > mNow) {
                 continue;
             }
-            const auto steps = 1 + (mNow - next) / kMeterStep;
-            meter.level =
-                static_cast<std::uint8_t>(meter.level - std::min<Time::rep>(steps, meter.level));
+            const auto steps = std::min<Time::rep>(1 + (mNow - next) / kMeterStep, meter.level);
+            meter.level = static_cast<std::uint8_t>(meter.level - steps);
             next += steps * kMeterStep;
             mChanges.Note(StripPart::kMeter, strip);
         }

@@ -16,7 +16,12 @@ _midiserver() {
         command="prefs ${COMP_WORDS[2]}"
     fi
 
-    # An option's value.
+    # An option's value, which may stand behind a "=" that bash takes for a word.
+    if [[ $current == = ]]; then
+        current=
+    elif [[ $previous == = ]]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
     case $previous in
     --backend) words='auto jack alsa embedded' ;;
     --log-level) words='ultra-verbose verbose chatty info warning error catastrophy none' ;;

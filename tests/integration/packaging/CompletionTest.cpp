@@ -143,6 +143,12 @@ TEST(CompletionTest, OfBashOffersFilesWhereAFileIsMeant) {
               Words{folder.Path().string()});
 }
 
+TEST(CompletionTest, OfBashOffersValuesBehindAnEqualsSign) {
+    EXPECT_EQ(OfferedByBash({"run", "--backend"}, "="),
+              (Words{"auto", "jack", "alsa", "embedded"}));
+    EXPECT_EQ(OfferedByBash({"run", "--backend", "="}, "ja"), Words{"jack"});
+}
+
 TEST(CompletionTest, OfZshOffersWhatHelpLists) {
     if (!std::filesystem::exists(QUORVEL_ZSH)) {
         GTEST_SKIP() << "there is no zsh; scripts/install-packages root installs it";

@@ -1,4 +1,5 @@
 // The Debian packages as cpack makes them of the build.
+#include "tests/integration/packaging/SourceCopy.h"
 #include "tests/support/Program.h"
 
 #include <gmock/gmock.h>
@@ -135,6 +136,64 @@ TEST_F(DebianPackageTest, NamesNoFolderOfTheBuild) {
                                 QUORVEL_BUILD_DIR, root})
                         .out,
                     IsEmpty());
+    }
+}
+
+TEST_F(DebianPackageTest, HasTheDateOfTheLastCommit) {
+    const std::string package = PackagesIn(Packages()).front();
+    const fs::path root = mFolder.Path() / "root";
+    ASSERT_EQ(RunProgram({"/usr/bin/dpkg-deb", "-x", package, root}).status, 0);
+    const std::string date = RunProgram({"/usr/bin/env", "date", "-r", root / "usr", "+%s"}).out;
+    EXPECT_EQ(date, RunProgram({"/usr/bin/env", "git", "-C", QUORVEL_SOURCE_DIR, "log", "-1",
+                                "--format=%ct"})
+                        .out);
+}
+
+TEST_F(DebianPackageTest, ComesOutTheSameWhoeverMakesIt) {
+    const fs::path others = mFolder.Path() / "others";
+    ASSERT_NO_FATAL_FAILURE(MakePackages(QUORVEL_BUILD_DIR, others, "1",
+                                         {"TZ=Pacific/Apia", "LC_ALL=C.UTF-8", "USER=somebody"}));
+    const std::vector<std::string> packages = PackagesIn(Packages());
+    EXPECT_FALSE(packages.empty());
+    for (const std::string& package : packages) {
+        EXPECT_TRUE(ContentOf(package) == ContentOf(others / fs::path(package).filename()))
+            << package;
+    }
+}
+
+// The program itself takes most of the time to build; it is of the same sort, and the test above
+// looks for folders in it.
+TEST(ReproducibleBuildTest, MakesTheSameLibrariesAndPlugInInAnotherFolder) {
+    // Where a cache of the compiler's output treats names of files as it does in the first build.
+    // What is in such a cache could be the first build's, so everything is compiled anew.
+    const fs::path folder = QUORVEL_BUILD_DIR "/Testing/another";
+    const std::vector<std::string> environment = {"CCACHE_RECACHE=1"};
+    fs::remove_all(folder);
+    const fs::path sources = folder / "folder";
+    CopySources(sources);
+    const fs::path build =
+        (sources / fs::path(QUORVEL_BUILD_DIR).lexically_relative(QUORVEL_SOURCE_DIR))
+            .lexically_normal();
+    const ProgramResult configured = RunProgram(
+        {QUORVEL_CMAKE, "-S", sources, "-B", build, "-G", QUORVEL_GENERATOR,
+         "-DQUORVEL_BUILD_TESTS=OFF", "-DCMAKE_BUILD_TYPE=" QUORVEL_BUILD_TYPE,
+         "-DCMAKE_C_COMPILER=" QUORVEL_C_COMPILER, "-DCMAKE_CXX_COMPILER=" QUORVEL_COMPILER,
+         "-DCMAKE_CXX_COMPILER_LAUNCHER=" QUORVEL_COMPILER_LAUNCHER},
+        {}, environment);
+    ASSERT_EQ(configured.status, 0) << configured.out << configured.err;
+    const ProgramResult built =
+        RunProgram({QUORVEL_CMAKE, "--build", build, "--target", "QuorvelMIDI"}, {}, environment);
+    ASSERT_EQ(built.status, 0) << built.out << built.err;
+
+    const fs::path libraries = QUORVEL_PRIVATE_LIBDIR;
+    for (const char* const name : {"libCoreFoundation.so", "libCoreMIDI.so", "libCoreServices.so",
+                                   "QuorvelMIDI.plugin/Contents/Linux/QuorvelMIDI"}) {
+        EXPECT_TRUE(ContentOf(build / libraries / name) ==
+                    ContentOf(QUORVEL_BUILD_DIR / libraries / name))
+            << name;
+    }
+    if (!HasFailure()) {
+        fs::remove_all(folder);
     }
 }
 

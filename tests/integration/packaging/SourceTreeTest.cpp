@@ -1,11 +1,11 @@
 // The sources may lie where nobody can write, and the build folder anywhere.
+#include "tests/integration/packaging/SourceCopy.h"
 #include "tests/support/Program.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <map>
-#include <set>
 #include <string>
 
 namespace {
@@ -28,13 +28,7 @@ std::map<fs::path, fs::file_time_type> FilesIn(const fs::path& folder) {
 TEST(SourceTreeTest, StaysAsItIsWhenItIsBuiltInAnotherFolder) {
     const QuorvelTest::TemporaryFolder folder;
     const fs::path sources = folder.Path() / "sources";
-    fs::create_directory(sources);
-    const std::set<fs::path> others = {".git", "build"};
-    for (const auto& entry : fs::directory_iterator(QUORVEL_SOURCE_DIR)) {
-        if (!others.contains(entry.path().filename())) {
-            fs::copy(entry.path(), sources / entry.path().filename(), fs::copy_options::recursive);
-        }
-    }
+    CopySources(sources);
     const auto before = FilesIn(sources);
     ASSERT_EQ(RunProgram({"/usr/bin/env", "chmod", "-R", "a-w", sources}).status, 0);
 

@@ -115,7 +115,10 @@ struct SurfaceModel::ApplyEvent {
 };
 
 SurfaceModel::SurfaceModel() {
-    Reset(ResetKind::kAll);
+    mStrips.fill(' ');
+    mMain.fill(' ');
+    mAssignmentText.fill(' ');
+    mChanges.NoteAll();
 }
 
 void SurfaceModel::Apply(const SurfaceEvent& event, Time now) {
@@ -198,35 +201,26 @@ void SurfaceModel::SetLight(ButtonId button, LightState state) {
 }
 
 void SurfaceModel::Reset(ResetKind kind) {
-    const bool all = kind == ResetKind::kAll || kind == ResetKind::kOffline;
-    if (all || kind == ResetKind::kFadersDown) {
+    switch (kind) {
+    case ResetKind::kFadersDown:
         for (std::uint8_t fader = 0; fader < kFaderCount; ++fader) {
             SetFader(fader, 0);
         }
-    }
-    if (all || kind == ResetKind::kLightsOff) {
+        return;
+    case ResetKind::kLightsOff:
         for (std::size_t button = 0; button < kButtonCount; ++button) {
             for (std::uint8_t strip = 0; strip < kFaderCount; ++strip) {
                 SetLight({static_cast<Button>(button), strip}, LightState::kOff);
             }
         }
-    }
-    if (!all) {
         return;
+    case ResetKind::kAll:
+    case ResetKind::kOffline:
+        break;
     }
-    mStrips.fill(' ');
-    mMain.fill(' ');
-    mAssignmentText.fill(' ');
-    mTimecode = {};
-    mAssignment = {};
-    mMainDisplayUsed = false;
-    mAssignmentIsText = false;
-    mRings = {};
-    mMeters = {};
-    mNextFall = {};
-    mMeterModes = {};
-    mMetersVertical = false;
-    mChanges.NoteAll();
+    const Time now = mNow;
+    *this = SurfaceModel();
+    mNow = now;
 }
 
 SurfaceChanges SurfaceModel::TakeChanges() {

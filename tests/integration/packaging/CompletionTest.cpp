@@ -1,9 +1,10 @@
-// What shells offer for midiserver's command line is what its --help lists.
+// What shells offer for the programs' command lines is what its --help lists.
 #include "tests/support/Program.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -38,8 +39,8 @@ Words Split(const std::string& text, char separator) {
     return words;
 }
 
+// The command begins with the program.
 Help HelpOf(std::vector<std::string> command) {
-    command.insert(command.begin(), MIDISERVER_PROGRAM);
     command.push_back("--help");
     const ProgramResult result = RunProgram(command);
     EXPECT_EQ(result.status, 0) << result.err;
@@ -65,14 +66,19 @@ Help HelpOf(std::vector<std::string> command) {
     return help;
 }
 
-// What bash offers behind these words, for a word that begins so.
+std::string NameOf(const std::string& program) {
+    return std::filesystem::path(program).filename();
+}
+
+// What bash offers behind these words, the first of which is a program, for a word that begins so.
 Words OfferedByBash(std::vector<std::string> words, const std::string& beginning) {
-    words.push_back(beginning);
+    words.front() = NameOf(words.front());
     std::vector<std::string> command = {
         "/bin/bash", "--norc", "-c",
-        R"(source "$0" && COMP_WORDS=(midiserver "$@") && COMP_CWORD=$# && _midiserver &&
+        R"(source "$0" && COMP_WORDS=("$@") && COMP_CWORD=$(($# - 1)) && "_${1//-/_}" &&
            printf '%s\n' "${COMPREPLY[@]}")",
-        QUORVEL_COMPLETIONS "/midiserver.bash"};
+        QUORVEL_COMPLETIONS "/" + words.front() + ".bash"};
+    words.push_back(beginning);
     command.insert(command.end(), words.begin(), words.end());
     const ProgramResult result = RunProgram(command);
     EXPECT_EQ(result.status, 0) << result.err;
@@ -80,36 +86,36 @@ Words OfferedByBash(std::vector<std::string> words, const std::string& beginning
     return Split(result.out, '\n');
 }
 
-// The specifications that the completion for zsh gives the shell at this command, one a line.
-Words SpecificationsForZsh(const std::string& command) {
-    const ProgramResult result =
-        RunProgram({QUORVEL_ZSH, "-f", "-c",
-                    R"(_arguments() { print -l -- "$@" }
-            _describe() { print -l -- "${(P@)2}" }
-            source "$1" >/dev/null
-            case $2 in
-            '') state=command; _arguments() { print -l -- "$@"; state=command }; _midiserver ;;
-            prefs\ *) words=(${2#* }); _midiserver_prefs ;;
-            *) _midiserver_command $2 ;;
-            esac)",
-                    "completion", QUORVEL_COMPLETIONS "/_midiserver", command});
+// The specifications that the completion for zsh gives the shell behind these words, one a line.
+Words SpecificationsForZsh(const std::vector<std::string>& words) {
+    std::vector<std::string> command = {
+        QUORVEL_ZSH, "-f",         "-c",
+        R"(
+        _arguments() { print -l -- "$@"; state=command }
+        _describe() { print -l -- "${(P@)2}" }
+        file=$1
+        shift
+        case $# in
+        0) source $file ;;
+        1) source $file >/dev/null; _midiserver_command $1 ;;
+        *) source $file >/dev/null; words=($2); _midiserver_$1 ;;
+        esac)",         "completion", QUORVEL_COMPLETIONS "/_" + NameOf(words.front())};
+    command.insert(command.end(), words.begin() + 1, words.end());
+    const ProgramResult result = RunProgram(command);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.err, "");
     return Split(result.out, '\n');
 }
 
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
-}
-
-// Calls the function with each command of the program, which may consist of several words.
-void ForEachCommand(const auto& function, const std::vector<std::string>& command = {}) {
+// Calls the function with the words of each command of a program, the first of which is the
+// program.
+void ForEachCommand(const auto& function, const std::vector<std::string>& command) {
     const Help help = HelpOf(command);
-    SCOPED_TRACE("midiserver " + Joined(command));
+    std::string trace;
+    for (const std::string& word : command) {
+        trace += word + ' ';
+    }
+    SCOPED_TRACE(trace);
     function(command, help);
     for (const std::string& next : help.commands) {
         std::vector<std::string> longer = command;
@@ -118,64 +124,72 @@ void ForEachCommand(const auto& function, const std::vector<std::string>& comman
     }
 }
 
-TEST(CompletionTest, OfBashOffersWhatHelpLists) {
-    std::size_t commands = 0;
-    ForEachCommand([&](const std::vector<std::string>& command, const Help& help) {
-        ++commands;
-        EXPECT_EQ(OfferedByBash(command, "-"), help.options);
-        if (!help.commands.empty()) {
-            EXPECT_EQ(OfferedByBash(command, ""), help.commands);
-        }
-        for (const auto& [option, values] : help.values) {
-            std::vector<std::string> words = command;
-            words.push_back(option);
-            EXPECT_EQ(OfferedByBash(words, ""), values) << option;
-        }
-    });
-    EXPECT_GT(commands, 10U);
+class CompletionTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(CompletionTest, OfBashOffersWhatHelpLists) {
+    ForEachCommand(
+        [&](const std::vector<std::string>& command, const Help& help) {
+            EXPECT_EQ(OfferedByBash(command, "-"), help.options);
+            if (!help.commands.empty()) {
+                EXPECT_EQ(OfferedByBash(command, ""), help.commands);
+            }
+            for (const auto& [option, values] : help.values) {
+                std::vector<std::string> words = command;
+                words.push_back(option);
+                EXPECT_EQ(OfferedByBash(words, ""), values) << option;
+            }
+        },
+        {GetParam()});
 }
 
-TEST(CompletionTest, OfBashOffersFilesWhereAFileIsMeant) {
+TEST(MidiserverCompletionTest, OfBashOffersFilesWhereAFileIsMeant) {
     const QuorvelTest::TemporaryFolder folder;
     const std::string file = folder.Write("session.txt", "");
-    EXPECT_EQ(OfferedByBash({"replay"}, file.substr(0, file.size() - 3)), Words{file});
-    EXPECT_EQ(OfferedByBash({"run", "--prefs"}, folder.Path().string()),
+    EXPECT_EQ(OfferedByBash({"midiserver", "replay"}, file.substr(0, file.size() - 3)),
+              Words{file});
+    EXPECT_EQ(OfferedByBash({"midiserver", "run", "--prefs"}, folder.Path().string()),
               Words{folder.Path().string()});
 }
 
-TEST(CompletionTest, OfBashOffersValuesBehindAnEqualsSign) {
-    EXPECT_EQ(OfferedByBash({"run", "--backend"}, "="),
+TEST(MidiserverCompletionTest, OfBashOffersValuesBehindAnEqualsSign) {
+    EXPECT_EQ(OfferedByBash({"midiserver", "run", "--backend"}, "="),
               (Words{"auto", "jack", "alsa", "embedded"}));
-    EXPECT_EQ(OfferedByBash({"run", "--backend", "="}, "ja"), Words{"jack"});
+    EXPECT_EQ(OfferedByBash({"midiserver", "run", "--backend", "="}, "ja"), Words{"jack"});
 }
 
-TEST(CompletionTest, OfZshOffersWhatHelpLists) {
+TEST_P(CompletionTest, OfZshOffersWhatHelpLists) {
     if (!std::filesystem::exists(QUORVEL_ZSH)) {
         GTEST_SKIP() << "there is no zsh; scripts/install-packages root installs it";
     }
     const std::regex option(R"(^(?:\([^)]*\))?\*?(--[a-z-]+)\[[^\]]*\](?::[a-z ]*:\((.*)\))?.*)");
-    std::size_t commands = 0;
-    ForEachCommand([&](const std::vector<std::string>& words, const Help& help) {
-        ++commands;
-        Help offered;
-        std::string all;
-        for (const std::string& line : SpecificationsForZsh(Joined(words))) {
-            all += line + '\n';
-            std::smatch match;
-            if (std::regex_match(line, match, option)) {
-                offered.options.insert(match[1]);
-                if (match[2].matched && help.values.contains(match[1])) {
-                    offered.values[match[1]] = Split(match[2], ' ');
+    ForEachCommand(
+        [&](const std::vector<std::string>& words, const Help& help) {
+            Help offered;
+            std::string all;
+            for (const std::string& line : SpecificationsForZsh(words)) {
+                all += line + '\n';
+                std::smatch match;
+                if (std::regex_match(line, match, option)) {
+                    offered.options.insert(match[1]);
+                    if (match[2].matched && help.values.contains(match[1])) {
+                        offered.values[match[1]] = Split(match[2], ' ');
+                    }
                 }
             }
-        }
-        EXPECT_EQ(offered.options, help.options);
-        EXPECT_EQ(offered.values, help.values);
-        for (const std::string& next : help.commands) {
-            EXPECT_TRUE(std::regex_search(all, std::regex("\\b" + next + "\\\\?:"))) << next;
-        }
-    });
-    EXPECT_GT(commands, 10U);
+            EXPECT_EQ(offered.options, help.options);
+            EXPECT_EQ(offered.values, help.values);
+            for (const std::string& next : help.commands) {
+                EXPECT_TRUE(std::regex_search(all, std::regex("\\b" + next + "\\\\?:"))) << next;
+            }
+        },
+        {GetParam()});
 }
+
+INSTANTIATE_TEST_SUITE_P(Every, CompletionTest, ::testing::Values(QUORVEL_PROGRAMS),
+                         [](const auto& test) {
+                             std::string name = NameOf(test.param);
+                             std::ranges::replace(name, '-', '_');
+                             return name;
+                         });
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sstream>
 #include <string>
 
@@ -11,9 +12,11 @@ namespace {
 using QuorvelTest::ContentOf;
 using QuorvelTest::RunProgram;
 
-TEST(VersionTest, IsPrintedByTheProgram) {
-    EXPECT_EQ(RunProgram({MIDISERVER_PROGRAM, "--version"}).out,
-              "midiserver " QUORVEL_VERSION "\n");
+TEST(VersionTest, IsPrintedByEveryProgram) {
+    for (const std::filesystem::path program : {QUORVEL_PROGRAMS}) {
+        EXPECT_EQ(RunProgram({program, "--version"}).out,
+                  program.filename().string() + " " QUORVEL_VERSION "\n");
+    }
 }
 
 TEST(VersionTest, IsThatOfTheChangelogsNewestHeading) {

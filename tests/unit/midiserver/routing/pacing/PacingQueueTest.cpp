@@ -177,6 +177,16 @@ TEST(PacingQueueTest, ReplacesTextForTheSameCellsOnly) {
                 ElementsAre(part, full, laterPart));
 }
 
+TEST(PacingQueueTest, QueuesADigitAgainThatComesInALongerMessage) {
+    const Bytes alone = {0xB0, 0x40, 0x31};
+    const Bytes later = {0xB0, 0x40, 0x33};
+    const Bytes longer = {0xF0, 0x00, 0x00, 0x66, 0x14, 0x10, 0x32, 0xF7};
+    EXPECT_THAT(Through(Protocol::kMackieControl, {alone, longer}), ElementsAre(alone, longer));
+    EXPECT_THAT(Through(Protocol::kMackieControl, {alone, later}), ElementsAre(later));
+    EXPECT_THAT(Through(Protocol::kMackieControl, {alone, longer, later}),
+                ElementsAre(alone, longer, later));
+}
+
 TEST(PacingQueueTest, ReplacesBothHalvesOfAHuiFaderTogether) {
     const Bytes high1 = {0xB0, 0x03, 1};
     const Bytes low1 = {0xB0, 0x23, 2};

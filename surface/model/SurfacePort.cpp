@@ -47,7 +47,12 @@ SurfaceEvent SurfacePort::Decode(std::span<const std::uint8_t> message) {
         return Mackie::Decode(message);
     }
     const SurfaceEvent event = mHuiDecoder.Decode(message);
-    if (!IsOneOf<UnknownMessage>(event) || IsPingNote(message)) {
+    if (!IsOneOf<UnknownMessage>(event)) {
+        // A ping is no sign of either.
+        mHeardMackieControl &= IsOneOf<PingReceived, ForeignExclusive>(event);
+        return event;
+    }
+    if (IsPingNote(message)) {
         return event;
     }
     const SurfaceEvent other = Mackie::Decode(message);

@@ -37,8 +37,8 @@ struct MessageCounts {
 //
 // A port without a protocol is taken for a Mackie Control. On a HUI port, messages of Mackie
 // Control are understood as well where HUI has none of its own, because some DAWs have HUI's ping
-// answered and then speak Mackie Control; 90 00 stays the ping there. Once such a message has set
-// something, the user's actions are sent as Mackie Control's too.
+// answered and then speak Mackie Control; 90 00 stays the ping there. From such a message
+// on, the user's actions are sent as Mackie Control's too, until one comes that is HUI's own.
 //
 // Not synchronised.
 class SurfacePort {

@@ -80,6 +80,10 @@ TEST(SurfacePortTest, UnderstandsMackieControlOnAHuiPort) {
     EXPECT_THAT(port.Perform(FaderPushed{2, 0x2AC1}), ElementsAre(Message{0xE2, 0x41, 0x55}));
     EXPECT_EQ(port.Counts().pings, 3U);
     EXPECT_EQ(port.Counts().unknown, 0U);
+    Receive(port, {kForeign, kPing});
+    EXPECT_EQ(port.Perform(FaderPushed{2, 1}).size(), 1U) << "still";
+    Receive(port, {{0xB0, 0x0C, 0x0E}});
+    EXPECT_EQ(port.Perform(FaderPushed{2, 1}).size(), 2U) << "another DAW, which speaks HUI";
 }
 
 TEST(SurfacePortTest, TakesThePingsNoteForNoLightOnAHuiPort) {

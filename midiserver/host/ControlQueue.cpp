@@ -58,10 +58,10 @@ void ControlQueue::Run(const Work& work) {
 }
 
 void ControlQueue::ServeUntil(const bool& done) {
-    // Only work sets the flag, so a turn in which no source is performed may be long.
-    constexpr CFTimeInterval kTurnSeconds = 3600;
+    // Only work sets the flag, so a turn in which no source is performed may be endless.
+    constexpr CFTimeInterval kForever = 1e10;
     while (!done) {
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, kTurnSeconds, 1);
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, kForever, 1);
     }
 }
 

@@ -50,7 +50,8 @@ CF_EXPORT CFRunLoopMode CFRunLoopCopyCurrentMode(CFRunLoopRef rl);
 CF_EXPORT void CFRunLoopRun(void);
 
 // Runs the calling thread's loop in one mode for at most `seconds` (0 or less: one pass over what
-// is ready, without waiting). With `returnAfterSourceHandled` it returns after the first pass that
+// is ready, without waiting; ten years or more: without a limit, and the thread then wakes up for
+// nothing but its sources). With `returnAfterSourceHandled` it returns after the first pass that
 // performed a source. One result per call, in this order of precedence: HandledSource, TimedOut,
 // Stopped, Finished; a mode without sources, null and `kCFRunLoopCommonModes` give Finished at
 // once.

@@ -212,6 +212,7 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
         return kCFRunLoopRunFinished;
     }
     const Clock::time_point deadline = DeadlineAfter(seconds);
+    const bool hasDeadline = seconds < kLongestWait;
     CFRetain(this);
     // Sources that run the loop anew, and callers that ask for its mode, need the mode meanwhile.
     const auto kept = CFOwned<CFRunLoopMode>::Retained(mode);
@@ -236,7 +237,10 @@ CFRunLoopRunResult __CFRunLoop::Run(CFRunLoopMode mode, CFTimeInterval seconds,
         } else if (!handled) {
             // A source that was performed may have signalled others, so another pass comes first.
             mWaiting.store(true, std::memory_order_relaxed);
-            CFRuntimeGuard([&] { mContext.run_one_until(deadline); });
+            CFRuntimeGuard([&] {
+                // With a deadline, the thread wakes up once a second to look at the clock.
+                hasDeadline ? mContext.run_one_until(deadline) : mContext.run_one();
+            });
             mWaiting.store(false, std::memory_order_relaxed);
         }
     }

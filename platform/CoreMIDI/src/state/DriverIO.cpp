@@ -17,13 +17,12 @@ namespace {
 
 thread_local bool tIsDriverIOThread = false;
 
-// The longest time that the thread sleeps when no packet waits.
-constexpr CFTimeInterval kLongSleepSeconds = 3600;
+// How long the thread sleeps when no packet waits.
+constexpr CFTimeInterval kForever = 1e10;
 
 CFTimeInterval SecondsBetween(MIDITimeStamp now, MIDITimeStamp then) {
     constexpr CFTimeInterval kNanosecondsPerSecond = 1e9;
-    return std::min(static_cast<CFTimeInterval>(then - now) / kNanosecondsPerSecond,
-                    kLongSleepSeconds);
+    return static_cast<CFTimeInterval>(then - now) / kNanosecondsPerSecond;
 }
 
 const MIDIPacketList* ListOf(const ListBuffer& buffer) {
@@ -132,7 +131,7 @@ DriverItems DriverIO::TakeNext(CFTimeInterval& secondsToNext) noexcept {
         item.splice(item.begin(), mQueue, mQueue.begin());
         return item;
     }
-    secondsToNext = first == mWaiting.end() ? kLongSleepSeconds : SecondsBetween(now, first->first);
+    secondsToNext = first == mWaiting.end() ? kForever : SecondsBetween(now, first->first);
     mIsAwake = false;
     return item;
 }

@@ -51,8 +51,8 @@ struct BackendState {
 // when it comes and restores the connections that they had.
 //
 // The service's main thread constructs, publishes, withdraws, connects and destroys. The Emit
-// functions are called by the driver's threads, each port's by one thread at a time, and only
-// between Publish and Withdraw.
+// functions are called by the driver's threads and the main thread, each port's by one thread at a
+// time, and only between Publish and Withdraw.
 class Backend {
 public:
     virtual ~Backend() = default;
@@ -68,7 +68,7 @@ public:
     // Takes the ports away from other programs. No Emit call may go on.
     virtual void Withdraw() = 0;
 
-    // Carry what the driver emitted on a port's own source to the DAWs, and what it emitted on the
+    // Carry what is emitted on a port's own source to the DAWs, and what the driver emitted on the
     // private source to the control-surface application. They do not block and do not wait for any
     // other program; what does not fit is dropped whole and counted.
     virtual void EmitFromPort(std::size_t port, const MIDIPacketList& packets) = 0;

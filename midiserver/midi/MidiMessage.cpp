@@ -1,5 +1,7 @@
 #include "midiserver/midi/MidiMessage.h"
 
+#include <algorithm>
+
 namespace MidiServer {
 
 std::optional<std::size_t> MidiMessageLength(std::uint8_t status) {
@@ -18,6 +20,19 @@ std::optional<std::size_t> MidiMessageLength(std::uint8_t status) {
     default:
         return 1;
     }
+}
+
+bool IsWholeMessage(std::span<const std::uint8_t> bytes) {
+    if (bytes.empty() || ContinuesExclusive(bytes)) {
+        return false;
+    }
+    const std::optional<std::size_t> length = MidiMessageLength(bytes.front());
+    if (length ? bytes.size() != *length
+               : bytes.size() < 2 || bytes.back() != kEndOfExclusive) {
+        return false;
+    }
+    const auto data = bytes.subspan(1, length ? *length - 1 : bytes.size() - 2);
+    return std::all_of(data.begin(), data.end(), IsDataByte);
 }
 
 } // namespace MidiServer

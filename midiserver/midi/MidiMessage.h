@@ -35,4 +35,7 @@ inline bool IsExclusive(std::span<const std::uint8_t> piece) {
 // nothing for System Exclusive, whose last byte ends it.
 std::optional<std::size_t> MidiMessageLength(std::uint8_t status);
 
+// Whether these bytes are exactly one message, with its status byte.
+bool IsWholeMessage(std::span<const std::uint8_t> bytes);
+
 } // namespace MidiServer

@@ -4,6 +4,7 @@
 #include "midiserver/log/Logging.h"
 #include "midiserver/midi/PacketList.h"
 #include "midiserver/routing/DriverLimits.h"
+#include "platform/packetlist/PacketListBuilder.h"
 
 #include <algorithm>
 #include <utility>
@@ -321,12 +322,30 @@ void Router::CountLostInDriver(Port& port, const std::vector<ListsInDriver::List
     }
 }
 
-void Router::Replied(std::size_t port, const MIDIPacketList& packets) {
-    for (const RoutedBackend& routed : mBackends) {
-        routed.backend->EmitFromPort(port, packets);
+void Router::EmitToDaws(std::size_t port, const MIDIPacketList& packets) {
+    {
+        const MutexLock lock(mEmission);
+        for (const RoutedBackend& routed : mBackends) {
+            routed.backend->EmitFromPort(port, packets);
+        }
     }
     const MutexLock lock(mMutex);
     CopyToTaps(port, StreamDirection::kToDaw, packets);
+}
+
+bool Router::Emit(std::size_t port, Message message) {
+    if (!mIsPublished || port >= mShownPorts.size()) {
+        return false;
+    }
+    PacketListBuilder list;
+    list.Add(message);
+    EmitToDaws(port, *list.List());
+    return true;
+}
+
+void Router::Replied(std::size_t port, const MIDIPacketList& packets) {
+    EmitToDaws(port, packets);
+    const MutexLock lock(mMutex);
     if (port < mPorts.size()) {
         mPorts[port].counters.answeredPings += PacketsOf(packets).size();
     }

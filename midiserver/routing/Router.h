@@ -73,7 +73,7 @@ struct Injection {
 //     host.Stop();
 //
 // Threads: one thread (the service's main thread) constructs, starts, suspends, stops and destroys.
-// All others but ShownPorts may be called by any thread at any time between construction and
+// All others but ShownPorts and Emit may be called by any thread at any time between construction and
 // destruction.
 class Router {
 public:
@@ -122,6 +122,13 @@ public:
     // taken and counted as malformed or incomplete. Not taken if the port is not there or its queue
     // has no room, which always has room for one message when it is empty.
     Injection Inject(std::size_t port, std::span<const std::uint8_t> message);
+
+    // Emits a message on a port's own source, to DAWs, as the surface does that stands behind it. It
+    // must be one whole message of at most kLongestEmitted bytes. What a DAW has no room for is lost
+    // and counted in the backend. Returns false, with nothing emitted, if the port is not shown. The
+    // main thread calls; it waits for the driver's threads while these emit.
+    static constexpr std::size_t kLongestEmitted = 65535;
+    bool Emit(std::size_t port, std::span<const std::uint8_t> message);
 
     // Begins to copy a stream of a port, which need not be there yet. The copying ends when the
     // caller lets go of the tap. `capacity` is in bytes.
@@ -175,6 +182,7 @@ private:
     void Forwarded(std::size_t port, const MIDIPacketList& packets);
     void Replied(std::size_t port, const MIDIPacketList& packets);
 
+    void EmitToDaws(std::size_t port, const MIDIPacketList& packets) QUORVEL_EXCLUDES(mEmission);
     void CopyToTaps(std::size_t port, StreamDirection direction, const MIDIPacketList& packets)
         QUORVEL_REQUIRES(mMutex);
     void CountLostInDriver(Port& port, const std::vector<ListsInDriver::List>& lists, TimePoint now)
@@ -189,6 +197,9 @@ private:
     const RouterOptions mOptions;
     const std::function<void()> mStalled;
 
+    // Held while the backends take what goes to DAWs, from the driver's threads or the main thread,
+    // which they do without waiting. Never together with the other.
+    Mutex mEmission;
     mutable Mutex mMutex;
     ConditionVariable mDriverIsEmpty;
     std::vector<Port> mPorts QUORVEL_GUARDED_BY(mMutex); // never fewer than before

@@ -14,7 +14,7 @@ namespace MidiServer {
 // Which of a port's streams a tap copies.
 enum class StreamDirection {
     kFromDaw,   // what DAWs send, as it goes to the driver
-    kToDaw,     // what the driver answers on the port's own source
+    kToDaw,     // what the port's own source carries: the driver's answers, and what is emitted there
     kToSurface, // what the driver emits on the private source
 };
 

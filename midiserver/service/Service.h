@@ -75,6 +75,7 @@ private:
     nlohmann::ordered_json Connect(ControlRequest request,
                                    const nlohmann::ordered_json& arguments) const;
     nlohmann::ordered_json Inject(const nlohmann::ordered_json& arguments);
+    nlohmann::ordered_json Emit(const nlohmann::ordered_json& arguments);
     nlohmann::ordered_json StartRecording(const nlohmann::ordered_json& arguments);
     std::size_t PortIndex(const std::string& nameOrNumber) const;
     ServiceStatus Status() const;

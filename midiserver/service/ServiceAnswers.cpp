@@ -4,6 +4,7 @@
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 #include "midiserver/midi/HexText.h"
+#include "midiserver/midi/MidiMessage.h"
 #include "midiserver/preferences/PreferencesEditor.h"
 #include "midiserver/service/Service.h"
 
@@ -40,6 +41,20 @@ std::uint64_t RecordingNumber(const Json& arguments) {
     return number.get<std::uint64_t>();
 }
 
+StreamDirection DirectionOf(const std::string& stream) {
+    if (stream == "fromDaw") {
+        return StreamDirection::kFromDaw;
+    }
+    if (stream == "toDaw") {
+        return StreamDirection::kToDaw;
+    }
+    if (stream == "toSurface") {
+        return StreamDirection::kToSurface;
+    }
+    throw InputError(fmt::format(
+        "a port has no stream \"{}\"; there are: fromDaw, toDaw, toSurface", stream));
+}
+
 } // namespace
 
 Json Service::Answer(ControlRequest request, const Json& arguments) {
@@ -59,6 +74,8 @@ Json Service::Answer(ControlRequest request, const Json& arguments) {
         return mRecordings.End(RecordingNumber(arguments));
     case ControlRequest::kInject:
         return Inject(arguments);
+    case ControlRequest::kEmit:
+        return Emit(arguments);
     }
     throw InputError("the service does not know this request; is it of another version?");
 }
@@ -125,10 +142,29 @@ Json Service::Inject(const Json& arguments) {
     return {{"port", PortNames()[port]}, {"taken", taken}};
 }
 
+Json Service::Emit(const Json& arguments) {
+    const std::size_t port = PortIndex(arguments.at("port").get<std::string>());
+    std::vector<std::vector<std::uint8_t>> messages;
+    for (const Json& message : arguments.at("messages")) {
+        const auto text = message.get<std::string>();
+        messages.push_back(BytesOfHexText(text));
+        if (!IsWholeMessage(messages.back()) || messages.back().size() > Router::kLongestEmitted) {
+            throw InputError(fmt::format("\"{:.24}\" is not one MIDI message of at most {} bytes",
+                                         text, Router::kLongestEmitted));
+        }
+    }
+    std::size_t emitted = 0;
+    for (const std::vector<std::uint8_t>& message : messages) {
+        emitted += mRouter.Emit(port, message) ? 1 : 0;
+    }
+    return {{"port", PortNames()[port]}, {"emitted", emitted}};
+}
+
 Json Service::StartRecording(const Json& arguments) {
     const std::size_t port = PortIndex(arguments.at("port").get<std::string>());
-    const std::uint64_t number = mRecordings.Start(
-        mRouter.Tap(port, StreamDirection::kFromDaw, Recordings::kCapacity), Clock::now());
+    const StreamDirection stream = DirectionOf(arguments.value("stream", "fromDaw"));
+    const std::uint64_t number =
+        mRecordings.Start(mRouter.Tap(port, stream, Recordings::kCapacity), Clock::now());
     Log(kServiceLog[HSL::kInfo], "recording port %u", port + 1);
     return {{"recording", number}, {"port", PortNames()[port]}};
 }

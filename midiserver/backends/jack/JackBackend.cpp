@@ -45,10 +45,6 @@ std::string PrivateName(std::size_t index) {
     return fmt::format("Quorvel Virtual Source {:02}", index + 1);
 }
 
-std::string AliasOf(std::int32_t uniqueId) {
-    return fmt::format("Quorvel MIDI ID:{}", uniqueId);
-}
-
 bool IsOurs(std::string_view port) {
     return port.starts_with(std::string(kClientName) + ":") ||
            port.starts_with(std::string(kPrivateClientName) + ":");
@@ -219,7 +215,7 @@ void JackBackend::ShowPort(std::size_t index) {
             isComplete = false;
             Log(kJackLog[wasIncomplete ? HSL::kChatty : HSL::kError],
                 "the server refuses port %s; trying again every second", name);
-        } else if (!side.client->DescribePort(port, uniqueId ? AliasOf(*uniqueId) : "", prettyName,
+        } else if (!side.client->DescribePort(port, uniqueId ? JackAliasOf(*uniqueId) : "", prettyName,
                                               uniqueId ? std::to_string(*uniqueId) : "")) {
             isComplete = false;
             Log(kJackLog[wasIncomplete ? HSL::kChatty : HSL::kWarning],

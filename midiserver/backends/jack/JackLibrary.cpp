@@ -4,6 +4,7 @@
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/Logging.h"
 
+#include <fmt/format.h>
 #include <jack/jack.h>
 
 #include <cstdlib>
@@ -19,6 +20,10 @@ void LogLibraryMessage(const char* message) {
 }
 
 } // namespace
+
+std::string JackAliasOf(std::int32_t uniqueId) {
+    return fmt::format("Quorvel MIDI ID:{}", uniqueId);
+}
 
 void PrepareJackLibrary() {
     static std::once_flag once;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,9 @@ namespace MidiServer {
 
 // The name of clients that are there for a moment only.
 inline constexpr const char* kProbeName = "Quorvel MIDI probe";
+
+// The alias under which an output of the service is found by its unique ID.
+std::string JackAliasOf(std::int32_t uniqueId);
 
 // Makes the library ready: what it says goes to the log and not to standard error, and PipeWire's
 // leaves MIDI as it is, see WithMidiLeftAlone. To be called before the first client is opened; it

@@ -23,7 +23,8 @@ enum class ControlRequest : SInt32 {
     // likewise; with `wasThere`: false, there was no such port of another program, and a connection
     // that was kept for it is forgotten
     kDisconnect = 4,
-    // {port} -> {recording: a number, port: its name}
+    // {port, stream} -> {recording: a number, port: its name}. `stream` is "fromDaw", which it is too
+    // if it is missing, "toDaw" or "toSurface", see StreamDirection.
     kStartRecording = 5,
     // {recording} -> {messages: [[microseconds since the start, "90 00 7F"]], lost: pieces so far}.
     // Each is a message, or a piece of a System Exclusive message. A recording that nobody asks for
@@ -33,6 +34,10 @@ enum class ControlRequest : SInt32 {
     kEndRecording = 7,
     // {port, messages: ["90 00 7F"]} -> {port: its name, taken: how many of the messages}
     kInject = 8,
+    // {port, messages: ["90 5E 7F"]} -> {port: its name, emitted: how many of the messages}. The
+    // port's own source carries them to DAWs, as a surface's. Either all are whole messages, or
+    // none is emitted. Fewer than all only while a driver that has other ports is being started.
+    kEmit = 9,
 };
 
 // Returns a request or a reply as the port carries it. A name in it may hold anything; what is not

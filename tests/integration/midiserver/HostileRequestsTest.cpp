@@ -22,16 +22,17 @@ namespace {
 using nlohmann::json;
 using TestSupport::WaitUntil;
 
-// What the commands send, for the requests 1 to 8 in turn.
+// What the commands send, for the requests 1 to 9 in turn.
 const std::vector<json> kRequests = {
     json::object(),
     json::object(),
     {{"port", "1"}, {"peer", "daw:in"}},
     {{"port", "Quorvel Port 2"}, {"peer", "daw:in"}},
-    {{"port", "3"}},
+    {{"port", "3"}, {"stream", "toDaw"}},
     {{"recording", 1}},
     {{"recording", 1}},
     {{"port", "4"}, {"messages", {"90 01 7F", "F0 00 01 F7"}}},
+    {{"port", "1"}, {"messages", {"90 5E 7F", "F0 00 01 F7"}}},
 };
 
 class HostileRequestsTest : public testing::Test {
@@ -170,6 +171,46 @@ TEST_F(HostileRequestsTest, NameRecordingsByWholeNumbersOnly) {
                 << number;
         }
     }
+}
+
+TEST_F(HostileRequestsTest, EmitWholeMessagesOnly) {
+    for (const char* const message :
+         {"", "90 5E", "90 5E 7F 00", "90 5E 90", "3C 40", "F7", "F0", "F0 01", "F0 80 F7"}) {
+        const json messages = {"90 01 7F", message};
+        EXPECT_EQ(Ask(9, json{{"port", "1"}, {"messages", messages}}.dump())["ok"], false)
+            << message;
+    }
+    std::string tooLong = "F0";
+    for (int i = 0; i < 65534; ++i) {
+        tooLong += " 00";
+    }
+    tooLong += " F7";
+    EXPECT_EQ(Ask(9, json{{"port", "1"}, {"messages", {tooLong}}}.dump())["ok"], false);
+    EXPECT_EQ(Ask(9, json{{"port", "5"}, {"messages", {"F8"}}}.dump())["ok"], false);
+    const json taken = Ask(9, json{{"port", "1"}, {"messages", {"90 5E 7F", "F8"}}}.dump());
+    EXPECT_EQ(taken["emitted"], 2);
+}
+
+TEST_F(HostileRequestsTest, RecordTheStreamsThatAPortHas) {
+    EXPECT_EQ(Ask(5, R"({"port": "2", "stream": "both"})")["error"],
+              "a port has no stream \"both\"; there are: fromDaw, toDaw, toSurface");
+    EXPECT_EQ(Ask(5, R"({"port": "2", "stream": 1})")["ok"], false);
+    const json toDaw = Ask(5, R"({"port": "2", "stream": "toDaw"})");
+    const json fromDaw = Ask(5, R"({"port": "2"})");
+    const json toSurface = Ask(5, R"({"port": "2", "stream": "toSurface"})");
+    Ask(9, R"({"port": "2", "messages": ["90 5E 7F"]})");
+    Ask(8, R"({"port": "2", "messages": ["90 5D 7F"]})");
+    const auto recorded = [this](const json& recording) {
+        json messages = json::array();
+        EXPECT_TRUE(WaitUntil("a message is there", [&] {
+            messages = Ask(6, json{{"recording", recording["recording"]}}.dump())["messages"];
+            return !messages.empty();
+        }));
+        return messages;
+    };
+    EXPECT_EQ(recorded(toDaw)[0][1], "90 5E 7F");
+    EXPECT_EQ(recorded(fromDaw)[0][1], "90 5D 7F");
+    EXPECT_EQ(recorded(toSurface)[0][1], "90 5D 7F");
 }
 
 TEST_F(HostileRequestsTest, MayBeDeepAndLong) {

@@ -331,6 +331,47 @@ TEST_F(RouterTest, TakesInjectedMessagesAndCopiesStreams) {
     EXPECT_EQ(toSurface->Lost(), 1U);
 }
 
+TEST_F(RouterTest, EmitsOnAPortsOwnSourceWhatTheSurfaceSends) {
+    const Bytes press = {0x90, 0x5E, 0x7F};
+    MakeRouter(true);
+    EXPECT_FALSE(mRouter->Emit(0, press)) << "nothing is shown yet";
+    Start();
+    const auto toDaw = mRouter->Tap(1, StreamDirection::kToDaw, 1000);
+    EXPECT_TRUE(mRouter->Emit(1, press));
+    EXPECT_FALSE(mRouter->Emit(4, press)) << "there are four ports";
+
+    EXPECT_EQ(mFromPorts.On(1), press);
+    EXPECT_THAT(mFromPorts.On(0), IsEmpty());
+    EXPECT_THAT(mFromPrivateSources.On(1), IsEmpty());
+    EXPECT_EQ(toDaw->Take(1000).size(), 1U);
+    EXPECT_EQ(Counters(1).answeredPings, 0U) << "it is no answer of the driver's";
+    mRouter->Stop();
+    EXPECT_FALSE(mRouter->Emit(1, press)) << "nothing is shown any more";
+}
+
+// The driver answers pings on one thread while the surface sends on another.
+TEST_F(RouterTest, EmitsMessagesWholeBesideTheDriversAnswers) {
+    MakeRouter(true);
+    Start();
+    constexpr int kMessages = 300;
+    for (int i = 0; i < kMessages; ++i) {
+        Deliver(0, kHuiPing);
+        EXPECT_TRUE(mRouter->Emit(0, kNote));
+    }
+    ASSERT_TRUE(WaitUntil("all pings are answered",
+                          [&] { return Counters(0).answeredPings == kMessages; }));
+    const Bytes heard = mFromPorts.On(0);
+    ASSERT_EQ(heard.size(), 2 * kMessages * kNote.size());
+    int notes = 0;
+    for (std::size_t i = 0; i < heard.size(); i += kNote.size()) {
+        const Bytes message(heard.begin() + static_cast<std::ptrdiff_t>(i),
+                            heard.begin() + static_cast<std::ptrdiff_t>(i + kNote.size()));
+        ASSERT_TRUE(message == kNote || message == kHuiReply) << "at byte " << i;
+        notes += message == kNote ? 1 : 0;
+    }
+    EXPECT_EQ(notes, kMessages);
+}
+
 TEST_F(RouterTest, RefusesAnInjectedMessageThatFindsTheQueueFull) {
     MakeRouter(true);
     Start();

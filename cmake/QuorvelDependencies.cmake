@@ -20,6 +20,7 @@ if(QUORVEL_BUILD_MIDISERVER)
     find_package(nlohmann_json REQUIRED)
     find_package(PkgConfig REQUIRED)
     pkg_check_modules(systemd REQUIRED IMPORTED_TARGET libsystemd)
+    pkg_check_modules(ncursesw REQUIRED IMPORTED_TARGET ncursesw)
     # Without its library, the host has no ALSA backend.
     find_package(ALSA)
     # Without its library, the host has no JACK backend.

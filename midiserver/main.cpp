@@ -1,166 +1,45 @@
 #include "midiserver/commands/Commands.h"
-#include "midiserver/errors/ErrorOutput.h"
-#include "midiserver/errors/Errors.h"
-#include "midiserver/errors/NoThreadText.h"
-#include "runtime/thread/NyInit.h"
-
-#include <CLI/CLI.hpp>
-#include <fmt/format.h>
-
-#include <fcntl.h>
-#include <unistd.h>
+#include "midiserver/commands/ProgramMain.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <memory>
-#include <new>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <system_error>
 #include <vector>
 
 namespace {
 
-using MidiServer::InputError;
-
-constexpr int kExitBadInput = 2;
-constexpr int kExitServiceState = 3;
-
-// Opens a standard stream that is closed, so that no file that is opened later takes its number and
-// receives what is meant for the stream. Reads and writes of the replacement fail as those of a
-// closed stream do.
-void OccupyClosedStreams() {
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (::fcntl(stream, F_GETFD) == -1 && errno == EBADF) {
-            // The lowest free number, which is the stream's own.
-            ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+class Midiserver : public MidiServer::CommandLineProgram {
+public:
+    Midiserver() {
+        mParser.set_version_flag("--version", "midiserver " MIDISERVER_VERSION);
+        mParser.require_subcommand(1);
+        // In the order in which --help lists them.
+        for (const auto make : {MidiServer::MakeRunCommand, MidiServer::MakeStatusCommand,
+                                MidiServer::MakeListCommand, MidiServer::MakeConnectCommand,
+                                MidiServer::MakeDisconnectCommand, MidiServer::MakeRecordCommand,
+                                MidiServer::MakeReplayCommand, MidiServer::MakePrefsCommand}) {
+            mCommands.push_back(make(mParser));
         }
     }
-}
 
-int Fail(const std::string& why, int status) {
-    MidiServer::ErrorOutput::Write(fmt::format("midiserver: {}\n", MidiServer::OneLine(why)));
-    return status;
-}
+    CLI::App& Parser() override { return mParser; }
 
-// Refuses empty values. Nobody means one, and it must not count as if the option had not been
-// given.
-void RefuseEmptyValues(CLI::App& command) {
-    for (CLI::Option* option : command.get_options()) {
-        if (option->get_expected_min() > 0) {
-            // As a transformation, although it changes nothing, it comes before the other checks.
-            option->transform(CLI::Validator(
-                [](const std::string& value) {
-                    return value.empty() ? std::string("its value is empty") : std::string();
-                },
-                std::string()));
-        }
-    }
-    for (CLI::App* subcommand : command.get_subcommands({})) {
-        RefuseEmptyValues(*subcommand);
-    }
-}
-
-// The parser takes the argument that follows "--option=" for the option's value.
-void RefuseMissingValues(int argumentCount, char** arguments) {
-    for (int i = 1; i < argumentCount && std::string_view(arguments[i]) != "--"; ++i) {
-        const std::string_view argument(arguments[i]);
-        if (argument.starts_with("--") && argument.find('=') == argument.size() - 1) {
-            throw InputError(
-                fmt::format("{}: its value is empty", argument.substr(0, argument.size() - 1)));
-        }
-    }
-}
-
-// Prints what the parser says and, if the command is missing or unknown, the commands that exist.
-std::string ExplainParseError(const CLI::ParseError& error, CLI::App& program) {
-    CLI::App* command = &program;
-    while (!command->get_subcommands().empty()) {
-        command = command->get_subcommands().front();
-    }
-    std::string commands;
-    for (const CLI::App* each : command->get_subcommands({})) {
-        commands += (commands.empty() ? "" : ", ") + each->get_name();
-    }
-    if (commands.empty()) {
-        return error.what();
-    }
-    const std::vector<std::string> unknown = command->remaining();
-    return fmt::format("{}; the commands of {} are: {}",
-                       unknown.empty() ? std::string("a command is missing")
-                                       : unknown.front() + " is not known here",
-                       command->get_name(), commands);
-}
-
-std::string Explain(const std::exception& error) {
-    const auto* const system = dynamic_cast<const std::system_error*>(&error);
-    const bool noThread =
-        system != nullptr && system->code() == std::errc::resource_unavailable_try_again;
-    return noThread ? MidiServer::NoThreadText(error.what()) : error.what();
-}
-
-int Run(int argumentCount, char** arguments) {
-    CLI::App program("Runs the Quorvel MIDI driver plug-in on Linux.", "midiserver");
-    program.set_version_flag("--version", "midiserver " MIDISERVER_VERSION);
-    program.require_subcommand(1);
-    // In the order in which --help lists them.
-    std::vector<std::unique_ptr<MidiServer::Command>> commands;
-    for (const auto make : {MidiServer::MakeRunCommand, MidiServer::MakeStatusCommand,
-                            MidiServer::MakeListCommand, MidiServer::MakeConnectCommand,
-                            MidiServer::MakeDisconnectCommand, MidiServer::MakeRecordCommand,
-                            MidiServer::MakeReplayCommand, MidiServer::MakePrefsCommand}) {
-        commands.push_back(make(program));
-    }
-    RefuseEmptyValues(program);
-    try {
-        RefuseMissingValues(argumentCount, arguments);
-        program.parse(argumentCount, arguments);
-        return (*std::find_if(commands.begin(), commands.end(),
+    int Run() override {
+        return (*std::find_if(mCommands.begin(), mCommands.end(),
                               [](const auto& command) { return command->WasGiven(); }))
             ->Run();
-    } catch (const CLI::Success& help) { // --help and --version
-        std::ostringstream text;
-        program.exit(help, text, text);
-        fmt::print("{}", text.str());
-        return EXIT_SUCCESS;
-    } catch (const CLI::ParseError& error) {
-        return Fail(ExplainParseError(error, program), kExitBadInput);
-    } catch (const InputError& error) {
-        return Fail(error.what(), kExitBadInput);
-    } catch (const MidiServer::ServiceStateError& error) {
-        return Fail(error.what(), kExitServiceState);
     }
-}
 
-int RunReportingErrors(int argumentCount, char** arguments) {
-    try {
-        return Run(argumentCount, arguments);
-    } catch (const std::bad_alloc&) {
-        // No text is made, which would need memory again.
-        MidiServer::ErrorOutput::Write("midiserver: out of memory\n");
-    } catch (const std::exception& error) {
-        // What could not be printed is told once, at the end.
-        if (std::ferror(stdout) == 0) {
-            Fail(Explain(error), EXIT_FAILURE);
-        }
-    }
-    return EXIT_FAILURE;
+private:
+    CLI::App mParser{"Runs the Quorvel MIDI driver plug-in on Linux.", "midiserver"};
+    std::vector<std::unique_ptr<MidiServer::Command>> mCommands;
+};
+
+std::unique_ptr<MidiServer::CommandLineProgram> MakeMidiserver() {
+    return std::make_unique<Midiserver>();
 }
 
 } // namespace
 
 int main(int argumentCount, char** arguments) {
-    OccupyClosedStreams();
-    NyInit();
-    const int status = RunReportingErrors(argumentCount, arguments);
-    // Output that could not be written, for instance to a full disk, must not pass for success.
-    const bool printed = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
-    if (!printed) {
-        MidiServer::ErrorOutput::Write("midiserver: standard output cannot be written\n");
-    }
-    return printed && !MidiServer::ErrorOutput::HasFailed() ? status : EXIT_FAILURE;
+    return MidiServer::ProgramMain("midiserver", MakeMidiserver, argumentCount, arguments);
 }

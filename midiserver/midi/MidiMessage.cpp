@@ -27,8 +27,7 @@ bool IsWholeMessage(std::span<const std::uint8_t> bytes) {
         return false;
     }
     const std::optional<std::size_t> length = MidiMessageLength(bytes.front());
-    if (length ? bytes.size() != *length
-               : bytes.size() < 2 || bytes.back() != kEndOfExclusive) {
+    if (length ? bytes.size() != *length : bytes.size() < 2 || bytes.back() != kEndOfExclusive) {
         return false;
     }
     const auto data = bytes.subspan(1, length ? *length - 1 : bytes.size() - 2);

@@ -76,8 +76,8 @@ std::vector<SInt32> AskForPrivateSourceIds(std::size_t count) {
     while (ids.size() < count) {
         const IdBlock block = AskForIds(messagePort.Get(), ids.size() + 1);
         ids.insert(ids.end(), block.begin(),
-                   block.begin() + static_cast<std::ptrdiff_t>(
-                                       std::min(block.size(), count - ids.size())));
+                   block.begin() +
+                       static_cast<std::ptrdiff_t>(std::min(block.size(), count - ids.size())));
     }
     return ids;
 }

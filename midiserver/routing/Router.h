@@ -73,8 +73,8 @@ struct Injection {
 //     host.Stop();
 //
 // Threads: one thread (the service's main thread) constructs, starts, suspends, stops and destroys.
-// All others but ShownPorts and Emit may be called by any thread at any time between construction and
-// destruction.
+// All others but ShownPorts and Emit may be called by any thread at any time between construction
+// and destruction.
 class Router {
 public:
     // `backends` and `signal` must outlive the router; `signal` is the one that all input queues
@@ -123,10 +123,10 @@ public:
     // has no room, which always has room for one message when it is empty.
     Injection Inject(std::size_t port, std::span<const std::uint8_t> message);
 
-    // Emits a message on a port's own source, to DAWs, as the surface does that stands behind it. It
-    // must be one whole message of at most kLongestEmitted bytes. What a DAW has no room for is lost
-    // and counted in the backend. Returns false, with nothing emitted, if the port is not shown. The
-    // main thread calls; it waits for the driver's threads while these emit.
+    // Emits a message on a port's own source, to DAWs, as the surface does that stands behind it.
+    // It must be one whole message of at most kLongestEmitted bytes. What a DAW has no room for is
+    // lost and counted in the backend. Returns false, with nothing emitted, if the port is not
+    // shown. The main thread calls; it waits for the driver's threads while these emit.
     static constexpr std::size_t kLongestEmitted = 65535;
     bool Emit(std::size_t port, std::span<const std::uint8_t> message);
 

@@ -13,8 +13,8 @@ namespace MidiServer {
 
 // Which of a port's streams a tap copies.
 enum class StreamDirection {
-    kFromDaw,   // what DAWs send, as it goes to the driver
-    kToDaw,     // what the port's own source carries: the driver's answers, and what is emitted there
+    kFromDaw, // what DAWs send, as it goes to the driver
+    kToDaw,   // what the port's own source carries: the driver's answers, and what is emitted there
     kToSurface, // what the driver emits on the private source
 };
 

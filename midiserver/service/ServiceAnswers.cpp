@@ -51,8 +51,8 @@ StreamDirection DirectionOf(const std::string& stream) {
     if (stream == "toSurface") {
         return StreamDirection::kToSurface;
     }
-    throw InputError(fmt::format(
-        "a port has no stream \"{}\"; there are: fromDaw, toDaw, toSurface", stream));
+    throw InputError(
+        fmt::format("a port has no stream \"{}\"; there are: fromDaw, toDaw, toSurface", stream));
 }
 
 } // namespace

@@ -215,7 +215,8 @@ void JackBackend::ShowPort(std::size_t index) {
             isComplete = false;
             Log(kJackLog[wasIncomplete ? HSL::kChatty : HSL::kError],
                 "the server refuses port %s; trying again every second", name);
-        } else if (!side.client->DescribePort(port, uniqueId ? JackAliasOf(*uniqueId) : "", prettyName,
+        } else if (!side.client->DescribePort(port, uniqueId ? JackAliasOf(*uniqueId) : "",
+                                              prettyName,
                                               uniqueId ? std::to_string(*uniqueId) : "")) {
             isComplete = false;
             Log(kJackLog[wasIncomplete ? HSL::kChatty : HSL::kWarning],

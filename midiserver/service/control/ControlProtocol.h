@@ -23,7 +23,8 @@ enum class ControlRequest : SInt32 {
     // likewise; with `wasThere`: false, there was no such port of another program, and a connection
     // that was kept for it is forgotten
     kDisconnect = 4,
-    // {port, stream} -> {recording: a number, port: its name}. `stream` is "fromDaw", which it is too
+    // {port, stream} -> {recording: a number, port: its name}. `stream` is "fromDaw", which it is
+    // too
     // if it is missing, "toDaw" or "toSurface", see StreamDirection.
     kStartRecording = 5,
     // {recording} -> {messages: [[microseconds since the start, "90 00 7F"]], lost: pieces so far}.

@@ -30,10 +30,10 @@ public:
     std::string Log() const;
     // Where it keeps the connections.
     std::filesystem::path ConnectionsFile() const;
-
-private:
+    // With which its commands, and other programs of its user, find it.
     std::vector<std::string> Environment() const;
 
+private:
     std::string mPreferences;
     QuorvelTest::TemporaryFolder mFolder;
     std::unique_ptr<QuorvelTest::Program> mProgram;

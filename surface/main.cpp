@@ -1,0 +1,6 @@
+#include "surface/program/SurfaceProgram.h"
+
+int main(int argumentCount, char** arguments) {
+    return MidiServer::ProgramMain("quorvel-surface", Surface::MakeSurfaceProgram, argumentCount,
+                                   arguments);
+}

@@ -23,7 +23,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using MidiServer::ControlRequest;
-using MidiServer::HostError;
 using MidiServer::InputError;
 
 constexpr const char* kAuto = "auto";

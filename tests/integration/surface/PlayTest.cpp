@@ -210,6 +210,16 @@ TEST(SurfaceProgramTest, WritesTheSamePictureEachTime) {
     EXPECT_THAT(picture, HasSubstr("<title>Quorvel Port 1</title>"));
 }
 
+TEST(SurfaceProgramTest, DrawsThePictureOfTheDocuments) {
+    const ProgramResult drawn =
+        Surface({"--play", Capture("ardour-mackie-a.txt"), "--at", "30", "--snapshot", "-"});
+    EXPECT_EQ(drawn.status, 0) << drawn.err;
+    EXPECT_TRUE(drawn.out == ContentOf(SURFACE_DOCUMENTS "/quorvel-surface.svg"))
+        << "docs/quorvel-surface.svg is not what the program draws; it is drawn by\n"
+           "quorvel-surface --play tests/data/captures/ardour-mackie-a.txt --at 30 "
+           "--snapshot docs/quorvel-surface.svg";
+}
+
 TEST(SurfaceProgramTest, SaysWhatIsWrongAndEndsWithItsStatus) {
     const std::string capture = Capture("ardour-hui.txt");
     const auto fails = [](const std::vector<std::string>& arguments, int status,

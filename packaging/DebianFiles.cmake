@@ -7,13 +7,11 @@ function(compress file)
     execute_process(COMMAND gzip -9 -n -f "${file}" COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# The licence's paragraphs in the form of a field, without its title and the line of the owners.
+# The licence's paragraphs, without its title and the line of the owners.
 file(READ "${CPACK_QUORVEL_SOURCE_DIR}/LICENSE" licence)
 string(REGEX MATCH "Copyright \\(c\\) ([^\n]*)\n+(.*)" licence "${licence}")
 set(owners "${CMAKE_MATCH_1}")
 string(STRIP "${CMAKE_MATCH_2}" licence)
-string(REPLACE "\n" "\n " licence " ${licence}")
-string(REPLACE "\n \n" "\n .\n" licence "${licence}")
 
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(source "${CPACK_QUORVEL_SOURCE_DIR}")

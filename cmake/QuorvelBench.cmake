@@ -1,6 +1,6 @@
 # quorvel_bench(NAME SOURCES... LIBRARIES...)
 #
-# One Google Benchmark program; NAME ends in "Bench", by which scripts/bench finds it.
+# Adds one Google Benchmark program. NAME ends in "Bench": scripts/bench finds it by that.
 find_package(benchmark REQUIRED)
 
 function(quorvel_bench name)

@@ -1,9 +1,9 @@
-# The third-party libraries, each under one target name on every platform.
+# Finds the third-party libraries. Each has the same target name on every platform.
 find_package(Threads REQUIRED)
 
 if(CMAKE_CROSSCOMPILING)
-    # Boost is used through its headers only; a folder that holds nothing but a link to them keeps
-    # the build machine's other headers away from the cross compiler.
+    # Only Boost's headers are used, and they suit every target. The cross compiler reaches them
+    # through a folder that holds one link, so that it sees no other header of the build machine.
     set(quorvel_boost_include "${PROJECT_BINARY_DIR}/boost-include")
     file(MAKE_DIRECTORY "${quorvel_boost_include}")
     file(CREATE_LINK /usr/include/boost "${quorvel_boost_include}/boost" SYMBOLIC)
@@ -21,9 +21,9 @@ if(QUORVEL_BUILD_MIDISERVER)
     find_package(PkgConfig REQUIRED)
     pkg_check_modules(systemd REQUIRED IMPORTED_TARGET libsystemd)
     pkg_check_modules(ncursesw REQUIRED IMPORTED_TARGET ncursesw)
-    # Without its library, the host has no ALSA backend.
+    # Optional: without libasound the host has no ALSA backend.
     find_package(ALSA)
-    # Without its library, the host has no JACK backend.
+    # Optional: without libjack the host has no JACK backend.
     pkg_check_modules(jack IMPORTED_TARGET jack)
     if(TARGET PkgConfig::jack)
         add_library(JACK::JACK ALIAS PkgConfig::jack)

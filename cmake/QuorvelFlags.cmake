@@ -18,7 +18,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(quorvel_flags INTERFACE -Wno-stringop-overflow -Wno-array-bounds)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    # Checks what platform/support/Mutex.h lets the code say of its locks.
+    # Checks the annotations of platform/support/Mutex.h, which say what each lock protects.
     target_compile_options(quorvel_flags INTERFACE -Wthread-safety)
 endif()
 if(APPLE)
@@ -41,8 +41,9 @@ if(QUORVEL_BUILD_FUZZ)
     if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
         message(FATAL_ERROR "The fuzz targets need Clang: QUORVEL_BUILD_FUZZ with ${CMAKE_CXX_COMPILER_ID}")
     endif()
-    # Everything reports its coverage to the fuzzer, which only the targets link. As an option of the
-    # folders, which the tests' folder clears: the tests' own code reports none.
+    # All product code reports its coverage to the fuzzer; only the fuzz targets link the fuzzer
+    # itself. These are options of the folder, not of Quorvel::flags, so that the tests' folder can
+    # clear them: coverage of the tests' own code would mislead the fuzzer.
     add_compile_options(-fsanitize=fuzzer-no-link)
     add_link_options(-fsanitize=fuzzer-no-link)
 endif()

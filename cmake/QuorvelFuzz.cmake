@@ -1,7 +1,7 @@
 # quorvel_fuzz(NAME SOURCES... LIBRARIES...)
 #
-# One libFuzzer program; NAME ends in "Fuzz", by which scripts/fuzz finds it. Its seeds are the
-# files in fuzz/corpus/NAME.
+# Adds one libFuzzer program. NAME ends in "Fuzz", and its seeds are the files in fuzz/corpus/NAME:
+# scripts/fuzz finds it by that folder.
 function(quorvel_fuzz name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
     if(NOT IS_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")

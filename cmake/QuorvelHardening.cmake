@@ -1,10 +1,11 @@
-# What the compiler and the linker can do against memory errors that are exploited, for every target
-# of this folder and those below it. Each is used where compiler and target have it.
+# Turns on the compiler's and the linker's protections against the exploitation of memory errors, for
+# every target of this folder and the folders below it. A protection that the compiler or the target
+# does not know is left out.
 include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
 include(CheckPIESupported)
 
-# Executables at random addresses, whatever the compiler's own default is.
+# Programs are loaded at random addresses, whatever the compiler's own default is.
 check_pie_supported()
 
 macro(quorvel_harden_compiler flag name)
@@ -27,15 +28,16 @@ quorvel_harden_linker(-z,relro QUORVEL_HAS_RELRO)
 quorvel_harden_linker(-z,now QUORVEL_HAS_BIND_NOW)
 quorvel_harden_linker(-z,noexecstack QUORVEL_HAS_NOEXECSTACK)
 if(QUORVEL_HAS_CONTROL_FLOW_PROTECTION)
-    # Debian's start-up objects of the C library carry no marks, and one unmarked object unmarks the
-    # whole program: so the marks are asked for. A loader heeds them only where the C library has
-    # them too.
+    # The linker marks a program as protected only if each of its objects is marked, and Debian's
+    # start-up objects of the C library are not. These two options set the marks all the same. The
+    # loader heeds them only where the C library is marked too.
     quorvel_harden_linker(-z,ibt QUORVEL_HAS_INDIRECT_BRANCH_MARK)
     quorvel_harden_linker(-z,shstk QUORVEL_HAS_SHADOW_STACK_MARK)
 endif()
 
-# The sanitizers check more, and see the C library's functions by their own names only. Without
-# optimisation the C library's headers cannot tell the sizes and warn.
+# A sanitizer checks more than _FORTIFY_SOURCE does, and intercepts the C library's functions by
+# their plain names, which _FORTIFY_SOURCE would replace. Builds without optimisation are left out
+# because the C library's headers warn there.
 if(NOT APPLE AND NOT QUORVEL_SANITIZE)
     add_compile_options(
         "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")

@@ -1,18 +1,19 @@
-# The headers of the frameworks and the CMake package Quorvel, for programs that embed the driver:
-# find_package(Quorvel), the targets Quorvel::CoreFoundation, Quorvel::CoreMIDI and
-# Quorvel::CoreServices, and the plug-in's bundle in Quorvel_PLUGIN_BUNDLE.
+# Installs what programs that embed the driver need: the headers of the frameworks, and the CMake
+# package Quorvel. find_package(Quorvel) gives them the targets Quorvel::CoreFoundation,
+# Quorvel::CoreMIDI and Quorvel::CoreServices, and the path of the plug-in's bundle in
+# Quorvel_PLUGIN_BUNDLE.
 include(CMakePackageConfigHelpers)
 
 set(QUORVEL_HEADERS_DIR "${CMAKE_INSTALL_INCLUDEDIR}/quorvel")
 set(QUORVEL_PACKAGE_DIR "lib/cmake/Quorvel")
 
-# The public headers of this folder.
+# Installs the public headers of the calling folder.
 function(quorvel_install_headers)
     install(DIRECTORY include/ DESTINATION "${QUORVEL_HEADERS_DIR}" COMPONENT midi-dev
         FILES_MATCHING PATTERN "*.h")
 endfunction()
 
-# A framework as it is installed: the library in the private folder and its headers.
+# Installs a framework: its library into the private folder, and its headers.
 function(quorvel_install_framework name)
     install(TARGETS ${name} EXPORT QuorvelTargets
         LIBRARY DESTINATION "${QUORVEL_PRIVATE_LIBDIR}" NAMELINK_COMPONENT midi-dev
@@ -34,9 +35,10 @@ function(quorvel_install_package)
         DESTINATION "${QUORVEL_PACKAGE_DIR}" COMPONENT midi-dev)
 endfunction()
 
-# Keeps the list of what was installed for scripts/uninstall; call it after everything else.
+# Installs the list of installed files, which scripts/uninstall reads. Call it after every other
+# install rule: the list holds only what was installed before it.
 function(quorvel_install_manifest)
-    # Of no use to a package's manager, which has lists of its own.
+    # A component of its own, which the Debian packages leave out: dpkg keeps lists itself.
     set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME manifest)
     install(CODE "set(folder \"\${CMAKE_INSTALL_PREFIX}/${QUORVEL_PRIVATE_LIBDIR}\")")
     install(CODE [[

@@ -1,10 +1,10 @@
 # quorvel_test(NAME SOURCES... LIBRARIES... [LABELS...] [TIMEOUT seconds] [ENVIRONMENT...] [SERIAL]
 #              [RESOURCE_LOCK name] [ALSO_PADDED filter])
 #
-# One test program; every test in it becomes a ctest entry "NAME.Suite.Test" in a process of its own.
-# Tests with the same RESOURCE_LOCK run one at a time.
-# Tests that match the ALSO_PADDED filter run once more as "NAME.padded.Suite.Test", the same program
-# with the CoreMIDI library that pads packet lists.
+# Adds one test program. Every test in it becomes a ctest entry "NAME.Suite.Test", which runs in a
+# process of its own. Tests with the same RESOURCE_LOCK run one at a time; with SERIAL, a test runs
+# while no other does. Tests that match the ALSO_PADDED filter run a second time, as
+# "NAME.padded.Suite.Test", with the CoreMIDI library that pads packet lists.
 include(GoogleTest)
 
 if(CMAKE_CROSSCOMPILING)
@@ -31,8 +31,8 @@ function(quorvel_test name)
     set(c_sources ${ARG_SOURCES})
     list(FILTER c_sources INCLUDE REGEX "\\.c$")
     set_source_files_properties(${c_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
-    # Tests reach into each other's namespace through interposed platform functions, which must be
-    # visible to the libraries and to the loaded plug-in.
+    # Some tests replace a platform function by one of their own. The libraries and the loaded plug-in
+    # find it only if the program exports its symbols.
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON
         RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
     set(properties TIMEOUT ${ARG_TIMEOUT})
@@ -50,14 +50,14 @@ function(quorvel_test name)
     endif()
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}."
-        # A parameter's value can be any bytes; a test's name is text.
+        # A parameter's value may hold any bytes, which would not do in a test's name.
         NO_PRETTY_VALUES
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 120
         PROPERTIES ${properties})
     if(ARG_ALSO_PADDED AND TARGET CoreMIDIPadded)
         add_dependencies(${name} CoreMIDIPadded)
-        # As a modification, since a list of two would lose its second variable on the way.
+        # As ENVIRONMENT_MODIFICATION, because properties cannot pass a list of two variables.
         gtest_discover_tests(${name}
             TEST_PREFIX "${name}.padded."
             NO_PRETTY_VALUES

@@ -1,5 +1,6 @@
 #include "tests/integration/midiserver/Midiserver.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/SlowBuild.h"
 #include "tests/support/TestSeed.h"
 
 #include <gmock/gmock.h>
@@ -285,12 +286,13 @@ TEST_F(PreferencesTest, SurviveHostileFilesWithinLittleMemory) {
         deep.push_back("\xA1" + bigEndian(i, 2));
     }
     deep.push_back("\xA0");
+    constexpr std::size_t kLevels = TestSupport::kIsSlowBuild ? 40000 : 200000;
     const std::vector<std::string> files = {
-        "<plist>" + repeated("<array>", 200000),
-        "<plist>" + repeated("<dict><key>a</key>", 200000),
-        "<plist><dict><key>a</key>" + repeated("<array>", 200000) + repeated("</array>", 200000) +
+        "<plist>" + repeated("<array>", kLevels),
+        "<plist>" + repeated("<dict><key>a</key>", kLevels),
+        "<plist><dict><key>a</key>" + repeated("<array>", kLevels) + repeated("</array>", kLevels) +
             "</dict></plist>",
-        "<plist><dict><key>a</key><array>" + repeated("<true/>", 2000000) +
+        "<plist><dict><key>a</key><array>" + repeated("<true/>", 10 * kLevels) +
             "</array></dict></plist>",
         "<plist><string>" + std::string(17U << 20U, 'a') + "</string></plist>",
         "<!DOCTYPE plist [<!ENTITY a \"aaaa\"><!ENTITY b \"&a;&a;\">]><plist>&b;</plist>",

@@ -1,6 +1,6 @@
 #include "hsl/FormatString.h"
 
-#include "tests/support/Sanitized.h"
+#include "tests/support/SlowBuild.h"
 #include "tests/support/TestSeed.h"
 #include "tests/unit/hsl/LoggingTest.h"
 #include "tests/unit/hsl/record/RecordBytes.h"
@@ -396,13 +396,7 @@ private:
     std::mt19937_64 mRandom;
 };
 
-// The thread sanitizer, which makes such a round ten times slower, has nothing to find in one
-// thread.
-#ifdef QUORVEL_SANITIZED
-constexpr int kRandomRounds = 5000;
-#else
-constexpr int kRandomRounds = 50000;
-#endif
+constexpr int kRandomRounds = TestSupport::kIsSlowBuild ? 5000 : 50000;
 
 // What a piece of a format appends for a value.
 std::string Piece(const std::string& format, const CRecordValue& value) {

@@ -1,6 +1,7 @@
 // Random operations on a ring and on its model, with every visible state compared after each.
 #include "tests/unit/MidiDriver/worker/circular_buffer/RingModel.h"
 
+#include "tests/support/SlowBuild.h"
 #include "tests/support/TestSeed.h"
 #include "tests/unit/MidiDriver/worker/circular_buffer/GuardedRing.h"
 
@@ -150,6 +151,8 @@ private:
     bool mQuiet = false;
 };
 
+constexpr int kSteps = TestSupport::kIsSlowBuild ? 600 : 3000;
+
 TEST(RingModelTest, AgreesWithTheModelThroughRandomOperations) {
     const std::uint64_t seed = TestSeed();
     SCOPED_TRACE(DescribeSeed(seed));
@@ -158,7 +161,7 @@ TEST(RingModelTest, AgreesWithTheModelThroughRandomOperations) {
         for (int capacity : {1, 2, 3, 8, 31, 90}) {
             SCOPED_TRACE(testing::Message() << elemSize << " bytes x " << capacity);
             RingAndModel pair(random, elemSize, capacity);
-            for (int step = 0; step < 3000; ++step) {
+            for (int step = 0; step < kSteps; ++step) {
                 pair.Step();
                 if (testing::Test::HasFailure()) {
                     FAIL() << "after " << step + 1 << " operations";

@@ -7,6 +7,10 @@ set(CMAKE_FIND_ROOT_PATH /usr/powerpc-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_CROSSCOMPILING_EMULATOR "qemu-ppc;-L;/usr/powerpc-linux-gnu")
+# The threshold is malloc's own default. Setting it keeps malloc from raising it once a large block is
+# freed: a driver that is made again would then ask for thousands of blocks below the break, where
+# none fits into 32 bits, and the emulator takes a millisecond for each refusal.
+set(CMAKE_CROSSCOMPILING_EMULATOR
+    "qemu-ppc;-E;MALLOC_MMAP_THRESHOLD_=131072;-L;/usr/powerpc-linux-gnu")
 # 64-bit atomics are library calls on this target.
 set(CMAKE_CXX_STANDARD_LIBRARIES "-latomic")

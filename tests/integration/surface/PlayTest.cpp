@@ -1,4 +1,5 @@
 // The program in a terminal, with captures of real sessions and no service.
+#include "tests/integration/midiserver/Midiserver.h"
 #include "tests/integration/surface/TerminalScreen.h"
 #include "tests/support/WaitUntil.h"
 
@@ -11,15 +12,12 @@
 namespace SurfaceTest {
 namespace {
 
+using QuorvelTest::Capture;
 using QuorvelTest::ContentOf;
 using QuorvelTest::ProgramResult;
 using QuorvelTest::RunProgram;
 using testing::HasSubstr;
 using TestSupport::WaitUntil;
-
-std::string Capture(const std::string& name) {
-    return std::string(SURFACE_CAPTURES "/") + name;
-}
 
 ProgramResult Surface(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), SURFACE_PROGRAM);

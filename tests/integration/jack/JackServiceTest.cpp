@@ -4,6 +4,7 @@
 
 #include "midiserver/backends/jack/JackLibrary.h"
 #include "tests/integration/jack/Peer.h"
+#include "tests/integration/jack/Playback.h"
 #include "tests/integration/jack/TestServer.h"
 #include "tests/support/WaitUntil.h"
 
@@ -18,7 +19,6 @@
 #include <iterator>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <thread>
 
 namespace JackTest {
@@ -69,20 +69,8 @@ Bytes Numbered(std::size_t number) {
             static_cast<std::uint8_t>(number & 0x7F), 0xF7};
 }
 
-std::vector<Bytes> ReadCapture(const std::string& name) {
-    std::vector<Bytes> messages;
-    std::istringstream lines(QuorvelTest::ContentOf(QuorvelTest::Capture(name)));
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line);
-        std::uint64_t time = 0;
-        words >> time >> std::hex;
-        Bytes message;
-        for (unsigned int byte = 0; words >> byte;) {
-            message.push_back(static_cast<std::uint8_t>(byte));
-        }
-        messages.push_back(std::move(message));
-    }
-    return messages;
+std::vector<Bytes> MessagesOf(const std::string& capture) {
+    return ReadCapture(QuorvelTest::Capture(capture)).messages;
 }
 
 class JackServiceTest : public testing::Test {
@@ -156,75 +144,10 @@ protected:
     std::unique_ptr<TestServer> mServer;
 };
 
-// Plays a session into each port, as fast as it comes out of the private source again: no more
-// waits on its way than the service's queue takes.
-class Playback {
-public:
-    Playback(Peer& daw, Peer& surface) : mDaw(daw), mSurface(surface) {}
-
-    void Add(std::size_t port, const std::vector<Bytes>& session) {
-        mSessions.push_back({port, session, mSurface.BytesReceived(port)});
-    }
-
-    // Returns whether all of it has come out.
-    testing::AssertionResult Play() {
-        constexpr auto kPatience = std::chrono::minutes(2);
-        auto lastProgress = std::chrono::steady_clock::now();
-        std::size_t before = 0;
-        for (;;) {
-            std::size_t waiting = 0;
-            std::size_t received = 0;
-            for (Session& session : mSessions) {
-                received += Step(session);
-                waiting += session.bytesSent;
-                waiting += session.messages.size() - session.sent;
-            }
-            const auto now = std::chrono::steady_clock::now();
-            if (waiting == received) {
-                return testing::AssertionSuccess();
-            }
-            if (received != before) {
-                before = received;
-                lastProgress = now;
-            } else if (now - lastProgress > kPatience) {
-                return testing::AssertionFailure()
-                       << "nothing comes any more after " << received << " bytes";
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-
-private:
-    struct Session {
-        std::size_t port;
-        const std::vector<Bytes>& messages;
-        std::size_t bytesBefore; // that came out of the port
-        std::size_t sent = 0;
-        std::size_t bytesSent = 0;
-    };
-
-    // Sends what may be sent, and returns how many bytes have come out.
-    std::size_t Step(Session& session) {
-        constexpr std::size_t kMostOnItsWay = 24000;
-        const std::size_t received = mSurface.BytesReceived(session.port) - session.bytesBefore;
-        while (session.sent < session.messages.size() &&
-               session.bytesSent < received + kMostOnItsWay) {
-            const Bytes& message = session.messages[session.sent++];
-            session.bytesSent += message.size();
-            mDaw.Send(session.port, message);
-        }
-        return received;
-    }
-
-    Peer& mDaw;
-    Peer& mSurface;
-    std::vector<Session> mSessions;
-};
-
 TEST_F(JackServiceTest, CarriesRealSessionsThroughAllPortsAtOnceByteForByte) {
-    std::vector<Bytes> mixer = ReadCapture("ardour-mackie-a.txt");
-    const std::vector<Bytes> buttons = ReadCapture("ardour-buttons.txt");
-    const std::vector<Bytes> hui = ReadCapture("ardour-hui.txt");
+    std::vector<Bytes> mixer = MessagesOf("ardour-mackie-a.txt");
+    const std::vector<Bytes> buttons = MessagesOf("ardour-buttons.txt");
+    const std::vector<Bytes> hui = MessagesOf("ardour-hui.txt");
     ASSERT_EQ(mixer.size(), 74238U);
     // JACK's server waits for its clients here; PipeWire does not, and what it carries in a period
     // that a busy machine runs too late is lost. So it has long periods, and less of them.
@@ -236,7 +159,8 @@ TEST_F(JackServiceTest, CarriesRealSessionsThroughAllPortsAtOnceByteForByte) {
     }
     Peer daw("daw", kPorts);
     Peer surface("surface", kPorts);
-    Playback playback(daw, surface);
+    constexpr std::size_t kMostOnItsWay = 24000; // less than the service's queue takes
+    Playback playback(daw, kMostOnItsWay);
     std::map<std::size_t, const std::vector<Bytes>*> sessions;
     std::map<std::size_t, std::ptrdiff_t> messagesBefore;
     std::map<std::size_t, std::ptrdiff_t> answersBefore;
@@ -253,7 +177,10 @@ TEST_F(JackServiceTest, CarriesRealSessionsThroughAllPortsAtOnceByteForByte) {
         daw.Ask("lost"); // after which what it has received is here
         messagesBefore[port] = std::ssize(surface.Received(port));
         answersBefore[port] = std::ssize(daw.Received(port));
-        playback.Add(port, *sessions[port]);
+        playback.Add(port, *sessions[port],
+                     [&surface, port, bytesBefore = surface.BytesReceived(port)] {
+                         return surface.BytesReceived(port) - bytesBefore;
+                     });
     }
     const nlohmann::json lostBefore = mService.Backend()["lostToDaws"];
     const nlohmann::json before = mService.Status()["ports"];

@@ -58,6 +58,16 @@ TEST_F(JackBackendTest, ShowsPortsWithNamesAndIds) {
         "Quorvel Port 12");
 }
 
+TEST_F(JackBackendTest, ShowsItsPortsAndNotThePrivateSourcesAmongThoseOfDevices) {
+    Publish(1);
+    ASSERT_TRUE(WaitUntilUp());
+    Peer daw("daw");
+    const std::string devices = daw.Ask("devices");
+    EXPECT_THAT(devices, HasSubstr("Quorvel MIDI:Quorvel Port 01 in"));
+    EXPECT_THAT(devices, HasSubstr("Quorvel MIDI:Quorvel Port 01 out"));
+    EXPECT_THAT(devices, Not(HasSubstr("private")));
+}
+
 TEST_F(JackBackendTest, LetsAnApplicationConnectAPrivateSourceByItsId) {
     Publish(3);
     ASSERT_TRUE(WaitUntilUp());

@@ -3,10 +3,11 @@
 #include "tests/support/Program.h"
 #include "tests/support/WaitUntil.h"
 
-#include <algorithm>
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -15,45 +16,60 @@ namespace ArdourTest {
 namespace {
 
 using QuorvelTest::ContentOf;
+using TestSupport::WaitUntil;
 
-constexpr const char* kPrograms = "/usr/lib/ardour7";
-constexpr const char* kSessionMaker = "/usr/bin/ardour7-lua";
+constexpr const char* kProgram = "/usr/bin/ardour7-lua";
 
-// The program's name ends with its version.
-std::string HeadlessProgram() {
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(kPrograms, error)) {
-        if (entry.path().filename().string().starts_with("hardour-")) {
-            return entry.path();
-        }
+// The rest of the line that begins with `start`, once the whole line is there.
+std::optional<std::string> LineAfter(const std::string& text, const std::string& start) {
+    const std::size_t place = text.find("\n" + start);
+    const std::size_t end = text.find('\n', place == std::string::npos ? place : place + 1);
+    if (place == std::string::npos || end == std::string::npos) {
+        return std::nullopt;
     }
-    return "";
+    const std::size_t from = place + 1 + start.size();
+    return text.substr(from, end - from);
 }
-
-// Of the devices that Ardour knows this one waits for an answer before it is driven.
-const std::string kSurface =
-    R"(<Protocol name="Mackie" feedback="0" active="1" bank="0" ipmidi-base="21928")"
-    R"( device-profile="User" device-name="Mackie Control Universal Pro"/>)";
 
 } // namespace
 
 std::string Ardour::Missing() {
-    for (const std::string& program : {HeadlessProgram(), std::string(kSessionMaker)}) {
-        if (program.empty() || !std::filesystem::exists(program)) {
-            return "Ardour 7";
-        }
-    }
-    return "";
+    return std::filesystem::exists(kProgram) ? "" : "Ardour 7";
 }
 
-Ardour::Ardour(const std::string& folder, JackTest::Peer& observer)
+Ardour::Ardour(const std::string& folder, const std::string& device)
     : mFolder(folder), mLog(folder + ".log") {
-    MakeSession();
-    AddSurface();
+    const std::filesystem::path devices = Home() + "/ardour7/mcp";
+    std::filesystem::create_directories(devices);
+    std::filesystem::copy(ARDOUR_HUI_DEVICE, devices);
+    const QuorvelTest::ProgramResult made = QuorvelTest::RunProgram(
+        {kProgram, ARDOUR_SCRIPTS "/MakeSession.lua"}, "",
+        {"HOME=" + Home(), "XDG_CONFIG_HOME=" + Home(), "XDG_CACHE_HOME=" + Home(),
+         "QUORVEL_TEST_SESSION=" + mFolder, "QUORVEL_TEST_DEVICE=" + device});
+    if (ContentOf(mFolder + "/session.ardour").find(device) == std::string::npos) {
+        throw std::runtime_error("no session: " + made.out + made.err);
+    }
+}
+
+Ardour::~Ardour() {
+    End();
+}
+
+void Ardour::Start() {
     // A server may throw out a client that a busy machine runs too late.
     for (int attempt = 0; attempt < 5; ++attempt) {
-        Start();
-        if (ComesUp(observer)) {
+        mStart = Log().size();
+        mQuestions = 0;
+        mProgram = std::make_unique<JackTest::ChildProcess>(
+            std::vector<std::string>{kProgram, "--exit-when-halted",
+                                     ARDOUR_SCRIPTS "/RunSession.lua"},
+            mLog,
+            JackTest::ChildProcess::Environment{{"HOME", Home()},
+                                                {"XDG_CONFIG_HOME", Home()},
+                                                {"XDG_CACHE_HOME", Home()},
+                                                {"LD_PRELOAD", ARDOUR_PRELOADED_LIBRARY},
+                                                {"QUORVEL_TEST_SESSION", mFolder}});
+        if (ComesUp()) {
             return;
         }
         End();
@@ -61,63 +77,37 @@ Ardour::Ardour(const std::string& folder, JackTest::Peer& observer)
     throw std::runtime_error("Ardour does not come up: " + Log());
 }
 
-Ardour::~Ardour() {
-    End();
-}
-
-void Ardour::End() {
-    if (mProgram) {
-        mProgram->Signal(); // it does not read its input
-    }
-    mProgram.reset();
-}
-
-void Ardour::MakeSession() const {
-    const QuorvelTest::ProgramResult made = QuorvelTest::RunProgram(
-        {kSessionMaker, ARDOUR_SESSION_SCRIPT}, "", {"QUORVEL_TEST_SESSION=" + mFolder});
-    if (!std::filesystem::exists(mFolder + "/session.ardour")) {
-        throw std::runtime_error("no session: " + made.out + made.err);
-    }
-}
-
-void Ardour::AddSurface() const {
-    const std::string file = mFolder + "/session.ardour";
-    const std::string switchedOff = R"(<Protocol name="Mackie" active="0"/>)";
-    std::string session = ContentOf(file);
-    const std::size_t place = session.find(switchedOff);
-    if (place == std::string::npos) {
-        throw std::runtime_error("the session knows no Mackie surface");
-    }
-    session.replace(place, switchedOff.size(), kSurface);
-    std::ofstream(file) << session;
-}
-
-void Ardour::Start() {
-    const std::string programs = kPrograms;
-    mProgram = std::make_unique<JackTest::ChildProcess>(
-        std::vector<std::string>{HeadlessProgram(), "-c", "ardour", mFolder, "session"}, mLog,
-        JackTest::ChildProcess::Environment{{"LD_LIBRARY_PATH", programs},
-                                            {"LD_PRELOAD", ARDOUR_PRELOADED_LIBRARY},
-                                            {"ARDOUR_DATA_PATH", "/usr/share/ardour7"},
-                                            {"ARDOUR_CONFIG_PATH", "/etc/ardour7"},
-                                            {"ARDOUR_DLL_PATH", programs},
-                                            {"VAMP_PATH", programs + "/vamp"}});
-}
-
-bool Ardour::ComesUp(JackTest::Peer& observer) {
+bool Ardour::ComesUp() {
     bool isUp = false;
-    const testing::AssertionResult answered =
-        TestSupport::WaitUntil("Ardour is up or has ended", [&] {
-            const std::vector<std::string> ports = observer.Ports();
-            isUp = std::count(ports.begin(), ports.end(), kInput) != 0 &&
-                   std::count(ports.begin(), ports.end(), kOutput) != 0;
-            return isUp || !IsAlive();
-        });
+    const testing::AssertionResult answered = WaitUntil("Ardour is up or has ended", [&] {
+        isUp = LineAfter(Log().substr(mStart), "loaded").has_value();
+        return isUp || !IsAlive();
+    });
     return answered && isUp;
 }
 
+void Ardour::End() {
+    mProgram.reset();
+}
+
+std::string Ardour::Ask(const std::string& expression) {
+    mProgram->WriteLine(expression);
+    const std::string start = "=" + std::to_string(++mQuestions) + " ";
+    std::optional<std::string> answer;
+    EXPECT_TRUE(WaitUntil("Ardour answers", [&] {
+        answer = LineAfter(Log().substr(mStart), start);
+        return answer || !IsAlive();
+    }));
+    EXPECT_TRUE(answer) << expression;
+    return answer.value_or("");
+}
+
 bool Ardour::IsAlive() {
-    return !mProgram->HasEnded() && Log().find("JACK HALTED") == std::string::npos;
+    return !mProgram->HasEnded();
+}
+
+std::string Ardour::Home() const {
+    return mFolder + ".home";
 }
 
 std::string Ardour::Log() const {

@@ -1,20 +1,16 @@
 // The running service between a real DAW and the control-surface application.
-#include "tests/integration/ardour/Ardour.h"
-
-#include "tests/integration/jack/JackService.h"
-#include "tests/integration/jack/TestServer.h"
+#include "tests/integration/ardour/ArdourFixture.h"
+#include "tests/integration/jack/Peer.h"
 #include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <thread>
 
 namespace ArdourTest {
 namespace {
@@ -22,7 +18,6 @@ namespace {
 using JackTest::Bytes;
 using JackTest::BytesOf;
 using JackTest::Peer;
-using QuorvelTest::ProgramResult;
 using TestSupport::WaitUntil;
 
 bool StartsWith(const Bytes& message, const Bytes& start) {
@@ -51,27 +46,22 @@ bool IsAnswer(const Bytes& message) {
            message[5] == 0x01;
 }
 
-class ArdourTest : public testing::Test {
+class ArdourTest : public ArdourFixture {
 protected:
     static constexpr std::size_t kPrivateSource = 1; // the surface's inputs
     static constexpr std::size_t kAnswers = 2;
 
+    ArdourTest() : ArdourFixture("MackieControl") {}
+
     void SetUp() override {
-        for (const std::string& missing : {Ardour::Missing(), JackTest::TestServer::Missing()}) {
-            if (!missing.empty()) {
-                GTEST_SKIP() << missing << " is not installed";
-            }
+        StartService();
+        if (!IsSkipped()) {
+            mSurface = std::make_unique<Peer>("surface", 2);
         }
-        mServer.Start();
-        mSurface = std::make_unique<Peer>("surface", 2);
-        mService.Start();
     }
 
     void TearDown() override {
-        if (HasFailure() && mArdour) {
-            std::cerr << mArdour->Log() << mService.Log() << mServer.Log();
-        }
-        mArdour.reset();
+        ArdourFixture::TearDown();
         mSurface.reset();
     }
 
@@ -93,14 +83,6 @@ protected:
         std::ofstream(file) << connections;
     }
 
-    // Connects or disconnects both ways of the DAW's surface; one that is connected already stays.
-    void WithArdour(const std::string& command) const {
-        for (const char* port : {Ardour::kInput, Ardour::kOutput}) {
-            const ProgramResult result = mService.Ask({command, "1", port});
-            ASSERT_EQ(result.status, 0) << result.err;
-        }
-    }
-
     std::size_t CountReceived(bool (*isCounted)(const Bytes&)) const {
         const std::vector<Bytes> messages = mSurface->Received(kPrivateSource);
         return static_cast<std::size_t>(std::count_if(
@@ -113,26 +95,8 @@ protected:
                CountReceived(IsTimeDigit) > 50;
     }
 
-    // The DAW asks once when it is connected, and if a busy machine loses that period, never again:
-    // so it is connected anew a few times, as its user would do.
     testing::AssertionResult IsDrivenAtLast() {
-        for (int attempt = 0; attempt < 8; ++attempt) {
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-            while (std::chrono::steady_clock::now() < deadline) {
-                if (IsDriven()) {
-                    return testing::AssertionSuccess();
-                }
-                if (!mArdour->IsAlive()) {
-                    return testing::AssertionFailure() << "Ardour has ended";
-                }
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            }
-            std::cout << "connecting anew: " << mService.Status() << "\n";
-            WithArdour("disconnect");
-            WithArdour("connect");
-        }
-        return testing::AssertionFailure()
-               << "the DAW does not drive the surface: " << mService.Status();
+        return HappensAtLast("the DAW drives the surface", [this] { return IsDriven(); });
     }
 
     // Whether each message that came to the service is with the surface, and every query is
@@ -167,19 +131,15 @@ protected:
         mAnswersBefore = answers.size();
     }
 
-    const QuorvelTest::Preferences mPreferences{"1-4", "MackieControl"};
-    const QuorvelTest::TemporaryFolder mFolder;
-    JackTest::TestServer mServer;
-    JackTest::JackService mService{mPreferences.Folder()};
     std::unique_ptr<Peer> mSurface;
-    std::unique_ptr<Ardour> mArdour;
     std::size_t mBefore = 0; // what the surface had when the service started
     std::size_t mAnswersBefore = 0;
 };
 
 TEST_F(ArdourTest, DrivesTheSurfaceAndDoesSoAgainAfterARestartOfTheService) {
     ConnectSurface();
-    mArdour = std::make_unique<Ardour>((mFolder.Path() / "session").string(), *mSurface);
+    StartArdour(Ardour::kMackieControl);
+    mArdour->Ask("session:request_roll(ARDOUR.TransportRequestSource.TRS_UI)");
     WithArdour("connect");
     ASSERT_TRUE(IsDrivenAtLast());
     ExpectNothingLost();

@@ -1,12 +1,14 @@
--- Makes a session: "ardour7-lua MakeSession.lua" with QUORVEL_TEST_SESSION naming its folder. Ardour
--- rolls by itself once it has loaded one, so its time code runs, and the first track's fader moves.
+-- Makes a session: "ardour7-lua MakeSession.lua" with QUORVEL_TEST_SESSION naming its folder and
+-- QUORVEL_TEST_DEVICE what Ardour is to take the surface for. While it rolls, the first track's fader
+-- moves.
 local kRate = 48000
 local kSeconds = 600
+local folder = os.getenv("QUORVEL_TEST_SESSION")
 
 local backend = AudioEngine:set_backend("None (Dummy)", "", "")
 backend:set_sample_rate(kRate)
 AudioEngine:start()
-local session = assert(create_session(os.getenv("QUORVEL_TEST_SESSION"), "session", kRate))
+local session = assert(create_session(folder, "session", kRate))
 
 local function addTrack(name)
   local tracks = session:new_audio_track(1, 2, nil, 1, name, ARDOUR.PresentationInfo.max_order,
@@ -29,4 +31,16 @@ end
 
 session:save_state("")
 close_session()
+
+-- Ardour's scripts cannot switch surfaces on, but its file does.
+local path = folder .. "/session.ardour"
+local file = assert(io.open(path))
+local text, changes = file:read("a"):gsub('<Protocol name="Mackie" active="0"/>',
+  '<Protocol name="Mackie" feedback="0" active="1" bank="0" ipmidi-base="21928"' ..
+  ' device-profile="User" device-name="' .. os.getenv("QUORVEL_TEST_DEVICE") .. '"/>')
+assert(changes == 1, "the session knows no Mackie surface")
+file:close()
+file = assert(io.open(path, "w"))
+file:write(text)
+file:close()
 quit()

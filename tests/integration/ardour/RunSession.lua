@@ -1,0 +1,33 @@
+-- Loads the session in QUORVEL_TEST_SESSION on the JACK server, as client "ardour", and answers what
+-- it is asked: the Nth line of its input, an expression, by a line "=N VALUE". It closes the session
+-- at the end of its input.
+io.stdout:setvbuf("line")
+AudioEngine:set_backend("JACK", "ardour", "")
+assert(AudioEngine:start() == 0, "no JACK server")
+local session = load_session(os.getenv("QUORVEL_TEST_SESSION"), "session")
+local environment = setmetatable({
+  session = assert(session, "no session"),
+  gain = function(track)
+    return session:route_by_name(track):amp():gain_control()
+  end,
+  -- The ports that Ardour offers its user for a surface's: those of devices.
+  offered = function(direction)
+    local names = {}
+    local flags = ARDOUR.PortFlags[direction] | ARDOUR.PortFlags.IsTerminal
+    local _, found = AudioEngine:get_backend_ports("", ARDOUR.DataType("midi"), flags,
+                                                   C.StringVector())
+    for name in found[4]:iter() do
+      names[#names + 1] = name
+    end
+    return table.concat(names, "|")
+  end,
+}, {__index = _G})
+print("\nloaded")
+local number = 0
+for line in io.lines() do
+  number = number + 1
+  local done, value = pcall(assert(load("return " .. line, line, "t", environment)))
+  print("\n=" .. number .. " " .. tostring(value))
+end
+close_session()
+quit()

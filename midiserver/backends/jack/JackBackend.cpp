@@ -208,9 +208,7 @@ void JackBackend::ShowPort(std::size_t index) {
         const bool isInput = direction == JackPortIsInput;
         jack_port_t* port = isInput ? side.ports.Input(index) : side.ports.Output(index);
         if (port == nullptr) {
-            // A DAW offers the ports of devices alone to the user who chooses its surface's.
-            const unsigned long terminal = &side == &mDaws ? JackPortIsTerminal : 0;
-            port = side.client->RegisterPort(name, direction | terminal);
+            port = side.client->RegisterPort(name, direction);
             isInput ? side.ports.SetInput(index, port) : side.ports.SetOutput(index, port);
         }
         if (port == nullptr) {

@@ -233,9 +233,9 @@ void JackClient::WaitForPeriod() const {
     }
 }
 
-jack_port_t* JackClient::RegisterPort(const std::string& name, unsigned long flags) {
-    jack_port_t* const port =
-        jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE, flags, 0);
+jack_port_t* JackClient::RegisterPort(const std::string& name, JackPortFlags direction) {
+    jack_port_t* const port = jack_port_register(mClient, name.c_str(), JACK_DEFAULT_MIDI_TYPE,
+                                                 static_cast<unsigned long>(direction), 0);
     if (port != nullptr) {
         mPorts.push_back(port);
     }

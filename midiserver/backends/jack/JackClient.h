@@ -40,9 +40,8 @@ public:
     // Throws HostError if the server refuses.
     void Activate();
 
-    // Shows a MIDI port to other programs, with these of JackPortFlags. Returns null if the server
-    // refuses.
-    jack_port_t* RegisterPort(const std::string& name, unsigned long flags);
+    // Shows a MIDI port to other programs. Returns null if the server refuses.
+    jack_port_t* RegisterPort(const std::string& name, JackPortFlags direction);
     // Takes it away. `process` must not use it any more, see WaitForPeriod. Throws HostError if the
     // server refuses, and then the port is there until the object is destroyed.
     void UnregisterPort(jack_port_t* port);

@@ -191,7 +191,7 @@ std::uint64_t FloodPort(std::size_t port) {
     return *flooded;
 }
 
-std::string PortNames(jack_client_t* client, unsigned long flags) {
+std::string PortNames(jack_client_t* client, unsigned long flags = 0) {
     std::string names;
     const char** const list = jack_get_ports(client, nullptr, nullptr, flags);
     for (const char** name = list; name != nullptr && *name != nullptr; ++name) {
@@ -263,9 +263,9 @@ void Obey(jack_client_t* client, const std::string& line) {
         const int result = change(client, from.c_str(), to.c_str());
         Answer(std::to_string(std::abs(result) == EEXIST ? 0 : result));
     } else if (command == "ports") {
-        Answer(PortNames(client, 0));
+        Answer(PortNames(client));
     } else if (command == "devices") {
-        Answer(PortNames(client, JackPortIsTerminal));
+        Answer(PortNames(client, JackPortIsTerminal) + "|" + PortNames(client, JackPortIsPhysical));
     } else if (command == "aliases") {
         Answer(Aliases(client, arguments));
     } else if (command == "meta") {

@@ -10,17 +10,6 @@ local environment = setmetatable({
   gain = function(track)
     return session:route_by_name(track):amp():gain_control()
   end,
-  -- The ports that Ardour offers its user for a surface's: those of devices.
-  offered = function(direction)
-    local names = {}
-    local flags = ARDOUR.PortFlags[direction] | ARDOUR.PortFlags.IsTerminal
-    local _, found = AudioEngine:get_backend_ports("", ARDOUR.DataType("midi"), flags,
-                                                   C.StringVector())
-    for name in found[4]:iter() do
-      names[#names + 1] = name
-    end
-    return table.concat(names, "|")
-  end,
 }, {__index = _G})
 print("\nloaded")
 local number = 0

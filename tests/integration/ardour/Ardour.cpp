@@ -87,6 +87,10 @@ bool Ardour::ComesUp() {
 }
 
 void Ardour::End() {
+    // However long that takes: a program that is ended by force says nothing to the surface.
+    if (mProgram && IsAlive()) {
+        Ask("close_session()");
+    }
     mProgram.reset();
 }
 

@@ -214,9 +214,16 @@ TEST(DocumentedCommandsTest, AreThoseThatAreRunOnACleanSystem) {
 TEST_F(DebianPackageTest, IsInstalledUsedUpdatedAndPurgedOnACleanSystem) {
     ASSERT_NO_FATAL_FAILURE(MakePackages(QUORVEL_BUILD_DIR, mFolder.Path() / "later", "2"));
     const fs::path session = mFolder.Path() / "session.txt";
-    fs::copy_file(QUORVEL_SOURCE_DIR "/tests/data/captures/ardour-hui.txt", session);
-    std::vector<std::string> command = {QUORVEL_SCRIPTS_DIR "/clean-root", "-t", "1200", "-f",
-                                        mFolder.Path() / "later",          "-f", session};
+    const fs::path screen = mFolder.Path() / "screen.txt";
+    fs::copy_file(QUORVEL_SOURCE_DIR "/tests/data/captures/ardour-buttons.txt", session);
+    fs::copy_file(QUORVEL_SOURCE_DIR "/tests/integration/surface/golden/ardour-buttons-end.txt",
+                  screen);
+    const std::string later = mFolder.Path() / "later";
+    std::vector<std::string> command = {
+        QUORVEL_SCRIPTS_DIR "/clean-root", "-t", "1200", "-f", later, "-f", session, "-f", screen};
+    if (const std::string peer = QUORVEL_JACK_PEER; !peer.empty()) {
+        command.insert(command.end(), {"-f", peer});
+    }
     for (const std::string& package : PackagesIn(Packages())) {
         command.insert(command.end(), {"-f", package});
     }

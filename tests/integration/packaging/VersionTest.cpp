@@ -31,4 +31,12 @@ TEST(VersionTest, IsThatOfTheChangelogsNewestHeading) {
     EXPECT_EQ(version, QUORVEL_VERSION) << line;
 }
 
+TEST(VersionTest, IsLeftToTheProgramsByTheirManuals) {
+    for (const char* const page : {"/midiserver.1", "/quorvel-surface.1"}) {
+        const std::string manual = ContentOf(std::string(QUORVEL_DOCS_DIR) + page);
+        EXPECT_TRUE(manual.starts_with(".TH ")) << page;
+        EXPECT_EQ(manual.find(QUORVEL_VERSION), std::string::npos) << page;
+    }
+}
+
 } // namespace

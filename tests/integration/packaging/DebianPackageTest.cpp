@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <iterator>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,7 +17,6 @@ namespace {
 using QuorvelTest::ContentOf;
 using QuorvelTest::ProgramResult;
 using QuorvelTest::RunProgram;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 namespace fs = std::filesystem;
@@ -194,20 +192,6 @@ TEST(ReproducibleBuildTest, MakesTheSameLibrariesAndPlugInInAnotherFolder) {
     }
     if (!HasFailure()) {
         fs::remove_all(folder);
-    }
-}
-
-// The commands for a service of systemd, which the page shows in one block.
-TEST(DocumentedCommandsTest, AreThoseThatAreRunOnACleanSystem) {
-    const std::string check = ContentOf(kCheck);
-    const std::string page = ContentOf(QUORVEL_SOURCE_DIR "/docs/linux-host.md");
-    const std::size_t start = page.find("```sh\nsystemctl --user enable");
-    ASSERT_NE(start, std::string::npos);
-    std::istringstream lines(page.substr(start));
-    std::string line;
-    std::getline(lines, line);
-    while (std::getline(lines, line) && line != "```") {
-        EXPECT_THAT(check, HasSubstr("musician " + line));
     }
 }
 

@@ -65,25 +65,42 @@ TEST_F(InstalledTreeTest, ReplaysWithThePlugInThatItBrings) {
     EXPECT_THAT(result.out, HasSubstr("passed"));
 }
 
+// By the commands that the page shows, in a folder that stands for the sources'.
 TEST_F(InstalledTreeTest, BuildsAndRunsTheMinimalHost) {
-    const std::string build = mFolder.Path() / "build";
-    const ProgramResult configured =
-        RunProgram({QUORVEL_CMAKE, "-S", QUORVEL_DOCS_DIR "/samples/MinimalHost", "-B", build,
-                    "-DCMAKE_PREFIX_PATH=" + mPrefix, "-DCMAKE_CXX_COMPILER=" QUORVEL_COMPILER});
-    ASSERT_EQ(configured.status, 0) << configured.out << configured.err;
-    const ProgramResult built = RunProgram({QUORVEL_CMAKE, "--build", build});
-    ASSERT_EQ(built.status, 0) << built.out << built.err;
-
-    const std::filesystem::path preferences = mFolder.Path() / "preferences";
+    const std::filesystem::path sources = mFolder.Path() / "sources";
     const std::filesystem::path runtime = mFolder.Path() / "runtime";
-    std::filesystem::create_directory(preferences);
+    std::filesystem::create_directories(sources / "scripts");
     std::filesystem::create_directory(runtime);
     std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
-    const ProgramResult result = RunProgram({build + "/MinimalHost"}, {},
-                                            {"QUORVEL_PREFERENCES_DIR=" + preferences.string(),
-                                             "QUORVEL_RUNTIME_DIR=" + runtime.string()});
+    std::filesystem::create_directory_symlink(QUORVEL_DOCS_DIR, sources / "docs");
+    // What the page installs first is there already.
+    std::filesystem::create_symlink("/bin/true", sources / "scripts/install");
+    std::filesystem::create_directory_symlink(mPrefix, mFolder.Path() / "quorvel");
+    const std::string page = ContentOf(QUORVEL_DOCS_DIR "/embedding.md");
+    const std::string mark = "```sh\n";
+    const std::size_t start = page.find(mark);
+    ASSERT_NE(start, std::string::npos);
+    const std::size_t end = page.find("```", start + mark.size());
+    const std::string commands = page.substr(start + mark.size(), end - start - mark.size());
+    const ProgramResult result =
+        RunProgram({"/usr/bin/env", "-C", sources, "-u", "HOME", "HOME=" + mFolder.Path().string(),
+                    "/bin/sh", "-e", "-c", commands},
+                   {}, {"CXX=" QUORVEL_COMPILER, "QUORVEL_RUNTIME_DIR=" + runtime.string()});
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+    EXPECT_TRUE(result.out.ends_with("\n4 ports\nthe application received 90 3C 40\n"))
+        << result.out;
+}
+
+// As those do who make packages of their own.
+TEST_F(InstalledTreeTest, GoesIntoAFolderThatStandsForTheSystem) {
+    const std::string stage = mFolder.Path() / "staging";
+    const ProgramResult result =
+        RunProgram({QUORVEL_CMAKE, "--install", QUORVEL_BUILD_DIR, "--strip", "--prefix", "/usr"},
+                   {}, {"DESTDIR=" + stage});
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, "4 ports\nthe application received 90 3C 40\n");
+    EXPECT_EQ(RunProgram({stage + "/usr/bin/midiserver", "--version"}).status, 0);
+    EXPECT_TRUE(ContentOf(stage + "/usr/" QUORVEL_PRIVATE_LIBDIR "/install_manifest.txt")
+                    .starts_with("/usr/"));
 }
 
 TEST_F(InstalledTreeTest, IsGoneAfterItWasUninstalled) {

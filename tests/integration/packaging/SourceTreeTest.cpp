@@ -34,8 +34,8 @@ TEST(SourceTreeTest, StaysAsItIsWhenItIsBuiltInAnotherFolder) {
 
     const std::string build = folder.Path() / "build";
     const ProgramResult configured =
-        RunProgram({QUORVEL_CMAKE, "-S", sources, "-B", build, "-DQUORVEL_BUILD_TESTS=OFF",
-                    "-DCMAKE_CXX_COMPILER=" QUORVEL_COMPILER});
+        RunProgram({QUORVEL_CMAKE, "-S", sources, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+                    "-DQUORVEL_BUILD_TESTS=OFF", "-DCMAKE_CXX_COMPILER=" QUORVEL_COMPILER});
     EXPECT_EQ(configured.status, 0) << configured.out << configured.err;
     const ProgramResult built =
         RunProgram({QUORVEL_CMAKE, "--build", build, "--target", "CoreServices"});
@@ -44,6 +44,20 @@ TEST(SourceTreeTest, StaysAsItIsWhenItIsBuiltInAnotherFolder) {
     EXPECT_TRUE(fs::exists(folder.Path() / "build/lib/quorvel/libCoreServices.so"));
     EXPECT_EQ(FilesIn(sources), before);
     RunProgram({"/usr/bin/env", "chmod", "-R", "u+w", sources});
+}
+
+// Whoever looks at variables in a debugger sets the preset's flags anew.
+TEST(SourceTreeTest, TakesOtherFlagsThanItsPresets) {
+    const QuorvelTest::TemporaryFolder folder;
+    const fs::path sources = folder.Path() / "sources";
+    CopySources(sources);
+    const ProgramResult configured =
+        RunProgram({"/usr/bin/env", "-C", sources, QUORVEL_CMAKE, "--preset", "dev",
+                    "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g", "-DQUORVEL_BUILD_TESTS=OFF"});
+    EXPECT_EQ(configured.status, 0) << configured.out << configured.err;
+    const std::string rules = QuorvelTest::ContentOf(sources / "build/dev/build.ninja");
+    EXPECT_NE(rules.find(" -O2 -g "), std::string::npos);
+    EXPECT_EQ(rules.find(" -g1"), std::string::npos);
 }
 
 } // namespace

@@ -13,8 +13,7 @@
 //     aliases PORT    those of a port, and "meta KEY PORT" a value of its metadata
 //     renew           takes its ports away and puts them up again at once
 //     lost            the events that JACK lost on the way to the inputs
-//     flood PORT      sends more of F8 in one period than its buffer holds: how many did not fit
-//     period FRAMES   sets the server's period
+//     flood COUNT     sends so many of F8 on each port in one period, whether they fit or not
 #include <jack/jack.h>
 #include <jack/metadata.h>
 #include <jack/midiport.h>
@@ -28,7 +27,6 @@
 #include <deque>
 #include <iostream>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,7 +43,7 @@ struct Port {
     jack_port_t* in = nullptr;
     jack_port_t* out = nullptr;
     std::deque<Bytes> toSend;
-    bool isToFlood = false;
+    std::size_t flood = 0; // how many of F8 are to be sent
 };
 
 struct Received {
@@ -60,28 +58,15 @@ std::condition_variable written;
 std::vector<Port> ports;
 std::deque<Received> received;
 std::uint64_t lost = 0;
-std::optional<std::uint64_t> flooded; // what did not fit
 bool isWriting = false;
 bool ended = false;
 bool finished = false;
 
-void Flood(void* buffer) {
-    constexpr jack_midi_data_t kClock = 0xF8;
-    while (jack_midi_event_write(buffer, 0, &kClock, 1) == 0) {
-    }
-    constexpr std::uint64_t kMore = 9;
-    for (std::uint64_t i = 0; i < kMore; ++i) {
-        jack_midi_event_write(buffer, 0, &kClock, 1);
-    }
-    flooded = 1 + kMore;
-}
-
 void Send(Port& port, void* buffer) {
     jack_midi_clear_buffer(buffer);
-    if (port.isToFlood) {
-        port.isToFlood = false;
-        Flood(buffer);
-        return;
+    constexpr jack_midi_data_t kClock = 0xF8;
+    for (; port.flood != 0; --port.flood) {
+        jack_midi_event_write(buffer, 0, &kClock, 1);
     }
     std::size_t sent = 0;
     while (!port.toSend.empty() && sent < kMostInPeriod) {
@@ -183,12 +168,11 @@ std::uint64_t LostEvents() {
     return lost;
 }
 
-std::uint64_t FloodPort(std::size_t port) {
-    std::unique_lock lock(mutex);
-    flooded.reset();
-    ports.at(port - 1).isToFlood = true;
-    arrived.wait(lock, [] { return flooded.has_value(); });
-    return *flooded;
+void Flood(std::size_t count) {
+    const std::lock_guard lock(mutex);
+    for (Port& port : ports) {
+        port.flood = count;
+    }
 }
 
 std::string PortNames(jack_client_t* client, unsigned long flags = 0) {
@@ -276,10 +260,8 @@ void Obey(jack_client_t* client, const std::string& line) {
     } else if (command == "lost") {
         Answer(std::to_string(LostEvents()));
     } else if (command == "flood") {
-        Answer(std::to_string(FloodPort(std::stoul(arguments))));
-    } else if (command == "period") {
-        const auto frames = static_cast<jack_nframes_t>(std::stoul(arguments));
-        Answer(std::to_string(jack_set_buffer_size(client, frames)));
+        Flood(std::stoul(arguments));
+        Answer("");
     }
 }
 

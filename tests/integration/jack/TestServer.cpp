@@ -49,8 +49,8 @@ std::string TestServer::Missing() {
     if (!MidiServer::JackIsPipeWire()) {
         return Exists(kJack) ? "" : kJack;
     }
-    for (const char* program :
-         {"/usr/bin/pipewire", "/usr/bin/wireplumber", "/usr/bin/dbus-run-session"}) {
+    for (const char* program : {"/usr/bin/pipewire", "/usr/bin/pw-metadata", "/usr/bin/wireplumber",
+                                "/usr/bin/dbus-run-session"}) {
         if (!Exists(program)) {
             return program;
         }
@@ -86,7 +86,7 @@ TestServer::~TestServer() {
 }
 
 void TestServer::Start(int sampleRate) {
-    const std::string log = mFolder.Path() + "/server.log";
+    const std::string log = LogFile();
     if (mIsPipeWire) {
         // Each ends with the one that started it, even if that is killed.
         const std::string bound = "/usr/bin/setpriv --pdeathsig KILL ";
@@ -105,6 +105,24 @@ void TestServer::Start(int sampleRate) {
         log);
 }
 
+void TestServer::SetPeriod(int frames) const {
+    if (mIsPipeWire) {
+        SetPipeWire("clock.force-quantum", frames);
+    } else {
+        ChildProcess({"/usr/bin/jack_bufsize", std::to_string(frames)}, LogFile()).End();
+    }
+}
+
+void TestServer::SetRate(int sampleRate) const {
+    SetPipeWire("clock.force-rate", sampleRate);
+}
+
+void TestServer::SetPipeWire(const std::string& setting, int value) const {
+    ChildProcess({"/usr/bin/pw-metadata", "-n", "settings", "0", setting, std::to_string(value)},
+                 LogFile())
+        .End();
+}
+
 void TestServer::Stop() {
     if (mServer) {
         mServer->Signal();
@@ -118,7 +136,7 @@ void TestServer::Kill() {
 }
 
 std::string TestServer::Log() const {
-    std::ifstream file(mFolder.Path() + "/server.log");
+    std::ifstream file(LogFile());
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 

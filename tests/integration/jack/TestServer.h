@@ -23,12 +23,19 @@ public:
     static std::string Missing();
 
     void Start(int sampleRate = 48000); // which JACK alone follows
-    void Stop();                        // by SIGTERM
+    // Change what the running server is set to, with the tools that come with it; its clients
+    // follow later. PipeWire alone can change its rate.
+    void SetPeriod(int frames) const;
+    void SetRate(int sampleRate) const;
+    void Stop(); // by SIGTERM
     void Kill();
     // What the server wrote.
     std::string Log() const;
 
 private:
+    std::string LogFile() const { return mFolder.Path() + "/server.log"; }
+    void SetPipeWire(const std::string& setting, int value) const;
+
     TemporaryDirectory mFolder;
     int mFrames;
     bool mIsPipeWire;

@@ -7,6 +7,7 @@
 #include "midiserver/errors/Errors.h"
 #include "midiserver/host/Host.h"
 #include "platform/packetlist/PacketListBuilder.h"
+#include "tests/support/LibraryFaults.h"
 #include "tests/support/Program.h"
 #include "tests/support/WaitUntil.h"
 
@@ -23,11 +24,11 @@
 namespace MidiServer {
 namespace {
 
-using QuorvelTest::AlsaFaults;
 using QuorvelTest::Program;
 using QuorvelTest::RunProgram;
 using testing::HasSubstr;
 using testing::Not;
+using TestSupport::LibraryFaults;
 using TestSupport::WaitUntil;
 
 const std::string kVirtualCard = "Virtual Raw MIDI 0-0:VirMIDI 0-0";
@@ -42,7 +43,7 @@ std::vector<BackendPort> DriversPorts(std::size_t count) {
 
 class AlsaFaultsTest : public testing::TestWithParam<std::string> {
 protected:
-    ~AlsaFaultsTest() override { AlsaFaults::FailNone(); }
+    ~AlsaFaultsTest() override { LibraryFaults::FailNone(); }
 
     void Make() {
         mBackend = std::make_unique<AlsaBackend>(mInput, mFolder.Path() / "connections.json");
@@ -92,9 +93,9 @@ class AlsaFaultsAtTheStartTest : public AlsaFaultsTest {};
 class AlsaFaultsWhileRunningTest : public AlsaFaultsTest {};
 
 TEST_P(AlsaFaultsAtTheStartTest, AreSaidInALineAndOvercome) {
-    AlsaFaults::FailNext(GetParam());
+    LibraryFaults::FailNext(GetParam().c_str());
     Make();
-    ASSERT_TRUE(WaitUntil("it has failed", [] { return AlsaFaults::HasFailed(); }));
+    ASSERT_TRUE(WaitUntil("it has failed", [] { return LibraryFaults::HasFailed(); }));
     // The thread that reads says so a moment later.
     if (GetParam() == "snd_seq_event_input") {
         ASSERT_TRUE(WaitUntil("it is down", [&] { return !mBackend->State().isUp; }));
@@ -115,7 +116,7 @@ TEST_P(AlsaFaultsWhileRunningTest, AreOvercome) {
     mBackend->Connect(0, kVirtualCard);
     ExpectThatMidiPasses(aseqdump);
 
-    AlsaFaults::FailNext(GetParam());
+    LibraryFaults::FailNext(GetParam().c_str());
     try {
         mBackend->Disconnect(1, kVirtualCard);
         mBackend->Connect(1, kVirtualCard);
@@ -131,15 +132,15 @@ TEST_P(AlsaFaultsWhileRunningTest, AreOvercome) {
         ExpectALine();
     }
     ExpectThatMidiPasses(aseqdump);
-    EXPECT_TRUE(AlsaFaults::HasFailed());
+    EXPECT_TRUE(LibraryFaults::HasFailed());
     EXPECT_TRUE(WaitUntil("it is up", [&] { return mBackend->State().isUp; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCall, AlsaFaultsAtTheStartTest,
-                         testing::ValuesIn(AlsaFaults::CallsAtTheStart()),
+                         testing::ValuesIn(QuorvelTest::CallsAtTheStart()),
                          [](const auto& call) { return call.param; });
 INSTANTIATE_TEST_SUITE_P(EachCall, AlsaFaultsWhileRunningTest,
-                         testing::ValuesIn(AlsaFaults::CallsWhileRunning()),
+                         testing::ValuesIn(QuorvelTest::CallsWhileRunning()),
                          [](const auto& call) { return call.param; });
 
 } // namespace

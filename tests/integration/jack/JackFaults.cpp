@@ -1,14 +1,11 @@
 #include "tests/integration/jack/JackFaults.h"
 
+#include "tests/support/LibraryFaults.h"
+
 #include <jack/jack.h>
 #include <jack/metadata.h>
 #include <jack/midiport.h>
 #include <jack/uuid.h>
-
-#include <dlfcn.h>
-
-#include <algorithm>
-#include <atomic>
 
 // Each function that can fail, with what it returns then.
 #define FALLIBLE_FUNCTIONS(FALLIBLE)                                                               \
@@ -64,45 +61,18 @@
     FALLIBLE(int, jack_set_sample_rate_callback,                                                   \
              (jack_client_t * a, JackSampleRateCallback b, void* c), (a, b, c), -1)
 
-namespace {
-
-using Open = jack_client_t*(const char*, jack_options_t, jack_status_t*, ...);
-using Close = int(jack_client_t*);
-
-// The name of the function whose next call fails: one in CanFail.
-std::atomic<const std::string*> sFailing{nullptr};
-
-bool MustFail(const char* function) {
-    const std::string* failing = sFailing.load();
-    return failing != nullptr && *failing == function &&
-           sFailing.compare_exchange_strong(failing, nullptr);
-}
-
-template <typename Function>
-Function* Original(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-// Looked up before any call, because JACK ends a thread wherever it is, and the search is no place
-// for that.
-#define LOOK_UP(result, name, parameters, arguments, failure)                                      \
-    result(*const sOriginal_##name) parameters = Original<result parameters>(#name);
-FALLIBLE_FUNCTIONS(LOOK_UP)
-Open* const sOriginalOpen = Original<Open>("jack_client_open");
-Close* const sOriginalClose = Original<Close>("jack_client_close");
-
-} // namespace
+using TestSupport::LibraryFaults;
 
 namespace JackTest {
 
-const std::vector<std::string>& JackFaults::CanFail() {
+const std::vector<std::string>& FunctionsThatCanFail() {
 #define NAME_OF(result, name, parameters, arguments, failure) #name,
     static const std::vector<std::string> functions = {
         FALLIBLE_FUNCTIONS(NAME_OF) "jack_client_open", "jack_client_close"};
     return functions;
 }
 
-const std::vector<std::string>& JackFaults::CannotFail() {
+const std::vector<std::string>& FunctionsThatCannotFail() {
     static const std::vector<std::string> functions = {
         "jack_cycle_signal",
         "jack_free",
@@ -119,37 +89,28 @@ const std::vector<std::string>& JackFaults::CannotFail() {
     return functions;
 }
 
-void JackFaults::FailNext(const std::string& function) {
-    const auto& names = CanFail();
-    sFailing = &*std::find(names.begin(), names.end(), function);
-}
-
-bool JackFaults::HasFailed() {
-    return sFailing == nullptr;
-}
-
-void JackFaults::FailNone() {
-    sFailing = nullptr;
-}
-
 } // namespace JackTest
 
-// Under another name in C++: the headers' declarations have attributes of their own.
-extern "C" {
+FALLIBLE_FUNCTIONS(QUORVEL_FALLIBLE)
 
-#define REPLACE(result, name, parameters, arguments, failure)                                      \
-    __attribute__((visibility("default"))) result Replaced_##name parameters asm(#name);           \
-    result Replaced_##name parameters {                                                            \
-        return MustFail(#name) ? failure : sOriginal_##name arguments;                             \
-    }
-FALLIBLE_FUNCTIONS(REPLACE)
+namespace {
+
+using Open = jack_client_t*(const char*, jack_options_t, jack_status_t*, ...);
+using Close = int(jack_client_t*);
+
+Open* const sOriginalOpen = TestSupport::OriginalOf<Open>("jack_client_open");
+Close* const sOriginalClose = TestSupport::OriginalOf<Close>("jack_client_close");
+
+} // namespace
+
+extern "C" {
 
 __attribute__((visibility("default"))) jack_client_t* ReplacedOpen(const char* name,
                                                                    jack_options_t options,
                                                                    jack_status_t* status,
                                                                    ...) asm("jack_client_open");
 jack_client_t* ReplacedOpen(const char* name, jack_options_t options, jack_status_t* status, ...) {
-    if (!MustFail("jack_client_open")) {
+    if (!LibraryFaults::MustFail("jack_client_open")) {
         return sOriginalOpen(name, options, status);
     }
     if (status != nullptr) {
@@ -163,6 +124,6 @@ __attribute__((visibility("default"))) int
 ReplacedClose(jack_client_t* client) asm("jack_client_close");
 int ReplacedClose(jack_client_t* client) {
     const int result = sOriginalClose(client);
-    return MustFail("jack_client_close") ? -1 : result;
+    return LibraryFaults::MustFail("jack_client_close") ? -1 : result;
 }
 }

@@ -6,6 +6,7 @@
 #include "midiserver/log/Logging.h"
 #include "runtime/thread/NyInit.h"
 #include "tests/integration/jack/BackendFixture.h"
+#include "tests/support/LibraryFaults.h"
 #include "tests/support/Program.h"
 
 #include <algorithm>
@@ -21,6 +22,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
+using TestSupport::LibraryFaults;
 
 // A function, and what the user reads when it fails; an empty text if it is overcome silently.
 struct Fault {
@@ -102,7 +104,7 @@ protected:
     }
 
     void TearDown() override {
-        JackFaults::FailNone();
+        LibraryFaults::FailNone();
         mDaw.reset();
         BackendFixture::TearDown();
     }
@@ -164,9 +166,9 @@ TEST_P(JackFaultsAtTheStartTest, AreSaidInALineAndOvercome) {
     saved.Store({{kOurInput, "daw:out 1"}, {kOurOutput, "daw:in 1"}});
     MakeBackend();
     const std::string lines = LinesOf([&] {
-        JackFaults::FailNext(GetParam().function);
+        LibraryFaults::FailNext(GetParam().function.c_str());
         Publish(2);
-        ASSERT_TRUE(WaitUntil("it has failed", [] { return JackFaults::HasFailed(); }));
+        ASSERT_TRUE(WaitUntil("it has failed", [] { return LibraryFaults::HasFailed(); }));
         ASSERT_TRUE(WaitUntilUp());
         ASSERT_TRUE(WaitUntil("it stays up", [&] {
             Publish(2); // as when the driver is restarted
@@ -187,7 +189,7 @@ TEST_P(JackFaultsWhileRunningTest, AreSaidInALineAndOvercome) {
     ExpectThatMidiPasses();
     std::string thrown;
     const std::string lines = LinesOf([&] {
-        JackFaults::FailNext(GetParam().function);
+        LibraryFaults::FailNext(GetParam().function.c_str());
         try {
             Work();
         } catch (const MidiServer::HostError& error) {
@@ -204,7 +206,7 @@ TEST_P(JackFaultsWhileRunningTest, AreSaidInALineAndOvercome) {
         ExpectThatMidiPasses();
         ASSERT_TRUE(WaitUntilUp());
     });
-    EXPECT_TRUE(JackFaults::HasFailed());
+    EXPECT_TRUE(LibraryFaults::HasFailed());
     EXPECT_THAT(lines + thrown, HasSubstr(GetParam().line));
     // An event that the library does not hand over is not lost silently.
     EXPECT_EQ(mInput->TakeLoss(0).upstream, GetParam().function == "jack_midi_event_get" ? 1U : 0U);
@@ -226,9 +228,9 @@ TEST_F(JackFaultsTest, OfWhatAPortNeedsAreMadeGoodWithoutANewStartOfTheDriver) {
          {"jack_port_register", "jack_set_property", "jack_port_set_alias"}) {
         SCOPED_TRACE(function);
         const std::string lines = LinesOf([&] {
-            JackFaults::FailNext(function);
+            LibraryFaults::FailNext(function.c_str());
             Publish(2);
-            ASSERT_TRUE(WaitUntil("it has failed", [] { return JackFaults::HasFailed(); }));
+            ASSERT_TRUE(WaitUntil("it has failed", [] { return LibraryFaults::HasFailed(); }));
             for (const std::string& port : {kOurInput, kOurOutput}) {
                 EXPECT_TRUE(WaitUntil(port, [&] {
                     return !mDaw->Ask("meta http://jackaudio.org/metadata/pretty-name " + port)
@@ -251,9 +253,9 @@ TEST_F(JackFaultsTest, OfWhatAPortNeedsAreMadeGoodWithoutANewStartOfTheDriver) {
 TEST_F(JackFaultsTest, OfTheQuestionWhoseNameIsTakenAreSaidInALineAndOvercome) {
     const std::string lines = LinesOf([&] {
         const Peer other("Quorvel MIDI");
-        JackFaults::FailNext("jack_get_uuid_for_client_name");
+        LibraryFaults::FailNext("jack_get_uuid_for_client_name");
         Publish(1);
-        EXPECT_TRUE(JackFaults::HasFailed());
+        EXPECT_TRUE(LibraryFaults::HasFailed());
     });
     EXPECT_THAT(lines, HasSubstr(kRefused));
     EXPECT_TRUE(WaitUntilUp());
@@ -271,8 +273,8 @@ TEST(JackFaultsListTest, HasEveryFunctionThatTheProgramCalls) {
             called.push_back(word);
         }
     }
-    std::vector<std::string> listed = JackFaults::CanFail();
-    const auto& others = JackFaults::CannotFail();
+    std::vector<std::string> listed = FunctionsThatCanFail();
+    const auto& others = FunctionsThatCannotFail();
     listed.insert(listed.end(), others.begin(), others.end());
     EXPECT_THAT(called, testing::UnorderedElementsAreArray(listed));
 
@@ -282,7 +284,7 @@ TEST(JackFaultsListTest, HasEveryFunctionThatTheProgramCalls) {
             tried.push_back(fault.function);
         }
     }
-    EXPECT_THAT(tried, testing::IsSupersetOf(JackFaults::CanFail()));
+    EXPECT_THAT(tried, testing::IsSupersetOf(FunctionsThatCanFail()));
 }
 
 } // namespace

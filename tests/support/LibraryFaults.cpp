@@ -1,0 +1,32 @@
+#include "tests/support/LibraryFaults.h"
+
+#include <atomic>
+#include <cstring>
+
+namespace TestSupport {
+
+namespace {
+
+std::atomic<const char*> sFailing{nullptr};
+
+} // namespace
+
+void LibraryFaults::FailNext(const char* function) {
+    sFailing = function;
+}
+
+bool LibraryFaults::HasFailed() {
+    return sFailing == nullptr;
+}
+
+void LibraryFaults::FailNone() {
+    sFailing = nullptr;
+}
+
+bool LibraryFaults::MustFail(const char* function) {
+    const char* failing = sFailing.load();
+    return failing != nullptr && std::strcmp(failing, function) == 0 &&
+           sFailing.compare_exchange_strong(failing, nullptr);
+}
+
+} // namespace TestSupport

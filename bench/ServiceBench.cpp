@@ -4,13 +4,12 @@
 //
 //     ServiceBench                the measurement
 //     ServiceBench pass-through   the client, until its input ends
+#include "bench/ProcessorTime.h"
 #include "tests/integration/jack/ChildProcess.h"
 #include "tests/integration/jack/TestServer.h"
 
 #include <jack/jack.h>
 #include <jack/midiport.h>
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -23,7 +22,6 @@
 #include <fstream>
 #include <iostream>
 #include <map>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -213,21 +211,6 @@ private:
 
 // What the system knows of a process.
 
-double ProcessorSeconds(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    std::istringstream fields(line.substr(line.rfind(')') + 2));
-    std::string skipped;
-    for (int i = 0; i < 11; ++i) {
-        fields >> skipped;
-    }
-    double user = 0;
-    double system = 0;
-    fields >> user >> system;
-    return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
-
 // How often each thread has waited, by its number.
 std::map<int, std::uint64_t> Waits(pid_t process) {
     std::map<int, std::uint64_t> waits;
@@ -245,11 +228,7 @@ std::map<int, std::uint64_t> Waits(pid_t process) {
 }
 
 double ShareOfProcessor(pid_t process) {
-    const double before = ProcessorSeconds(process);
-    const auto start = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(kWatched);
-    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
-    return (ProcessorSeconds(process) - before) / passed.count();
+    return QuorvelBench::ShareOfProcessor(process, [] { std::this_thread::sleep_for(kWatched); });
 }
 
 void PrintTrips(const char* name, std::vector<jack_nframes_t> frames) {

@@ -1,5 +1,7 @@
 #include "tests/integration/alsa/SequencerPeer.h"
 
+#include <poll.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -126,6 +128,12 @@ void SequencerPeer::Send(const Bytes& bytes) {
     snd_seq_ev_set_subs(&event);
     snd_seq_ev_set_direct(&event);
     Check(snd_seq_event_output_direct(mHandle, &event), "send");
+}
+
+void SequencerPeer::WaitForInput(std::chrono::milliseconds longest) const {
+    pollfd descriptor{};
+    Check(snd_seq_poll_descriptors(mHandle, &descriptor, 1, POLLIN), "poll descriptor");
+    poll(&descriptor, 1, static_cast<int>(longest.count()));
 }
 
 const Bytes& SequencerPeer::Read() {

@@ -2,6 +2,7 @@
 
 #include <alsa/asoundlib.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -35,6 +36,8 @@ public:
     // no room. Longer System Exclusive goes as it is, in one event.
     void Send(const Bytes& bytes);
 
+    // Returns when something is there that was not read, or after this time.
+    void WaitForInput(std::chrono::milliseconds longest) const;
     // Reads what is there. Returns all bytes so far.
     const Bytes& Read();
     // How often the sequencer has dropped what was not read.

@@ -92,6 +92,7 @@ const std::vector<Elsewhere> kElsewhere = {
     {"./scripts/fuzz", kGates, "./scripts/fuzz"},
     {"./scripts/bench", kGates, "./scripts/bench"},
     {"./scripts/bench ServiceBench", kGates, "./scripts/bench"},
+    {"./scripts/bench AlsaBench", kGates, "./scripts/bench"},
     {"./scripts/install-packages lint", kGates, "./scripts/install-packages lint"},
     {"./scripts/package [FOLDER]", kGates, "./scripts/package"},
     {"./scripts/package", kGates, "./scripts/package"},
@@ -117,9 +118,11 @@ const std::vector<Elsewhere> kElsewhere = {
      R"(-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g)"},
     {"apt-get install ./build/dev/packages/quorvel-midi_*.deb", kCleanSystem,
      "apt-get install -y ./quorvel-"},
-    {"apt-get install ./build/dev/packages/quorvel-midi_*.deb "
+    {"./scripts/package && sudo apt-get install ./build/dev/packages/quorvel-midi_*.deb "
      "./build/dev/packages/quorvel-surface_*.deb",
      kCleanSystem, "apt-get install -y ./quorvel-"},
+    {"systemctl --user start midiserver && quorvel-surface", kCleanSystem,
+     "terminal new-session -d -x 80 -y 24 quorvel-surface"},
     {"apt-get purge quorvel-midi", kCleanSystem, "apt-get purge -y --autoremove quorvel-midi"},
     {"jackd --no-realtime -d dummy -r 48000 -p 1024", kCleanSystem,
      "jackd --no-realtime -d dummy -r 48000 -p 1024"},

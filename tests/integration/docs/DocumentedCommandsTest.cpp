@@ -118,11 +118,9 @@ const std::vector<Elsewhere> kElsewhere = {
      R"(-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g)"},
     {"apt-get install ./build/dev/packages/quorvel-midi_*.deb", kCleanSystem,
      "apt-get install -y ./quorvel-"},
-    {"./scripts/package && sudo apt-get install ./build/dev/packages/quorvel-midi_*.deb "
+    {"apt-get install ./build/dev/packages/quorvel-midi_*.deb "
      "./build/dev/packages/quorvel-surface_*.deb",
      kCleanSystem, "apt-get install -y ./quorvel-"},
-    {"systemctl --user start midiserver && quorvel-surface", kCleanSystem,
-     "terminal new-session -d -x 80 -y 24 quorvel-surface"},
     {"apt-get purge quorvel-midi", kCleanSystem, "apt-get purge -y --autoremove quorvel-midi"},
     {"jackd --no-realtime -d dummy -r 48000 -p 1024", kCleanSystem,
      "jackd --no-realtime -d dummy -r 48000 -p 1024"},
@@ -140,6 +138,9 @@ const std::vector<Elsewhere> kElsewhere = {
     {"pw-jack midiserver run", kCleanSystem, "use_command pw-jack midiserver run"},
     {"systemctl --user enable --now midiserver", kCleanSystem,
      "musician systemctl --user enable --now midiserver"},
+    {"systemctl --user start midiserver", kCleanSystem,
+     "musician systemctl --user start midiserver"},
+    {"quorvel-surface", kCleanSystem, "terminal new-session -d -x 80 -y 24 quorvel-surface\n"},
     {"systemctl --user status midiserver", kCleanSystem,
      "musician systemctl --user status midiserver"},
     {"systemctl --user reload midiserver", kCleanSystem,
@@ -179,8 +180,18 @@ std::string Bare(std::string line) {
     return line;
 }
 
-// Command lines by the page that shows them first.
+// Commands, each with the page that shows it first.
 using Shown = std::map<std::string, std::string>;
+
+// A line may hold several, each after the success of the one before.
+void AddLine(std::string line, const fs::path& page, Shown& shown) {
+    const std::string separator = " && ";
+    for (std::size_t end = 0; (end = line.find(separator)) != std::string::npos;) {
+        shown.emplace(Bare(line.substr(0, end)), page);
+        line.erase(0, end + separator.size());
+    }
+    shown.emplace(Bare(line), page);
+}
 
 // What a page shows in blocks: of a shell, of a session with its prompts, or indented.
 void CollectFromBlocks(const fs::path& page, Shown& shown) {
@@ -194,7 +205,7 @@ void CollectFromBlocks(const fs::path& page, Shown& shown) {
                    (block.empty() && line.starts_with("    "))) {
             const std::size_t start = line.find_first_not_of(' ');
             if (start != std::string::npos) {
-                shown.emplace(Bare(line.substr(start)), page);
+                AddLine(line.substr(start), page, shown);
             }
         }
     }
@@ -215,7 +226,7 @@ void CollectFromText(const fs::path& page, Shown& shown) {
         const bool isName =
             first == "midiserver" && std::count(piece.begin(), piece.end(), ' ') < 2;
         if (isCode && (isOurs || (isCommand && !isName))) {
-            shown.emplace(Bare(piece), page);
+            AddLine(piece, page, shown);
         }
     }
 }
@@ -230,7 +241,7 @@ void CollectFromManual(const fs::path& page, Shown& shown) {
             isExample = line == ".nf";
         } else if (isExample) {
             line.erase(std::remove(line.begin(), line.end(), '\\'), line.end());
-            shown.emplace(line, page);
+            AddLine(line, page, shown);
         }
     }
 }

@@ -34,7 +34,7 @@ Joined Join(std::span<const std::uint8_t> bytes, std::size_t piece) {
         });
         bytes = bytes.subspan(size);
     }
-    joined.dropped = assembler.Counts();
+    joined.dropped = assembler.TakeDropped();
     joined.pending = assembler.PendingBytes();
     return joined;
 }

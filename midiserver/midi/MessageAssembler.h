@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace MidiServer {
@@ -26,11 +27,12 @@ public:
     // Receives a whole message, which is valid during the call.
     using Take = std::function<void(std::span<const std::uint8_t> message)>;
 
-    // What was dropped since the start.
     struct Dropped {
         std::uint64_t tooLong = 0;
         std::uint64_t incomplete = 0; // cut off by another message or by a loss
         std::uint64_t malformed = 0;  // runs of bytes that belong to no message
+
+        std::uint64_t Total() const { return tooLong + incomplete + malformed; }
     };
 
     void Add(std::span<const std::uint8_t> bytes, const Take& take);
@@ -42,7 +44,8 @@ public:
     // The bytes of the message that has begun and is not complete yet.
     std::size_t PendingBytes() const { return mMessage.size(); }
 
-    const Dropped& Counts() const { return mDropped; }
+    // Takes the counts of what was dropped since the last call.
+    Dropped TakeDropped() { return std::exchange(mDropped, {}); }
 
 private:
     void AddStatus(std::uint8_t status, const Take& take);

@@ -238,12 +238,11 @@ void Router::AddEvent(Input& input, std::size_t port) {
 }
 
 void Router::AddDropped(Input& input, std::size_t port) {
-    const MessageAssembler::Dropped& now = input.assembler.Counts();
+    const MessageAssembler::Dropped now = input.assembler.TakeDropped();
     DroppedMessages& dropped = mPorts[port].counters.dropped;
-    dropped.tooLong += now.tooLong - input.counted.tooLong;
-    dropped.incomplete += now.incomplete - input.counted.incomplete;
-    dropped.malformed += now.malformed - input.counted.malformed;
-    input.counted = now;
+    dropped.tooLong += now.tooLong;
+    dropped.incomplete += now.incomplete;
+    dropped.malformed += now.malformed;
 }
 
 void Router::AddMessage(std::size_t port, Message message, TimePoint arrived) {

@@ -143,9 +143,8 @@ private:
     // What comes from one backend on one port.
     struct Input {
         MessageAssembler assembler;
-        InputEvent event;                  // read from the queue last
-        bool isHeld = false;               // the event waits for room in the pacing queue
-        MessageAssembler::Dropped counted; // what of the assembler's counts is in the port's
+        InputEvent event;    // read from the queue last
+        bool isHeld = false; // the event waits for room in the pacing queue
     };
 
     struct Port {

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <string>
-#include <thread>
 
 namespace Surface {
 
@@ -20,9 +19,6 @@ constexpr const char* kName = "Quorvel Surface";
 constexpr int kMostSurfaces = 8;
 // The surface has no outputs here; what it sends goes through the service.
 constexpr std::size_t kNoOutput = 64;
-// The library's threads are still at the end of their work when they tell that the server has
-// ended, and closing a client cancels them wherever they are, with what they hold.
-constexpr std::chrono::milliseconds kLastGasp(40);
 
 std::string ClientName(int number) {
     return number == 1 ? kName : fmt::format("{} {}", kName, number);
@@ -55,9 +51,6 @@ void JackListener::Open() {
 }
 
 void JackListener::Close() {
-    if (mClient && mClient->ServerHasEnded()) {
-        std::this_thread::sleep_for(kLastGasp);
-    }
     mClient.reset();
     for (std::size_t i = 0; i < mPorts.Count(); ++i) {
         mPorts.SetInput(i, nullptr);

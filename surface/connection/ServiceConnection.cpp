@@ -80,7 +80,6 @@ void ServiceConnection::Take(const Receive& receive) {
     mTaken.clear();
     for (std::size_t index = 0; index < mPorts.size(); ++index) {
         MidiServer::MessageAssembler& assembler = mAssemblers[index];
-        const auto lostBefore = assembler.Counts();
         const MidiServer::InputLoss loss = mInput.TakeLoss(index);
         while (mInput.Read(index, mEvent)) {
             if (mEvent.followsLoss) {
@@ -91,9 +90,7 @@ void ServiceConnection::Take(const Receive& receive) {
                 mTaken.push_back({index, time, {message.begin(), message.end()}});
             });
         }
-        const auto& counts = assembler.Counts();
-        lost += std::uint64_t{loss.noRoom} + loss.upstream + counts.tooLong - lostBefore.tooLong +
-                counts.incomplete - lostBefore.incomplete + counts.malformed - lostBefore.malformed;
+        lost += std::uint64_t{loss.noRoom} + loss.upstream + assembler.TakeDropped().Total();
     }
     if (lost > 0) {
         const MutexLock lock(mMutex);
@@ -162,7 +159,8 @@ void ServiceConnection::Run() {
 ServiceConnection::TimePoint ServiceConnection::Attend() {
     try {
         if (!mService) {
-            LookForService();
+            mSources.clear();
+            mService.emplace();
         }
         SendWhatWaits();
         if (Clock::now() >= mNextLook) {
@@ -179,11 +177,6 @@ ServiceConnection::TimePoint ServiceConnection::Attend() {
     mService.reset();
     mNextLook = {};
     return Clock::now() + kRetry;
-}
-
-void ServiceConnection::LookForService() {
-    mSources.clear();
-    mService.emplace();
 }
 
 // Asks for the sources' IDs. They are others with each start of the driver, and then so may be the

@@ -75,7 +75,6 @@ private:
     // The thread's.
     void Run();
     TimePoint Attend();
-    void LookForService();
     void LookAtSources();
     void ChooseListener(const std::vector<std::string>& offered);
     std::unique_ptr<Listener> MakeListener(const std::string& backend);

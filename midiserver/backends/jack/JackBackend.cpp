@@ -29,9 +29,8 @@ constexpr auto kRetry = std::chrono::seconds(1);
 constexpr auto kBetweenLooks = std::chrono::milliseconds(100);
 // A program shows its ports before they can be connected, which no notice tells.
 constexpr int kMostRetries = 60;
-// The library's threads are still at the end of their work when they tell that the server has
-// ended, and closing a client cancels them wherever they are, with what they hold.
-constexpr auto kLastGasp = std::chrono::milliseconds(20);
+// For how long one client waits to hear of an end that the other has heard of.
+constexpr auto kHearsay = std::chrono::milliseconds(200);
 
 std::string InputName(std::size_t index) {
     return fmt::format("Quorvel Port {:02} in", index + 1);
@@ -89,7 +88,7 @@ void JackBackend::Supervise() {
 JackBackend::Time JackBackend::Attend() {
     const Time now = Clock::now();
     if (mDaws.client && (mDaws.client->ServerHasEnded() || mPrivate.client->ServerHasEnded())) {
-        WaitForLastGasp();
+        WaitUntilBothHaveHeard();
         GiveUp("the JACK server has ended");
     } else if (mDaws.client && (mDaws.client->HasStopped() || mPrivate.client->HasStopped())) {
         GiveUp("the JACK library has ended a process thread");
@@ -106,15 +105,13 @@ void JackBackend::GiveUp(const std::string& why) {
     mNextAttempt = Clock::now() + kRetry;
 }
 
-void JackBackend::WaitForLastGasp() {
+void JackBackend::WaitUntilBothHaveHeard() const {
     // A server may also throw out one client alone; the other one then says nothing.
-    for (int i = 0; i < 10; ++i) {
-        std::this_thread::sleep_for(kLastGasp);
-        if (mDaws.client->ServerHasEnded() && mPrivate.client->ServerHasEnded()) {
-            break;
-        }
+    const Time latest = Clock::now() + kHearsay;
+    while (!(mDaws.client->ServerHasEnded() && mPrivate.client->ServerHasEnded()) &&
+           Clock::now() < latest) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    std::this_thread::sleep_for(kLastGasp);
 }
 
 JackBackend::Time JackBackend::SeekServer(Time now) {

@@ -70,7 +70,7 @@ private:
     Time KeepConnections(Time now) QUORVEL_REQUIRES(mMutex);
 
     void GiveUp(const std::string& why) QUORVEL_REQUIRES(mMutex);
-    void WaitForLastGasp() QUORVEL_REQUIRES(mMutex);
+    void WaitUntilBothHaveHeard() const QUORVEL_REQUIRES(mMutex);
 
     void Open() QUORVEL_REQUIRES(mMutex);
     void Close() QUORVEL_REQUIRES(mMutex);

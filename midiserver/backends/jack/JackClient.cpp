@@ -29,6 +29,10 @@ constexpr const char* kUniqueIdKey = "urn:quorvel:midi:unique-id";
 constexpr const char* kIntegerType = "http://www.w3.org/2001/XMLSchema#int";
 constexpr const char* kTextType = "text/plain";
 
+// The library's threads are still at the end of their work when they tell that the server has
+// ended, and closing a client cancels them wherever they are, with what they hold.
+constexpr auto kLastGasp = std::chrono::milliseconds(40);
+
 // The server refuses a name that is taken, but its library may call that no more than an error.
 bool IsClient(const std::string& name) {
     jack_client_t* const probe = jack_client_open(kProbeName, JackNoStartServer, nullptr);
@@ -148,7 +152,9 @@ JackClient::~JackClient() {
     // The server tells a client of each of its ports that goes with a description, and waits until
     // it has told it. A client that is being closed does not listen any more, so with many ports
     // the server would wait for ever: the ports go first.
-    if (!ServerHasEnded()) {
+    if (ServerHasEnded()) {
+        std::this_thread::sleep_for(kLastGasp);
+    } else {
         jack_deactivate(mClient);
         for (jack_port_t* const port : mPorts) {
             jack_port_unregister(mClient, port);

@@ -32,7 +32,8 @@ public:
     // is called no more. Both must outlive the object. Throws HostError with a line that says why
     // there is no client.
     JackClient(const std::string& name, JackProcess& process, WakeUpSignal& changed);
-    // Closes the client. `process` is not called any more when this returns.
+    // Closes the client. `process` is not called any more when this returns, which is some time
+    // later if the server has ended: its library is given that to come to an end itself.
     ~JackClient();
     JackClient(const JackClient&) = delete;
     JackClient& operator=(const JackClient&) = delete;

@@ -52,21 +52,22 @@ TEST_F(MessageAssemblerTest, GivesEveryMessageItsStatusByte) {
     EXPECT_THAT(Add({0xB0, 1, 2, 3, 4}), ElementsAre(Bytes{0xB0, 1, 2}, Bytes{0xB0, 3, 4}));
     EXPECT_THAT(Add({5, 0xF8, 6}), ElementsAre(Bytes{0xF8}, Bytes{0xB0, 5, 6}));
     EXPECT_THAT(Add({0xF6, 7}), ElementsAre(Bytes{0xF6})) << "system messages end running status";
-    EXPECT_EQ(mAssembler.Counts().malformed, 1U);
+    EXPECT_EQ(mAssembler.TakeDropped().malformed, 1U);
 }
 
 TEST_F(MessageAssemblerTest, CountsWhatAnotherMessageCutsOff) {
     EXPECT_THAT(Add({0xF0, 1, 2, 0x90, 3, 4}), ElementsAre(Bytes{0x90, 3, 4}));
     EXPECT_THAT(Add({0x90, 3, 0xC0, 5}), ElementsAre(Bytes{0xC0, 5}));
-    EXPECT_EQ(mAssembler.Counts().incomplete, 2U);
+    EXPECT_EQ(mAssembler.TakeDropped().incomplete, 2U);
 }
 
 TEST_F(MessageAssemblerTest, CountsARunOfStrayBytesOnce) {
     EXPECT_THAT(Add({1, 2, 3}), IsEmpty());
     EXPECT_THAT(Add({4, 0xF7}), IsEmpty());
-    EXPECT_EQ(mAssembler.Counts().malformed, 1U);
+    EXPECT_EQ(mAssembler.TakeDropped().malformed, 1U);
+    EXPECT_EQ(mAssembler.TakeDropped().Total(), 0U) << "that is told";
     EXPECT_THAT(Add({0xF7}), IsEmpty());
-    EXPECT_EQ(mAssembler.Counts().malformed, 2U);
+    EXPECT_EQ(mAssembler.TakeDropped().malformed, 1U);
 }
 
 TEST_F(MessageAssemblerTest, JoinsNothingOverALoss) {
@@ -75,8 +76,9 @@ TEST_F(MessageAssemblerTest, JoinsNothingOverALoss) {
     EXPECT_THAT(Add({2, 0xF7, 0x90, 1, 2}), ElementsAre(Bytes{0x90, 1, 2}));
     mAssembler.NoteLoss();
     EXPECT_THAT(Add({3, 4}), IsEmpty()) << "the status byte may be another one by now";
-    EXPECT_EQ(mAssembler.Counts().incomplete, 1U);
-    EXPECT_EQ(mAssembler.Counts().malformed, 0U);
+    const MessageAssembler::Dropped dropped = mAssembler.TakeDropped();
+    EXPECT_EQ(dropped.incomplete, 1U);
+    EXPECT_EQ(dropped.Total(), 1U);
 }
 
 TEST_F(MessageAssemblerTest, TakesTheLongestMessageAndDropsALongerOneWhole) {
@@ -87,8 +89,9 @@ TEST_F(MessageAssemblerTest, TakesTheLongestMessageAndDropsALongerOneWhole) {
 
     message.insert(message.begin() + 1, 0x11);
     EXPECT_THAT(Add(message), IsEmpty());
-    EXPECT_EQ(mAssembler.Counts().tooLong, 1U);
-    EXPECT_EQ(mAssembler.Counts().malformed, 0U);
+    const MessageAssembler::Dropped dropped = mAssembler.TakeDropped();
+    EXPECT_EQ(dropped.tooLong, 1U);
+    EXPECT_EQ(dropped.Total(), 1U);
     EXPECT_EQ(mAssembler.PendingBytes(), 0U);
     EXPECT_THAT(Add({0x90, 1, 2}), ElementsAre(Bytes{0x90, 1, 2}));
 }

@@ -32,6 +32,12 @@ struct BackendConnection {
     std::string peer; // the other program's, in the backend's own spelling
 };
 
+// Where an application finds a private source.
+struct PrivateSourceAddress {
+    std::int32_t uniqueId;
+    std::string address; // in the backend's own spelling
+};
+
 // The state of a backend at one moment.
 struct BackendState {
     bool isUp;          // its server answers and the ports are shown
@@ -78,6 +84,8 @@ public:
     // to. They block for a round trip to the server.
     virtual std::vector<BackendConnection> Connections() const = 0;
     virtual std::vector<std::string> Peers() const = 0;
+    // Where other programs find the private sources that are shown now. Does not ask the server.
+    virtual std::vector<PrivateSourceAddress> PrivateSources() const { return {}; }
     // Connect and disconnect the port with this index, in each direction that the peer has. Throw
     // an InputError that lists the peers if there is none of that name, and a HostError if the
     // server refuses.

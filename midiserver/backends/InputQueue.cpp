@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <new>
+#include <utility>
 
 namespace MidiServer {
 
@@ -55,6 +56,7 @@ bool InputQueue::Write(std::size_t port, std::uint64_t time,
     }
     PortRing& to = mRings[port];
     mChanged = true;
+    to.isInUse = true;
     const std::optional<std::size_t> room = Room(port);
     if (!room || bytes.size() > *room) {
         to.lossPending = true;
@@ -79,6 +81,14 @@ void InputQueue::CountLost(std::size_t port, std::uint32_t events) noexcept {
     mRings[port].lossPending = true;
     mRings[port].upstream.fetch_add(events, std::memory_order_relaxed);
     mChanged = true;
+}
+
+void InputQueue::CountLostSomewhere() noexcept {
+    for (std::size_t port = 0; port < mPorts; ++port) {
+        if (std::exchange(mRings[port].isInUse, false)) {
+            CountLost(port, 1);
+        }
+    }
 }
 
 void InputQueue::Wake() noexcept {

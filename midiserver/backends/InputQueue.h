@@ -68,6 +68,9 @@ public:
     bool Write(std::size_t port, std::uint64_t time, std::span<const std::uint8_t> bytes) noexcept;
     // Counts events that were lost before they reached this queue. Real-time safe.
     void CountLost(std::size_t port, std::uint32_t events) noexcept;
+    // Counts one event as lost on each port that was written to since the last such call: the
+    // backend has lost events, and nobody knows whose. Real-time safe.
+    void CountLostSomewhere() noexcept;
     // Wakes the reader if something was written or lost since the last call. It may make a system
     // call, so it does not belong into a process callback.
     void Wake() noexcept;
@@ -87,7 +90,9 @@ private:
         }
 
         CCircularBuffer ring;
-        bool lossPending = false; // the writer's: the next event follows a loss
+        // The writer's: the next event follows a loss; see CountLostSomewhere.
+        bool lossPending = false;
+        bool isInUse = false;
         // Relaxed: they order nothing. The reader learns from the events where the losses lie.
         std::atomic<std::uint32_t> noRoom{0};
         std::atomic<std::uint32_t> upstream{0};

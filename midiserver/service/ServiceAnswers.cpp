@@ -89,11 +89,16 @@ Json Service::List() const {
     Json backends = Json::array();
     for (const auto& backend : mBackends.All()) {
         const BackendState state = backend->State();
+        Json privateSources = Json::array();
+        for (const PrivateSourceAddress& source : backend->PrivateSources()) {
+            privateSources.push_back({{"uniqueId", source.uniqueId}, {"address", source.address}});
+        }
         backends.push_back({{"name", backend->Name()},
                             {"isUp", state.isUp},
                             {"detail", state.detail},
                             {"peers", backend->Peers()},
-                            {"connections", ConnectionsJson(backend->Connections())}});
+                            {"connections", ConnectionsJson(backend->Connections())},
+                            {"privateSources", std::move(privateSources)}});
     }
     return {{"ports", std::move(ports)}, {"backends", std::move(backends)}};
 }

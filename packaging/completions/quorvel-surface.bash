@@ -10,7 +10,7 @@ _quorvel_surface() {
         previous=${COMP_WORDS[COMP_CWORD - 2]}
     fi
     case $previous in
-    --backend) words='auto jack embedded' ;;
+    --backend) words='auto jack alsa embedded' ;;
     --protocol) words='auto mackie hui' ;;
     --port) words=$(seq 1 32) ;;
     --size) words='80x24 132x43' ;;

@@ -2,6 +2,7 @@
 
 #include "midiserver/backends/jack/JackLibrary.h"
 #include "midiserver/errors/Errors.h"
+#include "surface/connection/SourceAddresses.h"
 
 #include <fmt/format.h>
 
@@ -15,13 +16,12 @@ namespace {
 using MidiServer::HostError;
 using MidiServer::JackClient;
 
-constexpr const char* kName = "Quorvel Surface";
 constexpr int kMostSurfaces = 8;
 // The surface has no outputs here; what it sends goes through the service.
 constexpr std::size_t kNoOutput = 64;
 
 std::string ClientName(int number) {
-    return number == 1 ? kName : fmt::format("{} {}", kName, number);
+    return number == 1 ? kSurfaceClientName : fmt::format("{} {}", kSurfaceClientName, number);
 }
 
 } // namespace
@@ -59,8 +59,7 @@ void JackListener::Close() {
 
 void JackListener::Show(const std::vector<PrivateSource>& sources) {
     for (std::size_t i = 0; i < sources.size(); ++i) {
-        jack_port_t* const port =
-            mClient->RegisterPort(fmt::format("Port {:02}", sources[i].port), JackPortIsInput);
+        jack_port_t* const port = mClient->RegisterPort(NameOfInput(sources[i]), JackPortIsInput);
         if (port == nullptr) {
             throw HostError("the JACK server refuses a port");
         }
@@ -69,24 +68,17 @@ void JackListener::Show(const std::vector<PrivateSource>& sources) {
     mClient->Activate();
 }
 
-void JackListener::Connect(std::size_t index, const PrivateSource& source) {
-    const std::string alias = MidiServer::JackAliasOf(source.uniqueId);
-    const jack_port_t* const theirs = mClient->FindPort(alias);
-    if (theirs == nullptr) {
-        throw HostError(fmt::format("there is no JACK port \"{}\" yet", alias));
+bool JackListener::HearsAll() const {
+    for (std::size_t i = 0; i < mAddresses.size(); ++i) {
+        const std::vector<std::string> connected = mClient->ConnectionsOf(mPorts.Input(i));
+        if (std::find(connected.begin(), connected.end(), mAddresses[i]) == connected.end()) {
+            return false;
+        }
     }
-    const std::string from = JackClient::NameOf(theirs);
-    const std::vector<std::string> connected = mClient->ConnectionsOf(mPorts.Input(index));
-    if (std::find(connected.begin(), connected.end(), from) != connected.end()) {
-        return;
-    }
-    const std::string to = JackClient::NameOf(mPorts.Input(index));
-    if (mClient->Connect(from, to) != 0) {
-        throw HostError(fmt::format("the JACK server does not connect {} to {}", from, to));
-    }
+    return true;
 }
 
-void JackListener::Attend(const MidiServer::ControlClient&,
+void JackListener::Attend(const MidiServer::ControlClient& service,
                           const std::vector<PrivateSource>& sources) {
     if (mClient && (mClient->ServerHasEnded() || mClient->HasStopped())) {
         Close();
@@ -100,8 +92,17 @@ void JackListener::Attend(const MidiServer::ControlClient&,
             throw;
         }
     }
+    if (sources == mSources && HearsAll()) {
+        return;
+    }
+    mAddresses = SourceAddresses(sources, service, Name());
+    mSources = sources;
     for (std::size_t i = 0; i < sources.size(); ++i) {
-        Connect(i, sources[i]);
+        const std::string to = JackClient::NameOf(mPorts.Input(i));
+        if (mClient->Connect(mAddresses[i], to) != 0) {
+            throw HostError(
+                fmt::format("the JACK server does not connect {} to {}", mAddresses[i], to));
+        }
     }
 }
 

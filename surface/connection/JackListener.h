@@ -8,12 +8,14 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace Surface {
 
 // Hears private sources on a JACK server, or on PipeWire through its JACK library, as the client
 // "Quorvel Surface" with the inputs "Port 01" and so on. If there is such a client already, it is
-// "Quorvel Surface 2", up to 8. A source is found by its unique ID, which its alias holds.
+// "Quorvel Surface 2", up to 8. The service tells where the source of a unique ID is.
 //
 // The input queue is written by the client's process thread.
 class JackListener : public Listener {
@@ -36,7 +38,11 @@ private:
     void Open();
     void Close();
     void Show(const std::vector<PrivateSource>& sources);
-    void Connect(std::size_t index, const PrivateSource& source);
+    // Whether each port hears its source.
+    bool HearsAll() const;
+
+    std::vector<PrivateSource> mSources; // those of mAddresses
+    std::vector<std::string> mAddresses; // where the service said that they are
 
     MidiServer::WakeUpSignal& mChanged;
     MidiServer::JackPorts mPorts;

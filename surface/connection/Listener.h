@@ -2,12 +2,18 @@
 
 #include "midiserver/service/control/ControlClient.h"
 
+#include <fmt/format.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Surface {
+
+// The name under which the surface is a client of a server.
+inline constexpr const char* kSurfaceClientName = "Quorvel Surface";
 
 // A private source of the service's driver that the surface wants to hear.
 struct PrivateSource {
@@ -16,6 +22,11 @@ struct PrivateSource {
 
     bool operator==(const PrivateSource&) const = default;
 };
+
+// The name of the surface's own port that hears it.
+inline std::string NameOfInput(const PrivateSource& source) {
+    return fmt::format("Port {:02}", source.port);
+}
 
 // A Listener carries what private sources send to an InputQueue, whose ports are the sources in
 // their order. There is one for each way to reach them.

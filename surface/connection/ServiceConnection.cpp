@@ -4,6 +4,9 @@
 #include "midiserver/host/Host.h"
 #include "midiserver/midi/HexText.h"
 #include "midiserver/routing/PrivateSourceIds.h"
+#ifdef QUORVEL_SURFACE_HAS_ALSA
+#include "surface/connection/AlsaListener.h"
+#endif
 #ifdef QUORVEL_SURFACE_HAS_JACK
 #include "midiserver/backends/jack/JackLibrary.h"
 #include "surface/connection/JackListener.h"
@@ -27,6 +30,9 @@ using MidiServer::InputError;
 
 constexpr const char* kAuto = "auto";
 constexpr const char* kEmbedded = "embedded";
+#ifdef QUORVEL_SURFACE_HAS_ALSA
+constexpr const char* kAlsa = "alsa";
+#endif
 #ifdef QUORVEL_SURFACE_HAS_JACK
 constexpr const char* kJack = "jack";
 #endif
@@ -43,6 +49,9 @@ std::vector<std::string> ServiceConnection::Backends() {
     return {
 #ifdef QUORVEL_SURFACE_HAS_JACK
         kJack,
+#endif
+#ifdef QUORVEL_SURFACE_HAS_ALSA
+        kAlsa,
 #endif
         kEmbedded,
     };
@@ -241,6 +250,11 @@ std::unique_ptr<Listener> ServiceConnection::MakeListener(const std::string& bac
 #ifdef QUORVEL_SURFACE_HAS_JACK
     if (backend == kJack) {
         return std::make_unique<JackListener>(mPorts.size(), mInput, mChanged);
+    }
+#endif
+#ifdef QUORVEL_SURFACE_HAS_ALSA
+    if (backend == kAlsa) {
+        return std::make_unique<AlsaListener>(mInput, mChanged);
     }
 #endif
     if (backend != kEmbedded) {

@@ -30,7 +30,7 @@ namespace Surface {
 //     connection.Take([&](std::size_t index, auto time, auto message) { ... });
 //     connection.Send(0, message);
 //
-// It waits for a service, or a JACK server, that is not there, and comes back when one of them was
+// It waits for a service, or a sound server, that is not there, and comes back when one of them was
 // started anew; it tries again every second.
 //
 // A thread of its own does all that can block. One other thread uses the object, which never waits

@@ -9,14 +9,9 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <system_error>
 
 namespace MidiServer {
 
@@ -30,9 +25,6 @@ constexpr std::size_t kQueueBytes = 131072;
 
 constexpr auto kRetry = std::chrono::seconds(5);
 constexpr auto kOverflowLinePause = std::chrono::seconds(10);
-
-constexpr unsigned kReadable = SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ;
-constexpr unsigned kWritable = SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE;
 
 constexpr PortAddress kAnnouncements{SND_SEQ_CLIENT_SYSTEM, SND_SEQ_PORT_SYSTEM_ANNOUNCE};
 
@@ -62,14 +54,10 @@ std::vector<std::unique_ptr<PortOutput>> MakeOutputs(std::size_t count, std::siz
 AlsaBackend::AlsaBackend(InputQueue& input, const std::filesystem::path& savedConnections)
     : mInput(input),
       mSaved(savedConnections, "alsa"),
-      mWake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       mToDaws(MakeOutputs(input.Ports(), kQueueBytes)),
       mToPrivate(MakeOutputs(input.Ports(), kQueueBytes)),
-      mInputs(input.Ports()),
+      mTurns(input.Ports()),
       mKeeper(mSaved.Load()) {
-    if (!mWake) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
     mCarrier = std::thread([this] { CarryMidi(); });
     try {
         mConnectionKeeper = std::thread([this] { KeepConnections(); });
@@ -85,7 +73,7 @@ AlsaBackend::~AlsaBackend() {
 
 void AlsaBackend::Stop() {
     mStopping.store(true, std::memory_order_relaxed);
-    Wake();
+    mWake.Raise();
     mGraphChange.Raise();
     mCarrier.join();
     if (mConnectionKeeper.joinable()) {
@@ -93,40 +81,23 @@ void AlsaBackend::Stop() {
     }
 }
 
-void AlsaBackend::Wake() const {
-    const std::uint64_t one = 1;
-    // It fails only if the thread is awake anyway, with this number at its end.
-    [[maybe_unused]] const ssize_t written = write(mWake.Get(), &one, sizeof one);
-}
-
 // The thread that carries MIDI.
 
 void AlsaBackend::CarryMidi() {
     RealTimePriority("the ALSA sequencer's thread").Take();
     while (!mStopping.load(std::memory_order_relaxed)) {
-        pollfd awaited[3] = {{mWake.Get(), POLLIN, 0}, {-1, POLLIN, 0}, {-1, POLLIN, 0}};
+        std::array<int, 2> descriptors = {-1, -1};
         Time due;
         {
             const MutexLock lock(mMutex);
             due = Attend(Clock::now());
             if (mDaws) {
-                awaited[1].fd = mDaws->Descriptor();
-                awaited[2].fd = mPrivate->Descriptor();
+                descriptors = {mDaws->Descriptor(), mPrivate->Descriptor()};
             }
         }
         mInput.Wake();
         // A client that another thread closes meanwhile stays there until this has returned.
-        timespec left{};
-        if (due != Time::max()) {
-            const std::chrono::nanoseconds until =
-                std::max<std::chrono::nanoseconds>(due - Clock::now(), std::chrono::nanoseconds(0));
-            const auto seconds = std::chrono::floor<std::chrono::seconds>(until);
-            left.tv_sec = static_cast<time_t>(seconds.count());
-            left.tv_nsec = static_cast<long>((until - seconds).count());
-        }
-        ppoll(awaited, std::size(awaited), due == Time::max() ? nullptr : &left, nullptr);
-        std::uint64_t calls = 0;
-        [[maybe_unused]] const ssize_t taken = read(mWake.Get(), &calls, sizeof calls);
+        mWake.WaitUntil(due, descriptors);
     }
     const MutexLock lock(mMutex);
     Close();
@@ -150,8 +121,8 @@ AlsaBackend::Time AlsaBackend::Attend(Time now) {
     }
     Time due = Time::max();
     for (std::size_t port = 0; port < mShown; ++port) {
-        mInputs[port].turns.EndOverdue(now, DeliverTo(port));
-        due = std::min(due, mInputs[port].turns.Due().value_or(Time::max()));
+        mTurns[port].EndOverdue(now, DeliverTo(port));
+        due = std::min(due, mTurns[port].Due().value_or(Time::max()));
     }
     return std::min({due, Play(*mDaws, mToDaws, now), Play(*mPrivate, mToPrivate, now)});
 }
@@ -167,27 +138,16 @@ AlsaBackend::Time AlsaBackend::Play(SequencerClient& client, const Outputs& outp
 }
 
 void AlsaBackend::Receive(SequencerClient& client, Time now) {
-    for (;;) {
-        snd_seq_event_t* event = nullptr;
-        const int status = client.Receive(event);
-        if (status >= 0) {
-            Take(client, *event, now);
-        } else if (status == -ENOSPC) {
-            TakeOverflow(now);
-        } else if (status == -EAGAIN) {
-            return;
-        } else if (status != -EINTR) {
-            throw HostError(
-                fmt::format("the ALSA sequencer cannot be read: {}", snd_strerror(status)));
-        }
-    }
+    client.ReceiveAll([&](const snd_seq_event_t& event)
+                          QUORVEL_REQUIRES(mMutex) { Take(client, event, now); },
+                      [&]() QUORVEL_REQUIRES(mMutex) { TakeOverflow(now); });
 }
 
 void AlsaBackend::Take(const SequencerClient& client, const snd_seq_event_t& event, Time now) {
     if (IsAnnouncement(event)) {
         if (event.type == SND_SEQ_EVENT_CLIENT_EXIT) {
-            for (std::size_t port = 0; port < mInputs.size(); ++port) {
-                mInputs[port].turns.Leave(event.data.addr.client, DeliverTo(port));
+            for (std::size_t port = 0; port < mTurns.size(); ++port) {
+                mTurns[port].Leave(event.data.addr.client, DeliverTo(port));
             }
         }
         FindReceivers();
@@ -198,9 +158,8 @@ void AlsaBackend::Take(const SequencerClient& client, const snd_seq_event_t& eve
     if (&client != mDaws.get() || port >= mShown) {
         return;
     }
-    mInputs[port].hasHeard = true;
-    if (!mInputs[port].turns.Take({event.source.client, event.source.port}, now,
-                                  mDecoder.Decode(event), DeliverTo(port))) {
+    if (!mTurns[port].Take({event.source.client, event.source.port}, now, mDecoder.Decode(event),
+                           DeliverTo(port))) {
         mInput.CountLost(port, 1);
     }
 }
@@ -213,13 +172,10 @@ SenderTurns::Deliver AlsaBackend::DeliverTo(std::size_t port) {
 }
 
 void AlsaBackend::TakeOverflow(Time now) {
-    // The sequencer does not tell what it has dropped. At least one event is missing, on any of the
-    // ports that were in use.
+    // The sequencer does not tell what it has dropped.
+    mInput.CountLostSomewhere();
     for (std::size_t port = 0; port < mShown; ++port) {
-        if (std::exchange(mInputs[port].hasHeard, false)) {
-            mInput.CountLost(port, 1);
-        }
-        mInputs[port].turns.EndAll(DeliverTo(port));
+        mTurns[port].EndAll(DeliverTo(port));
     }
     // Announcements may be among them.
     FindReceivers();
@@ -281,10 +237,10 @@ void AlsaBackend::ShowPorts() {
     for (; mShown < mPublished.size(); ++mShown) {
         const int number = static_cast<int>(mShown);
         int status = mDaws->CreatePort(number, mPublished[mShown].name,
-                                       kReadable | kWritable | SND_SEQ_PORT_CAP_DUPLEX);
+                                       kReadablePort | kWritablePort | SND_SEQ_PORT_CAP_DUPLEX);
         if (status >= 0) {
             status = mPrivate->CreatePort(number, PrivateName(mShown),
-                                          kReadable | SND_SEQ_PORT_CAP_NO_EXPORT);
+                                          kReadablePort | SND_SEQ_PORT_CAP_NO_EXPORT);
         }
         if (status < 0) {
             throw HostError(fmt::format("the ALSA sequencer refuses the port \"{}\": {}",
@@ -305,7 +261,7 @@ void AlsaBackend::HidePorts(std::size_t first) {
         --mShown;
         mToDaws[mShown]->Close();
         mToPrivate[mShown]->Close();
-        mInputs[mShown] = {};
+        mTurns[mShown] = {};
         mDaws->DeletePort(static_cast<int>(mShown));
         mPrivate->DeletePort(static_cast<int>(mShown));
     }
@@ -340,7 +296,7 @@ void AlsaBackend::Publish(const std::vector<BackendPort>& ports) {
             }
         }
     }
-    Wake();
+    mWake.Raise();
 }
 
 void AlsaBackend::Withdraw() {
@@ -351,12 +307,12 @@ void AlsaBackend::Withdraw() {
 
 void AlsaBackend::EmitFromPort(std::size_t port, const MIDIPacketList& packets) {
     mToDaws.at(port)->Stream().Emit(packets);
-    Wake();
+    mWake.Raise();
 }
 
 void AlsaBackend::EmitFromPrivateSource(std::size_t port, const MIDIPacketList& packets) {
     mToPrivate.at(port)->Stream().Emit(packets);
-    Wake();
+    mWake.Raise();
 }
 
 std::uint64_t AlsaBackend::LostToDaws() const {
@@ -447,10 +403,10 @@ std::vector<AlsaBackend::Link> AlsaBackend::PossibleLinks(std::size_t port,
     const PortAddress ours{mDaws->Id(), static_cast<int>(port)};
     const PortAddress ourPrivate{mPrivate->Id(), static_cast<int>(port)};
     std::vector<Link> links;
-    if (Has(other.capability, kReadable)) {
+    if (Has(other.capability, kReadablePort)) {
         links.push_back({other.address, ours, {mPublished[port].name + " in", other.name}});
     }
-    if (Has(other.capability, kWritable)) {
+    if (Has(other.capability, kWritablePort)) {
         links.push_back({ours, other.address, {mPublished[port].name + " out", other.name}});
         links.push_back({ourPrivate, other.address, {PrivateName(port), other.name}});
     }
@@ -487,7 +443,7 @@ std::vector<std::string> AlsaBackend::PeersNow() const {
     std::vector<std::string> peers;
     for (const SequencerPort& other : OtherPorts()) {
         if (!Has(other.capability, SND_SEQ_PORT_CAP_NO_EXPORT) &&
-            (Has(other.capability, kReadable) || Has(other.capability, kWritable)) &&
+            (Has(other.capability, kReadablePort) || Has(other.capability, kWritablePort)) &&
             std::find(peers.begin(), peers.end(), other.name) == peers.end()) {
             peers.push_back(other.name);
         }
@@ -527,6 +483,16 @@ std::vector<BackendConnection> AlsaBackend::Connections() const {
 std::vector<std::string> AlsaBackend::Peers() const {
     const MutexLock lock(mMutex);
     return mDaws ? PeersNow() : std::vector<std::string>();
+}
+
+std::vector<PrivateSourceAddress> AlsaBackend::PrivateSources() const {
+    const MutexLock lock(mMutex);
+    std::vector<PrivateSourceAddress> sources;
+    for (std::size_t port = 0; port < mShown; ++port) {
+        sources.push_back(
+            {mPublished[port].privateId, AddressText({mPrivate->Id(), static_cast<int>(port)})});
+    }
+    return sources;
 }
 
 void AlsaBackend::Connect(std::size_t port, const std::string& peer) {

@@ -7,11 +7,11 @@
 #include "midiserver/backends/WakeUpSignal.h"
 #include "midiserver/backends/alsa/EventDecoder.h"
 #include "midiserver/backends/alsa/EventEncoder.h"
+#include "midiserver/backends/alsa/PollSignal.h"
 #include "midiserver/backends/alsa/PortOutput.h"
 #include "midiserver/backends/alsa/SenderTurns.h"
 #include "midiserver/backends/alsa/SequencerClient.h"
 #include "midiserver/host/Host.h"
-#include "platform/support/FileDescriptor.h"
 #include "platform/support/Mutex.h"
 
 #include <atomic>
@@ -55,6 +55,7 @@ public:
     void EmitFromPrivateSource(std::size_t port, const MIDIPacketList& packets) override;
     std::vector<BackendConnection> Connections() const override;
     std::vector<std::string> Peers() const override;
+    std::vector<PrivateSourceAddress> PrivateSources() const override;
     void Connect(std::size_t port, const std::string& peer) override;
     void Disconnect(std::size_t port, const std::string& peer) override;
     bool Forget(std::size_t port, const std::string& peer) override;
@@ -65,10 +66,6 @@ private:
 
     using Outputs = std::vector<std::unique_ptr<PortOutput>>;
 
-    struct Input {
-        SenderTurns turns;
-        bool hasHeard = false; // something, since events were lost the last time
-    };
     // A connection as the sequencer knows it, and as it is kept.
     struct Link {
         PortAddress sender;
@@ -98,8 +95,6 @@ private:
     void HidePorts(std::size_t first) QUORVEL_REQUIRES(mMutex);
     void FindReceivers() QUORVEL_REQUIRES(mMutex);
     void UpdateConnections(Time now) QUORVEL_REQUIRES(mMutex);
-    // Makes the carrying thread look for what there is to do.
-    void Wake() const;
 
     bool IsOurs(PortAddress address) const QUORVEL_REQUIRES(mMutex);
     std::vector<SequencerPort> OtherPorts() const QUORVEL_REQUIRES(mMutex);
@@ -118,7 +113,7 @@ private:
 
     InputQueue& mInput; // the carrying thread writes
     SavedConnections mSaved;
-    FileDescriptor mWake;
+    const PollSignal mWake; // makes the carrying thread look for what there is to do
     WakeUpSignal mGraphChange;
 
     // Held for all calls to the sequencer, none of which blocks.
@@ -130,7 +125,7 @@ private:
     // emit use the stream's own part only, and the rest is used under the mutex.
     const Outputs mToDaws;
     const Outputs mToPrivate;
-    std::vector<Input> mInputs QUORVEL_GUARDED_BY(mMutex);
+    std::vector<SenderTurns> mTurns QUORVEL_GUARDED_BY(mMutex);
     EventEncoder mEncoder QUORVEL_GUARDED_BY(mMutex);
     EventDecoder mDecoder QUORVEL_GUARDED_BY(mMutex);
     std::vector<BackendPort> mPublished QUORVEL_GUARDED_BY(mMutex);

@@ -1,6 +1,7 @@
 #include "midiserver/backends/alsa/SequencerClient.h"
 
 #include "midiserver/backends/alsa/ClientRoom.h"
+#include "midiserver/errors/Errors.h"
 #include "midiserver/host/Host.h"
 
 #include <fmt/format.h>
@@ -9,6 +10,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 
 namespace MidiServer {
 
@@ -26,6 +28,19 @@ constexpr std::size_t kInputCells = 2000;
 void PrintNothing(const char*, int, const char*, int, const char*, ...) {}
 
 } // namespace
+
+std::string AddressText(PortAddress address) {
+    return fmt::format("{}:{}", address.client, address.port);
+}
+
+PortAddress AddressOfText(const std::string& text) {
+    PortAddress address{};
+    if (std::sscanf(text.c_str(), "%3d:%3d", &address.client, &address.port) != 2 ||
+        address.client < 0 || address.port < 0 || AddressText(address) != text) {
+        throw InputError(fmt::format("\"{}\" is no address of an ALSA port", text));
+    }
+    return address;
+}
 
 SequencerClient::SequencerClient(const std::string& name) {
     snd_lib_error_set_handler(PrintNothing);
@@ -83,8 +98,20 @@ int SequencerClient::Send(snd_seq_event_t& event) {
     return snd_seq_event_output_direct(mHandle.get(), &event);
 }
 
-int SequencerClient::Receive(snd_seq_event_t*& event) {
-    return snd_seq_event_input(mHandle.get(), &event);
+void SequencerClient::ReceiveAll(const Take& take, const std::function<void()>& lose) {
+    for (;;) {
+        snd_seq_event_t* event = nullptr;
+        const int status = snd_seq_event_input(mHandle.get(), &event);
+        if (status >= 0) {
+            take(*event);
+        } else if (status == -ENOSPC) {
+            lose();
+        } else if (status == -EAGAIN) {
+            return;
+        } else if (status != -EINTR) {
+            Fail("cannot be read", status);
+        }
+    }
 }
 
 namespace {

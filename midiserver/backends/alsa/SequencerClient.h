@@ -2,6 +2,7 @@
 
 #include <alsa/asoundlib.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +17,15 @@ struct PortAddress {
 
     friend auto operator<=>(const PortAddress&, const PortAddress&) = default;
 };
+
+// As the sequencer's users write it, "128:0".
+std::string AddressText(PortAddress address);
+// Returns the address that such a text means. Throws InputError if it means none.
+PortAddress AddressOfText(const std::string& text);
+
+// The capabilities of a port that others listen to, and of one that others send to.
+inline constexpr unsigned kReadablePort = SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ;
+inline constexpr unsigned kWritablePort = SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE;
 
 // A port of any program, as the sequencer lists it.
 struct SequencerPort {
@@ -37,7 +47,7 @@ public:
     explicit SequencerClient(const std::string& name);
 
     int Id() const { return mId; }
-    // Becomes readable when Receive has something.
+    // Becomes readable when ReceiveAll has something.
     int Descriptor() const { return mDescriptor; }
 
     // Makes the port with this number.
@@ -47,9 +57,11 @@ public:
     // Sends an event from its source port, at once and past all queues, to all that listen to that
     // port. An error says that at least one of them had no room; the others have it.
     int Send(snd_seq_event_t& event);
-    // Sets `event` to what came next, which is valid until the next call. -EAGAIN: nothing is
-    // there. -ENOSPC: the sequencer had no room for more and has dropped all that waited.
-    int Receive(snd_seq_event_t*& event);
+    // Hands over all that has come, in order. `take` gets each event, which is valid during the
+    // call; `lose` is called where the sequencer had no room for more and has dropped all that
+    // waited. Throws HostError if the sequencer cannot be read.
+    using Take = std::function<void(const snd_seq_event_t& event)>;
+    void ReceiveAll(const Take& take, const std::function<void()>& lose);
 
     int Connect(PortAddress sender, PortAddress receiver);
     int Disconnect(PortAddress sender, PortAddress receiver);

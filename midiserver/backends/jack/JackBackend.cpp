@@ -366,6 +366,17 @@ std::vector<std::string> JackBackend::Peers() const {
     return PeersNow();
 }
 
+std::vector<PrivateSourceAddress> JackBackend::PrivateSources() const {
+    const MutexLock lock(mMutex);
+    std::vector<PrivateSourceAddress> sources;
+    for (std::size_t i = 0; mPrivate.client && i < mPublished.size(); ++i) {
+        if (const jack_port_t* const port = mPrivate.ports.Output(i)) {
+            sources.push_back({mPublished[i].privateId, JackClient::NameOf(port)});
+        }
+    }
+    return sources;
+}
+
 JackBackend::Link JackBackend::LinkWith(std::size_t port, const std::string& peer) const {
     if (!mDaws.client) {
         throw HostError("no JACK server answers, so nothing can be connected");

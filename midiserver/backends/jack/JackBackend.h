@@ -46,6 +46,7 @@ public:
     void EmitFromPrivateSource(std::size_t port, const MIDIPacketList& packets) override;
     std::vector<BackendConnection> Connections() const override;
     std::vector<std::string> Peers() const override;
+    std::vector<PrivateSourceAddress> PrivateSources() const override;
     void Connect(std::size_t port, const std::string& peer) override;
     void Disconnect(std::size_t port, const std::string& peer) override;
     bool Forget(std::size_t port, const std::string& peer) override;

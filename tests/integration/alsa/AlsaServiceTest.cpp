@@ -1,14 +1,11 @@
 // The running service at a real sequencer: a DAW and the control-surface application talk to each
 // other through the driver. Runs in the emulated machine of scripts/alsa-machine.
+#include "tests/integration/alsa/AlsaServiceFixture.h"
 #include "tests/integration/alsa/SequencerPeer.h"
-#include "tests/integration/midiserver/Midiserver.h"
-#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <csignal>
-#include <memory>
 #include <string>
 
 namespace QuorvelTest {
@@ -17,38 +14,14 @@ namespace {
 using testing::HasSubstr;
 using TestSupport::WaitUntil;
 
-const std::string kPort1 = "Quorvel MIDI:Quorvel Port 1";
-const std::string kPrivate1 = "Quorvel MIDI private:Quorvel Virtual Source 1";
 const Bytes kHuiPing = {0x90, 0, 0};
 const Bytes kHuiReply = {0x90, 0, 0x7F};
 
-class AlsaServiceTest : public testing::Test {
+class AlsaServiceTest : public AlsaServiceFixture {
 protected:
+    AlsaServiceTest() : AlsaServiceFixture("HUI") {}
+
     void SetUp() override { Start(); }
-
-    void Start() {
-        mService = std::make_unique<Program>(
-            MidiserverCommand({"run", "--prefs", mPreferences.Folder()}), "", Environment());
-        ASSERT_TRUE(WaitUntil("it serves", [&] {
-            return mService->ErrorSoFar().find("\tserving ") != std::string::npos;
-        })) << mService->ErrorSoFar();
-    }
-
-    void Stop() {
-        mService->Signal(SIGTERM);
-        const ProgramResult result = mService->Wait();
-        EXPECT_EQ(result.status, 0) << result.err;
-    }
-
-    std::vector<std::string> Environment() const {
-        return {"JOURNAL_STREAM=", "NOTIFY_SOCKET=",
-                "QUORVEL_RUNTIME_DIR=" + (mFolder.Path() / "runtime").string(),
-                "XDG_STATE_HOME=" + (mFolder.Path() / "state").string()};
-    }
-
-    const Preferences mPreferences{"1-2", "HUI"};
-    const TemporaryFolder mFolder;
-    std::unique_ptr<Program> mService;
 };
 
 TEST_F(AlsaServiceTest, TakesTheSequencerBecauseItIsThere) {

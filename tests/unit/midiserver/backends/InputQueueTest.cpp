@@ -88,6 +88,27 @@ TEST(InputQueueTest, TellsTheReaderBeforeWhichEventSomethingIsMissing) {
     }
 }
 
+TEST(InputQueueTest, CountsALossOfNobodyKnowsWhomOnThePortsInUse) {
+    WakeUpSignal reader;
+    InputQueue queue(3, reader);
+    queue.Write(0, 1, kNote);
+    queue.Write(2, 1, kNote);
+    queue.CountLostSomewhere();
+    queue.Write(2, 2, kNote);
+    EXPECT_EQ(queue.TakeLoss(0).upstream, 1U);
+    EXPECT_EQ(queue.TakeLoss(1).upstream, 0U);
+    EXPECT_EQ(queue.TakeLoss(2).upstream, 1U);
+    queue.CountLostSomewhere();
+    EXPECT_EQ(queue.TakeLoss(0).upstream, 0U) << "it has been silent since";
+    EXPECT_EQ(queue.TakeLoss(2).upstream, 1U);
+
+    InputEvent event;
+    ASSERT_TRUE(queue.Read(2, event));
+    EXPECT_FALSE(event.followsLoss);
+    ASSERT_TRUE(queue.Read(2, event));
+    EXPECT_TRUE(event.followsLoss);
+}
+
 TEST(InputQueueTest, LetsAFloodedPortTakeNoRoomFromTheOthers) {
     WakeUpSignal reader;
     InputQueue queue(2, reader);

@@ -15,10 +15,10 @@ namespace QuorvelTest {
 inline const std::string kPort1 = "Quorvel MIDI:Quorvel Port 1";
 inline const std::string kPrivate1 = "Quorvel MIDI private:Quorvel Virtual Source 1";
 
-// The running service with two ports, in folders of its own.
+// The running service with four ports, in folders of its own.
 class AlsaServiceFixture : public testing::Test {
 protected:
-    explicit AlsaServiceFixture(const std::string& protocol) : mPreferences("1-2", protocol) {}
+    explicit AlsaServiceFixture(const std::string& protocol) : mPreferences("1-4", protocol) {}
 
     void Start() {
         mService = std::make_unique<Program>(

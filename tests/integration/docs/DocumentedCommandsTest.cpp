@@ -66,6 +66,7 @@ const std::vector<Command> kWithTheService = {
     {"midiserver status --watch", "Quorvel MIDI: 4 ports", true},
     {"midiserver status --json", "\"name\": \"Quorvel Port 4\""},
     {"midiserver list", "Quorvel Port 1 ("},
+    {"midiserver list --json", "\"backends\": ["},
     {"quorvel-surface --port 1", "\n embedded", true},
     {"quorvel-surface --port 1 2", "\n embedded", true},
     {"quorvel-surface --log", " 1 light play on", true, true},

@@ -84,6 +84,23 @@ protected:
         return mMessages[port];
     }
 
+    // A connection may carry nothing for a moment after it was made. These two return once it
+    // does, and forget what has shown it: from a program's first output to a port, and what `emit`
+    // emits to the program's first input.
+    testing::AssertionResult Carries(Peer& from, std::size_t port) {
+        testing::AssertionResult result = ComesThrough(
+            [&](const Bytes& bytes) { from.Send(1, bytes); }, [&] { return Input(port); });
+        mMessages[port].clear();
+        mEvents[port] = 0;
+        return result;
+    }
+    template <typename Emit>
+    testing::AssertionResult Carries(const Emit& emit, Peer& to) {
+        testing::AssertionResult result = ComesThrough(emit, [&] { return to.Received(1); });
+        to.Forget(1);
+        return result;
+    }
+
     void EmitFromPort(std::size_t port, const Bytes& bytes) {
         mList.Clear();
         mList.Add(bytes);
@@ -94,6 +111,20 @@ protected:
         mList.Clear();
         mList.Add(bytes);
         mBackend->EmitFromPrivateSource(port, *mList.List());
+    }
+
+    template <typename Send, typename Received>
+    static testing::AssertionResult ComesThrough(const Send& send, const Received& received) {
+        testing::AssertionResult result = WaitUntil("the connection carries", [&] {
+            send(Bytes{0xF8});
+            return !received().empty();
+        });
+        if (result) {
+            const Bytes last{0xF6};
+            send(last);
+            result = WaitUntil("all of it has come", [&] { return received().back() == last; });
+        }
+        return result;
     }
 
     TemporaryDirectory mFolder;

@@ -21,6 +21,11 @@ protected:
             mServer->Start();
         }
     }
+
+    // Whether it hears the first private source.
+    testing::AssertionResult IsHeardBy(Peer& surface) {
+        return Carries([this](const Bytes& bytes) { EmitFromPrivateSource(0, bytes); }, surface);
+    }
 };
 
 Bytes LongMessage(std::size_t size) {
@@ -72,8 +77,7 @@ TEST_F(JackBackendTest, LetsAnApplicationConnectAPrivateSourceByItsId) {
     ASSERT_TRUE(WaitUntilUp());
     Peer surface("surface");
     ASSERT_TRUE(surface.Connect("Quorvel MIDI ID:-2", "surface:in 1"));
-    EmitFromPrivateSource(1, {0x90, 0x10, 0x7F});
-    EXPECT_TRUE(WaitUntil("it arrives", [&] { return surface.Received(1).size() == 1; }));
+    EXPECT_TRUE(Carries([this](const Bytes& bytes) { EmitFromPrivateSource(1, bytes); }, surface));
 }
 
 TEST_F(JackBackendTest, CarriesMessagesBothWays) {
@@ -82,6 +86,8 @@ TEST_F(JackBackendTest, CarriesMessagesBothWays) {
     Peer daw("daw");
     ASSERT_TRUE(daw.Connect("daw:out 1", "Quorvel MIDI:Quorvel Port 02 in"));
     ASSERT_TRUE(daw.Connect("Quorvel MIDI:Quorvel Port 02 out", "daw:in 1"));
+    ASSERT_TRUE(Carries(daw, 1));
+    ASSERT_TRUE(Carries([this](const Bytes& bytes) { EmitFromPort(1, bytes); }, daw));
     const Bytes ping{0x90, 0x00, 0x00};
     const Bytes query{0xF0, 0x00, 0x00, 0x66, 0x14, 0x00, 0xF7};
     const auto before = std::chrono::steady_clock::now();
@@ -138,6 +144,7 @@ TEST_F(JackBackendTest, CarriesSystemExclusiveOfAMebibyteFromADaw) {
     ASSERT_TRUE(WaitUntilUp());
     Peer daw("daw");
     ASSERT_TRUE(daw.Connect("daw:out 1", "Quorvel MIDI:Quorvel Port 01 in"));
+    ASSERT_TRUE(Carries(daw, 0));
     const Bytes message = LongMessage(1 << 20);
     daw.Send(1, message);
     daw.Send(1, {0xF8});
@@ -152,6 +159,7 @@ TEST_F(JackBackendTest, CarriesSystemExclusiveOfAMebibyteToTheSurface) {
     ASSERT_TRUE(WaitUntilUp());
     Peer surface("surface");
     ASSERT_TRUE(surface.Connect("Quorvel MIDI private:Quorvel Virtual Source 01", "surface:in 1"));
+    ASSERT_TRUE(IsHeardBy(surface));
     const Bytes message = LongMessage(1 << 20);
     // As the driver forwards it: packet after packet, no faster than they are played.
     constexpr std::size_t kPacket = 60000;
@@ -175,6 +183,7 @@ TEST_F(JackBackendTest, PlaysWhatDoesNotFitAPeriodInTheNextOnesWhole) {
     ASSERT_TRUE(WaitUntilUp());
     Peer surface("surface");
     ASSERT_TRUE(surface.Connect("Quorvel MIDI private:Quorvel Virtual Source 01", "surface:in 1"));
+    ASSERT_TRUE(IsHeardBy(surface));
     // Some three periods of large and small messages.
     std::vector<Bytes> messages;
     mList.Clear();
@@ -198,6 +207,7 @@ TEST_F(JackBackendTest, CountsWhatDoesNotFitItsQueue) {
     ASSERT_TRUE(WaitUntilUp());
     Peer surface("surface");
     ASSERT_TRUE(surface.Connect("Quorvel MIDI private:Quorvel Virtual Source 01", "surface:in 1"));
+    ASSERT_TRUE(IsHeardBy(surface));
     constexpr std::size_t kMessages = 400;
     const Bytes message = LongMessage(2000);
     for (std::size_t i = 0; i < kMessages; ++i) {
@@ -252,8 +262,7 @@ TEST_F(JackBackendTest, ConnectsAndDisconnectsByName) {
                                          Not(Contains(HasSubstr("Quorvel")))));
     mBackend->Connect(1, "daw:in 1");
     mBackend->Connect(1, "daw:out 1");
-    daw.Send(1, {0xF8});
-    EXPECT_TRUE(WaitUntil("it arrives", [&] { return Input(1).size() == 1; }));
+    EXPECT_TRUE(Carries(daw, 1));
     EXPECT_TRUE(WaitUntil("both are there", [&] { return mBackend->Connections().size() == 2; }));
     mBackend->Disconnect(1, "daw:out 1");
     EXPECT_TRUE(WaitUntil("one is gone", [&] { return mBackend->Connections().size() == 1; }));

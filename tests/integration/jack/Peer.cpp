@@ -113,6 +113,11 @@ std::size_t Peer::EventsReceived(std::size_t port) const {
     return mInputs.at(port - 1).events;
 }
 
+void Peer::Forget(std::size_t port) {
+    const std::lock_guard lock(mMutex);
+    mInputs.at(port - 1) = Input{};
+}
+
 std::size_t Peer::BytesReceived(std::size_t port) const {
     const std::lock_guard lock(mMutex);
     return mInputs.at(port - 1).bytes;

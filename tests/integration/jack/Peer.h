@@ -35,6 +35,8 @@ public:
     // How many events came with pieces counted each.
     std::size_t EventsReceived(std::size_t port) const;
     std::size_t BytesReceived(std::size_t port) const;
+    // What came so far counts no more. No message may be under way.
+    void Forget(std::size_t port);
     bool ServerHasEnded() const;
 
     bool Connect(const std::string& from, const std::string& to);

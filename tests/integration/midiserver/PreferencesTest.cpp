@@ -292,7 +292,7 @@ TEST_F(PreferencesTest, SurviveHostileFilesWithinLittleMemory) {
         "<plist>" + repeated("<dict><key>a</key>", kLevels),
         "<plist><dict><key>a</key>" + repeated("<array>", kLevels) + repeated("</array>", kLevels) +
             "</dict></plist>",
-        "<plist><dict><key>a</key><array>" + repeated("<true/>", 10 * kLevels) +
+        "<plist><dict><key>a</key><array>" + repeated("<true/>", 2000000) +
             "</array></dict></plist>",
         "<plist><string>" + std::string(17U << 20U, 'a') + "</string></plist>",
         "<!DOCTYPE plist [<!ENTITY a \"aaaa\"><!ENTITY b \"&a;&a;\">]><plist>&b;</plist>",

@@ -3,6 +3,7 @@
 #include "midiserver/replay/session/SessionFile.h"
 #include "tests/integration/alsa/AlsaServiceFixture.h"
 #include "tests/integration/alsa/SequencerPeer.h"
+#include "tests/integration/surface/DisplayText.h"
 #include "tests/integration/surface/TerminalScreen.h"
 
 #include <fmt/format.h>
@@ -14,6 +15,7 @@
 namespace QuorvelTest {
 namespace {
 
+using SurfaceTest::DisplayText;
 using SurfaceTest::TerminalScreen;
 using testing::HasSubstr;
 using testing::Not;
@@ -32,6 +34,15 @@ std::vector<std::string> Messages(const std::string& log) {
     }
     return messages;
 }
+
+// A DAW that is connected with the first port, both ways.
+class Daw : public SequencerPeer {
+public:
+    Daw() : SequencerPeer("DAW") {
+        SendTo(kPort1);
+        ListenTo(kPort1);
+    }
+};
 
 class AlsaSurfaceTest : public AlsaServiceFixture {
 protected:
@@ -73,13 +84,6 @@ protected:
             }
             return found == count;
         });
-    }
-
-    static Bytes DisplayText(const std::string& text) {
-        Bytes message = {0xF0, 0x00, 0x00, 0x66, 0x14, 0x12, 0x00};
-        message.insert(message.end(), text.begin(), text.end());
-        message.push_back(0xF7);
-        return message;
     }
 
     // Whether the DAW's text comes to the screen, and a key of the surface to the DAW.
@@ -168,9 +172,7 @@ TEST_F(AlsaSurfaceTest, ComesBackWithTheService) {
     ASSERT_TRUE(Shows("no service runs in "));
     Start();
     ASSERT_TRUE(Shows("\n alsa "));
-    SequencerPeer daw("DAW");
-    daw.SendTo(kPort1);
-    daw.ListenTo(kPort1);
+    Daw daw;
     ExpectBothWays(daw, "Before");
     Stop();
     ASSERT_TRUE(Shows("no service runs in "));
@@ -188,9 +190,7 @@ TEST_F(AlsaSurfaceTest, HearsTheDriverThatWasStartedAnew) {
     Start();
     StartSurface();
     ASSERT_TRUE(Shows("\n alsa "));
-    SequencerPeer daw("DAW");
-    daw.SendTo(kPort1);
-    daw.ListenTo(kPort1);
+    Daw daw;
     mService->Signal(SIGHUP);
     ASSERT_TRUE(WaitUntil("it serves again", [&] {
         const std::string log = mService->ErrorSoFar();
@@ -211,9 +211,7 @@ TEST_F(AlsaSurfaceTest, WaitsForTheSequencer) {
     EXPECT_TRUE(Shows("there is no ALSA sequencer"));
     std::filesystem::rename(kSequencerAway, kSequencer);
     ASSERT_TRUE(Shows("\n alsa "));
-    SequencerPeer daw("DAW");
-    daw.SendTo(kPort1);
-    daw.ListenTo(kPort1);
+    Daw daw;
     ExpectBothWays(daw, "Hello");
     Stop();
 }
@@ -222,9 +220,7 @@ TEST_F(AlsaSurfaceTest, CountsWhatItWasTooSlowFor) {
     Start();
     StartSurface();
     ASSERT_TRUE(Shows("\n alsa "));
-    SequencerPeer daw("DAW");
-    daw.SendTo(kPort1);
-    daw.ListenTo(kPort1);
+    Daw daw;
     ExpectBothWays(daw, "Before");
     ASSERT_EQ(::kill(mScreen->Process(), SIGSTOP), 0);
     // More than the sequencer keeps for one client.

@@ -3,6 +3,7 @@
 #include "tests/integration/jack/Peer.h"
 #include "tests/integration/jack/Playback.h"
 #include "tests/integration/jack/TestServer.h"
+#include "tests/integration/surface/DisplayText.h"
 #include "tests/integration/surface/TerminalScreen.h"
 #include "tests/support/WaitUntil.h"
 
@@ -28,14 +29,6 @@ using std::chrono::microseconds;
 using testing::ElementsAreArray;
 using TestSupport::WaitUntil;
 using Clock = std::chrono::steady_clock;
-
-// What the DAW writes into the upper line of the display, from the left.
-Bytes TextMessage(const std::string& text) {
-    Bytes message = {0xF0, 0x00, 0x00, 0x66, 0x14, 0x12, 0x00};
-    message.insert(message.end(), text.begin(), text.end());
-    message.push_back(0xF7);
-    return message;
-}
 
 class JackSurfaceTest : public testing::Test {
 protected:
@@ -90,7 +83,7 @@ protected:
     // may carry nothing for a moment after it was made.
     void ExpectBothWays(const std::string& text) {
         EXPECT_TRUE(WaitUntil("the DAW's text is shown", [&] {
-            mDaw->Send(1, TextMessage(text));
+            mDaw->Send(1, DisplayText(text));
             return IsShown("\n" + text);
         }));
         const std::size_t before = mDaw->Received(1).size();
@@ -208,10 +201,10 @@ protected:
     // last.
     void Settle() {
         ASSERT_TRUE(WaitUntil("a text is shown", [&] {
-            mDaw->Send(1, TextMessage("first"));
+            mDaw->Send(1, DisplayText("first"));
             return IsShown("\nfirst") && IsLogged("first");
         }));
-        mDaw->Send(1, TextMessage("last "));
+        mDaw->Send(1, DisplayText("last "));
         ASSERT_TRUE(Shows("\nlast "));
         mDaw->Send(1, {0xF0, 0x00, 0x00, 0x66, 0x14, 0x08, 0x00, 0xF7});
         ASSERT_TRUE(

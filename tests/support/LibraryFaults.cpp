@@ -8,10 +8,13 @@ namespace TestSupport {
 namespace {
 
 std::atomic<const char*> sFailing{nullptr};
+std::atomic<int> sOthers{0};
 
 } // namespace
 
-void LibraryFaults::FailNext(const char* function) {
+void LibraryFaults::FailNext(const char* function, int others) {
+    sFailing = nullptr; // no call of the last order counts for this one
+    sOthers = others;
     sFailing = function;
 }
 
@@ -25,7 +28,7 @@ void LibraryFaults::FailNone() {
 
 bool LibraryFaults::MustFail(const char* function) {
     const char* failing = sFailing.load();
-    return failing != nullptr && std::strcmp(failing, function) == 0 &&
+    return failing != nullptr && std::strcmp(failing, function) == 0 && sOthers.fetch_sub(1) <= 0 &&
            sFailing.compare_exchange_strong(failing, nullptr);
 }
 

@@ -14,9 +14,9 @@ namespace TestSupport {
 // Any thread may call, and any may be the one whose call fails.
 class LibraryFaults {
 public:
-    // The next call of this function fails, once. Replaces what was ordered before. The text must
-    // last until then.
-    static void FailNext(const char* function);
+    // The next call of this function fails, once, or the one after so many others. Replaces what
+    // was ordered before. The text must last until then.
+    static void FailNext(const char* function, int others = 0);
     // Whether it has been called since.
     static bool HasFailed();
     static void FailNone();

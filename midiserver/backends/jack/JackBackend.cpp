@@ -29,10 +29,8 @@ constexpr auto kRetry = std::chrono::seconds(1);
 constexpr auto kBetweenLooks = std::chrono::milliseconds(100);
 // A program shows its ports before they can be connected, which no notice tells.
 constexpr int kMostRetries = 60;
-// For how long one client waits to hear of an end that the other has heard of. A busy machine may
-// tell it late, and PipeWire's library can crash when a client is closed whose end it has not told
-// yet.
-constexpr auto kHearsay = std::chrono::seconds(2);
+// For how long one client waits to hear of an end that the other has heard of.
+constexpr auto kHearsay = std::chrono::milliseconds(200);
 
 std::string InputName(std::size_t index) {
     return fmt::format("Quorvel Port {:02} in", index + 1);

@@ -164,6 +164,18 @@ JackClient::~JackClient() {
 }
 
 void JackClient::Activate() {
+    ActivateOnce();
+    // PipeWire's library notes that a client is active in a byte that the process thread changes in
+    // its first period, with no lock: once in some thousands of starts that undoes the note, and to
+    // close such a client is to crash. After that period a second call makes up for it; where the
+    // note is there, it does nothing.
+    if (JackIsPipeWire()) {
+        WaitForPeriod();
+        ActivateOnce();
+    }
+}
+
+void JackClient::ActivateOnce() {
     if (jack_activate(mClient) != 0) {
         throw HostError("the JACK server does not activate the client");
     }

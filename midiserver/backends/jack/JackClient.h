@@ -38,7 +38,8 @@ public:
     JackClient(const JackClient&) = delete;
     JackClient& operator=(const JackClient&) = delete;
 
-    // Throws HostError if the server refuses.
+    // `process` is called from now on; with PipeWire it returns when that has happened, or after a
+    // second. Throws HostError if the server refuses.
     void Activate();
 
     // Shows a MIDI port to other programs. Returns null if the server refuses.
@@ -83,6 +84,7 @@ private:
     static void* RunProcessThread(void* self);
     void RunPeriod(jack_nframes_t frames);
     void SetCallbacks();
+    void ActivateOnce();
     void GraphChanged();
     void SettingChanged(std::atomic<jack_nframes_t> JackClient::*setting, jack_nframes_t value);
     void NoteRemoval(const jack_port_t* port);

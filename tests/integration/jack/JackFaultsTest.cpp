@@ -261,6 +261,15 @@ TEST_F(JackFaultsTest, OfTheQuestionWhoseNameIsTakenAreSaidInALineAndOvercome) {
     EXPECT_TRUE(WaitUntilUp());
 }
 
+// PipeWire's library may forget in a client's first period that it is active.
+TEST_F(JackFaultsTest, ActivatesAClientOnceMoreAfterItsFirstPeriodOverPipeWire) {
+    constexpr int kClients = 2;
+    LibraryFaults::FailNext("jack_activate", kClients);
+    Publish(1);
+    EXPECT_TRUE(WaitUntilUp());
+    EXPECT_EQ(LibraryFaults::HasFailed(), MidiServer::JackIsPipeWire());
+}
+
 // The functions that the program uses, from the program itself.
 TEST(JackFaultsListTest, HasEveryFunctionThatTheProgramCalls) {
     const auto imports =

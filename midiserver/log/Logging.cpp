@@ -5,6 +5,7 @@
 #include "midiserver/log/LogCategories.h"
 #include "midiserver/log/LogLine.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <unistd.h>

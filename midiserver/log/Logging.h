@@ -4,10 +4,12 @@
 #include "hsl/LogContext.h"
 #include "hsl/LogManager.h"
 
-#include <CLI/CLI.hpp>
-
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace MidiServer {
 

@@ -166,9 +166,9 @@ JackClient::~JackClient() {
 void JackClient::Activate() {
     ActivateOnce();
     // PipeWire's library notes that a client is active in a byte that the process thread changes in
-    // its first period, with no lock: once in some thousands of starts that undoes the note, and to
-    // close such a client is to crash. After that period a second call makes up for it; where the
-    // note is there, it does nothing.
+    // its first period, with no lock. Now and then that undoes the note, and closing such a client
+    // crashes. A second call after that period makes the note again; where it is there, the call
+    // does nothing.
     if (JackIsPipeWire()) {
         WaitForPeriod();
         ActivateOnce();

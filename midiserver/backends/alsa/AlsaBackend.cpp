@@ -301,8 +301,12 @@ void AlsaBackend::Publish(const std::vector<BackendPort>& ports) {
 
 void AlsaBackend::Withdraw() {
     const MutexLock lock(mMutex);
+    if (mDaws) {
+        UpdateConnections(Clock::now()); // those of the last moment too
+    }
     HidePorts(0);
     mPublished.clear();
+    mGraphChange.Raise(); // to store them
 }
 
 void AlsaBackend::EmitFromPort(std::size_t port, const MIDIPacketList& packets) {
@@ -327,8 +331,11 @@ std::uint64_t AlsaBackend::LostToDaws() const {
 
 void AlsaBackend::KeepConnections() {
     std::optional<Time> due;
-    while (!mStopping.load(std::memory_order_relaxed)) {
+    bool stopping = false;
+    while (!stopping) {
         mGraphChange.WaitUntil(due.value_or(Time::max()));
+        // What has changed until then is stored all the same.
+        stopping = mStopping.load(std::memory_order_relaxed);
         std::optional<std::vector<BackendConnection>> changed;
         {
             const MutexLock lock(mMutex);

@@ -36,7 +36,7 @@ std::optional<PortOutput::Time> PortOutput::Play(SequencerClient& client, int po
             return now;
         }
         snd_seq_event_t event;
-        if (!mReceivers.empty() && encoder.Encode(std::span(mBytes).first(mFilled), event)) {
+        if (encoder.Encode(std::span(mBytes).first(mFilled), event)) {
             if (WaitsForRoom(client, EventCells(event), now)) {
                 return now + kTryAgain;
             }

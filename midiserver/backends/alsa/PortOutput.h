@@ -20,7 +20,8 @@ namespace MidiServer {
 // A receiver that reads too late loses all that waits for it, so each event is sent only when all
 // of them have room. A receiver that does not make room is not waited for any longer (see
 // Patience.h): what it has no room for is lost to it, counted here, and the sequencer tells it.
-// Other ports never wait.
+// Other ports never wait. The sequencer connects a receiver before it tells of it, so an event is
+// sent also while nobody is known to listen.
 //
 // One thread at a time makes all calls, except for what the driver's threads do with the stream.
 class PortOutput {

@@ -70,6 +70,18 @@ protected:
     void Emit(std::size_t port, const Bytes& bytes) {
         mBackend->EmitFromPort(port, *ListOf(bytes));
     }
+    // Emits on the first port until something of it has come. A connection that another program
+    // makes is in the sequencer's lists before it carries.
+    template <typename HasCome>
+    testing::AssertionResult Carries(const HasCome& hasCome) {
+        int asked = 0;
+        return WaitUntil("the connection carries", [&] {
+            if (asked++ % 100 == 0) { // a program that is not ready yet has little memory
+                Emit(0, {kTuneRequest});
+            }
+            return hasCome();
+        });
+    }
     void EmitPrivate(std::size_t port, const Bytes& bytes) {
         mBackend->EmitFromPrivateSource(port, *ListOf(bytes));
     }
@@ -197,17 +209,12 @@ TEST_F(AlsaBackendTest, SendsLongSystemExclusiveToAmidi) {
     mBackend->Connect(0, peer);
     ASSERT_TRUE(IsConnected("Quorvel Port 1 out", peer));
     // It shows its port before it sets up its memory, which drops what has come until then.
-    int asked = 0;
-    ASSERT_TRUE(WaitUntil("amidi hears", [&] {
-        if (asked++ % 100 == 0) {
-            Emit(0, {kTuneRequest});
-        }
-        return !QuorvelTest::ContentOf(file).empty();
-    }));
+    ASSERT_TRUE(Carries([&] { return !QuorvelTest::ContentOf(file).empty(); }));
     const Bytes message = SystemExclusive(20000);
     Emit(0, message);
     const std::string expected(message.begin(), message.end());
     std::string received;
+    int asked = 0;
     EXPECT_TRUE(WaitUntil("it is there", [&] {
         // A piece that has come into its memory is read when the next event comes. It leaves
         // active sensing out of its file.
@@ -228,6 +235,8 @@ TEST_F(AlsaBackendTest, SendsNotesToAseqdump) {
     Program aseqdump({"/usr/bin/aseqdump", "-p", "Quorvel MIDI:0"});
     ASSERT_TRUE(WaitUntil("it listens",
                           [&] { return IsConnected("Quorvel Port 1 out", "aseqdump:aseqdump"); }));
+    ASSERT_TRUE(
+        Carries([&] { return aseqdump.OutputSoFar().find("Tune request") != std::string::npos; }));
     Emit(0, {0x90, 60, 0, 0x91, 61, 7});
     ASSERT_TRUE(WaitUntil("it has printed both", [&] {
         return aseqdump.OutputSoFar().find("velocity 7\n") != std::string::npos;
@@ -398,6 +407,17 @@ TEST_F(AlsaBackendTest, KeepsConnectionsOfPortsThatStay) {
     EXPECT_TRUE(QuorvelTest::PortsNamed(kPort1).empty());
     mBackend->Publish(DriversPorts(3));
     EXPECT_TRUE(WaitUntil("it is back", [&] { return daw.ListensTo(kPort1); }));
+}
+
+TEST_F(AlsaBackendTest, StoresAConnectionThatWasMadeAtTheLastMoment) {
+    SequencerPeer daw("DAW");
+    for (std::size_t port = 0; port < kPorts; ++port) {
+        daw.ListenTo("Quorvel MIDI:Quorvel Port " + std::to_string(port + 1));
+    }
+    mBackend->Withdraw();
+    mBackend.reset();
+    const MidiServer::SavedConnections saved(mFolder.Path() / "connections.json", "alsa");
+    EXPECT_EQ(saved.Load().size(), kPorts);
 }
 
 TEST_F(AlsaBackendTest, ForgetsWhatTheUserDisconnects) {
